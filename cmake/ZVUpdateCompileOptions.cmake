@@ -1,0 +1,20 @@
+# The one place for how this project's own code is compiled. Link to it PRIVATE; nothing of it
+# reaches a host.
+add_library(zvupdate_compile_options INTERFACE)
+target_compile_options(zvupdate_compile_options INTERFACE
+    -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wnon-virtual-dtor)
+target_compile_definitions(zvupdate_compile_options INTERFACE
+    QT_NO_KEYWORDS
+    QT_NO_CAST_FROM_ASCII
+    QT_NO_CAST_TO_ASCII
+    QT_NO_CAST_FROM_BYTEARRAY
+    QT_NO_URL_CAST_FROM_STRING
+    QT_NO_NARROWING_CONVERSIONS_IN_CONNECT
+    QT_NO_FOREACH
+    QT_DISABLE_DEPRECATED_BEFORE=0x060400)
+
+if(ZVUPDATE_SANITIZE)
+    target_compile_options(zvupdate_compile_options INTERFACE
+        -fsanitize=${ZVUPDATE_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+    target_link_options(zvupdate_compile_options INTERFACE -fsanitize=${ZVUPDATE_SANITIZE})
+endif()

@@ -1,0 +1,39 @@
+# The libraries, room by room. The sources are compiled once; the shared library is made of them,
+# and so is the static archive through which the tests reach what the library hides.
+add_library(zvupdate_core_objects OBJECT
+    service/BaseResponse.cpp
+    service/CheckUpdateResponse.cpp
+    service/HttpFunctionURLEncode.cpp
+    service/XXTEA.cpp)
+set_target_properties(zvupdate_core_objects PROPERTIES
+    POSITION_INDEPENDENT_CODE ON
+    CXX_VISIBILITY_PRESET hidden
+    VISIBILITY_INLINES_HIDDEN ON)
+target_compile_definitions(zvupdate_core_objects PRIVATE
+    ZVUPDATE_SERVICE_URL="${ZVUPDATE_SERVICE_URL}")
+target_include_directories(zvupdate_core_objects PUBLIC ${PROJECT_SOURCE_DIR})
+target_link_libraries(zvupdate_core_objects
+    PUBLIC Qt6::Core CURL::libcurl Threads::Threads
+    PRIVATE zvupdate_compile_options)
+
+# Hosts write #include <ZVUpdate/ZVUpdate.h>; in the build tree that is a link to the sources.
+file(MAKE_DIRECTORY ${PROJECT_BINARY_DIR}/include)
+file(CREATE_LINK ${PROJECT_SOURCE_DIR} ${PROJECT_BINARY_DIR}/include/ZVUpdate SYMBOLIC)
+
+add_library(ZVUpdateCore)
+add_library(ZVUpdate::Core ALIAS ZVUpdateCore)
+target_link_libraries(ZVUpdateCore
+    PUBLIC Qt6::Core
+    PRIVATE zvupdate_core_objects)
+target_include_directories(ZVUpdateCore
+    INTERFACE $<BUILD_INTERFACE:${PROJECT_BINARY_DIR}/include>)
+target_compile_features(ZVUpdateCore PUBLIC cxx_std_20)
+set_target_properties(ZVUpdateCore PROPERTIES
+    EXPORT_NAME Core
+    VERSION ${PROJECT_VERSION}
+    SOVERSION ${PROJECT_VERSION_MAJOR})
+
+if(ZVUPDATE_BUILD_TESTS)
+    add_library(zvupdate_core_internals STATIC)
+    target_link_libraries(zvupdate_core_internals PUBLIC zvupdate_core_objects)
+endif()
