@@ -1,10 +1,34 @@
 # The libraries, room by room. The sources are compiled once; the shared library is made of them,
 # and so is the static archive through which the tests reach what the library hides.
 add_library(zvupdate_core_objects OBJECT
+    controller/LanguageSelection.cpp
+    controller/ReplacedClients.cpp
+    controller/UpdateFiles.cpp
+    controller/UpdatePreferences.cpp
+    controller/ZVUpdateProc.cpp
+    controller/ZVUpdateVersion.cpp
+    platform/Error.cpp
+    platform/FileDigest.cpp
+    platform/Files.cpp
+    platform/HttpErrors.cpp
+    platform/HttpExchange.cpp
+    platform/HttpHandle.cpp
+    platform/HttpTransfer.cpp
+    platform/Locale.cpp
+    platform/MainQueue.cpp
+    platform/Preferences.cpp
+    platform/RunLoop.cpp
+    platform/SerialQueue.cpp
+    platform/SystemLog.cpp
+    platform/Text.cpp
+    platform/Worker.cpp
     service/BaseResponse.cpp
     service/CheckUpdateResponse.cpp
     service/HttpFunctionURLEncode.cpp
-    service/XXTEA.cpp)
+    service/UpdateLogicFunc.cpp
+    service/XXTEA.cpp
+    transport/HttpFunctionPost.cpp
+    transport/ZVMisc.cpp)
 set_target_properties(zvupdate_core_objects PROPERTIES
     POSITION_INDEPENDENT_CODE ON
     CXX_VISIBILITY_PRESET hidden

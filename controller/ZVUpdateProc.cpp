@@ -1,0 +1,266 @@
+#include "ZVUpdateProc.h"
+
+#include "../platform/Files.h"
+#include "../platform/Locale.h"
+#include "../platform/MainQueue.h"
+#include "../platform/SystemLog.h"
+#include "../platform/Text.h"
+#include "../transport/ZVMisc.h"
+#include "LanguageSelection.h"
+#include "ReplacedClients.h"
+#include "UpdateFiles.h"
+#include "UpdatePreferences.h"
+
+#include <QDateTime>
+
+using namespace ZVPlatform;
+
+namespace {
+
+// The thread that uses the shared controller. Released by the host; what it forgets ends with the
+// process.
+std::shared_ptr<ZVUpdateProc> sharedUpdateProcInstance;
+
+QDateTime timeZero()
+{
+    return QDateTime::fromSecsSinceEpoch(0, Qt::UTC);
+}
+
+int64_t endCheck(ZVUpdateProc::Result result)
+{
+    const bool foundSomething = result != ZVUpdateProc::ZVNoUpdate;
+    UpdatePreferences::setNextCheckDate(foundSomething ? timeZero()
+                                                       : QDateTime::currentDateTimeUtc());
+    UpdatePreferences::synchronise();
+    return result;
+}
+
+bool isSameDigest(const std::optional<QString> &one, const std::optional<QString> &other)
+{
+    return one && other && one->toLower() == other->toLower();
+}
+
+bool hasDigest(const QString &path, const std::optional<QString> &digest)
+{
+    return isSameDigest(ZVMisc::getFileMD5(path), digest);
+}
+
+} // namespace
+
+std::shared_ptr<ZVUpdateProc> ZVUpdateProc::getSharedZVUpdateProc()
+{
+    if (!sharedUpdateProcInstance)
+        sharedUpdateProcInstance = std::make_shared<ZVUpdateProc>();
+    return sharedUpdateProcInstance;
+}
+
+void ZVUpdateProc::releaseSharedZVUpdateProc()
+{
+    // The variable is cleared first: the destructor runs the event loop, which may ask for it.
+    const auto released = std::exchange(sharedUpdateProcInstance, nullptr);
+}
+
+ZVUpdateProc::ZVUpdateProc() = default;
+
+ZVUpdateProc::~ZVUpdateProc()
+{
+    // From here on no download of this or an earlier check finds anybody to report to.
+    UpdateLogicFuncDelegate::retire();
+    setMCurrentDownloadUpdateLogic(nullptr);
+    setMLastCheckUpdateResponse(nullptr);
+    setMUpdateInfoWindowCtrl(nullptr);
+    setDelegate(nullptr);
+    UpdateInfoWindowControllerDelegate::retire();
+}
+
+void ZVUpdateProc::setProductID(const std::optional<QString> &productID,
+                                const std::optional<QString> &productVersion,
+                                const std::optional<QString> &productSaveDirectory)
+{
+    setMProductID(productID);
+    setMProductVersion(productVersion);
+    setMSaveFileDirectory(productSaveDirectory);
+}
+
+int64_t ZVUpdateProc::updateWithDelegate(ZVUpdateProcDelegate *delegate)
+{
+    const auto productID = mProductID();
+    const auto productVersion = mProductVersion();
+    const auto directory = mSaveFileDirectory();
+    if (!productID || !productVersion || !directory)
+        return ZVNotConfigured;
+    if (!isTimeToCheck())
+        return ZVSkipped;
+
+    setDelegate(delegate);
+    if (!Files::exists(*directory))
+        Files::createDirectory(*directory);
+    const auto files = check(*productID, *productVersion, *directory);
+    if (!files)
+        return endCheck(ZVNoUpdate);
+    return fetch(*files, *mLastCheckUpdateResponse());
+}
+
+QString ZVUpdateProc::getDefaultLangID() const
+{
+    return languageCodeForLocale(currentLocaleIdentifier());
+}
+
+std::optional<QString>
+ZVUpdateProc::getUpdateMessageWithLang(const std::optional<QString> &code) const
+{
+    const auto response = mLastCheckUpdateResponse();
+    return response ? response->getUpdateMessageWithLang(code) : std::nullopt;
+}
+
+void ZVUpdateProc::downloadFinishWithFilePath(const QString &path)
+{
+    // The latest reply counts, also for a download that an earlier check started: a file that is no
+    // longer offered is of no use.
+    const auto response = mLastCheckUpdateResponse();
+    const auto digest = response ? response->ZVMD5() : std::nullopt;
+    if (installVerified(path, UpdateFiles::diskImagePathFor(path), digest)) {
+        debugLog(QStringLiteral("ZVUpdateProc downloadFinishWithFilePath:") + path);
+        return;
+    }
+    if (mDebug()) {
+        systemLog(ZVMisc::getFileMD5(path));
+        systemLog(digest ? digest->toLower() : describe(digest));
+        systemLog(QStringLiteral("MD5 錯誤!! 重新下載"));
+    }
+    Files::remove(path);
+}
+
+void ZVUpdateProc::infoWindowClosedActions(uint64_t action)
+{
+    ZVUpdateProcDelegate *host = delegate();
+    if (!host)
+        return;
+    if (action == 1)
+        host->windowClosedUpdateAction();
+    else if (action == 0)
+        host->windowClosedCancelAction();
+}
+
+void ZVUpdateProc::setDelegate(ZVUpdateProcDelegate *delegate)
+{
+    delegate_.set(DelegateRef(delegate));
+}
+
+// Whether the user's switch and the next-check date let a check happen.
+bool ZVUpdateProc::isTimeToCheck()
+{
+    if (const auto automaticUpdating = UpdatePreferences::automaticUpdating()) {
+        UpdatePreferences::setNextCheckDate(timeZero());
+        UpdatePreferences::synchronise();
+        if (!*automaticUpdating)
+            return false;
+    } else {
+        UpdatePreferences::setAutomaticUpdating(true);
+        UpdatePreferences::synchronise();
+    }
+    const auto nextCheck = UpdatePreferences::nextCheckDate();
+    return !nextCheck || *nextCheck <= QDateTime::currentDateTimeUtc();
+}
+
+// Asks the service and keeps its reply. Absent when there is no update: the reply says so, or lacks
+// what an update needs.
+std::optional<UpdateFiles> ZVUpdateProc::check(const QString &productID,
+                                               const QString &productVersion,
+                                               const QString &directory)
+{
+    const auto client = std::make_shared<UpdateLogicFunc>();
+    client->setDelegate(this);
+    ReplacedClients::keep(mCurrentDownloadUpdateLogic());
+    setMCurrentDownloadUpdateLogic(client);
+
+    const auto reply = client->doCheckUpdate(productID, productVersion);
+    setMLastCheckUpdateResponse(reply);
+    if (!reply->ok() || reply->ZVUpdateVersion().value_or(QString()).isEmpty() ||
+        reply->ZVMD5().value_or(QString()).isEmpty())
+        return std::nullopt;
+    return UpdateFiles::named(directory, productID, *reply->ZVUpdateVersion());
+}
+
+// Has the offered installer on disk, or starts its download.
+int64_t ZVUpdateProc::fetch(const UpdateFiles &files, const CheckUpdateResponse &reply)
+{
+    const QString digest = *reply.ZVMD5();
+    debugLog(QStringLiteral("checkUpdate OK ... ") + reply.debugDescription());
+    const auto lastDownloadDigest = UpdatePreferences::lastDownloadDigest();
+
+    if (Files::exists(files.diskImagePath)) {
+        if (hasDigest(files.diskImagePath, digest)) {
+            debugLog(QStringLiteral("下載好，與線上的MD5相同"));
+            scheduleFileReady(files.diskImagePath);
+            return endCheck(ZVInstallerReady);
+        }
+        debugLog(QStringLiteral("下載好，與線上的MD5不相同，重新下載"));
+        discard(files);
+    }
+    if (!isSameDigest(lastDownloadDigest, digest)) {
+        debugLog(QStringLiteral("正在下載的暫存檔 MD5 與 Server 的不同"));
+        debugLog(QStringLiteral("local MD5 = ") + describe(lastDownloadDigest));
+        debugLog(QStringLiteral("server MD5 = ") + digest);
+        UpdatePreferences::setLastDownloadDigest(digest.toLower());
+        discard(files);
+    }
+
+    const auto client = mCurrentDownloadUpdateLogic();
+    const auto tokenReply = client->doGetToken();
+    if (!tokenReply->ok())
+        return endCheck(ZVNoUpdate);
+    debugLog(QStringLiteral("doGetToken OK ... ") + tokenReply->debugDescription());
+
+    const QString token = tokenReply->ID().value_or(QString());
+    const uint64_t remoteSize = client->doGetFileSize(token, files.serviceFileName);
+    if (remoteSize == Files::size(files.temporaryPath) &&
+        installVerified(files.temporaryPath, files.diskImagePath, digest))
+        return endCheck(ZVInstallerReady);
+
+    // A file of the full size but with another digest is not removed: the download resumes it, and
+    // the service has the last word.
+    debugLog(QStringLiteral("fileSize ... ") + QString::number(static_cast<int64_t>(remoteSize)));
+    client->doStartDownload(token, files.serviceFileName, files.temporaryPath);
+    return endCheck(ZVDownloadStarted);
+}
+
+// Verifies a complete temporary file and, when somebody wants to hear of it, gives it its final
+// name. False when its digest is not the one announced.
+bool ZVUpdateProc::installVerified(const QString &temporaryPath, const QString &diskImagePath,
+                                   const std::optional<QString> &digest)
+{
+    const FileGuard guard(temporaryPath); // What is verified is what gets the name.
+    if (!hasDigest(temporaryPath, digest))
+        return false;
+    if (delegate()) {
+        if (!Files::move(temporaryPath, diskImagePath))
+            Files::remove(temporaryPath);
+        scheduleFileReady(diskImagePath);
+    }
+    return true;
+}
+
+// The notification owns the controller until it has run, and looks its delegate up only then.
+void ZVUpdateProc::scheduleFileReady(const QString &path)
+{
+    auto self = weak_from_this().lock();
+    if (!self || !delegate())
+        return;
+    MainQueue::async([controller = std::move(self), path] {
+        if (ZVUpdateProcDelegate *host = controller->delegate())
+            host->UpdateFileReady(path);
+    });
+}
+
+void ZVUpdateProc::discard(const UpdateFiles &files)
+{
+    Files::remove(files.diskImagePath);
+    Files::remove(files.temporaryPath);
+}
+
+void ZVUpdateProc::debugLog(const QString &message) const
+{
+    if (mDebug())
+        systemLog(message);
+}

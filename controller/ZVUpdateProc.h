@@ -1,0 +1,166 @@
+#pragma once
+
+#include "../platform/Export.h"
+#include "../platform/Guarded.h"
+#include "../service/CheckUpdateResponse.h"
+#include "../service/UpdateLogicFunc.h"
+#include "../service/UpdateLogicFuncDelegate.h"
+#include "../ui/UpdateInfoWindowControllerDelegate.h"
+#include "ZVUpdateProcDelegate.h"
+
+#include <QString>
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <optional>
+
+class UpdateInfoWindowController;
+struct UpdateFiles;
+
+/// The update controller: a host's one point of contact. The host tells it what product and version
+/// it is and where update files may be kept, then asks it to update; the controller finds, fetches
+/// and verifies a newer installer and tells the host's delegate.
+///
+/// Always owned by std::shared_ptr: the shared controller, or one made with std::make_shared. Its
+/// functions are to be called from one thread, in practice the main thread, unless they say
+/// otherwise; the getters of properties may be called from any thread. An absent text
+/// (std::nullopt) counts as not configured.
+class ZVUPDATE_EXPORT ZVUpdateProc final : public UpdateLogicFuncDelegate,
+                                           public UpdateInfoWindowControllerDelegate,
+                                           public std::enable_shared_from_this<ZVUpdateProc>
+{
+public:
+    /// What updateWithDelegate() and the call that shows the prompt window answer.
+    enum Result : int64_t {
+        /// The prompt window was shown.
+        ZVWindowShown = 0,
+        /// The download of a new installer has been started in the background.
+        ZVDownloadStarted = 1,
+        /// A verified installer for the offered version is on disk already.
+        ZVInstallerReady = 2,
+        /// There is nothing to fetch, or the service could not be asked.
+        ZVNoUpdate = 3,
+        /// Product identifier, version or directory is missing.
+        ZVNotConfigured = 4,
+        /// The installer is not where it should be.
+        ZVInstallerMissing = 5,
+        /// The user has switched automatic updating off, or it is not yet time for a check.
+        ZVSkipped = 6,
+    };
+
+    /// The process's shared controller, created unconfigured by the first call.
+    static std::shared_ptr<ZVUpdateProc> getSharedZVUpdateProc();
+
+    /// Lets the shared controller go, which destroys it unless somebody else holds it, too. The
+    /// next getSharedZVUpdateProc() creates another. Without one, does nothing.
+    static void releaseSharedZVUpdateProc();
+
+    /// A controller that is not configured, has no delegate and does not log.
+    ZVUpdateProc();
+
+    /// Stops the latest check's download and waits until it has ended, running the calling thread's
+    /// event loop meanwhile. Files stay as they are, to be resumed by a later check. Downloads of
+    /// earlier checks go on to their end, but nobody verifies their files.
+    ~ZVUpdateProc() override;
+
+    ZVUpdateProc(const ZVUpdateProc &) = delete;
+    ZVUpdateProc &operator=(const ZVUpdateProc &) = delete;
+
+    /// Configures the controller: the product's identifier at the update service, the version that
+    /// is running, and the directory for update files, which is created when it is missing. Nothing
+    /// is validated here.
+    void setProductID(const std::optional<QString> &productID,
+                      const std::optional<QString> &productVersion,
+                      const std::optional<QString> &productSaveDirectory);
+
+    /// Switches diagnostic messages in the system log on or off; changes nothing else.
+    void setDebugMode(bool debug) { setMDebug(debug); }
+
+    /// Checks for an update and, when there is one, has the verified installer on disk already or
+    /// starts its download. Blocks for up to three short exchanges with the service and for
+    /// digesting files, without running the event loop.
+    ///
+    /// Returns ZVDownloadStarted, ZVInstallerReady, ZVNoUpdate, ZVNotConfigured or ZVSkipped. With
+    /// the first two the delegate's UpdateFileReady() follows, once the installer is verified; a
+    /// download that fails or brings a wrong file is not reported, and the next check deals with
+    /// it. Without a delegate (null) the file is fetched all the same and stays under its temporary
+    /// name until a check with a delegate. The delegate is not owned; with the last two results the
+    /// former one stays.
+    int64_t updateWithDelegate(ZVUpdateProcDelegate *delegate);
+
+    /// The language code, of the three that the service knows, for the user's current locale.
+    QString getDefaultLangID() const;
+
+    /// The release notes of the latest check for a language code; absent when there are none. Any
+    /// thread.
+    std::optional<QString> getUpdateMessageWithLang(const std::optional<QString> &code) const;
+
+    // From the service client, on its download's thread, and from the prompt window.
+    void downloadFinishWithFilePath(const QString &path) override;
+    void infoWindowClosedActions(uint64_t action) override;
+
+    /// The host's receiver of notifications; null when there is none or it has been destroyed.
+    ZVUpdateProcDelegate *delegate() const { return delegate_.get().get(); }
+    void setDelegate(ZVUpdateProcDelegate *delegate);
+
+    /// The reply of the latest check; null before the first.
+    std::shared_ptr<CheckUpdateResponse> mLastCheckUpdateResponse() const
+    {
+        return mLastCheckUpdateResponse_.get();
+    }
+    void setMLastCheckUpdateResponse(const std::shared_ptr<CheckUpdateResponse> &response)
+    {
+        mLastCheckUpdateResponse_.set(response);
+    }
+
+    /// The service client of the latest check, through which its download can be followed and
+    /// stopped; null before the first.
+    std::shared_ptr<UpdateLogicFunc> mCurrentDownloadUpdateLogic() const
+    {
+        return mCurrentDownloadUpdateLogic_.get();
+    }
+    void setMCurrentDownloadUpdateLogic(const std::shared_ptr<UpdateLogicFunc> &client)
+    {
+        mCurrentDownloadUpdateLogic_.set(client);
+    }
+
+    /// The prompt window that was shown last; null when there is none.
+    std::shared_ptr<UpdateInfoWindowController> mUpdateInfoWindowCtrl() const
+    {
+        return mUpdateInfoWindowCtrl_.get();
+    }
+    void setMUpdateInfoWindowCtrl(const std::shared_ptr<UpdateInfoWindowController> &controller)
+    {
+        mUpdateInfoWindowCtrl_.set(controller);
+    }
+
+    std::optional<QString> mProductID() const { return mProductID_.get(); }
+    void setMProductID(const std::optional<QString> &id) { mProductID_.set(id); }
+    std::optional<QString> mProductVersion() const { return mProductVersion_.get(); }
+    void setMProductVersion(const std::optional<QString> &v) { mProductVersion_.set(v); }
+    std::optional<QString> mSaveFileDirectory() const { return mSaveFileDirectory_.get(); }
+    void setMSaveFileDirectory(const std::optional<QString> &d) { mSaveFileDirectory_.set(d); }
+    bool mDebug() const { return mDebug_; }
+    void setMDebug(bool debug) { mDebug_ = debug; }
+
+private:
+    bool isTimeToCheck();
+    std::optional<UpdateFiles> check(const QString &productID, const QString &productVersion,
+                                     const QString &directory);
+    int64_t fetch(const UpdateFiles &files, const CheckUpdateResponse &reply);
+    static void discard(const UpdateFiles &files);
+    bool installVerified(const QString &temporaryPath, const QString &diskImagePath,
+                         const std::optional<QString> &digest);
+    void scheduleFileReady(const QString &path);
+    void debugLog(const QString &message) const;
+
+    ZVPlatform::Guarded<ZVPlatform::DelegateRef<ZVUpdateProcDelegate>> delegate_;
+    ZVPlatform::Guarded<std::shared_ptr<CheckUpdateResponse>> mLastCheckUpdateResponse_;
+    ZVPlatform::Guarded<std::shared_ptr<UpdateLogicFunc>> mCurrentDownloadUpdateLogic_;
+    ZVPlatform::Guarded<std::shared_ptr<UpdateInfoWindowController>> mUpdateInfoWindowCtrl_;
+    ZVPlatform::Guarded<std::optional<QString>> mProductID_;
+    ZVPlatform::Guarded<std::optional<QString>> mProductVersion_;
+    ZVPlatform::Guarded<std::optional<QString>> mSaveFileDirectory_;
+    std::atomic<bool> mDebug_ = false;
+};

@@ -1,0 +1,40 @@
+#pragma once
+
+#include "Export.h"
+
+#include <QString>
+
+namespace ZVPlatform {
+
+/// Why something did not work: a domain that says whose code it is, a code, and a sentence for
+/// people. A value; may be used on any thread.
+struct ZVUPDATE_EXPORT Error
+{
+    QString domain;
+    int code = 0;
+    QString localizedDescription;
+
+    /// One line for logs.
+    QString debugDescription() const;
+};
+
+/// The domain of errors that the network (and not the service) caused.
+ZVUPDATE_EXPORT extern const char networkErrorDomain[];
+
+/// The codes of networkErrorDomain, named by what happened to the exchange.
+enum class NetworkError {
+    Cancelled = 1,
+    TimedOut,
+    BadUrl,
+    HostNotFound,
+    CannotConnect,
+    ConnectionLost,
+    TooManyRedirects,
+    UnsupportedProtocol,
+    SecureConnectionFailed,
+    BadReply,
+    ReplyTooLarge,
+    Other,
+};
+
+} // namespace ZVPlatform

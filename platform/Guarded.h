@@ -1,0 +1,35 @@
+#pragma once
+
+#include <mutex>
+#include <utility>
+
+namespace ZVPlatform {
+
+/// A value that several threads may read and replace. Every read hands out a copy of its own, which
+/// stays valid whatever happens to the original.
+template <class T>
+class Guarded
+{
+public:
+    Guarded() = default;
+    explicit Guarded(T value) : value_(std::move(value)) {}
+
+    T get() const
+    {
+        const std::lock_guard lock(mutex_);
+        return value_;
+    }
+
+    /// The former value is destroyed outside the lock, since its destructor may take its time.
+    void set(T value)
+    {
+        const std::lock_guard lock(mutex_);
+        std::swap(value_, value);
+    }
+
+private:
+    mutable std::mutex mutex_;
+    T value_{};
+};
+
+} // namespace ZVPlatform

@@ -1,0 +1,272 @@
+#include "HttpExchange.h"
+
+#include "HttpErrors.h"
+#include "HttpHandle.h"
+
+#include <algorithm>
+#include <memory>
+#include <utility>
+
+namespace ZVPlatform {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr qsizetype largestPiece = 256 * 1024; // bytes handed to a receiver at once
+constexpr long mostRedirects = 10;
+constexpr qsizetype largestReplyInMemory = 16 * 1024 * 1024;
+
+std::atomic<std::chrono::milliseconds> currentIdleTimeout{std::chrono::seconds(60)};
+
+struct FreeHeaders
+{
+    void operator()(curl_slist *list) const { curl_slist_free_all(list); }
+};
+using HeaderList = std::unique_ptr<curl_slist, FreeHeaders>;
+
+HeaderList headerList(const std::vector<HttpHeader> &headers)
+{
+    HeaderList list;
+    for (const HttpHeader &header : headers) {
+        const QByteArray line = header.name + ": " + header.value;
+        if (curl_slist *longer = curl_slist_append(list.get(), line.constData())) {
+            static_cast<void>(list.release());
+            list.reset(longer);
+        }
+    }
+    return list;
+}
+
+} // namespace
+
+/// curl's side of an exchange: gathers the pieces that curl hands out and passes them on.
+class HttpExchange::Callbacks
+{
+public:
+    Callbacks(HttpReceiver &receiver, HttpHandle &handle, const std::atomic<bool> &cancelled)
+        : receiver_(receiver), handle_(handle), cancelled_(cancelled)
+    {
+    }
+
+    void install()
+    {
+        curl_easy_setopt(handle_.easy, CURLOPT_HEADERFUNCTION, &Callbacks::header);
+        curl_easy_setopt(handle_.easy, CURLOPT_HEADERDATA, this);
+        curl_easy_setopt(handle_.easy, CURLOPT_WRITEFUNCTION, &Callbacks::write);
+        curl_easy_setopt(handle_.easy, CURLOPT_WRITEDATA, this);
+    }
+
+    HttpHandle &handle() const { return handle_; }
+    const HttpResponse &response() const { return response_; }
+    bool refused() const { return refused_; }
+    bool hasPending() const { return !pending_.isEmpty(); }
+
+    // Reports the reply's beginning, if it has not been, and what has been gathered of its body.
+    void flush()
+    {
+        if (response_.status != 0 && !reported_) {
+            reported_ = true;
+            receiver_.didReceiveResponse(response_);
+        }
+        if (!pending_.isEmpty() && !refused_)
+            refused_ = !receiver_.didReceiveData(pending_);
+        pending_.resize(0);          // Keeps the memory for the next piece.
+        lastActivity = Clock::now(); // The receiver's time is not the peer's.
+    }
+
+    HeaderList headers; // As long as the exchange: curl does not copy them.
+    Clock::time_point lastActivity = Clock::now();
+
+private:
+    static size_t header(char *line, size_t, size_t length, void *self)
+    {
+        if (QByteArrayView(line, static_cast<qsizetype>(length)).trimmed().isEmpty())
+            static_cast<Callbacks *>(self)->headersComplete();
+        return length;
+    }
+
+    void headersComplete()
+    {
+        long status = 0;
+        curl_off_t length = -1;
+        curl_easy_getinfo(handle_.easy, CURLINFO_RESPONSE_CODE, &status);
+        curl_easy_getinfo(handle_.easy, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
+        if (status >= 200) // An interim reply only announces the real one.
+            response_ = {static_cast<int>(status), length};
+    }
+
+    static size_t write(char *bytes, size_t, size_t length, void *self)
+    {
+        return static_cast<Callbacks *>(self)->gather(bytes, static_cast<qsizetype>(length))
+                   ? length
+                   : 0; // Makes curl fail.
+    }
+
+    bool gather(const char *bytes, qsizetype length)
+    {
+        if (pending_.size() + length > largestPiece)
+            flush();
+        if (refused_ || cancelled_)
+            return false;
+        if (pending_.isEmpty())
+            pending_.reserve(largestPiece);
+        pending_.append(bytes, length);
+        return true;
+    }
+
+    HttpReceiver &receiver_;
+    HttpHandle &handle_;
+    const std::atomic<bool> &cancelled_;
+    HttpResponse response_;
+    bool reported_ = false;
+    bool refused_ = false;
+    QByteArray pending_;
+};
+
+HttpExchange::HttpExchange(HttpRequest request) : request_(std::move(request)) {}
+
+std::optional<Error> HttpExchange::run(HttpReceiver &receiver)
+{
+    auto handle = HttpHandlePool::take();
+    if (!handle->easy || !handle->multi)
+        return networkError(NetworkError::Other);
+
+    Callbacks callbacks(receiver, *handle, cancelled_);
+    prepare(callbacks);
+    {
+        const std::lock_guard lock(mutex_);
+        running_ = handle.get();
+    }
+    curl_multi_add_handle(handle->multi, handle->easy);
+    const std::optional<Error> error = drive(callbacks);
+    callbacks.flush();
+    curl_multi_remove_handle(handle->multi, handle->easy);
+    {
+        const std::lock_guard lock(mutex_);
+        running_ = nullptr;
+    }
+    response_ = callbacks.response();
+    HttpHandlePool::giveBack(std::move(handle));
+    return error;
+}
+
+void HttpExchange::cancel()
+{
+    cancelled_ = true;
+    const std::lock_guard lock(mutex_);
+    if (running_)
+        curl_multi_wakeup(running_->multi);
+}
+
+std::chrono::milliseconds HttpExchange::idleTimeout()
+{
+    return currentIdleTimeout;
+}
+
+void HttpExchange::setIdleTimeout(std::chrono::milliseconds timeout)
+{
+    currentIdleTimeout = timeout;
+}
+
+void HttpExchange::prepare(Callbacks &callbacks)
+{
+    CURL *easy = callbacks.handle().easy;
+    const QByteArray url = request_.url.toUtf8();
+    const bool secure = request_.url.startsWith(QLatin1String("https:"), Qt::CaseInsensitive);
+    callbacks.headers = headerList(request_.headers);
+    callbacks.install();
+
+    curl_easy_setopt(easy, CURLOPT_URL, url.constData());
+    curl_easy_setopt(easy, CURLOPT_HTTPHEADER, callbacks.headers.get());
+    if (request_.method == HttpMethod::Head)
+        curl_easy_setopt(easy, CURLOPT_NOBODY, 1L);
+    if (request_.method == HttpMethod::Post) {
+        curl_easy_setopt(easy, CURLOPT_POST, 1L);
+        curl_easy_setopt(easy, CURLOPT_POSTFIELDS, "");
+        curl_easy_setopt(easy, CURLOPT_POSTFIELDSIZE, 0L);
+    }
+
+    curl_easy_setopt(easy, CURLOPT_PROTOCOLS_STR, "http,https");
+    // A reply that was asked for under protection is not fetched without it.
+    curl_easy_setopt(easy, CURLOPT_REDIR_PROTOCOLS_STR, secure ? "https" : "http,https");
+    curl_easy_setopt(easy, CURLOPT_FOLLOWLOCATION, 1L);
+    curl_easy_setopt(easy, CURLOPT_MAXREDIRS, mostRedirects);
+    // The later versions of HTTP have no place for the Connection field that is sent.
+    curl_easy_setopt(easy, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
+    curl_easy_setopt(easy, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
+    curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
+    curl_easy_setopt(easy, CURLOPT_BUFFERSIZE, static_cast<long>(largestPiece));
+    curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(idleTimeout().count()));
+}
+
+// Until curl is done with the exchange, or it is cancelled or has been idle for too long.
+std::optional<Error> HttpExchange::drive(Callbacks &callbacks)
+{
+    CURLM *multi = callbacks.handle().multi;
+    for (;;) {
+        int running = 0;
+        curl_multi_perform(multi, &running);
+        if (running == 0)
+            return outcome(callbacks);
+        if (cancelled_)
+            return networkError(NetworkError::Cancelled);
+
+        // While more is waiting to be read it is gathered first; an idle socket holds nothing back.
+        const auto idleLeft = callbacks.lastActivity + idleTimeout() - Clock::now();
+        const auto wait =
+            std::chrono::duration_cast<std::chrono::milliseconds>(idleLeft).count() + 1;
+        int active = 0;
+        curl_multi_poll(multi, nullptr, 0,
+                        callbacks.hasPending() ? 0 : static_cast<int>(std::max<qint64>(wait, 0)),
+                        &active);
+        if (active > 0)
+            callbacks.lastActivity = Clock::now();
+        else if (callbacks.hasPending())
+            callbacks.flush();
+        else if (Clock::now() - callbacks.lastActivity >= idleTimeout())
+            return networkError(NetworkError::TimedOut);
+    }
+}
+
+std::optional<Error> HttpExchange::outcome(Callbacks &callbacks) const
+{
+    callbacks.flush();
+    int left = 0;
+    const CURLMsg *message = curl_multi_info_read(callbacks.handle().multi, &left);
+    const CURLcode result = message ? message->data.result : CURLE_FAILED_INIT;
+    if (callbacks.refused())
+        return networkError(NetworkError::ReplyTooLarge);
+    if (result == CURLE_OK)
+        return std::nullopt;
+    return cancelled_ ? networkError(NetworkError::Cancelled) : errorFromCurl(result);
+}
+
+HttpReply sendSynchronously(const HttpRequest &request)
+{
+    class Memory : public HttpReceiver
+    {
+    public:
+        void didReceiveResponse(const HttpResponse &) override {}
+
+        bool didReceiveData(const QByteArray &bytes) override
+        {
+            if (body.size() + bytes.size() > largestReplyInMemory)
+                return false;
+            body += bytes;
+            return true;
+        }
+
+        QByteArray body;
+    };
+
+    Memory memory;
+    HttpExchange exchange(request);
+    HttpReply reply;
+    reply.error = exchange.run(memory);
+    reply.response = exchange.response();
+    reply.body = std::move(memory.body);
+    return reply;
+}
+
+} // namespace ZVPlatform

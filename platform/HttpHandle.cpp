@@ -1,0 +1,69 @@
+#include "HttpHandle.h"
+
+#include <mutex>
+#include <utility>
+#include <vector>
+
+namespace ZVPlatform {
+
+namespace {
+
+constexpr size_t mostIdleHandles = 4;
+
+struct Pool
+{
+    std::mutex mutex;
+    std::vector<std::unique_ptr<HttpHandle>> idle; // Guarded by mutex.
+};
+
+Pool &pool()
+{
+    // Never destroyed: an exchange may still be running when the process is on its way out.
+    static Pool *instance = new Pool;
+    return *instance;
+}
+
+void initialiseCurl()
+{
+    // Counted by curl, so this neither disturbs a host that uses curl itself nor depends on one.
+    static const CURLcode result = curl_global_init(CURL_GLOBAL_DEFAULT);
+    static_cast<void>(result);
+}
+
+} // namespace
+
+HttpHandle::HttpHandle()
+{
+    initialiseCurl();
+    easy = curl_easy_init();
+    multi = curl_multi_init();
+}
+
+HttpHandle::~HttpHandle()
+{
+    curl_easy_cleanup(easy);
+    curl_multi_cleanup(multi);
+}
+
+std::unique_ptr<HttpHandle> HttpHandlePool::take()
+{
+    {
+        const std::lock_guard lock(pool().mutex);
+        if (!pool().idle.empty()) {
+            auto handle = std::move(pool().idle.back());
+            pool().idle.pop_back();
+            return handle;
+        }
+    }
+    return std::make_unique<HttpHandle>();
+}
+
+void HttpHandlePool::giveBack(std::unique_ptr<HttpHandle> handle)
+{
+    curl_easy_reset(handle->easy);
+    const std::lock_guard lock(pool().mutex);
+    if (pool().idle.size() < mostIdleHandles)
+        pool().idle.push_back(std::move(handle));
+}
+
+} // namespace ZVPlatform

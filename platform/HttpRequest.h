@@ -1,0 +1,27 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+
+#include <vector>
+
+namespace ZVPlatform {
+
+enum class HttpMethod { Get, Head, Post };
+
+struct HttpHeader
+{
+    QByteArray name;
+    QByteArray value;
+};
+
+/// A request without a body. The header fields go out as they stand and in their order, besides
+/// what HTTP itself needs (Host, Accept).
+struct HttpRequest
+{
+    HttpMethod method = HttpMethod::Get;
+    QString url;
+    std::vector<HttpHeader> headers;
+};
+
+} // namespace ZVPlatform

@@ -1,0 +1,57 @@
+#include "Locale.h"
+
+#include <QLocale>
+
+namespace ZVPlatform {
+
+namespace {
+
+void appendOnce(QStringList &list, const QString &text)
+{
+    if (!text.isEmpty() && !list.contains(text))
+        list.append(text);
+}
+
+// From "zh-TW": zh-TW, then zh-Hant-TW and zh-Hant (the script that goes without saying), then zh.
+void appendWithShorterForms(QStringList &languages, const QString &language)
+{
+    appendOnce(languages, language);
+    const QLocale locale(language);
+    const QString code = QLocale::languageToCode(locale.language());
+    const QString script = QLocale::scriptToCode(locale.script());
+    const QString territory = QLocale::territoryToCode(locale.territory());
+    const QString dash = QStringLiteral("-");
+    if (!script.isEmpty() && !territory.isEmpty())
+        appendOnce(languages, code + dash + script + dash + territory);
+    if (!script.isEmpty())
+        appendOnce(languages, code + dash + script);
+    appendOnce(languages, code);
+}
+
+bool isC(const QLocale &locale)
+{
+    return locale.language() == QLocale::C || locale.name() == QLatin1String("C");
+}
+
+} // namespace
+
+QString currentLocaleIdentifier()
+{
+    const QLocale locale = QLocale::system();
+    return isC(locale) ? QStringLiteral("en") : locale.name();
+}
+
+QStringList preferredLanguages()
+{
+    QStringList languages;
+    const QStringList preferred = QLocale::system().uiLanguages();
+    for (const QString &language : preferred) {
+        if (isC(QLocale(language)))
+            appendOnce(languages, QStringLiteral("en"));
+        else
+            appendWithShorterForms(languages, language);
+    }
+    return languages;
+}
+
+} // namespace ZVPlatform

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <QDateTime>
+#include <QString>
+
+#include <optional>
+
+namespace ZVPlatform {
+
+/// The user's standard preferences: the settings of the host application, shared with its other
+/// processes. Reading answers nothing for a key that is absent or holds something else. From one
+/// thread at a time.
+class Preferences
+{
+public:
+    static std::optional<bool> boolean(const QString &key);
+    static void setBoolean(const QString &key, bool value);
+
+    static std::optional<QDateTime> date(const QString &key);
+    static void setDate(const QString &key, const QDateTime &value);
+
+    static std::optional<QString> text(const QString &key);
+    static void setText(const QString &key, const QString &value);
+
+    static void remove(const QString &key);
+
+    /// Writes what has been set and reads what other processes have written. False when the
+    /// preferences cannot be read or written.
+    static bool synchronise();
+};
+
+} // namespace ZVPlatform

@@ -1,0 +1,40 @@
+#include "RunLoop.h"
+
+#include <QAbstractEventDispatcher>
+#include <QEventLoop>
+#include <QTimer>
+
+#include <thread>
+
+namespace ZVPlatform {
+
+namespace {
+
+// How often finished() is asked while waiting.
+constexpr std::chrono::milliseconds pollInterval(5);
+
+} // namespace
+
+void runCurrentRunLoop(std::chrono::milliseconds limit, const std::function<bool()> &finished)
+{
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    const auto over = [&] { return finished() || std::chrono::steady_clock::now() >= deadline; };
+
+    if (!QAbstractEventDispatcher::instance()) {
+        while (!over())
+            std::this_thread::sleep_for(pollInterval);
+        return;
+    }
+    if (over())
+        return;
+    QEventLoop loop;
+    QTimer timer;
+    QObject::connect(&timer, &QTimer::timeout, &loop, [&] {
+        if (over())
+            loop.quit();
+    });
+    timer.start(pollInterval);
+    loop.exec(QEventLoop::ExcludeUserInputEvents);
+}
+
+} // namespace ZVPlatform

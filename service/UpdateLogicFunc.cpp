@@ -1,0 +1,140 @@
+#include "UpdateLogicFunc.h"
+
+#include "../platform/Files.h"
+#include "../platform/RunLoop.h"
+#include "../platform/SystemLog.h"
+#include "../transport/HttpFunctionPost.h"
+
+#include <chrono>
+
+using namespace ZVPlatform;
+
+namespace {
+
+constexpr std::chrono::milliseconds waitStep(500);
+
+// Developers point the system at another service with this file. What it holds is used as it
+// stands, a line end included.
+QString baseURL()
+{
+    const auto override =
+        Files::readText(Files::expandTilde(QStringLiteral("~/Documents/ConsoleZVUpdate.mac")));
+    return override.value_or(QStringLiteral(ZVUPDATE_SERVICE_URL));
+}
+
+// Arguments go into a command as they are: sealed, they need no escaping.
+QString checkCommand(const QString &productID, const QString &productVersion)
+{
+    return QStringLiteral("cmd=checkupd&id=") + productID + QStringLiteral("&ver=") +
+           productVersion;
+}
+
+QString downloadCommand(const QString &token, const QString &fileName)
+{
+    return QStringLiteral("cmd=download&tk=") + token + QStringLiteral("&fn=") + fileName;
+}
+
+} // namespace
+
+UpdateLogicFunc::UpdateLogicFunc() : mBaseURL_(baseURL()) {}
+
+UpdateLogicFunc::~UpdateLogicFunc()
+{
+    // Asked again at each step: a download that has not begun its transfer yet cannot be stopped,
+    // and must not hold up its host for its whole length.
+    const auto download = mDownload();
+    const bool isWithinReport = download && download->isReportingHere();
+    do {
+        doStopDownload();
+        runCurrentRunLoop(waitStep, [this] { return doCheckDownloadStop(); });
+    } while (!doCheckDownloadStop() && !isWithinReport);
+    retire();
+    releaseDownload();
+}
+
+std::shared_ptr<CheckUpdateResponse> UpdateLogicFunc::doCheckUpdate(const QString &productID,
+                                                                    const QString &productVersion)
+{
+    const auto transport = HttpFunctionPost::getPost(mBaseURL(), nullptr);
+    return CheckUpdateResponse::getFromJson(
+        transport->DoPost(checkCommand(productID, productVersion), std::nullopt));
+}
+
+std::shared_ptr<BaseResponse> UpdateLogicFunc::doGetToken()
+{
+    const auto transport = HttpFunctionPost::getPost(mBaseURL(), nullptr);
+    return std::make_shared<BaseResponse>(
+        transport->DoPost(QStringLiteral("cmd=gettoken"), std::nullopt));
+}
+
+uint64_t UpdateLogicFunc::doGetFileSize(const QString &token, const QString &fileName)
+{
+    const auto transport = HttpFunctionPost::getPost(mBaseURL(), nullptr);
+    return transport->getFileSize(downloadCommand(token, fileName));
+}
+
+int64_t UpdateLogicFunc::doStartDownload(const QString &token, const QString &fileName,
+                                         const QString &localPath)
+{
+    failure_.set(std::nullopt);
+    const auto transport = HttpFunctionPost::getPost(mBaseURL(), this);
+    mDownload_.set(transport);
+    transport->DoDownloadAsync(downloadCommand(token, fileName), localPath);
+    return 1;
+}
+
+bool UpdateLogicFunc::doCheckDownloadStop() const
+{
+    const auto download = mDownload();
+    return !download || download->isThreadStop();
+}
+
+int64_t UpdateLogicFunc::doStopDownload()
+{
+    if (const auto download = mDownload())
+        download->threadStop();
+    return 1;
+}
+
+UpdateDownloadProgress UpdateLogicFunc::doGetDownloadProgress() const
+{
+    UpdateDownloadProgress progress;
+    progress.failure = failure_.get();
+    if (const auto download = mDownload()) {
+        progress.received = download->downloadedBytes();
+        if (const int64_t expected = download->expectedBytes(); expected >= 0)
+            progress.total = static_cast<uint64_t>(expected);
+    }
+    return progress;
+}
+
+void UpdateLogicFunc::releaseDownload()
+{
+    mDownload_.set(nullptr);
+}
+
+void UpdateLogicFunc::waitOne()
+{
+    do {
+        runCurrentRunLoop(waitStep, [this] { return doCheckDownloadStop(); });
+    } while (!doCheckDownloadStop());
+}
+
+void UpdateLogicFunc::setDelegate(UpdateLogicFuncDelegate *delegate)
+{
+    delegate_.set(DelegateRef(delegate));
+}
+
+void UpdateLogicFunc::downloadFinishWithFilePath(const QString &path)
+{
+    delegate_.get().call(
+        [&](UpdateLogicFuncDelegate &delegate) { delegate.downloadFinishWithFilePath(path); });
+}
+
+void UpdateLogicFunc::downloadFinishWithError(const Error &error)
+{
+    failure_.set(error.localizedDescription.isEmpty()
+                     ? QStringLiteral("HTTP status %1").arg(error.code)
+                     : error.localizedDescription);
+    systemLog(QStringLiteral("download Finish Error: ") + error.debugDescription());
+}

@@ -1,0 +1,100 @@
+#pragma once
+
+#include "../platform/Export.h"
+#include "../platform/Guarded.h"
+#include "../transport/HttpFunctionPostDelegate.h"
+#include "BaseResponse.h"
+#include "CheckUpdateResponse.h"
+#include "UpdateLogicFuncDelegate.h"
+
+#include <QString>
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+
+class HttpFunctionPost;
+
+/// How far a service client's download has come.
+struct UpdateDownloadProgress
+{
+    /// The size in bytes that the local file has reached, an earlier run's part included.
+    uint64_t received = 0;
+    /// The size in bytes that it will have in the end; absent while that is unknown.
+    std::optional<uint64_t> total;
+    /// Why the download failed or was stopped, in a sentence for logs; absent when it did not.
+    std::optional<QString> failure;
+};
+
+/// The client of the update service: its four commands and the one background download.
+///
+/// Hosts get theirs from ZVUpdateProc, to follow or stop a download. Owned by std::shared_ptr. The
+/// commands block the calling thread for one HTTP exchange each, without running its event loop,
+/// and are made from one thread at a time; the other functions may be called from any thread.
+class ZVUPDATE_EXPORT UpdateLogicFunc final : public HttpFunctionPostDelegate
+{
+public:
+    /// A client of the service whose base URL stands in "~/Documents/ConsoleZVUpdate.mac", exactly
+    /// as that file has it, or, without a readable file, of the one the library was built for.
+    UpdateLogicFunc();
+
+    /// Stops a running download and waits until it has ended, running the calling thread's event
+    /// loop meanwhile.
+    ~UpdateLogicFunc() override;
+
+    UpdateLogicFunc(const UpdateLogicFunc &) = delete;
+    UpdateLogicFunc &operator=(const UpdateLogicFunc &) = delete;
+
+    /// Asks for an update of a product. Never null; ok is false when there is none, and also when
+    /// the service could not be reached or its reply is broken.
+    std::shared_ptr<CheckUpdateResponse> doCheckUpdate(const QString &productID,
+                                                       const QString &productVersion);
+
+    /// Asks for a download token: the reply's ID, when its ok is true.
+    std::shared_ptr<BaseResponse> doGetToken();
+
+    /// Asks for the size in bytes of an update file. 0 when it cannot be learnt, all ones when the
+    /// service does not say.
+    uint64_t doGetFileSize(const QString &token, const QString &fileName);
+
+    /// Starts downloading an update file to a local path in the background, resuming what is there,
+    /// and returns 1 at once. A download that is already running goes on beside it.
+    int64_t doStartDownload(const QString &token, const QString &fileName,
+                            const QString &localPath);
+
+    /// Whether no download is running. True before the first; once true after a download, its end
+    /// has been reported and dealt with.
+    bool doCheckDownloadStop() const;
+
+    /// Stops a running transfer, whose received bytes stay in the local file, and returns 1. A
+    /// download that has not begun its transfer yet is not stopped: ask again.
+    int64_t doStopDownload();
+
+    /// How far the current or last download has come.
+    UpdateDownloadProgress doGetDownloadProgress() const;
+
+    /// Lets go of the download's transport.
+    void releaseDownload();
+
+    /// Waits until no download is running, in steps of the calling thread's event loop.
+    void waitOne();
+
+    /// The transport of the running or last download; null before the first.
+    std::shared_ptr<HttpFunctionPost> mDownload() const { return mDownload_.get(); }
+    void setMDownload(const std::shared_ptr<HttpFunctionPost> &d) { mDownload_.set(d); }
+    QString mBaseURL() const { return mBaseURL_.get(); }
+    void setMBaseURL(const QString &url) { mBaseURL_.set(url); }
+    /// Not owned; null when there is none or it has been destroyed.
+    UpdateLogicFuncDelegate *delegate() const { return delegate_.get().get(); }
+    void setDelegate(UpdateLogicFuncDelegate *delegate);
+
+    // From the transport.
+    void downloadFinishWithFilePath(const QString &path) override;
+    void downloadFinishWithError(const ZVPlatform::Error &error) override;
+
+private:
+    ZVPlatform::Guarded<std::shared_ptr<HttpFunctionPost>> mDownload_;
+    ZVPlatform::Guarded<QString> mBaseURL_;
+    ZVPlatform::Guarded<ZVPlatform::DelegateRef<UpdateLogicFuncDelegate>> delegate_;
+    ZVPlatform::Guarded<std::optional<QString>> failure_;
+};

@@ -1,0 +1,238 @@
+#include "HttpFunctionPost.h"
+
+#include "../platform/Files.h"
+#include "../platform/HttpTransfer.h"
+#include "../platform/MainQueue.h"
+#include "../platform/SerialQueue.h"
+#include "../platform/SystemLog.h"
+#include "../platform/Text.h"
+#include "../service/HttpFunctionURLEncode.h"
+#include "DownloadMode.h"
+
+#include <utility>
+
+using namespace ZVPlatform;
+
+double kZVAppKitVersionNumber = 1343.0;
+
+namespace {
+
+constexpr double firstVersionWithSessions = 1343.0;
+
+bool isSuccess(int status)
+{
+    return status >= 200 && status <= 299;
+}
+
+Error httpError(int status)
+{
+    return {QStringLiteral("HTTP Error"), status, {}};
+}
+
+std::vector<HttpHeader> downloadHeaders(uint64_t offset)
+{
+    std::vector<HttpHeader> headers;
+    if (offset != 0)
+        headers.push_back({"Range", "bytes=" + QByteArray::number(qulonglong(offset)) + "-"});
+    // The service knows its clients by this browser's name on every platform.
+    headers.push_back({"User-Agent", "Mozilla/5.0 (Windows NT 6.3; WOW64; rv:36.0) Gecko/20100101 "
+                                     "Firefox/36.0"});
+    headers.push_back({"Connection", "Keep-Alive"});
+    return headers;
+}
+
+} // namespace
+
+template <class Call>
+void HttpFunctionPost::report(Call &&call)
+{
+    reportingThread_ = std::this_thread::get_id();
+    delegate_.get().call(call);
+    reportingThread_ = std::thread::id();
+}
+
+/// What a running transfer calls. It owns the transport for as long as the transfer lasts, and its
+/// own end is the end of the download, however that came about.
+class HttpFunctionPost::Callbacks : public HttpTransferObserver
+{
+public:
+    Callbacks(std::shared_ptr<HttpFunctionPost> transport, HttpTransfer::Delivery delivery)
+        : transport_(std::move(transport)),
+          passesNetworkErrors_(delivery == HttpTransfer::Delivery::Queue)
+    {
+    }
+
+    ~Callbacks() override { transport_->mThreadEnded_ = 1; }
+
+    Callbacks(const Callbacks &) = delete;
+    Callbacks &operator=(const Callbacks &) = delete;
+
+    void didReceiveResponse(const HttpResponse &response) override
+    {
+        transport_->lastResponse_ = response.status;
+        if (isSuccess(response.status) && response.expectedContentLength >= 0)
+            transport_->expectedBytes_ =
+                static_cast<int64_t>(transport_->downloadedBytes_) + response.expectedContentLength;
+    }
+
+    void didReceiveData(const QByteArray &bytes) override
+    {
+        if (!isSuccess(transport_->lastResponse_))
+            return;
+        Files::append(transport_->mCancelDownloadTempFile().value_or(QString()), bytes);
+        transport_->downloadedBytes_ += static_cast<uint64_t>(bytes.size());
+    }
+
+    void didFinish(const std::optional<Error> &error) override
+    {
+        const int status = transport_->lastResponse_;
+        if (!error && isSuccess(status))
+            reportFile();
+        else if (error && isSuccess(status) && passesNetworkErrors_)
+            reportError(*error);
+        else // A connection never says more than the status it got, even when that is a success.
+            reportError(httpError(status));
+        transport_->mThreadEnded_ = 1;
+    }
+
+private:
+    void reportFile()
+    {
+        const QString path = transport_->mCancelDownloadTempFile().value_or(QString());
+        transport_->report(
+            [&](HttpFunctionPostDelegate &delegate) { delegate.downloadFinishWithFilePath(path); });
+    }
+
+    void reportError(const Error &error)
+    {
+        transport_->report(
+            [&](HttpFunctionPostDelegate &delegate) { delegate.downloadFinishWithError(error); });
+    }
+
+    const std::shared_ptr<HttpFunctionPost> transport_;
+    const bool passesNetworkErrors_;
+};
+
+std::shared_ptr<HttpFunctionPost> HttpFunctionPost::getPost(const QString &url,
+                                                            HttpFunctionPostDelegate *delegate)
+{
+    return std::make_shared<HttpFunctionPost>(url, delegate);
+}
+
+HttpFunctionPost::HttpFunctionPost(const QString &url, HttpFunctionPostDelegate *delegate)
+    : mUrl_(url), delegate_(DelegateRef(delegate))
+{
+}
+
+HttpFunctionPost::~HttpFunctionPost()
+{
+    threadStop();
+}
+
+std::optional<QString> HttpFunctionPost::DoPost(const QString &params,
+                                                const std::optional<QByteArray> & /*data*/)
+{
+    const QString sealed = HttpFunctionURLEncode::encode(params);
+    if (sealed.isEmpty())
+        return QString();
+
+    const HttpReply reply =
+        sendSynchronously({HttpMethod::Post,
+                           sealedUrl(sealed),
+                           {{"Connection", "Keep-Alive"},
+                            {"Content-Type", "application/x-www-form-urlencoded"},
+                            {"Content-Length", "0"}}});
+    if (reply.error) {
+        systemLog(QStringLiteral("connect error: ") + reply.error->localizedDescription);
+        return std::nullopt;
+    }
+    return textFromUtf8(reply.body);
+}
+
+uint64_t HttpFunctionPost::getFileSize(const QString &params)
+{
+    const QString sealed = HttpFunctionURLEncode::encode(params);
+    if (sealed.isEmpty())
+        return 0;
+
+    const HttpReply reply = sendSynchronously({HttpMethod::Head, sealedUrl(sealed), {}});
+    return reply.error ? 0 : static_cast<uint64_t>(reply.response.expectedContentLength);
+}
+
+int64_t HttpFunctionPost::DoDownloadAsync(const QString &params, const QString &localFilePath)
+{
+    if (!mDownloadQueue_)
+        mDownloadQueue_ =
+            std::make_unique<SerialQueue>(QStringLiteral("Download_Queue_HttpFunction"));
+    const QString url = sealedUrl(HttpFunctionURLEncode::encode(params));
+    mDownloadQueue_->async([self = shared_from_this(), url, localFilePath] {
+        self->DownloadFile(url, localFilePath);
+    });
+    return 1;
+}
+
+void HttpFunctionPost::DownloadFile(const QString &url, const QString &localFilePath)
+{
+    if (mOpen_ != 0)
+        return;
+    mCancelDownloadTempFile_.set(localFilePath);
+    const uint64_t offset = Files::size(localFilePath);
+    downloadedBytes_ = offset;
+
+    const HttpRequest request{HttpMethod::Get, url, downloadHeaders(offset)};
+    if (kZVAppKitVersionNumber < firstVersionWithSessions)
+        startConnection(request);
+    else
+        startSession(request);
+    mOpen_ = 1;
+}
+
+void HttpFunctionPost::startSession(const HttpRequest &request)
+{
+    constexpr auto delivery = HttpTransfer::Delivery::Queue;
+    const auto session = std::make_shared<SerialQueue>(QStringLiteral("URL_Session"));
+    const auto task = std::make_shared<HttpTransfer>(
+        request, std::make_shared<Callbacks>(shared_from_this(), delivery), session, delivery);
+    currentSession_.set(session);
+    currentDownloadTask_.set(task);
+    task->resume();
+}
+
+// The callbacks come with the connection, but are made here: should the main thread never get to
+// make the connection, their end says that the download is over.
+void HttpFunctionPost::startConnection(const HttpRequest &request)
+{
+    constexpr auto delivery = HttpTransfer::Delivery::MainThread;
+    MainQueue::async(
+        [this, request, callbacks = std::make_shared<Callbacks>(shared_from_this(), delivery)] {
+            const auto connection = std::make_shared<HttpTransfer>(
+                request, callbacks, std::make_shared<SerialQueue>(QStringLiteral("URL_Connection")),
+                delivery);
+            currentConnection_.set(connection);
+            connection->resume();
+        });
+}
+
+int64_t HttpFunctionPost::threadStop()
+{
+    if (const auto task = currentDownloadTask_.get()) {
+        task->cancel();
+        mThreadEndFlag_ = 1;
+    }
+    if (const auto connection = currentConnection_.get()) {
+        connection->cancel();
+        mThreadEnded_ = 1;
+        mThreadEndFlag_ = 1;
+    }
+    return 0;
+}
+
+bool HttpFunctionPost::isThreadStop() const
+{
+    return mOpen_ == 1 && mThreadEnded_ == 1;
+}
+
+void HttpFunctionPost::setDelegate(HttpFunctionPostDelegate *delegate)
+{
+    delegate_.set(DelegateRef(delegate));
+}

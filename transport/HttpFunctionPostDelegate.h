@@ -1,0 +1,22 @@
+#pragma once
+
+#include "../platform/DelegateAnchor.h"
+#include "../platform/Error.h"
+#include "../platform/Export.h"
+
+#include <QString>
+
+/// Hears how a download ended: one of the two calls, once, unless the download was stopped in
+/// connection mode. The thread is a background thread in session mode and the main thread in
+/// connection mode.
+class ZVUPDATE_EXPORT HttpFunctionPostDelegate : public ZVPlatform::DelegateAnchor
+{
+public:
+    virtual ~HttpFunctionPostDelegate() = default;
+
+    /// The transfer succeeded; the file at path holds what was received.
+    virtual void downloadFinishWithFilePath(const QString &path) = 0;
+
+    /// The transfer failed or was stopped. What was received stays in the file.
+    virtual void downloadFinishWithError(const ZVPlatform::Error &error) = 0;
+};

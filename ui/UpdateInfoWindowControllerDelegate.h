@@ -1,0 +1,17 @@
+#pragma once
+
+#include "../platform/DelegateAnchor.h"
+#include "../platform/Export.h"
+
+#include <cstdint>
+
+/// Hears what the user chose in the prompt window. Main thread only.
+class ZVUPDATE_EXPORT UpdateInfoWindowControllerDelegate : public ZVPlatform::DelegateAnchor
+{
+public:
+    virtual ~UpdateInfoWindowControllerDelegate() = default;
+
+    /// 1: the user chose to update, and the installer has been opened. 0: the user declined. A
+    /// window that is closed without a choice says nothing.
+    virtual void infoWindowClosedActions(uint64_t action) = 0;
+};
