@@ -1,0 +1,254 @@
+#include "ScriptedServer.h"
+
+#include "../../service/HttpFunctionURLEncode.h"
+
+#include <QtGlobal>
+
+#include <chrono>
+#include <optional>
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr std::chrono::seconds patience(30);
+
+sockaddr_in loopback(quint16 port)
+{
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(port);
+    return address;
+}
+
+bool sendAll(int socket, const QByteArray &bytes)
+{
+    for (qsizetype sent = 0; sent < bytes.size();) {
+        const ssize_t result = ::send(socket, bytes.constData() + sent,
+                                      static_cast<size_t>(bytes.size() - sent), MSG_NOSIGNAL);
+        if (result <= 0)
+            return false;
+        sent += result;
+    }
+    return true;
+}
+
+// Takes a request from what has been received, and receives more as long as it takes. Nothing when
+// the client has gone.
+std::optional<ScriptedServer::Request> receiveRequest(int socket, QByteArray &received)
+{
+    qsizetype end = -1;
+    while ((end = received.indexOf("\r\n\r\n")) < 0) {
+        char buffer[4096];
+        const ssize_t length = ::recv(socket, buffer, sizeof buffer, 0);
+        if (length <= 0)
+            return std::nullopt;
+        received.append(buffer, length);
+    }
+    ScriptedServer::Request request;
+    for (const QByteArray &line : received.left(end).split('\n'))
+        request.headerLines.append(line.trimmed());
+    received.remove(0, end + 4);
+    const QByteArrayList requestLine = request.headerLines.takeFirst().split(' ');
+    request.method = requestLine.value(0);
+    request.target = requestLine.value(1);
+    return request;
+}
+
+} // namespace
+
+ScriptedServer::ScriptedServer(Handler handler) : handler_(std::move(handler))
+{
+    sockaddr_in address = loopback(0);
+    socklen_t length = sizeof address;
+    const auto generic = reinterpret_cast<sockaddr *>(&address);
+    listener_ = ::socket(AF_INET, SOCK_STREAM, 0);
+    if (::bind(listener_, generic, length) != 0 || ::listen(listener_, 64) != 0 ||
+        ::getsockname(listener_, generic, &length) != 0)
+        qFatal("No port on the loopback interface can be listened on.");
+    port_ = ntohs(address.sin_port);
+    acceptor_ = std::thread([this] { acceptConnections(); });
+}
+
+ScriptedServer::ScriptedServer(const Reply &reply)
+    : ScriptedServer([reply](const Request &) { return reply; })
+{
+}
+
+ScriptedServer::~ScriptedServer()
+{
+    stopping_ = true;
+    // A connection of its own wakes the acceptor on every system.
+    const sockaddr_in address = loopback(port_);
+    const int waker = ::socket(AF_INET, SOCK_STREAM, 0);
+    ::connect(waker, reinterpret_cast<const sockaddr *>(&address), sizeof address);
+    acceptor_.join();
+    ::close(waker);
+    ::close(listener_);
+    {
+        const std::lock_guard lock(mutex_);
+        for (const auto &connection : connections_)
+            if (connection->socket >= 0)
+                ::shutdown(connection->socket, SHUT_RDWR);
+    }
+    for (const auto &connection : connections_)
+        connection->thread.join();
+}
+
+QString ScriptedServer::url(const QString &path) const
+{
+    return QStringLiteral("http://127.0.0.1:%1").arg(port_) + path;
+}
+
+void ScriptedServer::setHandler(Handler handler)
+{
+    const std::lock_guard lock(handling_);
+    handler_ = std::move(handler);
+}
+
+std::vector<ScriptedServer::Request> ScriptedServer::requests() const
+{
+    const std::lock_guard lock(mutex_);
+    return requests_;
+}
+
+void ScriptedServer::acceptConnections()
+{
+    for (;;) {
+        const int socket = ::accept(listener_, nullptr, nullptr);
+        const std::lock_guard lock(mutex_);
+        if (stopping_) {
+            ::close(socket);
+            return;
+        }
+        Connection &connection = *connections_.emplace_back(std::make_unique<Connection>());
+        connection.number = static_cast<int>(connections_.size());
+        connection.socket = socket;
+        connection.thread = std::thread([this, &connection] {
+            serve(connection);
+            end(connection);
+        });
+    }
+}
+
+void ScriptedServer::serve(Connection &connection)
+{
+    QByteArray received;
+    while (auto request = receiveRequest(connection.socket, received)) {
+        request->connection = connection.number;
+        {
+            const std::lock_guard lock(mutex_);
+            requests_.push_back(*request);
+        }
+        std::unique_lock lock(handling_);
+        const Reply reply = handler_(*request);
+        lock.unlock();
+        if (!perform(reply, *request, connection))
+            return;
+    }
+}
+
+// False when the connection is over.
+bool ScriptedServer::perform(const Reply &reply, const Request &request, Connection &connection)
+{
+    const int socket = connection.socket;
+    using Step = Reply::Step;
+    for (const Step &step : reply.steps_) {
+        switch (step.kind) {
+        case Step::SendBody:
+            if (request.method == "HEAD")
+                break;
+            [[fallthrough]];
+        case Step::Send:
+            if (!sendAll(socket, step.bytes))
+                return false;
+            break;
+        case Step::Wait:
+            if (!wait(*step.gate))
+                return false;
+            break;
+        case Step::Reset: {
+            const linger discard = {1, 0};
+            ::setsockopt(socket, SOL_SOCKET, SO_LINGER, &discard, sizeof discard);
+            [[fallthrough]];
+        }
+        case Step::Close:
+            end(connection);
+            return false;
+        }
+    }
+    return true;
+}
+
+bool ScriptedServer::wait(Gate &gate) const
+{
+    gate.reached_ = true;
+    const auto deadline = std::chrono::steady_clock::now() + patience;
+    while (!gate.isOpen()) {
+        if (stopping_ || std::chrono::steady_clock::now() >= deadline)
+            return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
+}
+
+void ScriptedServer::end(Connection &connection)
+{
+    const std::lock_guard lock(mutex_);
+    if (connection.socket >= 0)
+        ::close(connection.socket);
+    connection.socket = -1;
+}
+
+ScriptedServer::Reply ScriptedServer::Reply::whole(int status, const QByteArray &body,
+                                                   const QByteArrayList &furtherHeaderLines)
+{
+    QByteArrayList lines = furtherHeaderLines;
+    lines.prepend("HTTP/1.1 " + QByteArray::number(status) + " Scripted");
+    lines.append("Content-Length: " + QByteArray::number(body.size()));
+    Reply reply;
+    reply.send(lines.join("\r\n") + "\r\n\r\n");
+    return reply.add({Step::SendBody, body, nullptr});
+}
+
+ScriptedServer::Reply ScriptedServer::Reply::file(const Request &request, const QByteArray &content)
+{
+    const QByteArray range = request.header("Range");
+    if (!range.startsWith("bytes=") || !range.endsWith('-'))
+        return whole(200, content);
+    const QByteArray size = QByteArray::number(content.size());
+    const qsizetype first = range.mid(6, range.size() - 7).toLongLong();
+    if (first >= content.size())
+        return whole(416, {}, {"Content-Range: bytes */" + size});
+    return whole(206, content.mid(first),
+                 {"Content-Range: bytes " + QByteArray::number(first) + '-' +
+                  QByteArray::number(content.size() - 1) + '/' + size});
+}
+
+ScriptedServer::Reply &ScriptedServer::Reply::add(Step step)
+{
+    steps_.push_back(std::move(step));
+    return *this;
+}
+
+QByteArray ScriptedServer::Request::header(const QByteArray &name) const
+{
+    for (const QByteArray &line : headerLines) {
+        const qsizetype colon = line.indexOf(':');
+        if (line.left(colon).compare(name, Qt::CaseInsensitive) == 0)
+            return line.mid(colon + 1).trimmed();
+    }
+    return {};
+}
+
+QString ScriptedServer::Request::command() const
+{
+    const qsizetype key = target.indexOf("dt=");
+    if (key < 0)
+        return {};
+    return HttpFunctionURLEncode::decode(QString::fromLatin1(target.mid(key + 3))).value_or({});
+}
