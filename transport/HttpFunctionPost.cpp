@@ -202,15 +202,15 @@ void HttpFunctionPost::startSession(const HttpRequest &request)
 // make the connection, their end says that the download is over.
 void HttpFunctionPost::startConnection(const HttpRequest &request)
 {
-    constexpr auto delivery = HttpTransfer::Delivery::MainThread;
-    MainQueue::async(
-        [this, request, callbacks = std::make_shared<Callbacks>(shared_from_this(), delivery)] {
-            const auto connection = std::make_shared<HttpTransfer>(
-                request, callbacks, std::make_shared<SerialQueue>(QStringLiteral("URL_Connection")),
-                delivery);
-            currentConnection_.set(connection);
-            connection->resume();
-        });
+    const auto delivery = HttpTransfer::Delivery::MainThread;
+    MainQueue::async([this, request, delivery,
+                      callbacks = std::make_shared<Callbacks>(shared_from_this(), delivery)] {
+        const auto connection = std::make_shared<HttpTransfer>(
+            request, callbacks, std::make_shared<SerialQueue>(QStringLiteral("URL_Connection")),
+            delivery);
+        currentConnection_.set(connection);
+        connection->resume();
+    });
 }
 
 int64_t HttpFunctionPost::threadStop()
