@@ -1,0 +1,245 @@
+#include "RunningService.h"
+
+#include "support/WaitFor.h"
+
+#include <ZVUpdate/service/BaseResponse.h>
+#include <ZVUpdate/service/CheckUpdateResponse.h>
+
+#include <QCryptographicHash>
+#include <QFile>
+#include <QUrl>
+
+#include <gtest/gtest.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr qint64 kHugeSize = (qint64(5) << 30) + 3;
+
+QString md5(const QByteArray &bytes)
+{
+    return QString::fromLatin1(QCryptographicHash::hash(bytes, QCryptographicHash::Md5).toHex());
+}
+
+class ServiceTest : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        for (int i = 0; i < 100'000; ++i)
+            installer_.append(char(i % 251));
+        RunningService::write(service_.served(u"files/new.bin"_s), installer_);
+        QFile huge(service_.served(u"files/huge.bin"_s));
+        ASSERT_TRUE(huge.open(QIODevice::WriteOnly));
+        ASSERT_TRUE(huge.seek(kHugeSize - 3) && huge.write("end") == 3);
+        RunningService::write(service_.served(u"releases.json"_s), R"({"products": [
+            {"id": "P&ver=1", "releases": [
+              {"version": "2103", "installer": "files/new.bin",
+               "notes": {"en": "Faster.", "zh-TW": "更快。"}},
+              {"version": "99", "installer": "files/huge.bin"}]}]})");
+    }
+
+    CheckUpdateResponse check(const QString &id, const QString &version)
+    {
+        const auto response =
+            service_.request("POST", u"cmd=checkupd&id=%1&ver=%2"_s.arg(id, version));
+        EXPECT_EQ(response.status, 200);
+        EXPECT_EQ(response.headers.value("content-type"), "application/json");
+        return *CheckUpdateResponse::getFromJson(QString::fromUtf8(response.body));
+    }
+
+    RunningService service_;
+    QByteArray installer_;
+};
+
+} // namespace
+
+TEST_F(ServiceTest, AnnouncesTheNewestReleaseToOlderClientsOnly)
+{
+    ASSERT_TRUE(service_.start());
+    for (const QString &version : {u"2100"_s, u"99"_s, u"2102.9"_s, QString()}) {
+        const auto found = check(u"P&ver=1"_s, version);
+        EXPECT_TRUE(found.ok());
+        EXPECT_EQ(found.ZVUpdateVersion(), u"2103"_s);
+        EXPECT_EQ(found.ZVMD5(), md5(installer_));
+        EXPECT_EQ(found.getUpdateMessageWithLang(u"zh-TW"_s), u"更快。"_s);
+        EXPECT_EQ(found.getUpdateMessageWithLang(u"en"_s), u"Faster."_s);
+    }
+    for (const QString &version : {u"2103"_s, u"2103.0"_s, u"10000"_s}) {
+        const auto none = check(u"P&ver=1"_s, version);
+        EXPECT_FALSE(none.ok());
+        EXPECT_TRUE(none.msg()->contains(u"no newer version"_s)) << none.msg()->toStdString();
+    }
+    EXPECT_TRUE(check(u"P"_s, u"1"_s).msg()->contains(u"unknown product"_s));
+}
+
+TEST_F(ServiceTest, RefusesWhatIsNoCommand)
+{
+    ASSERT_TRUE(service_.start());
+    for (const QString &command : {u"cmd=none"_s, u"cmd=checkupd&id=P"_s, u"x"_s, u"CMD=gettoken"_s,
+                                   u"cmd=download&tk=1"_s}) {
+        const auto response = service_.request("POST", command);
+        const BaseResponse reply(QString::fromUtf8(response.body));
+        EXPECT_EQ(response.status, 200) << command.toStdString();
+        EXPECT_FALSE(reply.ok());
+        EXPECT_TRUE(reply.msg()->contains(u"bad command"_s)) << command.toStdString();
+        EXPECT_EQ(service_.request("GET", command).status, 400);
+    }
+    for (const char *sealed : {"", "00", "zz", "7D4470DA8E2DCE6836729BBA61EC3DBC"})
+        EXPECT_TRUE(RunningService::requestUrl("POST", service_.baseUrl() + sealed)
+                        .body.contains("bad command"));
+    const QByteArray elsewhere = service_.baseUrl().replace("/Update/", "/update/");
+    EXPECT_EQ(RunningService::requestUrl("POST", elsewhere).status, 404);
+    EXPECT_EQ(service_.request("DELETE", u"cmd=gettoken"_s).status, 405);
+}
+
+TEST_F(ServiceTest, SendsFilesWholeAndInParts)
+{
+    ASSERT_TRUE(service_.start());
+    const QString command = service_.download(u"P&ver=1_2103.exe"_s);
+    const auto whole = service_.request("GET", command);
+    EXPECT_EQ(whole.status, 200);
+    EXPECT_EQ(whole.body, installer_);
+    EXPECT_EQ(whole.headers.value("accept-ranges"), "bytes");
+    EXPECT_EQ(service_.request("GET", command, "bytes=0-0,5-5").body, installer_);
+
+    const auto head = service_.request("HEAD", command);
+    EXPECT_EQ(head.status, 200);
+    EXPECT_EQ(head.headers.value("content-length"), "100000");
+    EXPECT_TRUE(head.body.isEmpty());
+
+    const auto rest = service_.request("GET", command, "bytes=99990-");
+    EXPECT_EQ(rest.status, 206);
+    EXPECT_EQ(rest.headers.value("content-range"), "bytes 99990-99999/100000");
+    EXPECT_EQ(rest.body, installer_.last(10));
+    EXPECT_EQ(service_.request("GET", command, "bytes=5-7").body, installer_.mid(5, 3));
+
+    const auto past = service_.request("GET", command, "bytes=100000-");
+    EXPECT_EQ(past.status, 416);
+    EXPECT_EQ(past.headers.value("content-range"), "bytes */100000");
+}
+
+TEST_F(ServiceTest, SendsFilesPastFourGigabytes)
+{
+    ASSERT_TRUE(service_.start());
+    const QString command = service_.download(u"P&ver=1_99.exe"_s);
+    EXPECT_EQ(service_.request("HEAD", command).headers.value("content-length"),
+              QByteArray::number(kHugeSize));
+    const auto end =
+        service_.request("GET", command, "bytes=" + QByteArray::number(kHugeSize - 4) + '-');
+    EXPECT_EQ(end.status, 206);
+    EXPECT_EQ(end.body, QByteArray("\0end", 4));
+}
+
+TEST_F(ServiceTest, WantsAGoodTokenAndAFileThatExists)
+{
+    ASSERT_TRUE(service_.start({u"--token-lifetime"_s, u"1"_s}));
+    EXPECT_EQ(service_.request("GET", u"cmd=download&tk=T1&fn=P&ver=1_2103.exe"_s).status, 403);
+    EXPECT_EQ(service_.request("HEAD", service_.download(u"P&ver=1_2104.exe"_s)).status, 404);
+    EXPECT_EQ(service_.request("GET", service_.download(u"files/new.bin"_s)).status, 404);
+    const QString command = service_.download(u"P&ver=1_2103.exe"_s);
+    EXPECT_TRUE(waitFor([&] { return service_.request("HEAD", command).status == 403; }));
+    EXPECT_EQ(service_.request("HEAD", service_.download(u"P&ver=1_2103.exe"_s)).status, 200);
+}
+
+TEST_F(ServiceTest, NoticesChangesInTheFolder)
+{
+    ASSERT_TRUE(service_.start());
+    EXPECT_EQ(check(u"P&ver=1"_s, u"1"_s).ZVMD5(), md5(installer_));
+    RunningService::write(service_.served(u"files/new.bin"_s), "rebuilt");
+    EXPECT_EQ(check(u"P&ver=1"_s, u"1"_s).ZVMD5(), md5("rebuilt"));
+
+    RunningService::write(service_.served(u"releases.json"_s), "{\n\n!");
+    EXPECT_EQ(check(u"P&ver=1"_s, u"1"_s).ZVUpdateVersion(), u"2103"_s);
+    EXPECT_TRUE(waitFor([&] { return service_.standardError().contains("releases.json:3:"); }));
+
+    RunningService::write(service_.served(u"releases.json"_s), R"({"products": [{"id": "P2",
+        "releases": [{"version": "7", "installer": "files/new.bin"}]}]})");
+    EXPECT_TRUE(waitFor([&] { return check(u"P2"_s, u"6"_s).ZVUpdateVersion() == u"7"_s; }));
+    EXPECT_FALSE(check(u"P&ver=1"_s, u"1"_s).ok());
+}
+
+TEST_F(ServiceTest, LogsEveryExchangeOnOneLine)
+{
+    ASSERT_TRUE(service_.start());
+    check(u"a\n\"b"_s, u"1"_s);
+    service_.request("GET", service_.download(u"P&ver=1_2103.exe"_s), "bytes=10-19");
+    EXPECT_EQ(service_.stop(), 0);
+    const QByteArray log = service_.standardError();
+    EXPECT_EQ(log.count('\n'), 3) << log.toStdString();
+    for (const char *part :
+         {" POST \"cmd=checkupd&id=a\\u000a\\\"b&ver=1\" 200 ", " POST \"cmd=gettoken\" 200 ",
+          "&fn=P&ver=1_2103.exe\" 206 10 (10-19/100000)\n"})
+        EXPECT_TRUE(log.contains(part)) << log.toStdString();
+}
+
+TEST_F(ServiceTest, PointsClientsHereUntilItEnds)
+{
+    ASSERT_TRUE(service_.start({u"--write-override"_s}));
+    EXPECT_EQ(RunningService::read(service_.overrideFile()), service_.baseUrl());
+    EXPECT_EQ(service_.stop(), 0);
+    EXPECT_FALSE(QFile::exists(service_.overrideFile()));
+}
+
+TEST_F(ServiceTest, LeavesTheDeveloperSOwnOverrideAlone)
+{
+    ASSERT_TRUE(service_.start({u"--write-override"_s}));
+    RunningService::write(service_.overrideFile(), "http://elsewhere.invalid/?dt=");
+    EXPECT_EQ(service_.stop(), 0);
+    EXPECT_EQ(RunningService::read(service_.overrideFile()), "http://elsewhere.invalid/?dt=");
+
+    EXPECT_FALSE(service_.start({u"--write-override"_s}));
+    EXPECT_EQ(service_.exitCode(), 1);
+    EXPECT_TRUE(service_.standardError().contains("ConsoleZVUpdate.mac exists"));
+    EXPECT_EQ(RunningService::read(service_.overrideFile()), "http://elsewhere.invalid/?dt=");
+}
+
+TEST_F(ServiceTest, RefusesWrongArgumentsInOneLine)
+{
+    const QString directory = service_.served({});
+    const QString port = u"--port"_s;
+    const QString lifetime = u"--token-lifetime"_s;
+    const struct
+    {
+        QStringList arguments;
+        const char *named;
+    } cases[] = {
+        {{}, "--directory"},
+        {{u"--directory"_s}, "directory"},
+        {{u"--directory"_s, u"/no/such/folder"_s}, "/no/such/folder"},
+        {{u"--directory"_s, directory, port, u"65536"_s}, "65536"},
+        {{u"--directory"_s, directory, port, u"-1"_s}, "-1"},
+        {{u"--directory"_s, directory, port, u"http"_s}, "http"},
+        {{u"--directory"_s, directory, u"--bind"_s, u"localhost"_s}, "localhost"},
+        {{u"--directory"_s, directory, lifetime, u"0"_s}, "--token-lifetime"},
+        {{u"--directory"_s, directory, u"extra"_s}, "extra"},
+        {{u"--directory"_s, directory, u"--fast"_s}, "fast"},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.named);
+        RunningService service;
+        service.runToEnd(c.arguments);
+        EXPECT_EQ(service.exitCode(), 2);
+        const QByteArray error = service.standardError();
+        EXPECT_TRUE(error.startsWith("zvupdate-service: ") && error.contains(c.named));
+        EXPECT_EQ(error.count('\n'), 1) << error.toStdString();
+    }
+}
+
+TEST_F(ServiceTest, SaysWhyItCannotStart)
+{
+    RunningService other;
+    RunningService::write(other.served(u"releases.json"_s), "{\"products\": []}");
+    ASSERT_TRUE(other.start());
+    const QString port = QString::number(QUrl(QString::fromLatin1(other.baseUrl())).port());
+    EXPECT_FALSE(service_.start({u"--port"_s, port}));
+    EXPECT_EQ(service_.exitCode(), 1);
+    EXPECT_TRUE(service_.standardError().contains("cannot listen on 127.0.0.1:" + port.toLatin1()));
+
+    RunningService::write(service_.served(u"releases.json"_s), "{\"products\": [\n{\"id\": 5}]}");
+    EXPECT_FALSE(service_.start());
+    EXPECT_EQ(service_.exitCode(), 1);
+    EXPECT_TRUE(service_.standardError().contains("releases.json:2:8: products[0].id: "))
+        << service_.standardError().toStdString();
+}

@@ -1,0 +1,51 @@
+#include "OverrideFile.h"
+
+#include "ServiceLog.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+std::optional<QByteArray> read(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? std::optional(file.readAll()) : std::nullopt;
+}
+
+} // namespace
+
+OverrideFile::~OverrideFile()
+{
+    if (!contents_.isEmpty() && read(path()) == contents_)
+        QFile::remove(path());
+}
+
+std::optional<QString> OverrideFile::write(const QString &baseUrl)
+{
+    const QByteArray contents = baseUrl.toUtf8();
+    QFile file(path());
+    if (file.exists()) {
+        const auto present = read(path());
+        if (present == contents) {
+            contents_ = contents; // left behind by a run that was killed
+            return std::nullopt;
+        }
+        return u"%1 exists and holds \"%2\"; remove it if it is no longer needed"_s.arg(
+            path(), ServiceLog::escaped(QString::fromUtf8(present.value_or(QByteArray()))));
+    }
+    QDir().mkpath(QFileInfo(path()).path());
+    if (!file.open(QIODevice::WriteOnly | QIODevice::NewOnly) ||
+        file.write(contents) != contents.size() || !file.flush())
+        return u"%1 cannot be written: %2"_s.arg(path(), file.errorString());
+    contents_ = contents;
+    return std::nullopt;
+}
+
+QString OverrideFile::path()
+{
+    return QDir::homePath() + u"/Documents/ConsoleZVUpdate.mac"_s;
+}

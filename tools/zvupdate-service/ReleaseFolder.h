@@ -1,0 +1,70 @@
+#pragma once
+
+#include "FileDigests.h"
+#include "FileStamp.h"
+
+#include <QByteArray>
+#include <QHash>
+#include <QString>
+
+#include <chrono>
+#include <memory>
+#include <mutex>
+#include <optional>
+
+/// The folder that is served, as it lies on disk at the moment of asking: when releases.json or the
+/// installer asked about has changed, the folder is read again before the question is answered. A
+/// change that cannot be served is logged, and what was last good goes on being served.
+///
+/// load() comes first; after that any thread may ask.
+class ReleaseFolder
+{
+public:
+    /// The newest release of a product.
+    struct Offer
+    {
+        QString version;
+        /// The reply that announces it.
+        QByteArray reply;
+        QString installerPath;
+        std::optional<FileStamp> installerStamp;
+    };
+
+    explicit ReleaseFolder(const QString &directory);
+
+    /// Reads the folder for the first time. Absent on success, else one line that says what is
+    /// wrong.
+    std::optional<QString> load();
+
+    /// Absent when the product is unknown or has no release.
+    std::optional<Offer> newestRelease(const QString &productId);
+
+    /// The installer that clients ask for under this name; absent when there is none.
+    std::optional<QString> installerPath(const QString &clientFileName);
+
+private:
+    struct Contents
+    {
+        std::optional<FileStamp> catalogueStamp;
+        QHash<QString, Offer> offers;
+        QHash<QString, QString> installerPaths;
+    };
+    using ContentsPointer = std::shared_ptr<const Contents>;
+
+    ContentsPointer contents() const;
+    bool isCurrent(const Contents &contents) const;
+    ContentsPointer refreshed(const ContentsPointer &stale);
+    ContentsPointer read(QString *error);
+
+    const QString directory_;
+    const QString cataloguePath_;
+
+    mutable std::mutex contentsMutex_;
+    ContentsPointer contents_; // under contentsMutex_
+
+    // Under refreshMutex_, which is held as long as the folder is being read.
+    std::mutex refreshMutex_;
+    FileDigests digests_;
+    QString lastError_;
+    std::chrono::steady_clock::time_point nextAttempt_;
+};
