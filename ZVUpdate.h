@@ -3,10 +3,10 @@
 /// Everything a host needs: #include <ZVUpdate/ZVUpdate.h>
 
 #include "controller/UpdateFiles.h"
-#include "controller/UpdatePreferences.h"
 #include "controller/ZVUpdateProc.h"
 #include "controller/ZVUpdateProcDelegate.h"
 #include "controller/ZVUpdateVersion.h"
+#include "platform/UpdatePreferences.h"
 #include "service/HttpFunctionURLEncode.h"
 #include "service/LanguageCodes.h"
 #include "transport/DownloadMode.h"

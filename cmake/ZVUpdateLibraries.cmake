@@ -4,7 +4,6 @@ add_library(zvupdate_core_objects OBJECT
     controller/LanguageSelection.cpp
     controller/ReplacedClients.cpp
     controller/UpdateFiles.cpp
-    controller/UpdatePreferences.cpp
     controller/ZVUpdateProc.cpp
     controller/ZVUpdateVersion.cpp
     platform/Error.cpp
@@ -14,6 +13,7 @@ add_library(zvupdate_core_objects OBJECT
     platform/HttpExchange.cpp
     platform/HttpHandle.cpp
     platform/HttpTransfer.cpp
+    platform/Json.cpp
     platform/Locale.cpp
     platform/MainQueue.cpp
     platform/Preferences.cpp
@@ -21,6 +21,7 @@ add_library(zvupdate_core_objects OBJECT
     platform/SerialQueue.cpp
     platform/SystemLog.cpp
     platform/Text.cpp
+    platform/UpdatePreferences.cpp
     platform/Worker.cpp
     service/BaseResponse.cpp
     service/CheckUpdateResponse.cpp

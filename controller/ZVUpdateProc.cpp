@@ -5,11 +5,11 @@
 #include "../platform/MainQueue.h"
 #include "../platform/SystemLog.h"
 #include "../platform/Text.h"
+#include "../platform/UpdatePreferences.h"
 #include "../transport/ZVMisc.h"
 #include "LanguageSelection.h"
 #include "ReplacedClients.h"
 #include "UpdateFiles.h"
-#include "UpdatePreferences.h"
 
 #include <QDateTime>
 

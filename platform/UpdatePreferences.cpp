@@ -1,6 +1,6 @@
 #include "UpdatePreferences.h"
 
-#include "../platform/Preferences.h"
+#include "Preferences.h"
 
 using ZVPlatform::Preferences;
 
