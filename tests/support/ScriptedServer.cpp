@@ -250,5 +250,6 @@ QString ScriptedServer::Request::command() const
     const qsizetype key = target.indexOf("dt=");
     if (key < 0)
         return {};
-    return HttpFunctionURLEncode::decode(QString::fromLatin1(target.mid(key + 3))).value_or({});
+    return HttpFunctionURLEncode::decode(QString::fromLatin1(target.mid(key + 3)))
+        .value_or(QString());
 }
