@@ -1,0 +1,19 @@
+#pragma once
+
+#include <QJsonObject>
+#include <QString>
+
+#include <optional>
+
+namespace ZVPlatform {
+
+// Reading JSON that may hold anything. Any thread may call these.
+
+/// The object that a JSON text holds; empty when the text is absent, broken or not an object.
+QJsonObject jsonObject(const std::optional<QString> &text);
+
+/// A field that ought to be a text. A number reads as its digits; a field that is missing or of
+/// any other type is absent.
+std::optional<QString> textField(const QJsonObject &object, QStringView key);
+
+} // namespace ZVPlatform

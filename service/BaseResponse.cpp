@@ -1,0 +1,32 @@
+#include "BaseResponse.h"
+
+#include "../platform/Json.h"
+#include "../platform/Text.h"
+
+using namespace ZVPlatform;
+
+namespace {
+
+bool isTrue(const QJsonValue &value)
+{
+    if (value.isString())
+        return truthValue(value.toString());
+    return value.toBool() || value.toDouble() != 0;
+}
+
+} // namespace
+
+BaseResponse::BaseResponse(const std::optional<QString> &json)
+{
+    const QJsonObject reply = jsonObject(json);
+    ok_ = isTrue(reply.value(u"ok"));
+    msg_ = textField(reply, u"msg");
+    ID_ = textField(reply, u"id");
+    data_ = textField(reply, u"data");
+}
+
+QString BaseResponse::debugDescription() const
+{
+    return QStringLiteral("{\"id\":%1, \"ok\":%2, \"msg\":%3}")
+        .arg(describe(ID_), ok_ ? QStringLiteral("true") : QStringLiteral("false"), describe(msg_));
+}
