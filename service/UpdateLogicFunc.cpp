@@ -34,6 +34,18 @@ QString downloadCommand(const QString &token, const QString &fileName)
     return QStringLiteral("cmd=download&tk=") + token + QStringLiteral("&fn=") + fileName;
 }
 
+// In connection mode an HTTP status is all that is known of a failure, even of a broken transfer.
+QString reason(const Error &error)
+{
+    if (!error.localizedDescription.isEmpty())
+        return error.localizedDescription;
+    if (error.code == 0)
+        return QStringLiteral("The server did not answer.");
+    if (error.code >= 200 && error.code <= 299)
+        return QStringLiteral("The connection was lost before the reply was complete.");
+    return QStringLiteral("The server answered with HTTP status %1.").arg(error.code);
+}
+
 } // namespace
 
 UpdateLogicFunc::UpdateLogicFunc() : mBaseURL_(baseURL()) {}
@@ -102,6 +114,7 @@ UpdateDownloadProgress UpdateLogicFunc::doGetDownloadProgress() const
     progress.failure = failure_.get();
     if (const auto download = mDownload()) {
         progress.received = download->downloadedBytes();
+        progress.resumedAt = download->resumedAt();
         if (const int64_t expected = download->expectedBytes(); expected >= 0)
             progress.total = static_cast<uint64_t>(expected);
     }
@@ -133,8 +146,6 @@ void UpdateLogicFunc::downloadFinishWithFilePath(const QString &path)
 
 void UpdateLogicFunc::downloadFinishWithError(const Error &error)
 {
-    failure_.set(error.localizedDescription.isEmpty()
-                     ? QStringLiteral("HTTP status %1").arg(error.code)
-                     : error.localizedDescription);
+    failure_.set(reason(error));
     systemLog(QStringLiteral("download Finish Error: ") + error.debugDescription());
 }

@@ -20,6 +20,8 @@ struct UpdateDownloadProgress
 {
     /// The size in bytes that the local file has reached, an earlier run's part included.
     uint64_t received = 0;
+    /// The size in bytes of the earlier run's part; 0 for a download from the start.
+    uint64_t resumedAt = 0;
     /// The size in bytes that it will have in the end; absent while that is unknown.
     std::optional<uint64_t> total;
     /// Why the download failed or was stopped, in a sentence for logs; absent when it did not.

@@ -177,6 +177,7 @@ void HttpFunctionPost::DownloadFile(const QString &url, const QString &localFile
         return;
     mCancelDownloadTempFile_.set(localFilePath);
     const uint64_t offset = Files::size(localFilePath);
+    resumedAt_ = offset;
     downloadedBytes_ = offset;
 
     const HttpRequest request{HttpMethod::Get, url, downloadHeaders(offset)};

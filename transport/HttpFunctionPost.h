@@ -72,6 +72,8 @@ public:
     /// waiting for the end would wait for itself.
     bool isReportingHere() const { return reportingThread_ == std::this_thread::get_id(); }
 
+    /// The size in bytes that the local file had when the download began.
+    uint64_t resumedAt() const { return resumedAt_; }
     /// The size in bytes that the local file has reached.
     uint64_t downloadedBytes() const { return downloadedBytes_; }
     /// The size in bytes that the local file will have in the end; -1 while that is unknown.
@@ -121,6 +123,7 @@ private:
     std::atomic<int64_t> mThreadEnded_ = 0;
 
     std::atomic<std::thread::id> reportingThread_;
+    std::atomic<uint64_t> resumedAt_ = 0;
     std::atomic<uint64_t> downloadedBytes_ = 0;
     std::atomic<int64_t> expectedBytes_ = -1;
 
