@@ -128,6 +128,9 @@ HttpExchange::HttpExchange(HttpRequest request) : request_(std::move(request)) {
 
 std::optional<Error> HttpExchange::run(HttpReceiver &receiver)
 {
+    // curl would take what stands before the zero for the whole.
+    if (request_.url.contains(QChar(QChar::Null)))
+        return networkError(NetworkError::BadUrl);
     auto handle = HttpHandlePool::take();
     if (!handle->easy || !handle->multi)
         return networkError(NetworkError::Other);
