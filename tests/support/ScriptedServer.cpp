@@ -9,6 +9,7 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -125,6 +126,8 @@ void ScriptedServer::acceptConnections()
             ::close(socket);
             return;
         }
+        const int on = 1; // Every step is sent at once.
+        ::setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
         Connection &connection = *connections_.emplace_back(std::make_unique<Connection>());
         connection.number = static_cast<int>(connections_.size());
         connection.socket = socket;

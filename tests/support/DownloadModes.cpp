@@ -1,0 +1,40 @@
+#include "DownloadModes.h"
+
+#include "../../transport/DownloadMode.h"
+
+#include <QDir>
+
+#include "TestFiles.h"
+
+#include <ostream>
+
+const char *nameOf(DownloadMode mode)
+{
+    return mode == DownloadMode::Session ? "Session" : "Connection";
+}
+
+void PrintTo(DownloadMode mode, std::ostream *stream)
+{
+    *stream << nameOf(mode);
+}
+
+DownloadModeSwitch::DownloadModeSwitch(DownloadMode mode) : former_(kZVAppKitVersionNumber)
+{
+    kZVAppKitVersionNumber = mode == DownloadMode::Session ? 1343.0 : 1342.9;
+}
+
+DownloadModeSwitch::~DownloadModeSwitch()
+{
+    kZVAppKitVersionNumber = former_;
+}
+
+int libraryThreads()
+{
+    int count = 0;
+    const QDir tasks(QStringLiteral("/proc/self/task"));
+    for (const QString &task : tasks.entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+        const QByteArray name = readFile(tasks.filePath(task + QStringLiteral("/comm")));
+        count += name.startsWith("Download_Queue_") || name.startsWith("URL_") ? 1 : 0;
+    }
+    return count;
+}

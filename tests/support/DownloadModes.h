@@ -1,0 +1,27 @@
+#pragma once
+
+#include <iosfwd>
+
+/// How downloads run; see kZVAppKitVersionNumber.
+enum class DownloadMode { Session, Connection };
+
+/// The mode's name, for the names of tests.
+const char *nameOf(DownloadMode mode);
+void PrintTo(DownloadMode mode, std::ostream *stream);
+
+/// Chooses a mode for as long as it lives.
+class DownloadModeSwitch
+{
+public:
+    explicit DownloadModeSwitch(DownloadMode mode);
+    ~DownloadModeSwitch();
+
+    DownloadModeSwitch(const DownloadModeSwitch &) = delete;
+    DownloadModeSwitch &operator=(const DownloadModeSwitch &) = delete;
+
+private:
+    const double former_;
+};
+
+/// How many threads of the library are running, by their names.
+int libraryThreads();

@@ -1,0 +1,37 @@
+#include "support/TestFiles.h"
+#include "transport/ZVMisc.h"
+
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+
+TEST(Digest, IsTheOneOfTheBytesThatCount)
+{
+    const QTemporaryDir directory;
+    const auto path = [&](const char *name) { return directory.filePath(QLatin1String(name)); };
+    writeFile(path("empty"), {});
+    writeFile(path("abc"), "abc");
+    // A whole number of pages and a little more.
+    writeFile(path("a"), QByteArray(1'000'000, 'a'));
+    ASSERT_EQ(::mkfifo(qPrintable(path("pipe")), 0600), 0);
+    // A file without blocks of which only size modulo 2^32 bytes count.
+    writeFile(path("huge"), "abc");
+    ASSERT_TRUE(QFile::resize(path("huge"), (Q_INT64_C(1) << 32) + 3));
+    writeFile(path("four"), "abc");
+    ASSERT_TRUE(QFile::resize(path("four"), Q_INT64_C(1) << 32));
+
+    const QString nothing = QStringLiteral("d41d8cd98f00b204e9800998ecf8427e");
+    const QString abc = QStringLiteral("900150983cd24fb0d6963f7d28e17f72");
+    EXPECT_EQ(ZVMisc::getFileMD5(path("empty")), nothing);
+    EXPECT_EQ(ZVMisc::getFileMD5(path("missing")), nothing);
+    EXPECT_EQ(ZVMisc::getFileMD5(path("pipe")), nothing);
+    EXPECT_EQ(ZVMisc::getFileMD5(directory.path()), nothing);
+    EXPECT_EQ(ZVMisc::getFileMD5(QString()), nothing);
+    EXPECT_EQ(ZVMisc::getFileMD5(path("abc") + QChar(QChar::Null)), nothing);
+    EXPECT_EQ(ZVMisc::getFileMD5(path("abc")), abc);
+    EXPECT_EQ(ZVMisc::getFileMD5(path("a")), QStringLiteral("7707d6ae4e027c70eea2a935c2296f21"));
+    EXPECT_EQ(ZVMisc::getFileMD5(path("huge")), abc);
+    EXPECT_EQ(ZVMisc::getFileMD5(path("four")), nothing);
+}
