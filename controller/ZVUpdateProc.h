@@ -89,6 +89,19 @@ public:
     /// former one stays.
     int64_t updateWithDelegate(ZVUpdateProcDelegate *delegate);
 
+    /// Shows the library's own window for the update that the latest check has found: what is new,
+    /// "Update", which opens the installer, and "Not now". The product's name is shown as it is.
+    /// The delegate hears of the user's choice; closing the window otherwise is none.
+    ///
+    /// Returns ZVWindowShown; ZVNoUpdate when no successful check is held, and then leaves an
+    /// earlier window alone; ZVInstallerMissing when the installer is not in the directory. In the
+    /// last case and when another window is shown, an earlier one is gone. A host that is no Qt
+    /// Widgets application gets the same answers, and no window. On the main thread.
+    ///
+    /// Defined in the library ZVUpdate::ZVUpdate: a host that links ZVUpdate::Core alone cannot
+    /// call it.
+    int64_t showDefaultUpdateWindowWithProductName(const QString &productName);
+
     /// The language code, of the three that the service knows, for the user's current locale.
     QString getDefaultLangID() const;
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Export.h"
+
 #include <QByteArray>
 #include <QString>
 
@@ -24,7 +26,7 @@ public:
     static bool isPlainName(const QString &name);
 
     /// Whether anything is there; a link counts as what it points to.
-    static bool exists(const QString &path);
+    ZVUPDATE_EXPORT static bool exists(const QString &path);
 
     /// Creates a directory with those above it.
     static void createDirectory(const QString &path);

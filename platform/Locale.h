@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Export.h"
+
 #include <QString>
 #include <QStringList>
 
@@ -11,6 +13,6 @@ QString currentLocaleIdentifier();
 
 /// The languages that the user prefers, best first, as identifiers such as "zh-Hant-TW". Each is
 /// followed by its shorter forms, so that "zh-TW" brings "zh-Hant-TW" and "zh-Hant" with it.
-QStringList preferredLanguages();
+ZVUPDATE_EXPORT QStringList preferredLanguages();
 
 } // namespace ZVPlatform

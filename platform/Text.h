@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Export.h"
+
 #include <QByteArray>
 #include <QString>
 
@@ -14,7 +16,7 @@ namespace ZVPlatform {
 bool truthValue(const QString &text);
 
 /// The text itself, or "(null)" for an absent one, for lines of the log.
-QString describe(const std::optional<QString> &text);
+ZVUPDATE_EXPORT QString describe(const std::optional<QString> &text);
 
 /// Reads UTF-8 exactly, zero characters and a leading byte order mark included; absent when the
 /// bytes are not valid UTF-8.

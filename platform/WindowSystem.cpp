@@ -1,0 +1,58 @@
+#include "WindowSystem.h"
+
+#include <QApplication>
+#include <QDesktopServices>
+#include <QFileInfo>
+#include <QInputMethodQueryEvent>
+#include <QThread>
+#include <QUrl>
+#include <QWidget>
+
+namespace ZVPlatform {
+
+namespace {
+
+// Whoever takes text input has the keyboard; it may be a widget, or an item of a Quick scene.
+bool isUserTyping()
+{
+    QObject *receiver = QGuiApplication::focusObject();
+    if (!receiver)
+        return false;
+    QInputMethodQueryEvent query(Qt::ImEnabled);
+    QCoreApplication::sendEvent(receiver, &query);
+    return query.value(Qt::ImEnabled).toBool();
+}
+
+} // namespace
+
+bool WindowSystem::isAvailable()
+{
+    const auto *application = qobject_cast<QApplication *>(QCoreApplication::instance());
+    return application && application->thread() == QThread::currentThread();
+}
+
+void WindowSystem::show(QWidget *window)
+{
+    const bool isTyping = isUserTyping();
+    window->setAttribute(Qt::WA_ShowWithoutActivating, isTyping);
+    window->show();
+    if (isTyping)
+        QApplication::alert(window);
+}
+
+void WindowSystem::discard(QWidget *window)
+{
+    // A window that is left when the application has gone cannot be destroyed any more.
+    if (!QCoreApplication::instance())
+        return;
+    if (isAvailable())
+        window->hide();
+    window->deleteLater();
+}
+
+void WindowSystem::openFile(const QString &path)
+{
+    QDesktopServices::openUrl(QUrl::fromLocalFile(QFileInfo(path).absoluteFilePath()));
+}
+
+} // namespace ZVPlatform

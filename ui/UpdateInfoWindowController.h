@@ -1,0 +1,119 @@
+#pragma once
+
+#include "../platform/Export.h"
+#include "../platform/Guarded.h"
+#include "UpdateInfoWindowControllerDelegate.h"
+
+#include <QObject>
+#include <QPointer>
+#include <QString>
+
+#include <cstdint>
+#include <optional>
+
+class QCheckBox;
+class QDialog;
+class QLabel;
+class QTextEdit;
+class QPushButton;
+
+namespace ZVPlatform {
+class Bundle;
+}
+
+/// The prompt window: it says that an update is ready and what is new in it, and offers "Update",
+/// which opens the installer, and "Not now", which can switch automatic updating off for good.
+///
+/// ZVUpdateProc makes and owns one; a host reaches it to place its window, or to see it go. Closing
+/// the window by its close box or with Escape is no choice: nothing is written and nobody is told.
+/// Everything here is for the main thread; only the getters of the texts are for any thread.
+/// Without a QApplication, or when the layout is missing or broken, there is no window, and
+/// whatever needs it is skipped.
+class ZVUPDATE_EXPORT UpdateInfoWindowController final : public QObject
+{
+    Q_OBJECT
+
+public:
+    /// Takes the name of a layout in the library's bundle. The layout is loaded on the first call
+    /// of window().
+    explicit UpdateInfoWindowController(const QString &windowNibName);
+
+    /// Takes the window off the screen, without telling the delegate.
+    ~UpdateInfoWindowController() override;
+
+    /// The window, which belongs to the controller; null when there is none.
+    QDialog *window();
+
+    /// Fills the window with the texts below and with the labels in the user's language.
+    void reloadWindow();
+
+    /// Puts the window on the screen. It does not take the keyboard from a window of the host in
+    /// which the user is typing.
+    void showWindow();
+
+    /// "Update": opens the installer, closes the window and tells the delegate 1. Does nothing when
+    /// there is no installer.
+    void updateAction();
+
+    /// "Not now": switches automatic updating off if the check box says so, closes the window and
+    /// tells the delegate 0.
+    void cancelAction();
+
+    /// The system is about to power off: closes the window and tells nobody.
+    void systemPowerOffNotification();
+
+    /// The window is closing, for whatever reason.
+    void windowWillClose();
+
+    /// The product's name, for the title and the headline.
+    std::optional<QString> mProductName() const { return mProductName_.get(); }
+    void setMProductName(const std::optional<QString> &name) { mProductName_.set(name); }
+
+    /// The new version as it is shown, such as "v2.1.0.3".
+    std::optional<QString> mUpdateProductVersion() const { return mUpdateProductVersion_.get(); }
+    void setMUpdateProductVersion(const std::optional<QString> &version)
+    {
+        mUpdateProductVersion_.set(version);
+    }
+
+    /// What is new, as plain text.
+    std::optional<QString> mUpdateInfo() const { return mUpdateInfo_.get(); }
+    void setMUpdateInfo(const std::optional<QString> &info) { mUpdateInfo_.set(info); }
+
+    /// The installer's full path.
+    std::optional<QString> mUpdateFilePath() const { return mUpdateFilePath_.get(); }
+    void setMUpdateFilePath(const std::optional<QString> &path) { mUpdateFilePath_.set(path); }
+
+    /// Who hears of the user's choice; null when there is nobody, or they have been destroyed. Not
+    /// owned. May destroy this controller when told.
+    UpdateInfoWindowControllerDelegate *delegate() const { return delegate_.get(); }
+    void setDelegate(UpdateInfoWindowControllerDelegate *delegate);
+
+    // What the layout has under these names; null where it has nothing, or before it is loaded.
+    QPushButton *updateButton() const;
+    QPushButton *notNowButton() const;
+    QCheckBox *dontReminedMe() const;
+    QTextEdit *updateInfoTextField() const;
+    QLabel *updateInfoTitleTextField() const;
+    QLabel *updateTitleTextField() const;
+
+private:
+    void loadWindow();
+    void awakeFromNib();
+    void closeAndTell(uint64_t action);
+
+    const QString windowNibName_;
+    bool isLoaded_ = false; // Or it has been tried; it is not tried again.
+    QPointer<QDialog> window_;
+    QPointer<QPushButton> updateButton_;
+    QPointer<QPushButton> notNowButton_;
+    QPointer<QCheckBox> dontReminedMe_;
+    QPointer<QTextEdit> updateInfoTextField_;
+    QPointer<QLabel> updateInfoTitleTextField_;
+    QPointer<QLabel> updateTitleTextField_;
+    ZVPlatform::Guarded<std::optional<QString>> mProductName_;
+    ZVPlatform::Guarded<std::optional<QString>> mUpdateProductVersion_;
+    ZVPlatform::Guarded<std::optional<QString>> mUpdateInfo_;
+    ZVPlatform::Guarded<std::optional<QString>> mUpdateFilePath_;
+    ZVPlatform::DelegateRef<UpdateInfoWindowControllerDelegate> delegate_;
+};
