@@ -28,6 +28,20 @@ void appendWithShorterForms(QStringList &languages, const QString &language)
     appendOnce(languages, code);
 }
 
+// Qt puts a locale that it has data for in the place of one that it has none for, en_US in that of
+// en_TW, and the region is lost. Empty where the locale does not come from the environment.
+QString identifierFromEnvironment()
+{
+#ifndef Q_OS_DARWIN
+    for (const char *variable : {"LC_ALL", "LC_NUMERIC", "LANG"}) { // As Qt looks for it.
+        const QString value = qEnvironmentVariable(variable);
+        if (!value.isEmpty())
+            return value.section(QLatin1Char('.'), 0, 0).section(QLatin1Char('@'), 0, 0);
+    }
+#endif
+    return {};
+}
+
 bool isC(const QLocale &locale)
 {
     return locale.language() == QLocale::C || locale.name() == QLatin1String("C");
@@ -38,7 +52,10 @@ bool isC(const QLocale &locale)
 QString currentLocaleIdentifier()
 {
     const QLocale locale = QLocale::system();
-    return isC(locale) ? QStringLiteral("en") : locale.name();
+    if (isC(locale))
+        return QStringLiteral("en");
+    const QString asGiven = identifierFromEnvironment();
+    return asGiven.isEmpty() ? locale.name() : asGiven;
 }
 
 QStringList preferredLanguages()
