@@ -1,0 +1,80 @@
+#include "Arguments.h"
+
+#include "Command.h"
+
+#include <QCommandLineParser>
+
+using namespace Qt::StringLiterals;
+
+std::optional<Arguments> Arguments::parse(const Command &command, const QStringList &arguments,
+                                          QString *error)
+{
+    QCommandLineParser parser;
+    parser.addOption({{u"h"_s, u"help"_s}, {}});
+    for (const CommandOption &option : command.options)
+        parser.addOption({option.name, {}, option.valueName});
+
+    const auto refuse = [error](const QString &reason) {
+        *error = reason;
+        return std::nullopt;
+    };
+    if (!parser.parse(QStringList(command.name) + arguments)) {
+        QString reason = parser.errorText();
+        reason.chop(reason.endsWith(u'.') ? 1 : 0);
+        return refuse(u"%1; see \"zvupdate %2 --help\""_s.arg(reason, command.name));
+    }
+
+    Arguments result;
+    result.isHelp_ = parser.isSet(u"help"_s);
+    if (result.isHelp_)
+        return result;
+    for (const CommandOption &option : command.options) {
+        std::optional<QString> value;
+        if (parser.isSet(option.name))
+            value = parser.value(option.name);
+        if (const auto reason = problem(option, value))
+            return refuse(*reason);
+        if (value)
+            result.values_.insert(option.name, *value);
+    }
+    if (const auto reason = result.takeOperand(command, parser.positionalArguments()))
+        return refuse(*reason);
+    return result;
+}
+
+std::optional<QString> Arguments::value(const QString &option) const
+{
+    const auto found = values_.constFind(option);
+    return found == values_.constEnd() ? std::nullopt : std::optional(*found);
+}
+
+// What is wrong with an option; absent when it is right.
+std::optional<QString> Arguments::problem(const CommandOption &option,
+                                          const std::optional<QString> &value)
+{
+    if (!value) {
+        if (option.isRequired)
+            return u"--%1 is missing; give --%1 %2"_s.arg(option.name, option.valueName);
+        return std::nullopt;
+    }
+    if (value->isEmpty() && !option.valueName.isEmpty())
+        return u"--%1 is empty; give --%1 %2"_s.arg(option.name, option.valueName);
+    if (!option.choices.isEmpty() && !option.choices.contains(*value))
+        return u"--%1: \"%2\" is not possible; give %3"_s.arg(option.name, *value,
+                                                              option.choices.join(u" or "_s));
+    return std::nullopt;
+}
+
+std::optional<QString> Arguments::takeOperand(const Command &command, const QStringList &operands)
+{
+    const bool takesOperand = !command.operandName.isEmpty();
+    if (operands.size() > (takesOperand ? 1 : 0))
+        return u"\"%1\" is one argument too many; see \"zvupdate %2 --help\""_s.arg(operands.last(),
+                                                                                    command.name);
+    if (!takesOperand)
+        return std::nullopt;
+    operand_ = operands.value(0);
+    if (operand_.isEmpty())
+        return u"%1 is missing; give \"zvupdate %2 %1\""_s.arg(command.operandName, command.name);
+    return std::nullopt;
+}

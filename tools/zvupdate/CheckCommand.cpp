@@ -1,0 +1,146 @@
+#include "Application.h"
+#include "Arguments.h"
+#include "Commands.h"
+#include "Console.h"
+#include "JsonReporter.h"
+#include "TextReporter.h"
+#include "UpdateCheck.h"
+
+#include <ZVUpdate/ZVUpdate.h>
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFileInfo>
+
+#include <csignal>
+#include <memory>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr double lastVersionWithConnections = 1342.0;
+
+Console *logConsole = nullptr; // Null while the log is silent.
+
+void log(QtMsgType type, const QMessageLogContext &context, const QString &message)
+{
+    if (logConsole)
+        logConsole->complain(qFormatLogMessage(type, context, message));
+}
+
+// The application object, made while the log is silent: Qt remarks on a locale without UTF-8, which
+// is none of the user's concern, as this program writes UTF-8 in any case.
+std::unique_ptr<QCoreApplication> makeApplication(Console &console)
+{
+    static char name[] = "zvupdate";
+    static char *arguments[] = {name, nullptr};
+    static int count = 1;
+    qInstallMessageHandler(log);
+    auto application = std::make_unique<QCoreApplication>(count, arguments);
+    logConsole = &console;
+    return application;
+}
+
+// A reader of standard output that goes away, or a service, is noticed by the failing write. Not
+// SIG_IGN, which programs started from here would inherit.
+void surviveBrokenPipes()
+{
+    std::signal(SIGPIPE, [](int) {});
+}
+
+// A relative path is taken from the current directory. One with ".." is not simplified, which would
+// be wrong behind a symbolic link.
+QString absolutePath(const QString &path)
+{
+    const QString absolute = QDir::current().absoluteFilePath(path);
+    return absolute.contains(u".."_s) ? absolute : QDir::cleanPath(absolute);
+}
+
+std::optional<QString> problem(const CheckSettings &settings)
+{
+    if (!UpdateFiles::named(settings.directory, settings.productID, u"1"_s))
+        return u"--product-id: \"%1\" cannot be part of a file name; give the identifier by which "
+               "the service knows the product"_s.arg(settings.productID);
+    const QFileInfo directory(settings.directory);
+    if (directory.exists() && !directory.isDir())
+        return u"--directory: %1 is not a directory; give one for the update files"_s.arg(
+            settings.directory);
+    return std::nullopt;
+}
+
+int check(const Arguments &arguments, Console &console)
+{
+    const CheckSettings settings = {
+        .productID = *arguments.value(u"product-id"_s),
+        .productVersion = *arguments.value(u"product-version"_s),
+        .directory = absolutePath(*arguments.value(u"directory"_s)),
+        .withDelegate = !arguments.isSet(u"no-delegate"_s),
+        .debug = arguments.isSet(u"debug"_s),
+    };
+    auto wrong = problem(settings);
+    if (!wrong)
+        wrong = Application::choose(arguments);
+    if (wrong) {
+        console.complain(u"zvupdate check: "_s + *wrong);
+        return WrongArguments;
+    }
+
+    if (arguments.value(u"mode"_s) == u"connection"_s)
+        kZVAppKitVersionNumber = lastVersionWithConnections;
+    surviveBrokenPipes();
+    const auto application = makeApplication(console);
+    std::unique_ptr<CheckReporter> reporter;
+    if (arguments.isSet(u"json"_s))
+        reporter = std::make_unique<JsonReporter>(console);
+    else
+        reporter = std::make_unique<TextReporter>(console);
+    return UpdateCheck(settings, *reporter, console).run();
+}
+
+} // namespace
+
+Command checkCommand()
+{
+    return {
+        .name = u"check"_s,
+        .summary = u"Checks for an update, and fetches and verifies its installer"_s,
+        .details =
+            {u"Asks the update service for a version newer than the one given. If there is one, "
+             "its installer is downloaded into the directory, going on with what an earlier run "
+             "has left there, and verified. SIGINT and SIGTERM stop the download; what has been "
+             "received is kept for the next run."_s,
+             u"With --json, standard output is one JSON object a line:\n"
+             "{\"event\":\"result\",\"code\":N} once the service has been asked\n"
+             "{\"event\":\"progress\",\"received\":BYTES,\"total\":BYTES} at most ten times a "
+             "second; total is null while it is unknown\n"
+             "{\"event\":\"ready\",\"path\":PATH} or {\"event\":\"failed\",\"reason\":TEXT} in the "
+             "end"_s},
+        .options =
+            {{u"product-id"_s, u"ID"_s, u"The product's identifier at the update service."_s, true},
+             {u"product-version"_s, u"VERSION"_s, u"The version that is installed."_s, true},
+             {u"directory"_s, u"DIR"_s,
+              u"Where update files are kept. It is created when it is missing."_s, true},
+             {u"no-delegate"_s,
+              {},
+              u"Fetches the installer for a later check: the verified file stays under its "
+              "temporary name."_s},
+             {u"mode"_s,
+              u"session|connection"_s,
+              u"How the download runs: reporting on a thread of its own, which is the default, or "
+              "on the main thread."_s,
+              false,
+              {u"session"_s, u"connection"_s}},
+             {u"debug"_s, {}, u"Logs the steps of the check on standard error."_s},
+             {u"json"_s, {}, u"Tells programs, rather than people, how the check goes."_s},
+             Application::option()},
+        .exitStatuses = {u"0 a verified installer is ready; 1 the download failed, or its file was "
+                         "discarded; 2 wrong arguments; 3 there is no update, or the service could "
+                         "not be asked; 4 not configured; 6 skipped, since automatic updating is "
+                         "switched off or the next check is set to a later date; 130 and 143 "
+                         "stopped by SIGINT and SIGTERM."_s},
+        .examples = {u"check --product-id P1 --product-version 2100 --directory updates"_s,
+                     u"check --product-id P1 --product-version 2100 --directory updates --json"_s},
+        .run = check,
+    };
+}

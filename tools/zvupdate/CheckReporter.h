@@ -1,0 +1,59 @@
+#pragma once
+
+#include <ZVUpdate/ZVUpdate.h>
+
+#include <QByteArray>
+#include <QString>
+
+#include <cstdint>
+
+/// What a check is about.
+struct CheckSettings
+{
+    QString productID;
+    QString productVersion;
+    /// Absolute.
+    QString directory;
+    /// Whether there is somebody to tell; without, a file stays under its temporary name.
+    bool withDelegate = true;
+    bool debug = false;
+};
+
+/// Why a check brought no installer.
+struct CheckFailure
+{
+    /// A sentence.
+    QString reason;
+    /// What can be done about it: a sentence.
+    QString remedy;
+};
+
+/// Tells its audience how a check goes. Called on the main thread, in the order of the functions.
+class CheckReporter
+{
+public:
+    virtual ~CheckReporter() = default;
+
+    /// The service is about to be asked.
+    virtual void asking(const CheckSettings &settings) = 0;
+
+    /// The check has answered with a result code. The reply is null when none was asked for. The
+    /// path says where the file that the reply offers grows; it is empty when there is none.
+    virtual void answered(int64_t result, const CheckUpdateResponse *reply,
+                          const QString &temporaryPath) = 0;
+
+    /// The download has come this far.
+    virtual void progressed(const UpdateDownloadProgress &progress) = 0;
+
+    /// The end, one way: the complete and verified file lies at path.
+    virtual void ready(const QString &path) = 0;
+
+    /// The end, the other way.
+    virtual void failed(const CheckFailure &failure) = 0;
+
+    /// What failed() would write, for a moment in which it cannot be called.
+    virtual QByteArray lastWords(const CheckFailure &failure) const = 0;
+
+    /// Where the last words go.
+    virtual int lastWordsDescriptor() const = 0;
+};

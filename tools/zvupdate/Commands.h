@@ -1,0 +1,15 @@
+#pragma once
+
+#include "Command.h"
+
+#include <vector>
+
+/// All commands, in the order in which help lists them.
+std::vector<Command> allCommands();
+
+Command checkCommand();
+Command preferencesCommand();
+Command sealCommand();
+Command unsealCommand();
+Command digestCommand();
+Command languageCommand();

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <QString>
+
+#include <mutex>
+#include <optional>
+
+/// The program's standard output and standard error. What is written is UTF-8 and goes out at once.
+/// May be used on any thread.
+class Console
+{
+public:
+    /// A line on standard output, as it is.
+    void print(const QString &line);
+
+    /// A line for people on standard output. Control characters, which may come from the update
+    /// service, are replaced, so that they cannot make further lines or steer a terminal.
+    void say(const QString &line);
+
+    /// A line for people on standard error.
+    void complain(const QString &line);
+
+    /// Shows a line until the next one, of whatever kind, takes its place. For terminals only.
+    void showProgress(const QString &line);
+
+    /// Whether people watch standard output on a terminal.
+    static bool isTerminal();
+
+    /// The terminal's width in columns.
+    static int width();
+
+    /// Why standard output could not be written; absent while all is well.
+    std::optional<QString> failure() const;
+
+private:
+    void write(const QByteArray &bytes);
+    void eraseProgress();
+
+    mutable std::mutex mutex_;
+    std::optional<QString> failure_; // Guarded by mutex_.
+    qsizetype progressLength_ = 0;   // Guarded by mutex_; 0 when no progress is shown.
+};

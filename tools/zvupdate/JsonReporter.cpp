@@ -1,0 +1,56 @@
+#include "JsonReporter.h"
+
+#include "Console.h"
+#include "JsonLine.h"
+
+#include <unistd.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+QJsonValue number(uint64_t value)
+{
+    return static_cast<qint64>(value);
+}
+
+QString failedEvent(const CheckFailure &failure)
+{
+    return jsonLine({{u"event"_s, u"failed"_s}, {u"reason"_s, failure.reason}});
+}
+
+} // namespace
+
+void JsonReporter::answered(int64_t result, const CheckUpdateResponse * /*reply*/,
+                            const QString & /*temporaryPath*/)
+{
+    console_.print(jsonLine({{u"event"_s, u"result"_s}, {u"code"_s, qint64(result)}}));
+}
+
+void JsonReporter::progressed(const UpdateDownloadProgress &progress)
+{
+    console_.print(jsonLine(
+        {{u"event"_s, u"progress"_s},
+         {u"received"_s, number(progress.received)},
+         {u"total"_s, progress.total ? number(*progress.total) : QJsonValue(QJsonValue::Null)}}));
+}
+
+void JsonReporter::ready(const QString &path)
+{
+    console_.print(jsonLine({{u"event"_s, u"ready"_s}, {u"path"_s, path}}));
+}
+
+void JsonReporter::failed(const CheckFailure &failure)
+{
+    console_.print(failedEvent(failure));
+}
+
+QByteArray JsonReporter::lastWords(const CheckFailure &failure) const
+{
+    return failedEvent(failure).toUtf8() + '\n';
+}
+
+int JsonReporter::lastWordsDescriptor() const
+{
+    return STDOUT_FILENO;
+}

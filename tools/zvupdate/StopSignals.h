@@ -1,0 +1,40 @@
+#pragma once
+
+#include <QByteArray>
+#include <QSocketNotifier>
+#include <QString>
+
+#include <functional>
+#include <optional>
+
+/// SIGINT and SIGTERM. While nobody takes them they end the process at once, with the status that
+/// shells expect and with last words; nothing that a check does suffers from that. One object at a
+/// time, on the main thread.
+class StopSignals
+{
+public:
+    /// Receives the signal's number.
+    using Handler = std::function<void(int)>;
+
+    /// lastWords makes what is written to the descriptor when a signal, given by its name, ends the
+    /// process.
+    StopSignals(int descriptor, const std::function<QByteArray(const QString &)> &lastWords);
+    ~StopSignals();
+
+    StopSignals(const StopSignals &) = delete;
+    StopSignals &operator=(const StopSignals &) = delete;
+
+    /// From now on the first signal is handed to the handler, by the event loop. A second one still
+    /// ends the process at once, should the handler's way take too long.
+    void take(Handler handler);
+
+    /// From now on signals end the process at once again.
+    void leave();
+
+    /// "SIGINT" or "SIGTERM".
+    static QString name(int signal);
+
+private:
+    Handler handler_;
+    std::optional<QSocketNotifier> notifier_;
+};

@@ -1,0 +1,209 @@
+#include "UpdateCheck.h"
+
+#include "Command.h"
+#include "Console.h"
+#include "ProgressLine.h"
+
+#include <QCoreApplication>
+#include <QFileInfo>
+#include <QStorageInfo>
+
+#include <chrono>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// Progress is reported at most ten times a second.
+constexpr qint64 shortestReportInterval = 100; // Milliseconds.
+constexpr std::chrono::milliseconds lookInterval(101);
+
+QString stoppedBy(const QString &signal)
+{
+    return u"The check was stopped by %1."_s.arg(signal);
+}
+
+} // namespace
+
+UpdateCheck::UpdateCheck(const CheckSettings &settings, CheckReporter &reporter,
+                         const Console &console)
+    : settings_(settings),
+      reporter_(reporter),
+      console_(console),
+      controller_(ZVUpdateProc::getSharedZVUpdateProc()),
+      signals_(reporter.lastWordsDescriptor(), [&reporter](const QString &signal) {
+          return reporter.lastWords(
+              {stoppedBy(signal), u"What has been received is kept for the next time."_s});
+      })
+{
+    controller_->setProductID(settings_.productID, settings_.productVersion, settings_.directory);
+    controller_->setDebugMode(settings_.debug);
+    timer_.setSingleShot(true);
+    timer_.setTimerType(Qt::PreciseTimer);
+    timer_.setInterval(lookInterval);
+    timer_.callOnTimeout([this] { look(); });
+}
+
+UpdateCheck::~UpdateCheck()
+{
+    retire();
+    ZVUpdateProc::releaseSharedZVUpdateProc();
+    controller_.reset();
+}
+
+int UpdateCheck::run()
+{
+    reporter_.asking(settings_);
+    const int64_t result = controller_->updateWithDelegate(settings_.withDelegate ? this : nullptr);
+    const auto offered = files();
+    reporter_.answered(result, controller_->mLastCheckUpdateResponse().get(),
+                       offered ? offered->temporaryPath : QString());
+    if (result != ZVUpdateProc::ZVDownloadStarted && result != ZVUpdateProc::ZVInstallerReady)
+        return static_cast<int>(result);
+
+    signals_.take([this](int signal) {
+        stop({128 + signal, stoppedBy(StopSignals::name(signal))});
+    });
+    look();
+    return QCoreApplication::exec();
+}
+
+void UpdateCheck::UpdateFileReady(const QString &path)
+{
+    if (stop_ || isOver_)
+        return;
+    reportProgress();
+    // The library does not say when the file could not get its final name.
+    if (!QFileInfo(path).isFile())
+        return fail({u"The installer could not be put at %1."_s.arg(path),
+                     u"Remove what is in its way, or choose another --directory."_s});
+    reporter_.ready(path);
+    finish(Success);
+}
+
+void UpdateCheck::stop(const Stop &stop)
+{
+    if (!stop_)
+        stop_ = stop;
+    if (timer_.isActive())
+        look();
+}
+
+// Looks how the download is getting on. A stop is asked for again each time, since a download that
+// has not begun its transfer yet cannot be stopped.
+void UpdateCheck::look()
+{
+    const auto client = controller_->mCurrentDownloadUpdateLogic();
+    reportProgress();
+    if (console_.failure())
+        stop_ = stop_.value_or(Stop{Failure, {}});
+    if (stop_)
+        client->doStopDownload();
+    if (!client->doCheckDownloadStop())
+        return timer_.start();
+
+    // When the end of a download can be seen, the notification of its success has been scheduled:
+    // what is scheduled now comes after it.
+    timer_.stop();
+    QMetaObject::invokeMethod(
+        &timer_, [this] { downloadEnded(); }, Qt::QueuedConnection);
+}
+
+void UpdateCheck::reportProgress()
+{
+    const auto progress = controller_->mCurrentDownloadUpdateLogic()->doGetDownloadProgress();
+    const bool hasBegun = progress.total || progress.received > progress.resumedAt;
+    const bool isDue =
+        !sinceProgress_.isValid() || sinceProgress_.hasExpired(shortestReportInterval);
+    if (!hasBegun || !isDue)
+        return;
+    sinceProgress_.start();
+    reporter_.progressed(progress);
+}
+
+void UpdateCheck::downloadEnded()
+{
+    if (isOver_)
+        return;
+    if (stop_) {
+        if (!stop_->reason.isEmpty())
+            reporter_.failed(interrupted(stop_->reason));
+        return finish(stop_->status);
+    }
+    reportProgress();
+    if (const auto failure =
+            controller_->mCurrentDownloadUpdateLogic()->doGetDownloadProgress().failure)
+        return fail(interrupted(*failure));
+    signals_.leave(); // Digesting may take long.
+    const auto path = verifiedFile();
+    if (!path)
+        return fail(discarded());
+    reporter_.ready(*path);
+    finish(Success);
+}
+
+void UpdateCheck::fail(const CheckFailure &failure)
+{
+    reporter_.failed(failure);
+    finish(Failure);
+}
+
+void UpdateCheck::finish(int status)
+{
+    isOver_ = true;
+    timer_.stop();
+    QCoreApplication::exit(status);
+}
+
+CheckFailure UpdateCheck::interrupted(const QString &reason) const
+{
+    const auto offered = files();
+    const qint64 kept = offered ? QFileInfo(offered->temporaryPath).size() : 0;
+    if (kept == 0)
+        return {reason, u"Try the same command again later."_s};
+    return {reason, u"The same command goes on at %1."_s.arg(
+                        ProgressLine::size(static_cast<uint64_t>(kept)))};
+}
+
+// Why a file that came whole is not there: it was not the one announced, or was not kept whole,
+// which the library does not tell.
+CheckFailure UpdateCheck::discarded() const
+{
+    const QFileInfo directory(settings_.directory);
+    if (!directory.isDir() || !directory.isWritable())
+        return {u"%1 cannot be written to."_s.arg(settings_.directory),
+                u"Make it a writable directory, or choose another --directory."_s};
+    const auto progress = controller_->mCurrentDownloadUpdateLogic()->doGetDownloadProgress();
+    const qint64 room = QStorageInfo(settings_.directory).bytesAvailable();
+    if (progress.total && room >= 0 && static_cast<uint64_t>(room) < *progress.total)
+        return {u"There is not enough room in %1."_s.arg(settings_.directory),
+                u"Make room for %1, or choose another --directory."_s.arg(
+                    ProgressLine::size(*progress.total))};
+    return {u"The file received does not have the digest announced, and was discarded."_s,
+            u"The same command fetches it anew; if that does not help, the service announces "
+            "another file than it hands out."_s};
+}
+
+// The names of what the service offers; absent when it offers nothing.
+std::optional<UpdateFiles> UpdateCheck::files() const
+{
+    const auto reply = controller_->mLastCheckUpdateResponse();
+    const auto version = reply ? reply->ZVUpdateVersion() : std::nullopt;
+    return version ? UpdateFiles::named(settings_.directory, settings_.productID, *version)
+                   : std::nullopt;
+}
+
+// Without a delegate nobody is told that the file is verified.
+std::optional<QString> UpdateCheck::verifiedFile() const
+{
+    const auto offered = files();
+    if (settings_.withDelegate || !offered)
+        return std::nullopt;
+    const auto digest = controller_->mLastCheckUpdateResponse()->ZVMD5();
+    for (const QString &path : {offered->diskImagePath, offered->temporaryPath}) {
+        if (QFileInfo(path).isFile() &&
+            ZVMisc::getFileMD5(path) == digest.value_or(QString()).toLower())
+            return path;
+    }
+    return std::nullopt;
+}

@@ -1,0 +1,61 @@
+#pragma once
+
+#include "CheckReporter.h"
+#include "StopSignals.h"
+
+#include <QElapsedTimer>
+#include <QTimer>
+
+#include <memory>
+#include <optional>
+
+class Console;
+
+/// One update check from the question to the end of the download, with the shared controller and
+/// the application's event loop. Main thread.
+class UpdateCheck final : private ZVUpdateProcDelegate
+{
+public:
+    UpdateCheck(const CheckSettings &settings, CheckReporter &reporter, const Console &console);
+    ~UpdateCheck() override;
+
+    UpdateCheck(const UpdateCheck &) = delete;
+    UpdateCheck &operator=(const UpdateCheck &) = delete;
+
+    /// Runs the check and returns the program's exit status.
+    int run();
+
+private:
+    /// That the check is to be stopped: the exit status, and what is to be told, if anything.
+    struct Stop
+    {
+        int status;
+        QString reason;
+    };
+
+    void UpdateFileReady(const QString &path) override;
+    void windowClosedUpdateAction() override {}
+    void windowClosedCancelAction() override {}
+
+    void stop(const Stop &stop);
+    void look();
+    void reportProgress();
+    void downloadEnded();
+    void fail(const CheckFailure &failure);
+    void finish(int status);
+
+    CheckFailure interrupted(const QString &reason) const;
+    CheckFailure discarded() const;
+    std::optional<UpdateFiles> files() const;
+    std::optional<QString> verifiedFile() const;
+
+    const CheckSettings settings_;
+    CheckReporter &reporter_;
+    const Console &console_;
+    std::shared_ptr<ZVUpdateProc> controller_;
+    StopSignals signals_;
+    QTimer timer_; // Runs while a download does.
+    QElapsedTimer sinceProgress_;
+    std::optional<Stop> stop_;
+    bool isOver_ = false;
+};
