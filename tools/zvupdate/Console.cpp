@@ -1,9 +1,9 @@
 #include "Console.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <utility>
 
 #include <sys/ioctl.h>
 #include <unistd.h>

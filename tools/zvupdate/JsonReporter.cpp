@@ -3,6 +3,8 @@
 #include "Console.h"
 #include "JsonLine.h"
 
+#include <utility>
+
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
@@ -29,10 +31,13 @@ void JsonReporter::answered(int64_t result, const CheckUpdateResponse * /*reply*
 
 void JsonReporter::progressed(const UpdateDownloadProgress &progress)
 {
-    console_.print(jsonLine(
-        {{u"event"_s, u"progress"_s},
-         {u"received"_s, number(progress.received)},
-         {u"total"_s, progress.total ? number(*progress.total) : QJsonValue(QJsonValue::Null)}}));
+    const QJsonValue total =
+        progress.total ? number(*progress.total) : QJsonValue(QJsonValue::Null);
+    const QString event = jsonLine({{u"event"_s, u"progress"_s},
+                                    {u"received"_s, number(progress.received)},
+                                    {u"total"_s, total}});
+    if (std::exchange(lastProgress_, event) != event)
+        console_.print(event);
 }
 
 void JsonReporter::ready(const QString &path)

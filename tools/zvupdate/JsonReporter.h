@@ -21,4 +21,5 @@ public:
 
 private:
     Console &console_;
+    QString lastProgress_;
 };

@@ -4,6 +4,8 @@
 
 #include <QUrl>
 
+#include <utility>
+
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
@@ -54,10 +56,11 @@ void TextReporter::answered(int64_t result, const CheckUpdateResponse *reply,
 
 void TextReporter::progressed(const UpdateDownloadProgress &progress)
 {
-    const bool isResumed = progress.resumedAt > 0;
-    if (!std::exchange(hasBegun_, true) && isResumed)
+    if (!std::exchange(hasBegun_, true) && progress.resumedAt > 0)
         console_.say(u"Resuming at %1"_s.arg(ProgressLine::size(progress.resumedAt)));
-    if (isTerminal_)
+    if (isTerminal_ && progress.received == progress.total)
+        console_.showProgress(u"Verifying ..."_s);
+    else if (isTerminal_)
         console_.showProgress(progressLine_.text(progress, Console::width() - 1));
 }
 
