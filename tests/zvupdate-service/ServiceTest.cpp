@@ -4,6 +4,7 @@
 
 #include <ZVUpdate/service/BaseResponse.h>
 #include <ZVUpdate/service/CheckUpdateResponse.h>
+#include <ZVUpdate/transport/ZVMisc.h>
 
 #include <QCryptographicHash>
 #include <QFile>
@@ -15,7 +16,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr qint64 kHugeSize = (qint64(5) << 30) + 3;
+constexpr qint64 kHugeSize = (qint64(4) << 30) + 3;
 
 QString md5(const QByteArray &bytes)
 {
@@ -37,7 +38,8 @@ protected:
             {"id": "P&ver=1", "releases": [
               {"version": "2103", "installer": "files/new.bin",
                "notes": {"en": "Faster.", "zh-TW": "更快。"}},
-              {"version": "99", "installer": "files/huge.bin"}]}]})");
+              {"version": "99", "installer": "files/new.bin"}]},
+            {"id": "Huge", "releases": [{"version": "1", "installer": "files/huge.bin"}]}]})");
     }
 
     CheckUpdateResponse check(const QString &id, const QString &version)
@@ -123,13 +125,15 @@ TEST_F(ServiceTest, SendsFilesWholeAndInParts)
 TEST_F(ServiceTest, SendsFilesPastFourGigabytes)
 {
     ASSERT_TRUE(service_.start());
-    const QString command = service_.download(u"P&ver=1_99.exe"_s);
+    const QString command = service_.download(u"Huge_1.exe"_s);
     EXPECT_EQ(service_.request("HEAD", command).headers.value("content-length"),
               QByteArray::number(kHugeSize));
     const auto end =
         service_.request("GET", command, "bytes=" + QByteArray::number(kHugeSize - 4) + '-');
     EXPECT_EQ(end.status, 206);
     EXPECT_EQ(end.body, QByteArray("\0end", 4));
+    EXPECT_EQ(check(u"Huge"_s, u"0"_s).ZVMD5(),
+              ZVMisc::getFileMD5(service_.served(u"files/huge.bin"_s)));
 }
 
 TEST_F(ServiceTest, WantsAGoodTokenAndAFileThatExists)

@@ -3,6 +3,14 @@
 #include <QCryptographicHash>
 #include <QFile>
 
+#include <algorithm>
+
+namespace {
+
+constexpr qint64 kPieceSize = 1 << 20;
+
+} // namespace
+
 std::optional<QString> FileDigests::md5(const QString &path)
 {
     // Taken before the reading: a file that changes meanwhile is read again the next time.
@@ -11,11 +19,20 @@ std::optional<QString> FileDigests::md5(const QString &path)
         known != entries_.constEnd() && stamp && known->stamp == stamp)
         return known->md5;
 
-    // Read, not mapped: a build that truncates its installer must not take the service down.
     QFile file(path);
-    QCryptographicHash hash(QCryptographicHash::Md5);
-    if (!file.open(QIODevice::ReadOnly) || !hash.addData(&file))
+    if (!file.open(QIODevice::ReadOnly))
         return std::nullopt;
+    QCryptographicHash hash(QCryptographicHash::Md5);
+    // Clients count a file's bytes in 32 bits, and check only so many.
+    qint64 left = static_cast<quint32>(file.size());
+    while (left > 0) {
+        // Read, not mapped: a build that truncates its installer must not take the service down.
+        const QByteArray piece = file.read(std::min(left, kPieceSize));
+        if (piece.isEmpty())
+            return std::nullopt;
+        hash.addData(piece);
+        left -= piece.size();
+    }
     const QString md5 = QString::fromLatin1(hash.result().toHex());
     entries_.insert(path, {stamp, md5});
     return md5;

@@ -12,7 +12,9 @@
 class FileDigests
 {
 public:
-    /// The digest as lower-case hexadecimal text; absent when the file cannot be read.
+    /// The digest as update clients compute it, in lower-case hexadecimal; absent when the file
+    /// cannot be read or shrinks meanwhile. Of a file of 4 GiB or more only the first (size modulo
+    /// 2^32) bytes count.
     std::optional<QString> md5(const QString &path);
 
 private:
