@@ -52,14 +52,16 @@ UpdateLogicFunc::UpdateLogicFunc() : mBaseURL_(baseURL()) {}
 
 UpdateLogicFunc::~UpdateLogicFunc()
 {
-    // Asked again at each step: a download that has not begun its transfer yet cannot be stopped,
-    // and must not hold up its host for its whole length.
+    // Asked again and again: a download that has not begun its transfer yet cannot be stopped, and
+    // must not hold up its host for its whole length.
+    const auto stopped = [this] {
+        doStopDownload();
+        return doCheckDownloadStop();
+    };
     const auto download = mDownload();
     const bool isWithinReport = download && download->isReportingHere();
-    do {
-        doStopDownload();
-        runCurrentRunLoop(waitStep, [this] { return doCheckDownloadStop(); });
-    } while (!doCheckDownloadStop() && !isWithinReport);
+    while (!stopped() && !isWithinReport)
+        runCurrentRunLoop(waitStep, stopped);
     retire();
     releaseDownload();
 }
