@@ -121,7 +121,10 @@ bool copyThenRemove(const QString &from, const QString &to)
 QString Files::join(const QString &directory, const QString &name)
 {
     const QChar separator = QLatin1Char('/');
-    return directory.endsWith(separator) ? directory + name : directory + separator + name;
+    // Without a directory the name is relative; a separator would make it one of the root's.
+    if (directory.isEmpty() || directory.endsWith(separator))
+        return directory + name;
+    return directory + separator + name;
 }
 
 QString Files::replaceExtension(const QString &path, const QString &extension)
