@@ -203,8 +203,9 @@ std::optional<QString> Files::readText(const QString &path)
     const QByteArray bytes = file.readAll();
     if (file.error() != QFileDevice::NoError)
         return std::nullopt;
-    QStringDecoder decode(
-        QStringConverter::encodingForData(bytes).value_or(QStringConverter::Utf8));
+    // Stateless, so that a character cut off at the end counts as an error.
+    QStringDecoder decode(QStringConverter::encodingForData(bytes).value_or(QStringConverter::Utf8),
+                          QStringConverter::Flag::Stateless);
     const QString text = decode(bytes);
     if (decode.hasError())
         return std::nullopt;
