@@ -52,9 +52,10 @@ bool isC(const QLocale &locale)
 QString currentLocaleIdentifier()
 {
     const QLocale locale = QLocale::system();
-    if (isC(locale))
-        return QStringLiteral("en");
     const QString asGiven = identifierFromEnvironment();
+    // With LANGUAGE set, Qt takes the language from there, and only the name tells C.
+    if (isC(locale) || asGiven == QLatin1String("C") || asGiven == QLatin1String("POSIX"))
+        return QStringLiteral("en");
     return asGiven.isEmpty() ? locale.name() : asGiven;
 }
 
