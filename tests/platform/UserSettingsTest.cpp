@@ -1,0 +1,93 @@
+#include "platform/Locale.h"
+#include "platform/Preferences.h"
+#include "support/TestFiles.h"
+
+#include <QCoreApplication>
+#include <QProcess>
+#include <QSettings>
+
+#include <gmock/gmock.h>
+
+#include <cstdio>
+
+using namespace ZVPlatform;
+using testing::HasSubstr;
+
+TEST(Preferences, KeepWhatTheyAreGiven)
+{
+    const QString key = QStringLiteral("key");
+    EXPECT_EQ(Preferences::boolean(key), std::nullopt);
+    EXPECT_EQ(Preferences::date(key), std::nullopt);
+    EXPECT_EQ(Preferences::text(key), std::nullopt);
+
+    const auto date = QDateTime(QDate(2031, 1, 2), QTime(3, 4, 5), Qt::UTC);
+    Preferences::setBoolean(QStringLiteral("flag"), false);
+    Preferences::setDate(QStringLiteral("date"), date);
+    Preferences::setText(QStringLiteral("text"), QStringLiteral("更新, \"1\""));
+    EXPECT_TRUE(Preferences::synchronise());
+    EXPECT_EQ(Preferences::boolean(QStringLiteral("flag")), false);
+    EXPECT_EQ(Preferences::date(QStringLiteral("date")), date);
+    EXPECT_EQ(Preferences::text(QStringLiteral("text")), QStringLiteral("更新, \"1\""));
+    EXPECT_EQ(Preferences::date(QStringLiteral("text")), std::nullopt);
+
+    Preferences::remove(QStringLiteral("flag"));
+    EXPECT_EQ(Preferences::boolean(QStringLiteral("flag")), std::nullopt);
+}
+
+TEST(Preferences, ShowWhatAnotherProcessHasWritten)
+{
+    Preferences::setText(QStringLiteral("flag"), QStringLiteral("NO"));
+    ASSERT_TRUE(Preferences::synchronise());
+    const QString path = QSettings().fileName();
+    const std::pair<const char *, bool> rows[] = {{"true", true}, {"false", false}, {"YES", true},
+                                                  {"no", false},  {"1", true},      {"0", false},
+                                                  {"\"\"", false}};
+    for (const auto &[value, expected] : rows) {
+        writeFile(path, QByteArray("[General]\nflag=") + value + '\n');
+        ASSERT_TRUE(Preferences::synchronise());
+        EXPECT_EQ(Preferences::boolean(QStringLiteral("flag")), expected) << value;
+    }
+    ASSERT_TRUE(QFile::remove(path));
+    ASSERT_TRUE(Preferences::synchronise());
+    EXPECT_EQ(Preferences::boolean(QStringLiteral("flag")), std::nullopt);
+}
+
+// The environment is read once a process, so each row has one of its own, which runs this test.
+TEST(Locale, IsTheOneOfTheEnvironment)
+{
+    if (qEnvironmentVariableIsSet("ZVUPDATE_TEST_PRINTS_LOCALE")) {
+        std::printf("<%s: %s>", qPrintable(currentLocaleIdentifier()),
+                    qPrintable(preferredLanguages().join(u' ')));
+        return;
+    }
+    const struct
+    {
+        const char *lang;
+        const char *language;
+        const char *expected;
+    } rows[] = {
+        {"zh_TW.UTF-8", "", "<zh_TW: zh-TW zh-Hant-TW zh-Hant zh>"},
+        {"zh_CN.UTF-8", "", "<zh_CN: zh-CN zh-Hans-CN zh-Hans zh>"},
+        {"zh_HK.UTF-8", "", "<zh_HK: zh-HK zh-Hant-HK zh-Hant zh>"},
+        {"en_US.UTF-8", "", "<en_US: en-US en-Latn-US en-Latn en>"},
+        {"C", "", "<en: en>"},
+        {"POSIX", "", "<en: en>"},
+        {"C.UTF-8", "", "<en: en>"},
+        {"en_TW.UTF-8", "en", "<en_TW: en "},
+        {"en_US.UTF-8", "zh_TW:de", "<en_US: zh-TW zh-Hant-TW zh-Hant zh de "},
+        {"C.UTF-8", "zh_TW:de", "<en: zh-TW zh-Hant-TW zh-Hant zh de "},
+    };
+    for (const auto &row : rows) {
+        QProcess process;
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("ZVUPDATE_TEST_PRINTS_LOCALE"), QStringLiteral("1"));
+        environment.insert(QStringLiteral("LC_ALL"), QString::fromUtf8(row.lang));
+        environment.insert(QStringLiteral("LANGUAGE"), QString::fromUtf8(row.language));
+        process.setProcessEnvironment(environment);
+        process.start(QCoreApplication::applicationFilePath(),
+                      {QStringLiteral("--gtest_filter=Locale.IsTheOneOfTheEnvironment")});
+        ASSERT_TRUE(process.waitForFinished()) << qPrintable(process.errorString());
+        EXPECT_THAT(process.readAllStandardOutput().toStdString(), HasSubstr(row.expected))
+            << row.lang << ' ' << row.language;
+    }
+}
