@@ -4,13 +4,13 @@
 
 #include <algorithm>
 #include <cmath>
-#include <utility>
 
 using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr double memoryInSeconds = 3; // Over which the speed is averaged.
+constexpr double memoryInSeconds = 3;        // Over which the speed is averaged.
+constexpr double shortestMeasurement = 0.05; // In seconds; chance rules below.
 constexpr qsizetype shortestBar = 10;
 constexpr qsizetype longestBar = 40;
 
@@ -40,7 +40,7 @@ QString bar(double share, qsizetype length)
 
 QString ProgressLine::text(const UpdateDownloadProgress &progress, int width)
 {
-    measure(progress.received);
+    measure(progress);
     QString figures = size(progress.received);
     if (progress.total)
         figures += u" of "_s + size(*progress.total);
@@ -66,15 +66,15 @@ QString ProgressLine::size(uint64_t bytes)
 
 // The recent past counts most, and the more time has passed since the last look, the less what was
 // known before.
-void ProgressLine::measure(uint64_t received)
+void ProgressLine::measure(const UpdateDownloadProgress &progress)
 {
-    const bool isFirst = !sinceLast_.isValid();
-    const double seconds = isFirst ? 0 : static_cast<double>(sinceLast_.nsecsElapsed()) / 1e9;
-    const uint64_t before = std::exchange(lastReceived_, received);
-    sinceLast_.start();
-    if (seconds <= 0 || received < before)
+    const double seconds = static_cast<double>(sinceLast_.nsecsElapsed()) / 1e9;
+    const uint64_t before = std::max(lastReceived_, progress.resumedAt);
+    if (seconds < shortestMeasurement || progress.received < before)
         return;
-    const double rate = static_cast<double>(received - before) / seconds;
+    sinceLast_.start();
+    lastReceived_ = progress.received;
+    const double rate = static_cast<double>(progress.received - before) / seconds;
     const double weight = rate_ > 0 ? 1 - std::exp(-seconds / memoryInSeconds) : 1;
     rate_ += weight * (rate - rate_);
 }

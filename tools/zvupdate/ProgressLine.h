@@ -12,15 +12,18 @@
 class ProgressLine
 {
 public:
+    /// The download begins: its speed is measured from now on.
+    void begin() { sinceLast_.start(); }
+
     /// The line for a state of the download, at most width columns long. To be called several times
-    /// a second, since the speed is measured between calls.
+    /// a second, since the speed is measured from call to call.
     QString text(const UpdateDownloadProgress &progress, int width);
 
     /// A number of bytes for people, such as "12.3 MiB".
     static QString size(uint64_t bytes);
 
 private:
-    void measure(uint64_t received);
+    void measure(const UpdateDownloadProgress &progress);
     QString remaining(uint64_t bytes) const;
 
     QElapsedTimer sinceLast_;

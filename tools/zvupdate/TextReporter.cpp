@@ -43,6 +43,7 @@ void TextReporter::answered(int64_t result, const CheckUpdateResponse *reply,
     const QString version = reply ? reply->ZVUpdateVersion().value_or(QString()) : QString();
     if (result == ZVUpdateProc::ZVDownloadStarted) {
         console_.say(u"Version %1 is available"_s.arg(version));
+        progressLine_.begin();
         console_.say(u"Downloading it to %1"_s.arg(temporaryPath));
     } else if (result == ZVUpdateProc::ZVInstallerReady) {
         console_.say(u"Version %1 is available and has been downloaded already"_s.arg(version));
