@@ -18,9 +18,9 @@ bool isUserTyping()
     QObject *receiver = QGuiApplication::focusObject();
     if (!receiver)
         return false;
-    QInputMethodQueryEvent query(Qt::ImEnabled);
+    QInputMethodQueryEvent query(Qt::ImEnabled | Qt::ImReadOnly);
     QCoreApplication::sendEvent(receiver, &query);
-    return query.value(Qt::ImEnabled).toBool();
+    return query.value(Qt::ImEnabled).toBool() && !query.value(Qt::ImReadOnly).toBool();
 }
 
 } // namespace

@@ -1,0 +1,143 @@
+#include <ui/VerticalCenterTextField.h>
+
+#include <QImage>
+#include <QPainter>
+#include <QTextLayout>
+
+#include <gmock/gmock.h>
+
+namespace {
+
+const QColor paper(128, 128, 128);
+
+class VerticalCenterTextFieldTest : public testing::Test
+{
+protected:
+    VerticalCenterTextFieldTest()
+    {
+        field.setText(QStringLiteral("one line"));
+        QTextLayout layout(field.text(), field.font());
+        layout.beginLayout();
+        QTextLine line = layout.createLine();
+        line.setLineWidth(200);
+        h = line.height();
+    }
+
+    static QImage draw(const VerticalCenterTextField &drawn, const QRectF &frame, qreal scale = 1)
+    {
+        QImage image(QSize(200, 100) * scale, QImage::Format_RGB32);
+        image.setDevicePixelRatio(scale);
+        image.fill(paper);
+        QPainter painter(&image);
+        drawn.drawInteriorWithFrame(&painter, frame);
+        return image;
+    }
+
+    // The first row of pixels that has anything drawn on it.
+    static int firstRow(const QImage &image)
+    {
+        for (int y = 0; y < image.height(); ++y) {
+            for (int x = 0; x < image.width(); ++x) {
+                if (image.pixelColor(x, y) != paper)
+                    return y;
+            }
+        }
+        return -1;
+    }
+
+    static bool holds(const QImage &image, const QColor &colour)
+    {
+        for (int y = 0; y < image.height(); ++y) {
+            for (int x = 0; x < image.width(); ++x) {
+                if (image.pixelColor(x, y) == colour)
+                    return true;
+            }
+        }
+        return false;
+    }
+
+    VerticalCenterTextField field;
+    qreal h = 0; // the height of one line
+};
+
+TEST_F(VerticalCenterTextFieldTest, CentresInTheBounds)
+{
+    EXPECT_EQ(field.titleRectForBounds({0, 0, 200, h + 23}), QRectF(0, 11.5, 200, h));
+    EXPECT_EQ(field.titleRectForBounds({3.25, 10.5, 200, h + 23.25}), QRectF(3.25, 22.125, 200, h));
+
+    // The label's own rectangle, here indented from the top, gives horizontal position and width
+    // alone.
+    field.setMargin(4);
+    field.setIndent(10);
+    field.setAlignment(Qt::AlignLeft | Qt::AlignTop);
+    EXPECT_EQ(field.titleRectForBounds({0, 0, 200, h + 23}), QRectF(14, 11.5, 182, h));
+}
+
+TEST_F(VerticalCenterTextFieldTest, LeavesTheLabelsRectangleToATextThatFillsIt)
+{
+    EXPECT_EQ(field.titleRectForBounds({0, 5, 200, h}), QRectF(0, 5, 200, h));
+    field.setText(QStringLiteral("1\n2\n3"));
+    EXPECT_EQ(field.titleRectForBounds({0, 5, 200, 3 * h - 0.5}), QRectF(0, 5, 200, 3 * h - 0.5));
+    EXPECT_EQ(field.titleRectForBounds({0, 5, 200, 3 * h + 1}), QRectF(0, 5.5, 200, 3 * h));
+}
+
+TEST_F(VerticalCenterTextFieldTest, CollapsesWithoutText)
+{
+    field.clear();
+    EXPECT_EQ(field.titleRectForBounds({0, 10, 200, 41}), QRectF(0, 30.5, 200, 0));
+    EXPECT_EQ(firstRow(draw(field, {0, 0, 200, 100})), -1);
+}
+
+// One unit more height moves the text down by half a unit, which is one pixel at scale 2.
+TEST_F(VerticalCenterTextFieldTest, KeepsFractionsWhenDrawing)
+{
+    const int row = firstRow(draw(field, {0, 0, 200, h + 22}, 2));
+    EXPECT_GT(row, 0);
+    EXPECT_EQ(firstRow(draw(field, {0, 0, 200, h + 23}, 2)), row + 1);
+}
+
+TEST_F(VerticalCenterTextFieldTest, ElidesTheLastVisibleLine)
+{
+    VerticalCenterTextField expected;
+    expected.setText(QStringLiteral("1\n2…"));
+    field.setText(QStringLiteral("1\n2\n3"));
+    const QImage image = draw(expected, {0, 0, 200, 2 * h});
+    EXPECT_EQ(draw(field, {0, 0, 200, 2 * h}), image);
+    EXPECT_EQ(draw(field, {0, 0, 200, 3 * h - 1}), image);
+
+    // A word that is wider than the field is broken, and stays in the rectangle.
+    field.setText(QString(500, QLatin1Char('W')));
+    EXPECT_GT(field.heightForWidth(100), 2 * h);
+    const QRect below(0, static_cast<int>(2 * h), 200, 20);
+    EXPECT_EQ(firstRow(draw(field, {0, 0, 100, 2 * h}).copy(below)), -1);
+}
+
+TEST_F(VerticalCenterTextFieldTest, IsWhiteOnlyWhenHighlightedOnDark)
+{
+    QPalette palette;
+    palette.setColor(QPalette::WindowText, Qt::red);
+    field.setPalette(palette);
+    field.setText(QStringLiteral("████"));
+    for (const bool highlighted : {false, true}) {
+        for (const auto style : {VerticalCenterTextField::Light, VerticalCenterTextField::Dark}) {
+            field.setHighlighted(highlighted);
+            field.setBackgroundStyle(style);
+            const bool isWhite = highlighted && style == VerticalCenterTextField::Dark;
+            const QImage image = draw(field, {0, 0, 200, h + 20});
+            EXPECT_EQ(holds(image, Qt::white), isWhite) << highlighted << style;
+            EXPECT_EQ(holds(image, Qt::red), !isWhite) << highlighted << style;
+        }
+    }
+}
+
+TEST_F(VerticalCenterTextFieldTest, DrawsWhereASubclassSays)
+{
+    class Lower final : public VerticalCenterTextField
+    {
+        QRectF titleRectForBounds(const QRectF &) const override { return {0, 60, 200, 30}; }
+    } lower;
+    lower.setText(field.text());
+    EXPECT_GE(firstRow(draw(lower, {0, 0, 200, h + 20})), 60);
+}
+
+} // namespace
