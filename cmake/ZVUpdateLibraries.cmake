@@ -47,9 +47,11 @@ file(CREATE_LINK ${PROJECT_SOURCE_DIR} ${PROJECT_BINARY_DIR}/include/ZVUpdate SY
 
 add_library(ZVUpdateCore)
 add_library(ZVUpdate::Core ALIAS ZVUpdateCore)
+target_sources(ZVUpdateCore PRIVATE $<TARGET_OBJECTS:zvupdate_core_objects>)
 target_link_libraries(ZVUpdateCore
     PUBLIC Qt6::Core
-    PRIVATE zvupdate_core_objects)
+    PRIVATE CURL::libcurl Threads::Threads
+        $<BUILD_INTERFACE:zvupdate_compile_options>)
 target_include_directories(ZVUpdateCore
     INTERFACE $<BUILD_INTERFACE:${PROJECT_BINARY_DIR}/include>)
 target_compile_features(ZVUpdateCore PUBLIC cxx_std_20)

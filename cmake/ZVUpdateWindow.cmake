@@ -60,9 +60,10 @@ target_link_libraries(zvupdate_window_objects
 
 add_library(ZVUpdate)
 add_library(ZVUpdate::ZVUpdate ALIAS ZVUpdate)
+target_sources(ZVUpdate PRIVATE $<TARGET_OBJECTS:zvupdate_window_objects>)
 target_link_libraries(ZVUpdate
     PUBLIC ZVUpdateCore
-    PRIVATE zvupdate_window_objects)
+    PRIVATE Qt6::Widgets Qt6::UiTools Qt6::DBus $<BUILD_INTERFACE:zvupdate_compile_options>)
 set_target_properties(ZVUpdate PROPERTIES
     VERSION ${PROJECT_VERSION}
     SOVERSION ${PROJECT_VERSION_MAJOR})
