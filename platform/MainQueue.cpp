@@ -1,9 +1,10 @@
 #include "MainQueue.h"
 
 #include <QCoreApplication>
-#include <QMetaObject>
+#include <QEvent>
 #include <QObject>
 
+#include <deque>
 #include <mutex>
 #include <utility>
 
@@ -12,18 +13,39 @@ namespace ZVPlatform {
 namespace {
 
 std::mutex mutex;
-// Guarded by mutex. Lives on the application's thread, and no longer than the application object:
-// posting to the application itself would race with its destruction.
-QObject *receiver = nullptr;
+
+/// Runs one job upon each event that is posted to it. Lives on the application's thread, and no
+/// longer than the application object: posting to that itself would race with its destruction.
+class Receiver : public QObject
+{
+public:
+    // Jobs are kept here and not in the events, so that they are destroyed where they run: of an
+    // event that carries one, the poster may keep a share until the job is over.
+    std::deque<std::function<void()>> jobs; // Guarded by mutex.
+
+protected:
+    void customEvent(QEvent *) override
+    {
+        std::function<void()> job;
+        {
+            const std::lock_guard lock(mutex);
+            job = std::move(jobs.front());
+            jobs.pop_front();
+        }
+        job();
+    }
+};
+
+Receiver *receiver = nullptr; // Guarded by mutex.
 
 void dropReceiver()
 {
-    QObject *former = nullptr;
+    Receiver *former = nullptr;
     {
         const std::lock_guard lock(mutex);
         std::swap(former, receiver);
     }
-    delete former; // Destroys the jobs that have not run.
+    delete former; // With the jobs that have not run.
 }
 
 } // namespace
@@ -35,11 +57,12 @@ void MainQueue::async(std::function<void()> job)
         const QCoreApplication *application = QCoreApplication::instance();
         if (!application)
             return;
-        receiver = new QObject;
+        receiver = new Receiver;
         receiver->moveToThread(application->thread());
         qAddPostRoutine(dropReceiver);
     }
-    QMetaObject::invokeMethod(receiver, std::move(job), Qt::QueuedConnection);
+    receiver->jobs.push_back(std::move(job));
+    QCoreApplication::postEvent(receiver, new QEvent(QEvent::User));
 }
 
 } // namespace ZVPlatform
