@@ -53,15 +53,17 @@ TEST(SerialQueue, RunsItsJobsInOrderOnOneThreadAndFinishesThem)
 
 TEST(SerialQueue, MayGoInAJobOfItsOwn)
 {
-    std::atomic<bool> last = false;
+    std::atomic<bool> isLastOwner = false;
+    std::atomic<bool> isGone = false;
     auto owner = std::make_shared<SerialQueue>(QStringLiteral("queue"));
-    SerialQueue &queue = *owner;
-    queue.async([held = std::move(owner)]() mutable { held.reset(); });
-    ASSERT_TRUE(waitFor([&] {
-        // A queue that has ended joins such a thread.
-        SerialQueue(QStringLiteral("other")).async([&] { last = true; });
-        return last.load();
-    }));
+    owner->async([&, held = owner]() mutable {
+        EXPECT_TRUE(waitFor([&] { return isLastOwner.load(); }, Meanwhile::Sleep));
+        held.reset();
+        isGone = true;
+    });
+    owner.reset();
+    isLastOwner = true;
+    EXPECT_TRUE(waitFor([&] { return isGone.load(); }));
 }
 
 TEST(MainQueue, RunsJobsInOrderInTheEventLoopOnly)
@@ -80,7 +82,8 @@ TEST(MainQueue, RunsJobsInOrderInTheEventLoopOnly)
     EXPECT_EQ(thread, std::this_thread::get_id());
 }
 
-TEST(MainQueue, DropsJobsWhenTheApplicationGoes)
+// Such tests run first, while there is only one thread.
+TEST(MainQueueDeathTest, DropsJobsWhenTheApplicationGoes)
 {
     EXPECT_EXIT(_exit(applicationDropsItsJobs() ? 0 : 1), testing::ExitedWithCode(0), "");
 }

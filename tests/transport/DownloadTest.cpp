@@ -21,13 +21,36 @@ namespace {
 
 const QString command = QStringLiteral("cmd=download&tk=T1&fn=P1_2103.exe");
 
-/// What a delegate was told, and how. It outlives its delegate, and is read when the download has
-/// ended.
-struct Reports
+/// What a delegate was told, and how. It outlives its delegate.
+class Reports
 {
-    std::vector<std::string> outcomes; // "file PATH" or "DOMAIN CODE"
-    std::thread::id thread;
-    bool wasStopped = false; // what isThreadStop() said during the call
+public:
+    void add(const std::string &outcome, bool wasStopped)
+    {
+        const std::lock_guard lock(mutex_);
+        outcomes_.push_back(outcome);
+        thread_ = std::this_thread::get_id();
+        wasStopped_ = wasStopped;
+    }
+
+    /// "file PATH" or "DOMAIN CODE", one for each call.
+    std::vector<std::string> outcomes() const { return read(outcomes_); }
+    std::thread::id thread() const { return read(thread_); }
+    /// What isThreadStop() said during the call.
+    bool wasStopped() const { return read(wasStopped_); }
+
+private:
+    template <class T>
+    T read(const T &value) const
+    {
+        const std::lock_guard lock(mutex_);
+        return value;
+    }
+
+    mutable std::mutex mutex_;
+    std::vector<std::string> outcomes_;
+    std::thread::id thread_;
+    bool wasStopped_ = false;
 };
 
 class Delegate : public HttpFunctionPostDelegate
@@ -52,10 +75,8 @@ public:
 private:
     void report(const std::string &outcome)
     {
-        reports_->outcomes.push_back(outcome);
-        reports_->thread = std::this_thread::get_id();
         const auto transport = transport_.lock();
-        reports_->wasStopped = transport && transport->isThreadStop();
+        reports_->add(outcome, transport && transport->isThreadStop());
     }
 
     const std::shared_ptr<Reports> reports_;
@@ -167,9 +188,9 @@ TEST_P(Download, FetchesAFileAndReportsOnceOnItsThread)
     ASSERT_TRUE(waitForEnd());
 
     EXPECT_TRUE(readFile(path_) == content);
-    EXPECT_THAT(reports_->outcomes, ElementsAre(fileOutcome()));
-    EXPECT_FALSE(reports_->wasStopped) << "The end shows only after the report.";
-    EXPECT_EQ(reports_->thread == std::this_thread::get_id(), !isSession_);
+    EXPECT_THAT(reports_->outcomes(), ElementsAre(fileOutcome()));
+    EXPECT_FALSE(reports_->wasStopped()) << "The end shows only after the report.";
+    EXPECT_EQ(reports_->thread() == std::this_thread::get_id(), !isSession_);
     EXPECT_EQ(transport_->mCancelDownloadTempFile(), path_);
     EXPECT_EQ(transport_->downloadedBytes(), static_cast<uint64_t>(content.size()));
     EXPECT_EQ(transport_->expectedBytes(), content.size());
@@ -195,7 +216,7 @@ TEST_P(Download, AsksOnlyForWhatIsMissing)
     ASSERT_TRUE(waitForEnd());
 
     EXPECT_TRUE(readFile(path_) == content);
-    EXPECT_THAT(reports_->outcomes, ElementsAre(fileOutcome()));
+    EXPECT_THAT(reports_->outcomes(), ElementsAre(fileOutcome()));
     EXPECT_EQ(transport_->expectedBytes(), content.size());
     ASSERT_EQ(server.requests().size(), 2u) << "A redirect is followed.";
     for (const ScriptedServer::Request &request : server.requests())
@@ -211,7 +232,7 @@ TEST_P(Download, HappensOnceATransport)
     ASSERT_TRUE(waitForLastOwner());
 
     EXPECT_EQ(server.requests().size(), 1u);
-    EXPECT_THAT(reports_->outcomes, ElementsAre(fileOutcome()));
+    EXPECT_THAT(reports_->outcomes(), ElementsAre(fileOutcome()));
     EXPECT_EQ(readFile(path_), "content");
     EXPECT_FALSE(Files::exists(second));
 }
@@ -230,7 +251,7 @@ TEST_P(Download, NeedsNeitherADelegateNorAnOwner)
     ASSERT_TRUE(waitForLastOwner());
 
     EXPECT_EQ(readFile(path_), "0123456789abcdefghij");
-    EXPECT_THAT(reports_->outcomes, IsEmpty());
+    EXPECT_THAT(reports_->outcomes(), IsEmpty());
 }
 
 TEST_P(Download, SharesTheConnectionOfTheCommandsBeforeIt)
@@ -266,7 +287,7 @@ TEST_P(Download, IsNotStoppedBeforeItsTransferHasBegun)
     ASSERT_TRUE(waitForEnd());
 
     EXPECT_EQ(transport_->mThreadEndFlag(), 0);
-    EXPECT_THAT(reports_->outcomes, ElementsAre(fileOutcome()));
+    EXPECT_THAT(reports_->outcomes(), ElementsAre(fileOutcome()));
     EXPECT_EQ(readFile(path_), "content");
 }
 
@@ -306,7 +327,7 @@ TEST_F(DownloadOverConnection, OutlastsTheTimeOutWhileBytesArrive)
     }
     EXPECT_TRUE(waitForEnd());
     HttpExchange::setIdleTimeout(former);
-    EXPECT_THAT(reports_->outcomes, ElementsAre(fileOutcome()));
+    EXPECT_THAT(reports_->outcomes(), ElementsAre(fileOutcome()));
 }
 
 namespace {
@@ -423,7 +444,7 @@ TEST_P(DownloadEnding, IsReportedByMode)
     ASSERT_TRUE(waitForEnd());
 
     const std::string expected = isSession_ ? ending.session : ending.connection;
-    EXPECT_THAT(reports_->outcomes, ElementsAre(expected == "file" ? fileOutcome() : expected));
+    EXPECT_THAT(reports_->outcomes(), ElementsAre(expected == "file" ? fileOutcome() : expected));
     EXPECT_EQ(Files::exists(path_), ending.after.has_value());
     EXPECT_EQ(readFile(path_), ending.after.value_or(QByteArray()));
     ASSERT_FALSE(server.requests().empty());
@@ -493,12 +514,12 @@ TEST_P(DownloadSilence, IsEndedByAStopAtOnce)
     EXPECT_EQ(transport_->mThreadEndFlag(), 1);
     if (isSession_) {
         ASSERT_TRUE(waitForEnd());
-        EXPECT_FALSE(reports_->wasStopped);
-        EXPECT_THAT(reports_->outcomes, ElementsAre(silence_.stopped));
+        EXPECT_FALSE(reports_->wasStopped());
+        EXPECT_THAT(reports_->outcomes(), ElementsAre(silence_.stopped));
     } else {
         EXPECT_TRUE(transport_->isThreadStop());
         ASSERT_TRUE(waitForLastOwner());
-        EXPECT_THAT(reports_->outcomes, IsEmpty());
+        EXPECT_THAT(reports_->outcomes(), IsEmpty());
     }
     EXPECT_EQ(Files::size(path_), silence_.received);
 }
@@ -518,5 +539,5 @@ TEST_P(DownloadSilence, IsEndedByTheTimeOut)
 
     EXPECT_GE(std::chrono::steady_clock::now() - begin, timeout);
     const std::string connection = silence_.received ? "HTTP Error 206" : "HTTP Error 0";
-    EXPECT_THAT(reports_->outcomes, ElementsAre(isSession_ ? silence_.timedOut : connection));
+    EXPECT_THAT(reports_->outcomes(), ElementsAre(isSession_ ? silence_.timedOut : connection));
 }
