@@ -14,6 +14,8 @@
 
 #include <gmock/gmock.h>
 
+using namespace Qt::Literals::StringLiterals;
+
 namespace {
 
 // A message bus that this process takes for the system's. It is there before the first test, since
@@ -23,17 +25,15 @@ class PrivateBus final : public testing::Environment
 public:
     void SetUp() override
     {
-        const QString configuration = directory_.filePath(QStringLiteral("bus.conf"));
+        const QString configuration = directory_.filePath(u"bus.conf"_s);
         writeFile(configuration,
-                  "<busconfig><listen>unix:tmpdir=" + QFile::encodeName(directory_.path()) +
-                      "</listen><policy context=\"default\"><allow own=\"*\"/>"
+                  "<busconfig><listen>unix:dir=" + QFile::encodeName(directory_.path()) +
+                      "</listen>"
+                      "<policy context=\"default\"><allow own=\"*\"/>"
                       "<allow send_destination=\"*\"/><allow send_type=\"signal\"/>"
-                      "<allow receive_type=\"method_return\"/>"
-                      "<allow receive_type=\"error\"/>"
-                      "<allow receive_type=\"signal\"/></policy></busconfig>");
-        process_.start(QStringLiteral("dbus-daemon"),
-                       {QStringLiteral("--nofork"), QStringLiteral("--print-address"),
-                        QStringLiteral("--config-file=") + configuration});
+                      "<allow receive_sender=\"*\"/></policy></busconfig>");
+        process_.start(u"dbus-daemon"_s,
+                       {u"--nofork"_s, u"--print-address"_s, u"--config-file="_s + configuration});
         while (!process_.canReadLine() && process_.waitForReadyRead()) {
         }
         address_ = process_.readLine().trimmed();
@@ -46,10 +46,9 @@ public:
         process_.waitForFinished();
     }
 
-    QDBusConnection connect(const char *name) const
+    QDBusConnection connect(const QString &name) const
     {
-        return QDBusConnection::connectToBus(QString::fromLatin1(address_),
-                                             QString::fromLatin1(name));
+        return QDBusConnection::connectToBus(QString::fromLatin1(address_), name);
     }
 
 private:
@@ -60,45 +59,36 @@ private:
 
 auto *const bus = static_cast<PrivateBus *>(testing::AddGlobalTestEnvironment(new PrivateBus));
 
-// What whoever is connected to the bus has sent before has arrived afterwards.
-void waitUntilDelivered(const QDBusConnection &sender)
-{
-    sender.interface()->isServiceRegistered(QStringLiteral("org.freedesktop.DBus"));
-    QDBusConnection::systemBus().interface()->isServiceRegistered(
-        QStringLiteral("org.freedesktop.DBus"));
-    QCoreApplication::processEvents();
-}
-
+// Returns when the signal has arrived: what is asked of the bus is answered in order.
 void announceShutdown(const QDBusConnection &sender, bool starts)
 {
-    QDBusMessage signal = QDBusMessage::createSignal(
-        QStringLiteral("/org/freedesktop/login1"), QStringLiteral("org.freedesktop.login1.Manager"),
-        QStringLiteral("PrepareForShutdown"));
-    signal << starts;
-    sender.send(signal);
-    waitUntilDelivered(sender);
+    sender.send(QDBusMessage::createSignal(u"/org/freedesktop/login1"_s,
+                                           u"org.freedesktop.login1.Manager"_s,
+                                           u"PrepareForShutdown"_s)
+                << starts);
+    for (const QDBusConnection &connection : {sender, QDBusConnection::systemBus()})
+        connection.interface()->isServiceRegistered(u"org.freedesktop.DBus"_s);
+    QCoreApplication::processEvents();
 }
 
 TEST(PowerOffTest, ClosesTheWindowAndTellsNobody)
 {
-    QDBusConnection logind = bus->connect("logind");
+    QDBusConnection logind = bus->connect(u"logind"_s);
     ASSERT_TRUE(logind.isConnected()) << "is dbus-daemon installed?";
-    ASSERT_TRUE(logind.registerService(QStringLiteral("org.freedesktop.login1")));
-    const QDBusConnection stranger = bus->connect("stranger");
+    ASSERT_TRUE(logind.registerService(u"org.freedesktop.login1"_s));
 
     WindowEvents events;
-    UpdateInfoWindowController controller(QStringLiteral("UpdateInfoWindowController"));
+    UpdateInfoWindowController controller(u"UpdateInfoWindowController"_s);
     controller.setDelegate(&events);
-    controller.reloadWindow();
     controller.showWindow();
     events.watch(controller.window());
 
-    announceShutdown(stranger, true);
+    announceShutdown(bus->connect(u"stranger"_s), true);
     announceShutdown(logind, false);
     EXPECT_TRUE(controller.window()->isVisible());
     announceShutdown(logind, true);
     EXPECT_TRUE(waitFor([&controller] { return !controller.window()->isVisible(); }));
-    EXPECT_EQ(events.list(), QStringList{QStringLiteral("hidden")});
+    EXPECT_EQ(events.list(), QStringList{u"hidden"_s});
 }
 
 } // namespace

@@ -5,6 +5,7 @@
 
 #include <QApplication>
 #include <QDialog>
+#include <QDir>
 #include <QPushButton>
 #include <QTemporaryDir>
 #include <QTest>
@@ -13,6 +14,8 @@
 
 #include <thread>
 
+using namespace Qt::Literals::StringLiterals;
+
 namespace {
 
 class PresentationTest : public testing::Test
@@ -20,19 +23,19 @@ class PresentationTest : public testing::Test
 public:
     PresentationTest()
     {
-        updater->setProductID(QStringLiteral("P1"), QStringLiteral("2100"), directory.path());
+        updater->setProductID(u"P1"_s, u"2100"_s, directory.path());
         updater->setMLastCheckUpdateResponse(response);
-        offer(QStringLiteral("2103"));
+        response->setOk(true);
+        offer(u"2103"_s);
     }
 
     void offer(const QString &version)
     {
-        response->setOk(true);
         response->setZVUpdateVersion(version);
-        writeFile(directory.filePath(QStringLiteral("P1_%1.dmg").arg(version)), "installer");
+        writeFile(directory.filePath(u"P1_%1.dmg"_s.arg(version)), "installer");
     }
 
-    int64_t show() { return updater->showDefaultUpdateWindowWithProductName(product); }
+    int64_t show() { return updater->showDefaultUpdateWindowWithProductName(u"Sample App"_s); }
 
     static int visibleWindows()
     {
@@ -43,37 +46,26 @@ public:
         return count;
     }
 
-    const QString product = QStringLiteral("Sample App");
     const QTemporaryDir directory;
     const std::shared_ptr<CheckUpdateResponse> response = std::make_shared<CheckUpdateResponse>();
     std::shared_ptr<ZVUpdateProc> updater = std::make_shared<ZVUpdateProc>();
 };
 
-TEST_F(PresentationTest, FillsTheWindow)
-{
-    EXPECT_EQ(show(), 0);
-    const auto window = updater->mUpdateInfoWindowCtrl();
-    EXPECT_EQ(window->mProductName(), product);
-    EXPECT_EQ(window->mUpdateProductVersion(), QStringLiteral("v2.1.0.3"));
-    EXPECT_EQ(window->mUpdateFilePath(), directory.filePath(QStringLiteral("P1_2103.dmg")));
-    EXPECT_EQ(window->mUpdateInfo(), std::nullopt);
-    EXPECT_EQ(window->delegate(), updater.get());
-    EXPECT_EQ(visibleWindows(), 1);
-}
-
-TEST_F(PresentationTest, DotsTheVersion)
+TEST_F(PresentationTest, FillsAWindowThatReplacesTheFormerOne)
 {
     const QList<std::pair<QString, QString>> versions = {
-        {QStringLiteral("2103"), QStringLiteral("v2.1.0.3")},
-        {QStringLiteral("7"), QStringLiteral("v7")},
-        {QString(), QStringLiteral("v")},
-        {QStringLiteral("2.1"), QStringLiteral("v2...1")}};
+        {u"2103"_s, u"v2.1.0.3"_s}, {u"7"_s, u"v7"_s}, {u""_s, u"v"_s}, {u"2.1"_s, u"v2...1"_s}};
     for (const auto &[version, display] : versions) {
         offer(version);
         EXPECT_EQ(show(), 0);
-        EXPECT_EQ(updater->mUpdateInfoWindowCtrl()->mUpdateProductVersion(), display);
+        const auto shown = updater->mUpdateInfoWindowCtrl();
+        EXPECT_EQ(shown->mUpdateProductVersion(), display);
+        EXPECT_EQ(shown->mUpdateFilePath(), directory.filePath(u"P1_%1.dmg"_s.arg(version)));
+        EXPECT_EQ(shown->mProductName(), u"Sample App"_s);
+        EXPECT_EQ(shown->mUpdateInfo(), std::nullopt);
+        EXPECT_EQ(shown->delegate(), updater.get());
     }
-    EXPECT_EQ(visibleWindows(), 1) << "each window takes the place of the former one";
+    EXPECT_EQ(visibleWindows(), 1);
 }
 
 TEST_F(PresentationTest, SaysWhyThereIsNoWindow)
@@ -88,71 +80,61 @@ TEST_F(PresentationTest, SaysWhyThereIsNoWindow)
 
     response->setOk(true);
     updater->setMLastCheckUpdateResponse(response);
-    QFile::remove(directory.filePath(QStringLiteral("P1_2103.dmg")));
+    QFile::remove(directory.filePath(u"P1_2103.dmg"_s));
     EXPECT_EQ(show(), 5);
     EXPECT_EQ(updater->mUpdateInfoWindowCtrl(), nullptr);
-
-    QDir(directory.path()).mkdir(QStringLiteral("P1_2103.dmg"));
+    QDir(directory.path()).mkdir(u"P1_2103.dmg"_s);
     EXPECT_EQ(show(), 0) << "a directory counts as present";
 }
 
 TEST_F(PresentationTest, OffersNothingOutsideTheDirectory)
 {
-    QDir(directory.path()).mkpath(QStringLiteral("P1_/sub"));
-    QDir(directory.path()).mkdir(QStringLiteral("save"));
-    writeFile(directory.filePath(QStringLiteral("outside.dmg")), "installer");
-    for (const auto &version :
-         {std::optional(QStringLiteral("/../outside")),
-          std::optional(directory.filePath(QStringLiteral("outside"))), std::optional<QString>()}) {
-        response->setZVUpdateVersion(version);
-        EXPECT_EQ(show(), 5);
-    }
-    offer(QStringLiteral("2103"));
+    QDir(directory.path()).mkdir(u"P1_"_s);
+    writeFile(directory.filePath(u"outside.dmg"_s), "installer");
+    response->setZVUpdateVersion(u"/../outside"_s);
+    EXPECT_EQ(show(), 5);
+    response->setZVUpdateVersion(std::nullopt);
+    EXPECT_EQ(show(), 5);
+    offer(u"2103"_s);
     updater->setMSaveFileDirectory(std::nullopt);
     EXPECT_EQ(show(), 5);
-    EXPECT_EQ(visibleWindows(), 0);
 }
 
-TEST_F(PresentationTest, OnAnotherThreadShowsNothing)
+TEST_F(PresentationTest, ShowsNothingOnAnotherThread)
 {
-    int64_t result = -1;
-    std::thread([this, &result] {
-        result = show();
+    std::thread([this] {
+        EXPECT_EQ(show(), 0);
         EXPECT_EQ(updater->mUpdateInfoWindowCtrl()->window(), nullptr);
     }).join();
-    EXPECT_EQ(result, 0);
     EXPECT_EQ(visibleWindows(), 0);
 }
 
 // Shows the window again in the middle of the first choice, and lets the controller go in the
 // middle of the second.
+struct RestlessHost final : ZVUpdateProcDelegate
+{
+    explicit RestlessHost(PresentationTest &t) : test(t) {}
+    void UpdateFileReady(const QString &) override {}
+    void windowClosedUpdateAction() override {}
+    void windowClosedCancelAction() override
+    {
+        if (++declined == 1)
+            test.show();
+        else
+            test.updater = nullptr;
+    }
+
+    PresentationTest &test;
+    int declined = 0;
+};
+
 TEST_F(PresentationTest, MayBeReplacedAndDestroyedByItsChoice)
 {
-    class Host final : public ZVUpdateProcDelegate
-    {
-    public:
-        explicit Host(PresentationTest &test) : test_(test) {}
-        void UpdateFileReady(const QString &) override {}
-        void windowClosedUpdateAction() override {}
-        void windowClosedCancelAction() override
-        {
-            if (++declined == 1)
-                EXPECT_EQ(test_.show(), 0);
-            else
-                test_.updater = nullptr;
-        }
-
-        int declined = 0;
-
-    private:
-        PresentationTest &test_;
-    } host(*this);
+    RestlessHost host(*this);
     updater->setDelegate(&host);
-
     show();
     for (int choice = 1; choice <= 2; ++choice) {
-        QPushButton *notNow = updater->mUpdateInfoWindowCtrl()->notNowButton();
-        QTest::mouseClick(notNow, Qt::LeftButton);
+        QTest::mouseClick(updater->mUpdateInfoWindowCtrl()->notNowButton(), Qt::LeftButton);
         EXPECT_EQ(host.declined, choice);
         EXPECT_EQ(visibleWindows(), 2 - choice);
     }

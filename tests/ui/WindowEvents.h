@@ -1,8 +1,12 @@
 #pragma once
 
+#include "../support/TestFiles.h"
+
 #include <ui/UpdateInfoWindowControllerDelegate.h>
 
-#include <QObject>
+#include <QDesktopServices>
+#include <QEvent>
+#include <QSettings>
 #include <QStringList>
 #include <QUrl>
 
@@ -14,20 +18,33 @@ class WindowEvents final : public QObject, public UpdateInfoWindowControllerDele
     Q_OBJECT
 
 public:
-    WindowEvents();
-    ~WindowEvents() override;
+    WindowEvents() { QDesktopServices::setUrlHandler(QStringLiteral("file"), this, "open"); }
+    ~WindowEvents() override { QDesktopServices::unsetUrlHandler(QStringLiteral("file")); }
 
     void watch(QObject *window) { window->installEventFilter(this); }
     const QStringList &list() const { return list_; }
 
-    bool eventFilter(QObject *window, QEvent *event) override;
-    void infoWindowClosedActions(uint64_t action) override;
+    bool eventFilter(QObject *, QEvent *event) override
+    {
+        if (event->type() == QEvent::Hide)
+            add(QStringLiteral("hidden"));
+        return false;
+    }
+
+    void infoWindowClosedActions(uint64_t action) override
+    {
+        add(QStringLiteral("told %1").arg(action));
+    }
 
 public Q_SLOTS:
-    void open(const QUrl &url);
+    void open(const QUrl &url) { add(QStringLiteral("opened ") + url.fileName()); }
 
 private:
-    void add(const QString &event);
+    void add(const QString &event)
+    {
+        const bool isOff = readFile(QSettings().fileName()).contains("ZVUpdateAutoUpdate=false");
+        list_.append(isOff ? event + QStringLiteral(" (off)") : event);
+    }
 
     QStringList list_;
 };

@@ -5,63 +5,46 @@
 #include <QCheckBox>
 #include <QDialog>
 #include <QFile>
-#include <QJsonDocument>
-#include <QJsonObject>
 #include <QLabel>
 #include <QPushButton>
 #include <QTextEdit>
 
 #include <cstdio>
 
-namespace {
-
-QJsonObject textsOf(UpdateInfoWindowController &controller)
-{
-    return {{QStringLiteral("title"), controller.window()->windowTitle()},
-            {QStringLiteral("headline"), controller.updateTitleTextField()->text()},
-            {QStringLiteral("heading"), controller.updateInfoTitleTextField()->text()},
-            {QStringLiteral("notes"), controller.updateInfoTextField()->toPlainText()},
-            {QStringLiteral("checkBox"), controller.dontReminedMe()->text()},
-            {QStringLiteral("notNow"), controller.notNowButton()->text()},
-            {QStringLiteral("update"), controller.updateButton()->text()}};
-}
-
-std::unique_ptr<QCoreApplication> makeApplication(const QByteArray &kind, int &argc, char **argv)
-{
-    if (kind == "core")
-        return std::make_unique<QCoreApplication>(argc, argv);
-    if (kind == "gui")
-        return std::make_unique<QGuiApplication>(argc, argv);
-    return std::make_unique<QApplication>(argc, argv);
-}
-
-} // namespace
+using namespace Qt::Literals::StringLiterals;
 
 /// window_host core|gui|widgets DIRECTORY: shows the window for the version 2103 of P1 in an
 /// application of that kind, and prints what the call has answered and what the window says.
 int main(int argc, char **argv)
 {
-    if (argc != 3)
+    const QByteArray kind = argc == 3 ? argv[1] : "";
+    std::unique_ptr<QCoreApplication> application;
+    if (kind == "core")
+        application = std::make_unique<QCoreApplication>(argc, argv);
+    else if (kind == "gui")
+        application = std::make_unique<QGuiApplication>(argc, argv);
+    else if (kind == "widgets")
+        application = std::make_unique<QApplication>(argc, argv);
+    else
         return 2;
-    const auto application = makeApplication(argv[1], argc, argv);
+
     const auto response = std::make_shared<CheckUpdateResponse>();
     response->setOk(true);
-    response->setZVUpdateVersion(QStringLiteral("2103"));
-    response->setMUpdateMsgDict({{{QStringLiteral("en"), QStringLiteral("notes in English")},
-                                  {QStringLiteral("zh-TW"), QStringLiteral("notes for Taiwan")},
-                                  {QStringLiteral("zh-CN"), QStringLiteral("notes for China")}}});
-
+    response->setZVUpdateVersion(u"2103"_s);
+    response->setMUpdateMsgDict(
+        {{{u"en"_s, u"notes"_s}, {u"zh-TW"_s, u"notes TW"_s}, {u"zh-CN"_s, u"notes CN"_s}}});
     const auto updater = ZVUpdateProc::getSharedZVUpdateProc();
-    updater->setProductID(QStringLiteral("P1"), QStringLiteral("2100"), QFile::decodeName(argv[2]));
+    updater->setProductID(u"P1"_s, u"2100"_s, QFile::decodeName(argv[2]));
     updater->setMLastCheckUpdateResponse(response);
-    const int64_t result =
-        updater->showDefaultUpdateWindowWithProductName(QStringLiteral("Sample App"));
+    const auto result = updater->showDefaultUpdateWindowWithProductName(u"Sample App"_s);
 
-    const auto controller = updater->mUpdateInfoWindowCtrl();
-    QJsonObject report;
-    if (controller && controller->window())
-        report = textsOf(*controller);
-    report[QStringLiteral("result")] = static_cast<int>(result);
-    std::puts(QJsonDocument(report).toJson(QJsonDocument::Compact).constData());
+    QStringList lines = {QString::number(result)};
+    const auto shown = updater->mUpdateInfoWindowCtrl();
+    if (shown && shown->window())
+        lines << shown->window()->windowTitle() << shown->updateTitleTextField()->text()
+              << shown->updateInfoTitleTextField()->text()
+              << shown->updateInfoTextField()->toPlainText() << shown->dontReminedMe()->text()
+              << shown->notNowButton()->text() << shown->updateButton()->text();
+    std::fputs(lines.join(u'\n').toUtf8().constData(), stdout);
     return 0; // The shared controller outlives the application, as in hosts that forget it.
 }
