@@ -1,5 +1,6 @@
 #include "Worker.h"
 
+#include <cstdlib>
 #include <mutex>
 #include <utility>
 #include <vector>
@@ -14,8 +15,6 @@ namespace {
 class Leavers
 {
 public:
-    ~Leavers() { join(); }
-
     void add(std::thread thread)
     {
         const std::lock_guard lock(mutex_);
@@ -44,8 +43,13 @@ private:
 
 Leavers &leavers()
 {
-    static Leavers instance;
-    return instance;
+    // Never destroyed: a thread may still leave while the process is on its way out. Those that
+    // have left by then are joined.
+    static Leavers *const instance = [] {
+        std::atexit([] { leavers().join(); });
+        return new Leavers;
+    }();
+    return *instance;
 }
 
 void nameCurrentThread(const QString &label)
