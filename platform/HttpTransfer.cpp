@@ -39,6 +39,9 @@ public:
         }
         changed_.notify_all();
         exchange_.cancel();
+        if (delivery_ == Delivery::MainThread)
+            letObserverGo(); // Here rather than on the queue, whose thread its end may have to
+                             // join.
     }
 
     void didReceiveResponse(const HttpResponse &response) override
@@ -73,10 +76,12 @@ private:
 
         void make(const Call &call)
         {
+            std::shared_ptr<HttpTransferObserver> observer; // Goes after the lock.
             const std::lock_guard lock(run_->delivering_);
             if (run_->silent_)
                 return;
-            call(*run_->observer_);
+            observer = run_->observer_; // Which may cancel the transfer, and be let go by it.
+            call(*observer);
             run_->delivered_ = true;
         }
 
