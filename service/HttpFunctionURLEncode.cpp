@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdlib>
+#include <limits>
 
 namespace {
 
@@ -14,8 +15,9 @@ QByteArray sealingKey()
 }
 
 // Hexadecimal is converted in blocks of a fixed size by loops without branches, because compilers
-// turn those into vector instructions: digit by digit it would cost half of what the cipher costs.
-constexpr qsizetype blockSize = 64;
+// turn those into vector instructions; digit by digit it would cost up to half of what the cipher
+// costs.
+constexpr qsizetype blockSize = 128;
 using ByteBlock = std::array<uchar, blockSize>;
 using DigitBlock = std::array<char16_t, 2 * blockSize>;
 using NibbleBlock = std::array<uchar, 2 * blockSize>;
@@ -50,54 +52,66 @@ QString upperCaseHex(const QByteArray &data)
     return hex;
 }
 
+/// What an ASCII character is worth as a digit, from 0 to 15, or more than 15 for no digit. Minimum
+/// and maximum stand for the decisions: '9' is moved to the top of the range, so that characters
+/// after it wrap round to the bottom, where the maximum tells them from '0'; characters before 'A'
+/// wrap round to the top, where the minimum keeps the sum from coming back.
+uchar digitValue(uchar character)
+{
+    const auto moved = static_cast<uchar>(character + (0xFF - '9'));
+    const auto digit = static_cast<uchar>(std::max<uchar>(moved, 6) - (0xFF - 9));
+    const auto upperCase = static_cast<uchar>(character & ~0x20);
+    const auto fromA = static_cast<uchar>(upperCase - 'A');
+    const auto letter = static_cast<uchar>(std::min<uchar>(fromA, 0xFF - 10) + 10);
+    return std::min(digit, letter);
+}
+
 /// False when one of the characters is no hexadecimal digit; the bytes then mean nothing.
 bool readDigits(const char16_t *digits, uchar *bytes)
 {
     NibbleBlock nibbles;
+    char16_t allDigits = 0;
     for (size_t i = 0; i < nibbles.size(); ++i)
-        nibbles[i] = static_cast<uchar>(digits[i] > 0xFF ? 0xFF : digits[i]);
-    uchar all = 0;
-    for (uchar &nibble : nibbles) {
-        const auto digit = static_cast<uchar>(nibble - '0');
-        const auto letter = static_cast<uchar>((nibble | 0x20) - 'a');
-        const auto unlessDigit = static_cast<uchar>(letter < 6 ? letter + 10 : 0xFF);
-        nibble = digit < 10 ? digit : unlessDigit;
-    }
+        allDigits |= digits[i];
+    for (size_t i = 0; i < nibbles.size(); ++i)
+        nibbles[i] = static_cast<uchar>(digits[i]);
+    for (uchar &nibble : nibbles)
+        nibble = digitValue(nibble);
+    uchar allNibbles = 0;
     for (const uchar nibble : nibbles)
-        all |= nibble;
+        allNibbles |= nibble;
     for (size_t i = 0; i < blockSize; ++i)
         bytes[i] = static_cast<uchar>(nibbles[2 * i] << 4 | nibbles[2 * i + 1]);
-    return all <= 0xF;
+    return allDigits <= 0x7F && allNibbles <= 0xF;
 }
 
 /// The bytes of a text that consists of pairs of digits and nothing else, absent for any other.
 std::optional<QByteArray> fromProperHex(const QString &hex)
 {
-    if (hex.size() % 2 != 0)
+    if (hex.size() % 2 != 0 || hex.size() > std::numeric_limits<int32_t>::max())
         return std::nullopt;
     QByteArray data(hex.size() / 2, Qt::Uninitialized);
     const auto *digits = reinterpret_cast<const char16_t *>(hex.constData());
     auto *bytes = reinterpret_cast<uchar *>(data.data());
     qsizetype left = data.size();
-    bool proper = true;
-    for (; proper && left >= blockSize; left -= blockSize) {
-        proper = readDigits(digits, bytes);
+    for (; left >= blockSize; left -= blockSize) {
+        if (!readDigits(digits, bytes))
+            return std::nullopt;
         digits += 2 * blockSize;
         bytes += blockSize;
     }
-    if (!proper)
-        return std::nullopt;
     DigitBlock lastDigits;
-    ByteBlock lastBytes;
     lastDigits.fill(u'0');
     std::copy_n(digits, 2 * left, lastDigits.begin());
-    proper = readDigits(lastDigits.data(), lastBytes.data());
+    ByteBlock lastBytes;
+    if (!readDigits(lastDigits.data(), lastBytes.data()))
+        return std::nullopt;
     std::copy_n(lastBytes.begin(), left, bytes);
-    return proper ? std::optional(data) : std::nullopt;
+    return data;
 }
 
-/// Reads whatever it is given. Characters are counted and UTF-8 bytes are read: there are never
-/// fewer of those, and the one that an odd count asks for beyond the last is the terminating zero.
+/// Reads whatever it is given. Characters are counted, in 32 bits, and UTF-8 bytes are read: there
+/// are never fewer of those, and the one beyond the last, for an odd count, is the closing zero.
 QByteArray fromLenientHex(const QString &hex)
 {
     const auto count = static_cast<int32_t>(hex.size());
