@@ -6,6 +6,7 @@ add_library(zvupdate_core_objects OBJECT
     controller/UpdateFiles.cpp
     controller/ZVUpdateProc.cpp
     controller/ZVUpdateVersion.cpp
+    platform/ApplicationEnd.cpp
     platform/Error.cpp
     platform/FileDigest.cpp
     platform/Files.cpp

@@ -1,21 +1,40 @@
 #include "ReplacedClients.h"
 
+#include "../platform/ApplicationEnd.h"
 #include "../service/UpdateLogicFunc.h"
 
 #include <algorithm>
+#include <iterator>
 #include <mutex>
 #include <utility>
 #include <vector>
 
+namespace {
+
+using Clients = std::vector<std::shared_ptr<UpdateLogicFunc>>;
+
+std::mutex mutex;
+Clients clients; // Guarded by mutex.
+
+// Destroying a client stops its download and waits; so it is not done under the lock.
+void stopAll()
+{
+    Clients stopped;
+    const std::lock_guard lock(mutex);
+    stopped.swap(clients);
+}
+
+} // namespace
+
 void ReplacedClients::keep(std::shared_ptr<UpdateLogicFunc> client)
 {
-    static std::mutex mutex;
-    static std::vector<std::shared_ptr<UpdateLogicFunc>> clients; // Guarded by mutex.
-
-    std::vector<std::shared_ptr<UpdateLogicFunc>> ended; // Destroyed outside the lock.
+    Clients ended;
     const std::lock_guard lock(mutex);
-    if (client)
+    if (client && !client->doCheckDownloadStop()) {
+        if (clients.empty())
+            ZVPlatform::whenApplicationEnds(stopAll);
         clients.push_back(std::move(client));
+    }
     const auto firstEnded = std::partition(clients.begin(), clients.end(), [](const auto &kept) {
         return !kept->doCheckDownloadStop();
     });

@@ -6,7 +6,7 @@ class UpdateLogicFunc;
 
 /// Service clients that a newer check has replaced while their download was running: they live on
 /// until it has ended, whatever becomes of their controller. Those still running at the end of the
-/// process are stopped.
+/// application are stopped.
 class ReplacedClients
 {
 public:

@@ -1,5 +1,6 @@
 #include "ZVUpdateProc.h"
 
+#include "../platform/ApplicationEnd.h"
 #include "../platform/Files.h"
 #include "../platform/Locale.h"
 #include "../platform/MainQueue.h"
@@ -17,8 +18,7 @@ using namespace ZVPlatform;
 
 namespace {
 
-// The thread that uses the shared controller. Released by the host; what it forgets ends with the
-// process.
+// The thread that uses the shared controller.
 std::shared_ptr<ZVUpdateProc> sharedUpdateProcInstance;
 
 QDateTime timeZero()
@@ -49,8 +49,10 @@ bool hasDigest(const QString &path, const std::optional<QString> &digest)
 
 std::shared_ptr<ZVUpdateProc> ZVUpdateProc::getSharedZVUpdateProc()
 {
-    if (!sharedUpdateProcInstance)
+    if (!sharedUpdateProcInstance) {
         sharedUpdateProcInstance = std::make_shared<ZVUpdateProc>();
+        whenApplicationEnds(releaseSharedZVUpdateProc);
+    }
     return sharedUpdateProcInstance;
 }
 
@@ -115,6 +117,9 @@ ZVUpdateProc::getUpdateMessageWithLang(const std::optional<QString> &code) const
 
 void ZVUpdateProc::downloadFinishWithFilePath(const QString &path)
 {
+    // The last owner may let go meanwhile, on another thread.
+    const auto self = weak_from_this().lock();
+
     // The latest reply counts, also for a download that an earlier check started: a file that is no
     // longer offered is of no use.
     const auto response = mLastCheckUpdateResponse();

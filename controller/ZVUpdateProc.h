@@ -60,8 +60,9 @@ public:
     ZVUpdateProc();
 
     /// Stops the latest check's download and waits until it has ended, running the calling thread's
-    /// event loop meanwhile. Files stay as they are, to be resumed by a later check. Downloads of
-    /// earlier checks go on to their end, but nobody verifies their files.
+    /// event loop meanwhile, unless somebody else holds its client: then it goes on. Files stay as
+    /// they are, to be resumed by a later check. Downloads of earlier checks go on to their end,
+    /// but nobody verifies their files.
     ~ZVUpdateProc() override;
 
     ZVUpdateProc(const ZVUpdateProc &) = delete;

@@ -7,7 +7,9 @@
 #include <QStringDecoder>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
+#include <thread>
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -18,6 +20,8 @@ namespace ZVPlatform {
 
 namespace {
 
+constexpr std::chrono::seconds longestLockWait(60);
+constexpr std::chrono::milliseconds lockPollInterval(10);
 constexpr int longestName = 255; // bytes; the limit of every common file system
 
 bool isExpressible(const QString &path)
@@ -39,13 +43,18 @@ int openForAppending(const QByteArray &path, int furtherFlags)
     return descriptor;
 }
 
+// Waits for the lock, though not for ever: whoever holds it may have been halted.
 bool lock(int descriptor)
 {
-    int result = 0;
-    do {
-        result = flock(descriptor, LOCK_EX);
-    } while (result != 0 && errno == EINTR);
-    return result == 0;
+    const auto deadline = std::chrono::steady_clock::now() + longestLockWait;
+    while (flock(descriptor, LOCK_EX | LOCK_NB) != 0) {
+        if (errno != EWOULDBLOCK && errno != EINTR)
+            return true; // A file system without locks.
+        if (std::chrono::steady_clock::now() >= deadline)
+            return false;
+        std::this_thread::sleep_for(lockPollInterval);
+    }
+    return true;
 }
 
 // Whether the path still names the file that the descriptor has open.
@@ -57,15 +66,21 @@ bool isStill(int descriptor, const QByteArray &path)
            opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
 }
 
-// Opens and locks what the path names. While waiting for the lock the file may have been moved or
-// removed by whoever held it; then it is somebody else's now, and the path is looked up again.
+// Opens and locks what the path names, or says -1. While waiting for the lock the file may have
+// been moved or removed by whoever held it; then it is somebody else's now, and the path is looked
+// up again.
 int openLocked(const QByteArray &path, int furtherFlags)
 {
     for (;;) {
         const int descriptor = openForAppending(path, furtherFlags);
-        if (descriptor < 0 || !lock(descriptor) || isStill(descriptor, path))
+        if (descriptor < 0)
+            return -1;
+        const bool isLocked = lock(descriptor);
+        if (isLocked && isStill(descriptor, path))
             return descriptor;
         close(descriptor);
+        if (!isLocked)
+            return -1;
     }
 }
 
@@ -96,12 +111,13 @@ Renamed renameWithoutReplacing(const QByteArray &from, const QByteArray &to)
 #endif
     if (result == 0)
         return Renamed::Yes;
-    return errno == EINVAL || errno == ENOSYS || errno == ENOTSUP ? Renamed::NotPossible
-                                                                  : Renamed::Refused;
+    const bool isAnotherWayOpen =
+        errno == EINVAL || errno == ENOSYS || errno == ENOTSUP || errno == EXDEV;
+    return isAnotherWayOpen ? Renamed::NotPossible : Renamed::Refused;
 }
 
-// For a file that cannot be renamed, such as one mounted on its own: the copy grows under a
-// temporary name and gets the final one when it is complete.
+// For names that are not on one file system, as can happen where several are shown as one folder:
+// the copy grows under a temporary name and gets the final one when it is complete.
 bool copyThenRemove(const QString &from, const QString &to)
 {
     QFile source(from);

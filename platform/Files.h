@@ -36,7 +36,7 @@ public:
 
     /// Appends bytes to a regular file, which is created when missing. Opened and closed each time;
     /// never follows a link, so that nothing outside the directory is written. Waits while the file
-    /// is under a FileGuard. A failure loses the bytes.
+    /// is under a FileGuard, for a minute at most. A failure loses the bytes.
     static void append(const QString &path, const QByteArray &bytes);
 
     /// Removes a file or a link; a directory stays.

@@ -199,6 +199,7 @@ void HttpExchange::prepare(Callbacks &callbacks)
     curl_easy_setopt(easy, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
     curl_easy_setopt(easy, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
     curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
+    curl_easy_setopt(easy, CURLOPT_QUICK_EXIT, 1L); // Does not wait for a look-up of a host name.
     curl_easy_setopt(easy, CURLOPT_BUFFERSIZE, static_cast<long>(largestPiece));
     curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(idleTimeout().count()));
 }

@@ -25,16 +25,12 @@ void runCurrentRunLoop(std::chrono::milliseconds limit, const std::function<bool
             std::this_thread::sleep_for(pollInterval);
         return;
     }
-    if (over())
-        return;
+    // Event by event rather than with exec(), which does nothing once the thread was asked to quit.
     QEventLoop loop;
-    QTimer timer;
-    QObject::connect(&timer, &QTimer::timeout, &loop, [&] {
-        if (over())
-            loop.quit();
-    });
-    timer.start(pollInterval);
-    loop.exec(QEventLoop::ExcludeUserInputEvents);
+    QTimer waker;
+    waker.start(pollInterval);
+    while (!over())
+        loop.processEvents(QEventLoop::ExcludeUserInputEvents | QEventLoop::WaitForMoreEvents);
 }
 
 } // namespace ZVPlatform

@@ -18,13 +18,15 @@ class HttpFunctionPost;
 /// How far a service client's download has come.
 struct UpdateDownloadProgress
 {
-    /// The size in bytes that the local file has reached, an earlier run's part included.
+    /// The size in bytes that the local file has reached, an earlier run's part included, if all of
+    /// it could be written.
     uint64_t received = 0;
     /// The size in bytes of the earlier run's part; 0 for a download from the start.
     uint64_t resumedAt = 0;
     /// The size in bytes that it will have in the end; absent while that is unknown.
     std::optional<uint64_t> total;
-    /// Why the download failed or was stopped, in a sentence for logs; absent when it did not.
+    /// Why the download failed, in a sentence for people; absent when it did not. In session mode
+    /// one that was stopped has failed, too.
     std::optional<QString> failure;
 };
 

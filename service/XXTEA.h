@@ -53,7 +53,6 @@ public:
                                                               const QString &stringKey);
 };
 
-/// XXTEA::encrypt() with the plain data first, for calls that read better that way.
+/// XXTEA::encrypt() and XXTEA::decrypt() as functions of the data.
 std::optional<QByteArray> xxteaEncrypt(const QByteArray &data, const QByteArray &key);
-/// XXTEA::decrypt() with the cipher data first.
 std::optional<QByteArray> xxteaDecrypt(const QByteArray &data, const QByteArray &key);

@@ -165,6 +165,7 @@ int64_t HttpFunctionPost::DoDownloadAsync(const QString &params, const QString &
         mDownloadQueue_ =
             std::make_unique<SerialQueue>(QStringLiteral("Download_Queue_HttpFunction"));
     const QString url = sealedUrl(HttpFunctionURLEncode::encode(params));
+    usesConnection_ = kZVAppKitVersionNumber < firstVersionWithSessions;
     mDownloadQueue_->async([self = shared_from_this(), url, localFilePath] {
         self->DownloadFile(url, localFilePath);
     });
@@ -181,7 +182,7 @@ void HttpFunctionPost::DownloadFile(const QString &url, const QString &localFile
     downloadedBytes_ = offset;
 
     const HttpRequest request{HttpMethod::Get, url, downloadHeaders(offset)};
-    if (kZVAppKitVersionNumber < firstVersionWithSessions)
+    if (usesConnection_)
         startConnection(request);
     else
         startSession(request);

@@ -74,7 +74,7 @@ public:
 
     /// The size in bytes that the local file had when the download began.
     uint64_t resumedAt() const { return resumedAt_; }
-    /// The size in bytes that the local file has reached.
+    /// The size in bytes that the local file has reached, if it could be written.
     uint64_t downloadedBytes() const { return downloadedBytes_; }
     /// The size in bytes that the local file will have in the end; -1 while that is unknown.
     int64_t expectedBytes() const { return expectedBytes_; }
@@ -83,7 +83,7 @@ public:
     void setMUrl(const QString &url) { mUrl_.set(url); }
     /// The queue on which a download starts; null until then.
     const ZVPlatform::SerialQueue *mDownloadQueue() const { return mDownloadQueue_.get(); }
-    /// Kept for hosts of their own accord; no operation reads or writes the next two.
+    /// Kept for callers; no operation reads or writes these two.
     std::optional<QString> mlocalFile() const { return mlocalFile_.get(); }
     void setMlocalFile(const std::optional<QString> &path) { mlocalFile_.set(path); }
     std::optional<QString> mParamStr() const { return mParamStr_.get(); }
@@ -99,6 +99,21 @@ public:
     {
         return mCancelDownloadTempFile_.get();
     }
+    /// What carries a download: a session and its task, or a connection. Null until it starts.
+    std::shared_ptr<ZVPlatform::SerialQueue> currentSession() const
+    {
+        return currentSession_.get();
+    }
+    std::shared_ptr<ZVPlatform::HttpTransfer> currentDownloadTask() const
+    {
+        return currentDownloadTask_.get();
+    }
+    std::shared_ptr<ZVPlatform::HttpTransfer> currentConnection() const
+    {
+        return currentConnection_.get();
+    }
+    /// The status of the latest response; 0 while there is none.
+    int lastResponse() const { return lastResponse_; }
     HttpFunctionPostDelegate *delegate() const { return delegate_.get().get(); }
     void setDelegate(HttpFunctionPostDelegate *delegate);
 
@@ -122,6 +137,8 @@ private:
     std::atomic<int64_t> mThreadEndFlag_ = 0;
     std::atomic<int64_t> mThreadEnded_ = 0;
 
+    std::atomic<bool> usesConnection_ =
+        false; // As the host had it when the download was asked for.
     std::atomic<std::thread::id> reportingThread_;
     std::atomic<uint64_t> resumedAt_ = 0;
     std::atomic<uint64_t> downloadedBytes_ = 0;
