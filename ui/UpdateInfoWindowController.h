@@ -17,10 +17,6 @@ class QLabel;
 class QTextEdit;
 class QPushButton;
 
-namespace ZVPlatform {
-class Bundle;
-}
-
 /// The prompt window: it says that an update is ready and what is new in it, and offers "Update",
 /// which opens the installer, and "Not now", which can switch automatic updating off for good.
 ///
