@@ -23,7 +23,7 @@ constexpr double lastVersionWithConnections = 1342.0;
 
 Console *logConsole = nullptr; // Null while the log is silent.
 
-void log(QtMsgType type, const QMessageLogContext &context, const QString &message)
+void writeLog(QtMsgType type, const QMessageLogContext &context, const QString &message)
 {
     if (logConsole)
         logConsole->complain(qFormatLogMessage(type, context, message));
@@ -36,7 +36,7 @@ std::unique_ptr<QCoreApplication> makeApplication(Console &console)
     static char name[] = "zvupdate";
     static char *arguments[] = {name, nullptr};
     static int count = 1;
-    qInstallMessageHandler(log);
+    qInstallMessageHandler(writeLog);
     auto application = std::make_unique<QCoreApplication>(count, arguments);
     logConsole = &console;
     return application;

@@ -2,7 +2,7 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
+#include <system_error>
 #include <utility>
 
 #include <sys/ioctl.h>
@@ -74,7 +74,7 @@ void Console::write(const QByteArray &bytes)
         return;
     std::fwrite(bytes.constData(), 1, static_cast<size_t>(bytes.size()), stdout);
     if (std::fflush(stdout) != 0 || std::ferror(stdout))
-        failure_ = QString::fromLocal8Bit(std::strerror(errno));
+        failure_ = QString::fromStdString(std::generic_category().message(errno));
 }
 
 void Console::eraseProgress()
