@@ -16,8 +16,9 @@ std::vector<uint32_t> xxtea_to_uint_array(const QByteArray &bytes, bool includeL
 ///
 /// Stateless; every function may be called from any thread. Keys of any length are accepted: the
 /// first 16 bytes count, shorter keys are filled up with zero bytes. A result that cannot be
-/// produced is absent (std::nullopt); nothing throws. The cipher does not authenticate: a wrong key
-/// is noticed only because the length word hardly ever comes out right.
+/// produced, for want of memory for the block included, is absent (std::nullopt) and no exception.
+/// The cipher does not authenticate: a wrong key is noticed only because the length word hardly
+/// ever comes out right.
 class XXTEA
 {
 public:

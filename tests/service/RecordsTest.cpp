@@ -13,10 +13,7 @@ namespace {
 
 using Text = std::optional<QString>;
 
-QString utf8(const char *text)
-{
-    return QString::fromUtf8(text);
-}
+constexpr auto utf8 = [](const char *text) { return QString::fromUtf8(text); };
 
 /// The notes in the order of their languages, as "en=Hello;zh-TW=...".
 std::string listed(const CheckUpdateResponse::UpdateMessages &notes)

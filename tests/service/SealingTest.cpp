@@ -5,10 +5,7 @@
 
 namespace {
 
-QByteArray bytes(const QString &hex)
-{
-    return HttpFunctionURLEncode::dataFromHexString(hex);
-}
+constexpr auto bytes = &HttpFunctionURLEncode::dataFromHexString;
 
 TEST(Sealing, AgreesWithKnownTexts)
 {

@@ -5,22 +5,9 @@
 
 namespace {
 
-QByteArray hex(const QString &digits)
-{
-    return QByteArray::fromHex(digits.toLatin1());
-}
-
-/// Bytes of every value, the same on every run.
-QByteArray sampleBytes(qsizetype size)
-{
-    QByteArray bytes(size, '\0');
-    for (qsizetype i = 0; i < size; ++i)
-        bytes[i] = static_cast<char>(i * i * 31 + i / 7);
-    return bytes;
-}
-
 TEST(XXTEA, AgreesWithKnownCiphers)
 {
+    const auto hex = [](const QString &digits) { return QByteArray::fromHex(digits.toLatin1()); };
     for (const QStringList &row : testRows("cipher.tsv", 3)) {
         SCOPED_TRACE(qPrintable(row.join(u' ')));
         const QByteArray key = hex(row[0]), plain = hex(row[1]), cipher = hex(row[2]);
@@ -34,7 +21,9 @@ TEST(XXTEA, GivesBackWhatItEnciphered)
     const QByteArray key = "0123456789abcdef";
     for (qsizetype size = 1; size < 80'000; size += size < 300 ? 1 : 6'971) {
         SCOPED_TRACE(size);
-        const QByteArray plain = sampleBytes(size);
+        QByteArray plain(size, '\0');
+        for (qsizetype i = 0; i < size; ++i)
+            plain[i] = static_cast<char>(i * i * 31 + i / 7);
         const std::optional<QByteArray> cipher = XXTEA::encrypt(plain, key);
         ASSERT_TRUE(cipher);
         EXPECT_EQ(cipher->size(), (size + 3) / 4 * 4 + 4);
@@ -51,11 +40,8 @@ TEST(XXTEA, RefusesWhatHoldsNoCipher)
         EXPECT_EQ(XXTEA::decrypt(QByteArray(size, '\0'), QByteArray("k")), std::nullopt) << size;
     EXPECT_EQ(XXTEA::decryptBase64String(QStringLiteral("*"), QByteArray("k")), std::nullopt);
     EXPECT_EQ(XXTEA::encryptStringToBase64String(QString(), QByteArray("k")), std::nullopt);
-}
 
-/// Blocks of "abcdefgh" and a length word, under the empty key.
-TEST(XXTEA, AcceptsOnlyALengthThatFitsTheBlock)
-{
+    // Blocks of "abcdefgh" and a length word, under the empty key: only some lengths fit.
     const std::pair<const char *, qsizetype> blocks[] = {{"d74d24511261a7239b1be62d", 4},
                                                          {"56c870115e0feb9b7b5ce599", 5},
                                                          {"696c8e1db3e1b9b545d26972", 8},
