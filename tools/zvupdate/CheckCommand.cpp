@@ -3,6 +3,7 @@
 #include "Commands.h"
 #include "Console.h"
 #include "JsonReporter.h"
+#include "PromptWindow.h"
 #include "TextReporter.h"
 #include "UpdateCheck.h"
 
@@ -13,7 +14,10 @@
 #include <QFileInfo>
 
 #include <csignal>
+#include <cstdio>
 #include <memory>
+
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
@@ -27,17 +31,25 @@ void writeLog(QtMsgType type, const QMessageLogContext &context, const QString &
 {
     if (logConsole)
         logConsole->complain(qFormatLogMessage(type, context, message));
+    if (type != QtFatalMsg)
+        return;
+    // Qt aborts when it cannot use the display that it is pointed to.
+    static_cast<void>(std::fputs("zvupdate check: the display cannot be used; check DISPLAY, "
+                                 "WAYLAND_DISPLAY and QT_QPA_PLATFORM\n",
+                                 stderr));
+    _exit(Failure);
 }
 
 // The application object, made while the log is silent: Qt remarks on a locale without UTF-8, which
 // is none of the user's concern, as this program writes UTF-8 in any case.
-std::unique_ptr<QCoreApplication> makeApplication(Console &console)
+std::unique_ptr<QCoreApplication> makeApplication(bool withWindow, Console &console)
 {
     static char name[] = "zvupdate";
     static char *arguments[] = {name, nullptr};
     static int count = 1;
     qInstallMessageHandler(writeLog);
-    auto application = std::make_unique<QCoreApplication>(count, arguments);
+    auto application = withWindow ? PromptWindow::makeApplication(count, arguments)
+                                  : std::make_unique<QCoreApplication>(count, arguments);
     logConsole = &console;
     return application;
 }
@@ -57,8 +69,17 @@ QString absolutePath(const QString &path)
     return absolute.contains(u".."_s) ? absolute : QDir::cleanPath(absolute);
 }
 
-std::optional<QString> problem(const CheckSettings &settings)
+std::optional<QString> problem(const CheckSettings &settings, bool showsWindow)
 {
+    if (showsWindow && !settings.productName)
+        return u"--product-name is missing; give --product-name NAME for the window to show"_s;
+    if (settings.productName && !showsWindow)
+        return u"--product-name is for the window; give --show-window, too"_s;
+    if (showsWindow && !settings.withDelegate)
+        return u"--show-window needs somebody to tell; leave out --no-delegate"_s;
+    const auto obstacle = showsWindow ? PromptWindow::obstacle() : std::nullopt;
+    if (obstacle)
+        return u"--show-window: "_s + *obstacle;
     if (!UpdateFiles::named(settings.directory, settings.productID, u"1"_s))
         return u"--product-id: \"%1\" cannot be part of a file name; give the identifier by which "
                "the service knows the product"_s.arg(settings.productID);
@@ -77,8 +98,10 @@ int check(const Arguments &arguments, Console &console)
         .directory = absolutePath(*arguments.value(u"directory"_s)),
         .withDelegate = !arguments.isSet(u"no-delegate"_s),
         .debug = arguments.isSet(u"debug"_s),
+        .productName = arguments.value(u"product-name"_s),
     };
-    auto wrong = problem(settings);
+    const bool showsWindow = arguments.isSet(u"show-window"_s);
+    auto wrong = problem(settings, showsWindow);
     if (!wrong)
         wrong = Application::choose(arguments);
     if (wrong) {
@@ -89,7 +112,7 @@ int check(const Arguments &arguments, Console &console)
     if (arguments.value(u"mode"_s) == u"connection"_s)
         kZVAppKitVersionNumber = lastVersionWithConnections;
     surviveBrokenPipes();
-    const auto application = makeApplication(console);
+    const auto application = makeApplication(showsWindow, console);
     std::unique_ptr<CheckReporter> reporter;
     if (arguments.isSet(u"json"_s))
         reporter = std::make_unique<JsonReporter>(console);
@@ -115,7 +138,9 @@ Command checkCommand()
              "{\"event\":\"progress\",\"received\":BYTES,\"total\":BYTES} at most ten times a "
              "second; total is null while it is unknown\n"
              "{\"event\":\"ready\",\"path\":PATH} or {\"event\":\"failed\",\"reason\":TEXT} in the "
-             "end"_s},
+             "end\n"
+             "{\"event\":\"window\",\"action\":\"update\"|\"cancel\"|\"closed\"} after that, with "
+             "--show-window"_s},
         .options =
             {{u"product-id"_s, u"ID"_s, u"The product's identifier at the update service."_s, true},
              {u"product-version"_s, u"VERSION"_s, u"The version that is installed."_s, true},
@@ -131,6 +156,11 @@ Command checkCommand()
               "on the main thread."_s,
               false,
               {u"session"_s, u"connection"_s}},
+             {u"show-window"_s,
+              {},
+              u"Shows what is new when the installer is ready, and offers to open it. The command "
+              "ends with the choice."_s},
+             {u"product-name"_s, u"NAME"_s, u"The product's name as the window shows it."_s},
              {u"debug"_s, {}, u"Logs the steps of the check on standard error."_s},
              {u"json"_s, {}, u"Tells programs, rather than people, how the check goes."_s},
              Application::option()},
@@ -140,7 +170,9 @@ Command checkCommand()
                          "switched off or the next check is set to a later date; 130 and 143 "
                          "stopped by SIGINT and SIGTERM."_s},
         .examples = {u"check --product-id P1 --product-version 2100 --directory updates"_s,
-                     u"check --product-id P1 --product-version 2100 --directory updates --json"_s},
+                     u"check --product-id P1 --product-version 2100 --directory updates --json"_s,
+                     u"check --product-id P1 --product-version 2100 --directory updates "
+                     "--show-window --product-name \"Sample App\""_s},
         .run = check,
     };
 }

@@ -6,6 +6,7 @@
 #include <QString>
 
 #include <cstdint>
+#include <optional>
 
 /// What a check is about.
 struct CheckSettings
@@ -17,7 +18,12 @@ struct CheckSettings
     /// Whether there is somebody to tell; without, a file stays under its temporary name.
     bool withDelegate = true;
     bool debug = false;
+    /// The name under which the prompt window shows the product; absent when it is not to be shown.
+    std::optional<QString> productName = {};
 };
+
+/// How the prompt window went: the user chose, or closed it without a choice.
+enum class WindowAction { Update, Cancel, Closed };
 
 /// Why a check brought no installer.
 struct CheckFailure
@@ -47,6 +53,9 @@ public:
 
     /// The end, one way: the complete and verified file lies at path.
     virtual void ready(const QString &path) = 0;
+
+    /// After ready(): the prompt window has gone.
+    virtual void windowEnded(WindowAction action) = 0;
 
     /// The end, the other way.
     virtual void failed(const CheckFailure &failure) = 0;

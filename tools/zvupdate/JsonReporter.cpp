@@ -45,6 +45,14 @@ void JsonReporter::ready(const QString &path)
     console_.print(jsonLine({{u"event"_s, u"ready"_s}, {u"path"_s, path}}));
 }
 
+void JsonReporter::windowEnded(WindowAction action)
+{
+    const QString name = action == WindowAction::Update   ? u"update"_s
+                         : action == WindowAction::Cancel ? u"cancel"_s
+                                                          : u"closed"_s;
+    console_.print(jsonLine({{u"event"_s, u"window"_s}, {u"action"_s, name}}));
+}
+
 void JsonReporter::failed(const CheckFailure &failure)
 {
     console_.print(failedEvent(failure));

@@ -70,6 +70,16 @@ void TextReporter::ready(const QString &path)
     console_.say(u"Verified; ready at %1"_s.arg(path));
 }
 
+void TextReporter::windowEnded(WindowAction action)
+{
+    if (action == WindowAction::Update)
+        console_.say(u"\"Update\" was chosen, and the installer opened"_s);
+    else if (action == WindowAction::Cancel)
+        console_.say(u"\"Not now\" was chosen"_s);
+    else
+        console_.say(u"The window was closed without a choice"_s);
+}
+
 void TextReporter::failed(const CheckFailure &failure)
 {
     console_.complain(complaint(failure));

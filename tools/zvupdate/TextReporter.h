@@ -16,6 +16,7 @@ public:
                   const QString &temporaryPath) override;
     void progressed(const UpdateDownloadProgress &progress) override;
     void ready(const QString &path) override;
+    void windowEnded(WindowAction action) override;
     void failed(const CheckFailure &failure) override;
     QByteArray lastWords(const CheckFailure &failure) const override;
     int lastWordsDescriptor() const override;

@@ -3,6 +3,7 @@
 #include "Command.h"
 #include "Console.h"
 #include "ProgressLine.h"
+#include "PromptWindow.h"
 
 #include <QCoreApplication>
 #include <QFileInfo>
@@ -78,6 +79,8 @@ void UpdateCheck::UpdateFileReady(const QString &path)
         return fail({u"The installer could not be put at %1."_s.arg(path),
                      u"Remove what is in its way, or choose another --directory."_s});
     reporter_.ready(path);
+    if (settings_.productName)
+        return showWindow();
     finish(Success);
 }
 
@@ -85,7 +88,9 @@ void UpdateCheck::stop(const Stop &stop)
 {
     if (!stop_)
         stop_ = stop;
-    if (timer_.isActive())
+    if (isWindowOpen_)
+        finish(stop_->status); // Nothing is left to be stopped but the program.
+    else if (timer_.isActive())
         look();
 }
 
@@ -123,7 +128,7 @@ void UpdateCheck::reportProgress()
 
 void UpdateCheck::downloadEnded()
 {
-    if (isOver_)
+    if (isOver_ || isWindowOpen_)
         return;
     if (stop_) {
         if (!stop_->reason.isEmpty())
@@ -139,6 +144,28 @@ void UpdateCheck::downloadEnded()
     if (!path)
         return fail(discarded());
     reporter_.ready(*path);
+    finish(Success);
+}
+
+void UpdateCheck::showWindow()
+{
+    isWindowOpen_ = true;
+    timer_.stop();
+    // The window goes before the choice is told, so that is waited for.
+    const bool isShown = PromptWindow::show(*controller_, *settings_.productName, [this] {
+        QMetaObject::invokeMethod(
+            &timer_, [this] { windowEnded(); }, Qt::QueuedConnection);
+    });
+    if (!isShown)
+        fail({u"The window could not be shown."_s,
+              u"The installer is ready; open it by hand, or leave out --show-window."_s});
+}
+
+void UpdateCheck::windowEnded()
+{
+    if (isOver_)
+        return;
+    reporter_.windowEnded(windowAction_);
     finish(Success);
 }
 

@@ -34,13 +34,15 @@ private:
     };
 
     void UpdateFileReady(const QString &path) override;
-    void windowClosedUpdateAction() override {}
-    void windowClosedCancelAction() override {}
+    void windowClosedUpdateAction() override { windowAction_ = WindowAction::Update; }
+    void windowClosedCancelAction() override { windowAction_ = WindowAction::Cancel; }
 
     void stop(const Stop &stop);
     void look();
     void reportProgress();
     void downloadEnded();
+    void showWindow();
+    void windowEnded();
     void fail(const CheckFailure &failure);
     void finish(int status);
 
@@ -57,5 +59,7 @@ private:
     QTimer timer_; // Runs while a download does.
     QElapsedTimer sinceProgress_;
     std::optional<Stop> stop_;
+    bool isWindowOpen_ = false;
+    WindowAction windowAction_ = WindowAction::Closed;
     bool isOver_ = false;
 };

@@ -2,8 +2,11 @@
 #include "Commands.h"
 #include "Console.h"
 #include "HelpText.h"
+#include "PromptWindow.h"
 
 #include <algorithm>
+#include <filesystem>
+#include <system_error>
 #include <vector>
 
 #include <fcntl.h>
@@ -69,6 +72,16 @@ int run(const QStringList &arguments, Console &console)
     return refuse(console, u"\"%1\" is not a command; "_s.arg(name) + remedy);
 }
 
+// The program with the window is the same as this one, and lies beside it. Returns when it cannot
+// be started.
+void handOverToWindowProgram(char *argv[])
+{
+    std::error_code error;
+    const auto self = std::filesystem::read_symlink("/proc/self/exe", error);
+    const auto other = self.parent_path() / "zvupdate-window";
+    execv(other.c_str(), argv);
+}
+
 } // namespace
 
 int main(int argc, char *argv[])
@@ -79,6 +92,11 @@ int main(int argc, char *argv[])
         arguments.append(QString::fromLocal8Bit(argv[i]));
 
     Console console;
+    if (arguments.contains(u"--show-window"_s) && !PromptWindow::isHere()) {
+        handOverToWindowProgram(argv);
+        return refuse(console, u"--show-window: the program zvupdate-window cannot be started; "
+                               "install it beside this one"_s);
+    }
     const int status = run(arguments, console);
     const auto failure = console.failure();
     if (!failure)
