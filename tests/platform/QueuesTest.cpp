@@ -64,6 +64,7 @@ TEST(SerialQueue, MayGoInAJobOfItsOwn)
     owner.reset();
     isLastOwner = true;
     EXPECT_TRUE(waitFor([&] { return isGone.load(); }));
+    SerialQueue(QStringLiteral("next")).async([] {}); // Joins the thread that is left.
 }
 
 TEST(MainQueue, RunsJobsInOrderInTheEventLoopOnly)

@@ -3,7 +3,6 @@
 #include "support/TestFiles.h"
 
 #include <QCoreApplication>
-#include <QProcess>
 #include <QSettings>
 
 #include <gmock/gmock.h>
@@ -78,17 +77,17 @@ TEST(Locale, IsTheOneOfTheEnvironment)
         {"en_US.UTF-8", "zh_TW:de", "<en_US: zh-TW zh-Hant-TW zh-Hant zh de "},
         {"C.UTF-8", "zh_TW:de", "<en: zh-TW zh-Hant-TW zh-Hant zh de "},
     };
+    const QByteArray program = QFile::encodeName(QCoreApplication::applicationFilePath());
     for (const auto &row : rows) {
-        QProcess process;
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(QStringLiteral("ZVUPDATE_TEST_PRINTS_LOCALE"), QStringLiteral("1"));
-        environment.insert(QStringLiteral("LC_ALL"), QString::fromUtf8(row.lang));
-        environment.insert(QStringLiteral("LANGUAGE"), QString::fromUtf8(row.language));
-        process.setProcessEnvironment(environment);
-        process.start(QCoreApplication::applicationFilePath(),
-                      {QStringLiteral("--gtest_filter=Locale.IsTheOneOfTheEnvironment")});
-        ASSERT_TRUE(process.waitForFinished()) << qPrintable(process.errorString());
-        EXPECT_THAT(process.readAllStandardOutput().toStdString(), HasSubstr(row.expected))
-            << row.lang << ' ' << row.language;
+        const QByteArray command = QByteArray("LC_ALL='") + row.lang + "' LANGUAGE='" +
+                                   row.language + "' ZVUPDATE_TEST_PRINTS_LOCALE=1 '" + program +
+                                   "' --gtest_filter=Locale.IsTheOneOfTheEnvironment";
+        // Not QProcess: it shares memory with its child at first, which blinds thread sanitizer.
+        FILE *const output = ::popen(command.constData(), "r");
+        ASSERT_NE(output, nullptr);
+        QFile pipe;
+        ASSERT_TRUE(pipe.open(output, QIODevice::ReadOnly));
+        EXPECT_THAT(pipe.readAll().toStdString(), HasSubstr(row.expected)) << command.data();
+        EXPECT_EQ(::pclose(output), 0);
     }
 }
