@@ -117,18 +117,18 @@ ZVUpdateProc::getUpdateMessageWithLang(const std::optional<QString> &code) const
 
 void ZVUpdateProc::downloadFinishWithFilePath(const QString &path)
 {
-    // The last owner may let go meanwhile, on another thread.
-    const auto self = weak_from_this().lock();
-
     // The latest reply counts, also for a download that an earlier check started: a file that is no
     // longer offered is of no use.
     const auto response = mLastCheckUpdateResponse();
     const auto digest = response ? response->ZVMD5() : std::nullopt;
+    const bool debug = mDebug();
     if (installVerified(path, UpdateFiles::diskImagePathFor(path), digest)) {
-        debugLog(QStringLiteral("ZVUpdateProc downloadFinishWithFilePath:") + path);
+        // Without a main queue the notification may have been the last owner: "this" may be gone.
+        if (debug)
+            systemLog(QStringLiteral("ZVUpdateProc downloadFinishWithFilePath:") + path);
         return;
     }
-    if (mDebug()) {
+    if (debug) {
         systemLog(ZVMisc::getFileMD5(path));
         systemLog(digest ? digest->toLower() : describe(digest));
         systemLog(QStringLiteral("MD5 錯誤!! 重新下載"));
@@ -246,11 +246,16 @@ bool ZVUpdateProc::installVerified(const QString &temporaryPath, const QString &
     return true;
 }
 
-// The notification owns the controller until it has run, and looks its delegate up only then.
+// The notification owns the controller until it has run, and looks its delegate up only then. A
+// controller that is being destroyed, and waits for this very call, sends none. Ownership is taken
+// only to be passed on: the last owner must not let go on the thread of a download, where a window
+// cannot be destroyed.
 void ZVUpdateProc::scheduleFileReady(const QString &path)
 {
+    if (!delegate())
+        return;
     auto self = weak_from_this().lock();
-    if (!self || !delegate())
+    if (!self)
         return;
     MainQueue::async([controller = std::move(self), path] {
         if (ZVUpdateProcDelegate *host = controller->delegate())
