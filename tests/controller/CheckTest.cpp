@@ -1,0 +1,204 @@
+#include "ControllerTest.h"
+
+#include "../support/LogCapture.h"
+#include "../support/WaitFor.h"
+
+#include <QDir>
+
+#include <sys/stat.h>
+
+using namespace Qt::StringLiterals;
+using Reply = ScriptedServer::Reply;
+
+namespace {
+
+ino_t inode(const QString &path)
+{
+    struct stat status = {};
+    return stat(QFile::encodeName(path).constData(), &status) == 0 ? status.st_ino : 0;
+}
+
+/// The check's rules about what lies in the save directory, as a model of their own.
+class SaveDirectory : public ControllerTest
+{
+public:
+    void checkOnce(const Content &image, const Content &part, const QString &stored, bool hasHost)
+    {
+        startAfresh(stored.isEmpty() ? QVariantMap() : QVariantMap{{digestKey, stored}});
+        place(diskImage, image);
+        place(temporary, part);
+        controller->setDebugMode(hasHost); // Which makes no difference here.
+        const bool isSame = stored.toUpper() == digest;
+        const bool isReady = image == good;
+        const Content kept = isSame && image != wrong ? part : std::nullopt;
+        const bool isComplete = !isReady && kept == good;
+        // The service refuses to resume a wrong file that is complete; it stays as it is.
+        const bool isStuck = !isReady && kept == wrong;
+        QStringList requests = {u"POST cmd=checkupd&id=P&ver=1"_s};
+        if (!isReady)
+            requests += {u"POST cmd=gettoken"_s, u"HEAD cmd=download&tk=T&fn=P_2.exe"_s};
+        if (!isReady && !isComplete)
+            requests += u"GET cmd=download&tk=T&fn=P_2.exe"_s +
+                        (kept ? u" bytes=%1-"_s.arg(kept->size()) : QString());
+        const auto formerRequests = service.requests().size();
+        const ino_t partInode = inode(temporary);
+
+        EXPECT_EQ(controller->updateWithDelegate(hasHost ? &host : nullptr),
+                  isReady || isComplete ? 2 : 1);
+        EXPECT_EQ(host.heard, QStringList()) << "inside the call";
+        EXPECT_TRUE(waitForDownload());
+
+        const Content newPart = hasHost ? std::nullopt : Content(good);
+        EXPECT_EQ(service.requests().mid(formerRequests), requests);
+        EXPECT_EQ(contentOf(temporary), isReady || isStuck ? part : newPart);
+        EXPECT_EQ(contentOf(diskImage),
+                  isReady || (hasHost && !isStuck) ? Content(good) : std::nullopt);
+        EXPECT_EQ(host.heard, hasHost && !isStuck ? QStringList(diskImage) : QStringList());
+        EXPECT_EQ(storedPreferences().value(digestKey).toString(),
+                  isReady || isSame ? stored : digest.toLower());
+        EXPECT_TRUE(!isComplete || !hasHost || inode(diskImage) == partInode) << "copied";
+    }
+};
+
+TEST_F(SaveDirectory, IsUsedAsFarAsItCanBe)
+{
+    const Content absent;
+    for (const Content &image : {absent, Content(good), Content(wrong)})
+        for (const Content &part : {absent, Content(good.left(999)), Content(good), Content(wrong)})
+            for (const QString &stored : {QString(), digest.toLower(), digest, u"0123"_s})
+                for (const bool hasHost : {true, false}) {
+                    SCOPED_TRACE(testing::Message()
+                                 << "disk image " << image.value_or("no").right(4).constData()
+                                 << ", part " << part.value_or("no").right(4).constData() << ", "
+                                 << qPrintable(stored) << ", host " << hasHost);
+                    checkOnce(image, part, stored, hasHost);
+                }
+}
+
+TEST_F(ControllerTest, RefusesOffersThatItCannotNameOrVerify)
+{
+    using Text = std::optional<QString>;
+    const QString tooLong(300, u'9');
+    const QString zero(1, QChar());
+    for (const QString &victim : {u"../victim"_s, u"../victim_2"_s, u"P_x/y"_s})
+        for (const QString &extension : {u".dmg"_s, u".bin"_s}) {
+            QDir().mkpath(saved(u"P_x"_s));
+            place(saved(victim + extension), "victim");
+        }
+    const auto before = tree();
+    for (const auto &[product, version, announced] :
+         {std::tuple(u"P"_s, Text(), Text(digest)),
+          {u"P"_s, QString(), digest},
+          {u"P"_s, u"2"_s, {}},
+          {u"P"_s, u"2"_s, QString()},
+          {u"P"_s, u"x/../../victim"_s, digest},
+          {u"P"_s, u"x/y"_s, digest},
+          {u"P"_s, zero, digest},
+          {u"P"_s, u"2"_s + zero + u"/../victim"_s, digest},
+          {u"P"_s, tooLong, digest},
+          {tooLong, u"2"_s, digest},
+          {u"../victim"_s, u"2"_s, digest},
+          {u"P"_s + zero, u"2"_s, digest}}) {
+        service.setOffer({.version = version, .digest = announced});
+        controller->setMProductID(product);
+        EXPECT_EQ(check(), 3) << qPrintable(product + u' ' + version.value_or(u"no version"_s));
+        EXPECT_TRUE(service.requests().constLast().startsWith("POST cmd=checkupd&"_L1));
+    }
+    EXPECT_FALSE(storedPreferences().contains(digestKey));
+    EXPECT_EQ(tree(), before);
+}
+
+TEST_F(ControllerTest, NamesFilesAfterOddButHarmlessVersions)
+{
+    place(temporary, std::nullopt);
+    for (const QString &version : {u"1.2"_s, u".."_s, u"2 beta"_s, u"版本&"_s}) {
+        const QString name = u"P_"_s + version;
+        const Offer offer = {.version = version, .gate = std::make_shared<Gate>()};
+        service.setOffer(offer);
+        auto expected = tree();
+        EXPECT_EQ(check(), 1);
+        EXPECT_TRUE(waitFor([&] { return QFile::exists(saved(name + u".bin"_s)); }));
+        EXPECT_FALSE(QFile::exists(saved(name + u".dmg"_s))) << "during the download";
+        offer.gate->open();
+        EXPECT_TRUE(waitForDownload());
+        EXPECT_EQ(service.requests().constLast(),
+                  u"GET cmd=download&tk=T&fn="_s + name + u".exe"_s);
+        expected.insert(saved(name + u".dmg"_s), good);
+        EXPECT_EQ(tree(), expected);
+    }
+}
+
+TEST_F(ControllerTest, WritesNothingThroughLinks)
+{
+    const QString outside = root.filePath(u"outside"_s);
+    for (const QString &link : {temporary, diskImage}) {
+        startAfresh({{digestKey, digest}});
+        place(link, std::nullopt);
+        ASSERT_TRUE(QFile::link(outside, link));
+        EXPECT_EQ(check(), 1);
+        EXPECT_TRUE(waitForDownload());
+        EXPECT_FALSE(QFile::exists(outside));
+        EXPECT_FALSE(QFileInfo(temporary).isSymLink());
+    }
+}
+
+TEST_F(ControllerTest, TakesAnEmptyDirectoryForTheWorkingDirectory)
+{
+    const QString former = QDir::currentPath();
+    place(diskImage, good);
+    ASSERT_TRUE(QDir::setCurrent(saveDirectory));
+    controller->setMSaveFileDirectory(QString());
+    EXPECT_EQ(check(), 2);
+    runMainQueue();
+    EXPECT_EQ(host.heard, QStringList(u"P_2.dmg"_s));
+    QDir::setCurrent(former);
+}
+
+class DebugMode : public ControllerTest
+{
+public:
+    /// Checks with and without debug mode.
+    void expectLog(const Content &image, const Content &part, const QString &stored,
+                   const QStringList &lines)
+    {
+        for (const bool debug : {false, true}) {
+            startAfresh(stored.isEmpty() ? QVariantMap() : QVariantMap{{digestKey, stored}});
+            place(diskImage, image);
+            place(temporary, part);
+            const LogCapture log;
+            controller->setDebugMode(debug);
+            check();
+            EXPECT_TRUE(waitForDownload());
+            EXPECT_EQ(log.lines(), debug ? lines : QStringList());
+        }
+    }
+};
+
+TEST_F(DebugMode, LogsWhatTheCheckAndItsDownloadCameTo)
+{
+    const QString checked =
+        u"checkUpdate OK ... {\"ZVUpdateVersion\":2, \"MD5\":%1 \"ok\":true, \"msg\":M}"_s.arg(
+            digest);
+    const QString token = u"doGetToken OK ... {\"id\":T, \"ok\":true, \"msg\":(null)}"_s;
+    const QString other = u"正在下載的暫存檔 MD5 與 Server 的不同"_s;
+    const QString server = u"server MD5 = "_s + digest;
+    const QString finished = u"ZVUpdateProc downloadFinishWithFilePath:"_s + temporary;
+
+    expectLog(good, {}, {}, {checked, u"下載好，與線上的MD5相同"_s});
+    expectLog({}, good, digest, {checked, token});
+    expectLog(wrong, {}, u"0A1b"_s,
+              {checked, u"下載好，與線上的MD5不相同，重新下載"_s, other, u"local MD5 = 0A1b"_s,
+               server, token, u"fileSize ... 400003"_s, finished});
+    service.setOffer({.sizeReply = Reply().close()});
+    expectLog({}, {}, digest, {checked, token, u"fileSize ... 0"_s, finished});
+    service.setOffer({.file = wrong, .sizeReply = Reply().send("HTTP/1.1 200 OK\r\n\r\n").close()});
+    expectLog({}, {}, digest,
+              {checked, token, u"fileSize ... -1"_s, Offer::digestOf(wrong).toLower(),
+               digest.toLower(), u"MD5 錯誤!! 重新下載"_s});
+    service.setOffer({.tokenOk = false});
+    expectLog({}, {}, {}, {checked, other, u"local MD5 = (null)"_s, server});
+    service.setOffer({.ok = false});
+    expectLog({}, {}, {}, {});
+}
+
+} // namespace

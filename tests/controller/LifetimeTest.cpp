@@ -1,0 +1,152 @@
+#include "ControllerTest.h"
+
+#include "../support/DownloadModes.h"
+#include "../support/WaitFor.h"
+
+#include <QElapsedTimer>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+/// Downloads in both modes, with the main thread's event loop running.
+class Lifetime : public ControllerTest, public testing::WithParamInterface<DownloadMode>
+{
+public:
+    /// Starts a download that comes halfway.
+    std::shared_ptr<UpdateLogicFunc> startHalfway()
+    {
+        offer.gate = std::make_shared<Gate>();
+        service.setOffer(offer);
+        EXPECT_EQ(check(), 1);
+        EXPECT_TRUE(waitFor([&] { return contentOf(temporary) == half; }));
+        EXPECT_EQ(contentOf(diskImage), std::nullopt);
+        return controller->mCurrentDownloadUpdateLogic();
+    }
+
+    /// Lets it come to its end.
+    void finish(const std::shared_ptr<UpdateLogicFunc> &client) const
+    {
+        offer.gate->open();
+        EXPECT_TRUE(waitFor([&] { return client->doCheckDownloadStop(); }));
+        runMainQueue();
+    }
+
+    void expectSaved(const Content &image, const Content &part) const
+    {
+        EXPECT_EQ(contentOf(diskImage), image);
+        EXPECT_EQ(contentOf(temporary), part);
+        EXPECT_EQ(host.heard, image ? QStringList(diskImage) : QStringList());
+    }
+
+    const DownloadModeSwitch mode{GetParam()};
+    const QByteArray half = good.left(good.size() / 2);
+    const QString resumed = u"GET cmd=download&tk=T&fn=P_2.exe bytes=%1-"_s.arg(half.size());
+    Offer offer;
+};
+
+TEST_P(Lifetime, AReplacedDownloadIsVerifiedAgainstTheNewerReply)
+{
+    const std::pair<Offer, bool> newerOffers[] = {
+        {{.tokenOk = false}, true},
+        {{.digest = Offer::digestOf(wrong), .tokenOk = false}, false},
+        {{.ok = false}, false}};
+    for (const auto &[newer, isGood] : newerOffers) {
+        startAfresh();
+        const std::weak_ptr<UpdateLogicFunc> replaced = startHalfway();
+        service.setOffer(newer);
+        EXPECT_EQ(check(), 3);
+        ASSERT_FALSE(replaced.expired()) << "while its download is running";
+        EXPECT_NE(controller->mCurrentDownloadUpdateLogic(), replaced.lock());
+        finish(replaced.lock());
+        expectSaved(isGood ? Content(good) : std::nullopt, std::nullopt);
+        check();
+        EXPECT_TRUE(replaced.expired()) << "after its download has ended";
+    }
+}
+
+TEST_P(Lifetime, AReplacedDownloadOutlivesTheController)
+{
+    const auto replaced = startHalfway();
+    service.setOffer({.tokenOk = false});
+    EXPECT_EQ(check(), 3);
+    controller.reset();
+    finish(replaced);
+    expectSaved(std::nullopt, good);
+}
+
+TEST_P(Lifetime, TwoDownloadsOfOneFileDoNotSpoilIt)
+{
+    const auto first = startHalfway();
+    EXPECT_EQ(check(), 1);
+    EXPECT_TRUE(waitForDownload());
+    EXPECT_EQ(service.requests().constLast(), resumed);
+    finish(first);
+    expectSaved(good, std::nullopt);
+}
+
+TEST_P(Lifetime, DestroyingTheControllerStopsItsDownloadAtOnce)
+{
+    const std::weak_ptr<UpdateLogicFunc> client = startHalfway();
+    QElapsedTimer timer;
+    timer.start();
+    controller.reset();
+    EXPECT_LT(timer.elapsed(), 15000) << "while the service keeps silent";
+    EXPECT_TRUE(client.expired());
+    EXPECT_TRUE(waitFor([] { return libraryThreads() == 0; }));
+    expectSaved(std::nullopt, half);
+
+    controller = std::make_shared<ZVUpdateProc>();
+    controller->setProductID(u"P"_s, u"1"_s, saveDirectory);
+    EXPECT_EQ(check(), 1);
+    EXPECT_TRUE(waitForDownload());
+    EXPECT_EQ(service.requests().constLast(), resumed);
+    expectSaved(good, std::nullopt);
+}
+
+TEST_P(Lifetime, TheControllerMayBeDestroyedBeforeItsDownloadHasBegun)
+{
+    offer.gate = std::make_shared<Gate>();
+    service.setOffer(offer);
+    for (int round = 0; round < 5; ++round) {
+        EXPECT_EQ(check(), 1);
+        startAfresh();
+    }
+    EXPECT_EQ(host.heard, QStringList());
+}
+
+TEST_P(Lifetime, TheHostMayLetTheControllerGoWhenItIsTold)
+{
+    const std::weak_ptr<ZVUpdateProc> watched = controller;
+    host.whenTold = [this] { controller.reset(); };
+    EXPECT_EQ(check(), 1);
+    EXPECT_TRUE(waitFor([&] { return watched.expired(); }));
+    expectSaved(good, std::nullopt);
+}
+
+INSTANTIATE_TEST_SUITE_P(Mode, Lifetime,
+                         testing::Values(DownloadMode::Session, DownloadMode::Connection),
+                         [](const auto &mode) { return std::string(nameOf(mode.param)); });
+
+TEST(SharedController, IsOneUntilItIsReleased)
+{
+    ZVUpdateProc::releaseSharedZVUpdateProc();
+    const std::weak_ptr<ZVUpdateProc> first = ZVUpdateProc::getSharedZVUpdateProc();
+    EXPECT_EQ(ZVUpdateProc::getSharedZVUpdateProc(), first.lock());
+    first.lock()->setProductID(u"P"_s, u"1"_s, u"/"_s);
+    ZVUpdateProc::releaseSharedZVUpdateProc();
+    EXPECT_TRUE(first.expired());
+    EXPECT_EQ(ZVUpdateProc::getSharedZVUpdateProc()->updateWithDelegate(nullptr), 4);
+    ZVUpdateProc::releaseSharedZVUpdateProc();
+}
+
+TEST_F(ControllerTest, ForwardsTheUsersChoice)
+{
+    controller->infoWindowClosedActions(1);
+    controller->setDelegate(&host);
+    for (const uint64_t action : {uint64_t(1), uint64_t(0), uint64_t(2), ~uint64_t(0)})
+        controller->infoWindowClosedActions(action);
+    EXPECT_EQ(host.heard, QStringList({u"update"_s, u"cancel"_s}));
+}
+
+} // namespace

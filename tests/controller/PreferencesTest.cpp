@@ -1,0 +1,128 @@
+#include "ControllerTest.h"
+
+#include <QDateTime>
+#include <QFileInfo>
+
+#include <utility>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+const QString switchKey = u"ZVUpdateAutoUpdate"_s;
+const QString dateKey = u"CorvantaAutoUpdateNextCheckDate"_s;
+
+const QDateTime timeZero = QDateTime::fromSecsSinceEpoch(0, Qt::UTC);
+const QDateTime past = QDateTime::fromSecsSinceEpoch(1000000000, Qt::UTC);
+const QDateTime future = QDateTime::fromSecsSinceEpoch(32503680000, Qt::UTC);
+const QString digest = Offer::digestOf(Offer::installer());
+
+/// A way through a check that is let happen, and what it writes.
+struct Path
+{
+    const char *name;
+    Offer offer;
+    const QString ControllerTest::*complete; ///< The file that is complete already; or null.
+    int64_t result;
+    QDateTime date; ///< The next-check date afterwards; null for the current one.
+    QString digestBefore, digestAfter;
+    qsizetype requests;
+};
+
+const Path paths[] = {
+    {"NoUpdate", {.ok = false}, nullptr, 3, {}, u"0123"_s, u"0123"_s, 1},
+    {"NoToken", {.tokenOk = false}, nullptr, 3, {}, u"0123"_s, digest.toLower(), 2},
+    {"DiskImage", {}, &ControllerTest::diskImage, 2, timeZero, u"0123"_s, u"0123"_s, 1},
+    {"CompleteFile", {}, &ControllerTest::temporary, 2, timeZero, digest, digest, 3},
+    {"Download", {}, nullptr, 1, timeZero, u"0123"_s, digest.toLower(), 4},
+};
+
+class CheckPath : public ControllerTest, public testing::WithParamInterface<Path>
+{
+public:
+    void checkOnce(const QVariant &on, const QVariant &date)
+    {
+        // The two rows for checks that do not happen come first, and what they write.
+        const Path &path = GetParam();
+        const bool happens = on.isValid() ? on.toBool() : date != future;
+        QVariantMap expected = storedPreferences();
+        expected.insert(switchKey, on.isValid() ? on.toString() : u"true"_s);
+        if (on.isValid() || happens)
+            expected.insert(dateKey, timeZero);
+        if (happens)
+            expected.insert(digestKey, path.digestAfter);
+        Host formerHost;
+        controller->setDelegate(&formerHost);
+        const auto formerRequests = service.requests().size();
+        const QDateTime start = QDateTime::currentDateTimeUtc();
+
+        EXPECT_EQ(check(), happens ? path.result : 6);
+        const QVariantMap after = storedPreferences();
+        if (happens && path.date.isNull()) {
+            const QDateTime now = after.value(dateKey).toDateTime();
+            EXPECT_TRUE(start <= now && now <= QDateTime::currentDateTimeUtc());
+            expected.insert(dateKey, now);
+        }
+        EXPECT_EQ(after, expected);
+        EXPECT_EQ(controller->delegate(), happens ? &host : &formerHost);
+        EXPECT_EQ(controller->mLastCheckUpdateResponse() != nullptr, happens);
+        EXPECT_EQ(controller->mCurrentDownloadUpdateLogic() != nullptr, happens);
+        EXPECT_EQ(QFileInfo(saveDirectory).isDir(), happens || path.complete);
+        EXPECT_TRUE(!happens || waitForDownload());
+        EXPECT_EQ(service.requests().size() - formerRequests, happens ? path.requests : 0);
+    }
+};
+
+TEST_P(CheckPath, WritesWhatItMustAndNothingElse)
+{
+    service.setOffer(GetParam().offer);
+    const QVariant absent;
+    for (const QVariant &on : {absent, QVariant(true), QVariant(false)}) {
+        for (const QVariant &date : {absent, QVariant(past), QVariant(future)}) {
+            SCOPED_TRACE(
+                qPrintable(u"switch '%1', date '%2'"_s.arg(on.toString(), date.toString())));
+            QVariantMap before = {{u"HostsOwn"_s, u"kept"_s}, {digestKey, GetParam().digestBefore}};
+            if (on.isValid())
+                before.insert(switchKey, on);
+            if (date.isValid())
+                before.insert(dateKey, date);
+            startAfresh(before);
+            if (GetParam().complete)
+                place(this->*GetParam().complete, good);
+            checkOnce(on, date);
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Preferences, CheckPath, testing::ValuesIn(paths),
+                         [](const auto &path) { return std::string(path.param.name); });
+
+TEST_F(ControllerTest, TouchesNothingWhileItIsNotConfigured)
+{
+    using Text = std::optional<QString>;
+    startAfresh({{switchKey, true}, {dateKey, future}});
+    const QVariantMap before = storedPreferences();
+    Host formerHost;
+    controller->setDelegate(&formerHost);
+    const Text set = u"x"_s;
+    for (const auto &[id, version, directory] :
+         {std::tuple(Text(), set, set), {set, {}, set}, {set, set, {}}, {{}, {}, {}}}) {
+        controller->setProductID(id, version, directory);
+        EXPECT_EQ(check(), 4);
+    }
+    EXPECT_EQ(storedPreferences(), before);
+    EXPECT_EQ(service.requests(), QStringList());
+    EXPECT_EQ(controller->delegate(), &formerHost);
+}
+
+TEST_F(ControllerTest, ReadsTheSwitchUnderTheKeyThatTheHostHasChosen)
+{
+    const char *const former = std::exchange(kZVAutoUpdateOnOffKey, "HostsSwitch");
+    startAfresh({{switchKey, false}});
+    EXPECT_EQ(check(), 1);
+    EXPECT_EQ(storedPreferences().value(u"HostsSwitch"_s), u"true"_s);
+    kZVAutoUpdateOnOffKey = former;
+    EXPECT_EQ(check(), 6);
+}
+
+} // namespace

@@ -1,0 +1,42 @@
+#pragma once
+
+#include "../support/ScriptedServer.h"
+
+#include <QStringList>
+
+#include <memory>
+#include <optional>
+
+/// What the update service has to offer: as it stands, version 2 of an installer.
+struct Offer
+{
+    static QByteArray installer(char filler = 'i') { return QByteArray(400000, filler) + "end"; }
+    /// The digest of bytes as the service announces it, in upper case.
+    static QString digestOf(const QByteArray &bytes);
+
+    bool ok = true;
+    std::optional<QString> version = QStringLiteral("2");
+    std::optional<QString> digest = digestOf(installer());
+    bool tokenOk = true;
+    QByteArray file = installer();
+    /// Where a download from the start stops after the first half.
+    std::shared_ptr<Gate> gate = nullptr;
+    /// The answer to a question for the size, unless it is what the file needs.
+    std::optional<ScriptedServer::Reply> sizeReply = std::nullopt;
+};
+
+/// The update service, to which the library is directed through the developer's override file for
+/// as long as it lives.
+class UpdateService
+{
+public:
+    UpdateService();
+    ~UpdateService();
+
+    void setOffer(const Offer &offer);
+    /// The requests up to now: method, command and, if there is one, the Range.
+    QStringList requests() const;
+
+private:
+    ScriptedServer server_{ScriptedServer::Reply()};
+};
