@@ -1,0 +1,330 @@
+#include "Tool.h"
+
+#include "../controller/UpdateService.h"
+#include "support/TestFiles.h"
+#include "support/WaitFor.h"
+
+#include <ZVUpdate/ZVUpdate.h>
+
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFileInfo>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <csignal>
+#include <memory>
+
+#include <fcntl.h>
+#include <pty.h>
+#include <unistd.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+QJsonObject resultEvent(int code)
+{
+    return {{u"event"_s, u"result"_s}, {u"code"_s, code}};
+}
+
+/// Runs the program against a service, with a directory and preferences that start empty.
+class CheckCommandTest : public testing::TestWithParam<const char *>
+{
+protected:
+    void SetUp() override { Tool::run({u"preferences"_s, u"--automatic-updating"_s, u"on"_s}); }
+    void TearDown() override
+    {
+        QDir(QDir::homePath() + u"/.config/ZVUpdate"_s).removeRecursively();
+    }
+
+    QStringList check(const QStringList &furtherArguments = {u"--json"_s}) const
+    {
+        return QStringList{u"check"_s, u"--product-id"_s, u"P"_s,    u"--product-version"_s,
+                           u"1"_s,     u"--directory"_s,  directory_} +
+               furtherArguments;
+    }
+    QStringList checkInMode() const
+    {
+        return check({u"--json"_s, u"--mode"_s, QString::fromLatin1(GetParam())});
+    }
+
+    QString path(const QString &name) const { return directory_ + u'/' + name; }
+
+    /// Waits until the service stands at the gate and all that it has sent lies in the file.
+    bool waitForHalf(const Offer &offer) const
+    {
+        return waitFor([&] {
+            return offer.gate->isReached() && QFileInfo(temporary_).size() == offer.file.size() / 2;
+        });
+    }
+
+    const QTemporaryDir root_;
+    const QString directory_ = root_.filePath(u"updates"_s);
+    const QString temporary_ = path(u"P_2.bin"_s);
+    const QString diskImage_ = path(u"P_2.dmg"_s);
+    std::unique_ptr<UpdateService> service_ = std::make_unique<UpdateService>();
+};
+
+} // namespace
+
+TEST_P(CheckCommandTest, FetchesAnInstallerAndTellsProgramsHow)
+{
+    Offer offer;
+    offer.file = QByteArray(32 << 20, 'x');
+    offer.digest = Offer::digestOf(offer.file);
+    service_->setOffer(offer);
+
+    QElapsedTimer time;
+    time.start();
+    const auto [status, output, errors] = Tool::run(checkInMode());
+    const qint64 milliseconds = time.elapsed();
+
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(errors, QString());
+    EXPECT_EQ(readFile(diskImage_), offer.file);
+    const auto events = eventsIn(output);
+    ASSERT_GE(events.size(), 3);
+    EXPECT_EQ(events.first(), resultEvent(1));
+    EXPECT_EQ(events.last(), (QJsonObject{{u"event"_s, u"ready"_s}, {u"path"_s, diskImage_}}));
+    qint64 received = 0;
+    for (const QJsonObject &event : events.mid(1, events.size() - 2)) {
+        EXPECT_EQ(event[u"event"], u"progress"_s);
+        EXPECT_EQ(event[u"total"], offer.file.size());
+        EXPECT_GT(event[u"received"].toInteger(), received);
+        received = event[u"received"].toInteger();
+    }
+    EXPECT_LE(received, offer.file.size());
+    EXPECT_LE(events.size() - 2, 1 + milliseconds / 100);
+    EXPECT_EQ(output.section(u'\n', 0, 0), u"{\"event\":\"result\",\"code\":1}"_s);
+
+    EXPECT_EQ(eventsIn(Tool::run(checkInMode()).output), (QList{resultEvent(2), events.last()}));
+}
+
+TEST_P(CheckCommandTest, ResumesWhatAKilledProgramLeft)
+{
+    Offer offer;
+    offer.gate = std::make_shared<Gate>();
+    service_->setOffer(offer);
+    {
+        Tool tool(checkInMode());
+        ASSERT_TRUE(waitForHalf(offer));
+        tool.send(SIGKILL);
+    }
+    EXPECT_EQ(Tool::run(checkInMode()).status, 0);
+    EXPECT_EQ(readFile(diskImage_), offer.file);
+    EXPECT_TRUE(service_->requests().last().endsWith(u" bytes=%1-"_s.arg(offer.file.size() / 2)))
+        << qPrintable(service_->requests().last());
+}
+
+TEST_P(CheckCommandTest, FailsWhenTheServiceGoesAwayAndKeepsTheHalf)
+{
+    Offer offer;
+    offer.gate = std::make_shared<Gate>();
+    service_->setOffer(offer);
+    Tool tool(checkInMode());
+    ASSERT_TRUE(waitForHalf(offer));
+    service_.reset();
+
+    const auto [status, output, errors] = tool.end();
+    EXPECT_EQ(status, 1);
+    EXPECT_EQ(eventsIn(output).last()[u"event"], u"failed"_s);
+    EXPECT_TRUE(eventsIn(output).last()[u"reason"].toString().contains(u"connection was lost"_s));
+    EXPECT_TRUE(errors.contains(u"download Finish Error: "_s));
+    EXPECT_EQ(readFile(temporary_), offer.file.left(offer.file.size() / 2));
+}
+
+TEST_P(CheckCommandTest, StopsADownloadUponASignal)
+{
+    for (const int signal : {SIGINT, SIGTERM}) {
+        Offer offer;
+        offer.gate = std::make_shared<Gate>();
+        service_->setOffer(offer);
+        QFile::remove(temporary_);
+        Tool tool(checkInMode());
+        ASSERT_TRUE(waitForHalf(offer) && tool.waitForOutput(u"progress"_s));
+        tool.send(signal);
+        const auto [status, output, errors] = tool.end();
+        EXPECT_EQ(status, 128 + signal);
+        EXPECT_EQ(eventsIn(output).first(), resultEvent(1));
+        EXPECT_EQ(eventsIn(output).last()[u"event"], u"failed"_s);
+        EXPECT_EQ(readFile(temporary_), offer.file.left(offer.file.size() / 2));
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Modes, CheckCommandTest, testing::Values("session", "connection"),
+                         [](const auto &mode) { return std::string(mode.param); });
+
+TEST_F(CheckCommandTest, StopsWhileTheServiceIsSilent)
+{
+    const ScriptedServer silent(ScriptedServer::Reply().wait(std::make_shared<Gate>()));
+    writeFile(QDir::homePath() + u"/Documents/ConsoleZVUpdate.mac"_s, silent.baseUrl().toUtf8());
+    for (const int signal : {SIGINT, SIGTERM}) {
+        const size_t before = silent.requests().size();
+        Tool tool(check());
+        ASSERT_TRUE(waitFor([&] { return silent.requests().size() > before; }));
+        tool.send(signal);
+        const auto [status, output, errors] = tool.end();
+        EXPECT_EQ(status, 128 + signal);
+        ASSERT_EQ(eventsIn(output).size(), 1);
+        EXPECT_EQ(eventsIn(output).first()[u"event"], u"failed"_s);
+    }
+}
+
+TEST_F(CheckCommandTest, StopsWhenNobodyReadsItsOutputAnyMore)
+{
+    Offer offer;
+    offer.gate = std::make_shared<Gate>();
+    service_->setOffer(offer);
+    std::array<int, 2> pipe = {};
+    ASSERT_EQ(pipe2(pipe.data(), O_CLOEXEC), 0);
+    Tool tool(check(), pipe[1]);
+    close(pipe[1]);
+    ASSERT_TRUE(waitForHalf(offer));
+    close(pipe[0]);
+    offer.gate->open();
+    const auto [status, output, errors] = tool.end();
+    EXPECT_EQ(status, 1);
+    EXPECT_TRUE(errors.contains(u"standard output cannot be written"_s)) << qPrintable(errors);
+}
+
+TEST_F(CheckCommandTest, EndsWithTheStatusOfWhatHappened)
+{
+    struct Case
+    {
+        const char *what;
+        Offer offer;
+        QStringList options;
+        int status;
+        QList<QString> events;
+        const char *reason;
+    };
+    Offer older;
+    older.ok = false;
+    Offer noToken;
+    noToken.tokenOk = false;
+    Offer wrong;
+    wrong.file = Offer::installer('w');
+    const Case cases[] = {
+        {"no newer version", older, {}, 3, {u"result"_s}, ""},
+        {"no token", noToken, {}, 3, {u"result"_s}, ""},
+        {"another file", wrong, {}, 1, {u"result"_s, u"progress"_s, u"failed"_s}, "digest"},
+        {"another file, nobody told",
+         wrong,
+         {u"--no-delegate"_s},
+         1,
+         {u"result"_s, u"progress"_s, u"failed"_s},
+         "digest"},
+    };
+    for (const Case &each : cases) {
+        service_->setOffer(each.offer);
+        const auto [status, output, errors] = Tool::run(check() + each.options);
+        EXPECT_EQ(status, each.status) << each.what;
+        QStringList events;
+        const auto all = eventsIn(output);
+        for (const QJsonObject &event : all)
+            events.append(event[u"event"].toString());
+        events.removeDuplicates();
+        EXPECT_EQ(events, each.events) << each.what << ": " << qPrintable(output);
+        EXPECT_TRUE(all.last()[u"reason"].toString().contains(QLatin1String(each.reason)));
+        EXPECT_FALSE(QFileInfo::exists(temporary_) || QFileInfo::exists(diskImage_)) << each.what;
+    }
+}
+
+TEST_F(CheckCommandTest, FailsWhenTheInstallerCannotGetItsName)
+{
+    QDir().mkpath(diskImage_);
+    const auto [status, output, errors] = Tool::run(check());
+    EXPECT_EQ(status, 1);
+    EXPECT_TRUE(eventsIn(output).last()[u"reason"].toString().contains(diskImage_));
+}
+
+TEST_F(CheckCommandTest, SkipsACheckThatTheUserHasSwitchedOff)
+{
+    Tool::run({u"preferences"_s, u"--automatic-updating"_s, u"off"_s});
+    const auto off = Tool::run(check());
+    EXPECT_EQ(off.status, 6);
+    EXPECT_EQ(eventsIn(off.output), QList{resultEvent(6)});
+    EXPECT_EQ(service_->requests(), QStringList());
+
+    // Another application has preferences of its own.
+    EXPECT_EQ(Tool::run(check() + QStringList{u"--application"_s, u"ZVUpdate/Other"_s}).status, 0);
+}
+
+TEST_F(CheckCommandTest, LeavesAFileForALaterCheckWithoutADelegate)
+{
+    const QStringList nobody = check({u"--json"_s, u"--no-delegate"_s});
+    for (const int result : {1, 2}) {
+        const auto [status, output, errors] = Tool::run(nobody);
+        EXPECT_EQ(status, 0);
+        EXPECT_EQ(eventsIn(output).first(), resultEvent(result));
+        EXPECT_EQ(eventsIn(output).last()[u"path"], temporary_);
+        EXPECT_EQ(readFile(temporary_), Offer::installer());
+        EXPECT_FALSE(QFileInfo::exists(diskImage_));
+    }
+    EXPECT_EQ(Tool::run(check()).status, 0);
+    EXPECT_EQ(readFile(diskImage_), Offer::installer());
+}
+
+TEST_F(CheckCommandTest, TellsPeopleALineAStep)
+{
+    Offer offer;
+    service_->setOffer(offer);
+    QDir().mkpath(directory_);
+    writeFile(temporary_, offer.file.left(1024));
+    QDir(QDir::homePath() + u"/.config/ZVUpdate"_s).removeRecursively();
+    const auto fresh = Tool::run(check({}));
+    EXPECT_EQ(fresh.status, 0);
+    EXPECT_FALSE(fresh.output.contains(u"Resuming"_s));
+    EXPECT_FALSE(fresh.output.contains(u'\r'));
+
+    QFile::remove(diskImage_);
+    writeFile(temporary_, offer.file.left(1024));
+    const auto resumed = Tool::run(check({u"--debug"_s}));
+    const QStringList lines = resumed.output.split(u'\n');
+    ASSERT_EQ(lines.size(), 6) << qPrintable(resumed.output);
+    EXPECT_TRUE(lines[0].startsWith(u"Asking http://127.0.0.1:"_s));
+    EXPECT_EQ(lines[1], u"Version 2 is available"_s);
+    EXPECT_EQ(lines[2], u"Downloading it to "_s + temporary_);
+    EXPECT_EQ(lines[3], u"Resuming at 1.0 KiB"_s);
+    EXPECT_EQ(lines[4], u"Verified; ready at "_s + diskImage_);
+    EXPECT_TRUE(resumed.errors.contains(u"zvupdate: checkUpdate OK ... "_s));
+}
+
+TEST_F(CheckCommandTest, DrawsAProgressBarOnATerminal)
+{
+    Offer offer;
+    offer.gate = std::make_shared<Gate>();
+    service_->setOffer(offer);
+    constexpr int columns = 64;
+    const winsize size = {.ws_row = 24, .ws_col = columns, .ws_xpixel = 0, .ws_ypixel = 0};
+    int terminal = -1;
+    int program = -1;
+    ASSERT_EQ(openpty(&terminal, &program, nullptr, nullptr, &size), 0);
+    fcntl(terminal, F_SETFL, O_NONBLOCK);
+    Tool tool(check({}), program);
+    close(program);
+
+    QByteArray shown;
+    const auto shows = [&](const char *text) {
+        return waitFor([&] {
+            char buffer[4096];
+            const ssize_t count = read(terminal, buffer, sizeof buffer);
+            shown.append(buffer, qMax<ssize_t>(count, 0));
+            return shown.contains(text);
+        });
+    };
+    EXPECT_TRUE(shows(" s left")) << shown.data();
+    offer.gate->open();
+    EXPECT_TRUE(shows("ready at")) << shown.data();
+    EXPECT_EQ(tool.end().status, 0);
+    close(terminal);
+
+    const qsizetype start = shown.lastIndexOf(" 49 %  [====");
+    ASSERT_GE(start, 0) << shown.data();
+    const QByteArray bar = shown.mid(start, shown.indexOf('\r', start) - start);
+    EXPECT_TRUE(bar.contains("195.3 KiB of 390.6 KiB  ")) << bar.data();
+    EXPECT_LT(bar.size(), columns);
+}
