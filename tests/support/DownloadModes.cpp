@@ -1,21 +1,15 @@
 #include "DownloadModes.h"
 
 #include "../../transport/DownloadMode.h"
+#include "TestFiles.h"
 
 #include <QDir>
 
-#include "TestFiles.h"
-
 #include <ostream>
-
-const char *nameOf(DownloadMode mode)
-{
-    return mode == DownloadMode::Session ? "Session" : "Connection";
-}
 
 void PrintTo(DownloadMode mode, std::ostream *stream)
 {
-    *stream << nameOf(mode);
+    *stream << (mode == DownloadMode::Session ? "Session" : "Connection");
 }
 
 DownloadModeSwitch::DownloadModeSwitch(DownloadMode mode) : former_(kZVAppKitVersionNumber)

@@ -5,8 +5,7 @@
 /// How downloads run; see kZVAppKitVersionNumber.
 enum class DownloadMode { Session, Connection };
 
-/// The mode's name, for the names of tests.
-const char *nameOf(DownloadMode mode);
+/// Names a mode, also in the names of tests.
 void PrintTo(DownloadMode mode, std::ostream *stream);
 
 /// Chooses a mode for as long as it lives.

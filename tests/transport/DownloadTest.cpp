@@ -10,7 +10,7 @@
 
 #include <gmock/gmock.h>
 
-#include <ostream>
+#include <mutex>
 
 using namespace ZVPlatform;
 using testing::ElementsAre;
@@ -21,75 +21,37 @@ namespace {
 
 const QString command = QStringLiteral("cmd=download&tk=T1&fn=P1_2103.exe");
 
-/// What a delegate was told, and how. It outlives its delegate.
-class Reports
+std::string nameOf(const Error &error)
 {
-public:
-    void add(const std::string &outcome, bool wasStopped)
-    {
-        const std::lock_guard lock(mutex_);
-        outcomes_.push_back(outcome);
-        thread_ = std::this_thread::get_id();
-        wasStopped_ = wasStopped;
-    }
+    return error.domain.toStdString() + ' ' + std::to_string(error.code);
+}
 
-    /// "file PATH" or "DOMAIN CODE", one for each call.
-    std::vector<std::string> outcomes() const { return read(outcomes_); }
-    std::thread::id thread() const { return read(thread_); }
-    /// What isThreadStop() said during the call.
-    bool wasStopped() const { return read(wasStopped_); }
+std::string network(NetworkError what)
+{
+    return nameOf({QLatin1String(networkErrorDomain), static_cast<int>(what), {}});
+}
 
-private:
-    template <class T>
-    T read(const T &value) const
-    {
-        const std::lock_guard lock(mutex_);
-        return value;
-    }
-
-    mutable std::mutex mutex_;
-    std::vector<std::string> outcomes_;
-    std::thread::id thread_;
-    bool wasStopped_ = false;
-};
-
+/// Passes on what it hears: "file PATH", or the error's name.
 class Delegate : public HttpFunctionPostDelegate
 {
 public:
-    Delegate(std::shared_ptr<Reports> reports, const std::weak_ptr<HttpFunctionPost> &transport)
-        : reports_(std::move(reports)), transport_(transport)
-    {
-    }
+    using Report = std::function<void(const std::string &)>;
+
+    explicit Delegate(Report report) : report_(std::move(report)) {}
     ~Delegate() override { retire(); }
 
     void downloadFinishWithFilePath(const QString &path) override
     {
-        report("file " + path.toStdString());
+        report_("file " + path.toStdString());
     }
-
-    void downloadFinishWithError(const Error &error) override
-    {
-        report(error.domain.toStdString() + ' ' + std::to_string(error.code));
-    }
+    void downloadFinishWithError(const Error &error) override { report_(nameOf(error)); }
 
 private:
-    void report(const std::string &outcome)
-    {
-        const auto transport = transport_.lock();
-        reports_->add(outcome, transport && transport->isThreadStop());
-    }
-
-    const std::shared_ptr<Reports> reports_;
-    const std::weak_ptr<HttpFunctionPost> transport_;
+    const Report report_;
 };
 
-std::string network(NetworkError code)
-{
-    return std::string(networkErrorDomain) + ' ' + std::to_string(static_cast<int>(code));
-}
-
-/// One transport with its delegate and its local file. A session needs no event loop and is not
-/// given one.
+/// One transport at a time, with its delegate and its local file. A session needs no event loop and
+/// is not given one.
 class DownloadFixture : public testing::Test
 {
 protected:
@@ -107,10 +69,21 @@ protected:
         EXPECT_TRUE(wait([] { return libraryThreads() == 0; }));
     }
 
-    void start(const ScriptedServer &server)
+    void start(const ScriptedServer &server, const std::optional<QByteArray> &before = {})
     {
+        QFile::remove(path_);
+        if (before)
+            writeFile(path_, *before);
+        outcomes_.clear();
         transport_ = HttpFunctionPost::getPost(server.baseUrl(), nullptr);
-        delegate_ = std::make_unique<Delegate>(reports_, transport_);
+        delegate_ = std::make_unique<Delegate>(
+            [this, observed = std::weak_ptr(transport_)](const std::string &outcome) {
+                const auto transport = observed.lock();
+                EXPECT_FALSE(transport && transport->isThreadStop()) << "The end shows afterwards.";
+                EXPECT_EQ(std::this_thread::get_id() == mainThread_, !isSession_);
+                const std::lock_guard lock(mutex_);
+                outcomes_.push_back(outcome);
+            });
         transport_->setDelegate(delegate_.get());
         EXPECT_EQ(transport_->DoDownloadAsync(command, path_), 1);
     }
@@ -135,16 +108,23 @@ protected:
         return wait([&] { return transport.expired(); });
     }
 
-    std::string fileOutcome() const { return "file " + path_.toStdString(); }
+    std::vector<std::string> outcomes() const
+    {
+        const std::lock_guard lock(mutex_);
+        return outcomes_;
+    }
 
     const bool isSession_;
     const Meanwhile meanwhile_;
     const DownloadModeSwitch switch_;
     const QTemporaryDir directory_;
     const QString path_ = directory_.filePath(QStringLiteral("P1_2103.bin"));
-    const std::shared_ptr<Reports> reports_ = std::make_shared<Reports>();
-    std::shared_ptr<HttpFunctionPost> transport_;
+    const std::string success_ = "file " + path_.toStdString();
+    const std::thread::id mainThread_ = std::this_thread::get_id();
+    mutable std::mutex mutex_;
+    std::vector<std::string> outcomes_; // Guarded by mutex_.
     std::unique_ptr<Delegate> delegate_;
+    std::shared_ptr<HttpFunctionPost> transport_;
 };
 
 class Download : public DownloadFixture, public testing::WithParamInterface<DownloadMode>
@@ -153,33 +133,22 @@ protected:
     Download() : DownloadFixture(GetParam()) {}
 };
 
+INSTANTIATE_TEST_SUITE_P(, Download,
+                         testing::Values(DownloadMode::Session, DownloadMode::Connection),
+                         testing::PrintToStringParamName());
+
 class DownloadOverConnection : public DownloadFixture
 {
 protected:
     DownloadOverConnection() : DownloadFixture(DownloadMode::Connection) {}
 };
 
-template <class Case>
-std::string nameOfCase(const testing::TestParamInfo<std::tuple<DownloadMode, Case>> &test)
-{
-    return std::string(nameOf(std::get<DownloadMode>(test.param))) +
-           std::get<Case>(test.param).name;
-}
-
-const auto bothModes = testing::Values(DownloadMode::Session, DownloadMode::Connection);
-INSTANTIATE_TEST_SUITE_P(, Download, bothModes, testing::PrintToStringParamName());
-
-// A reply that stops at a gate in the middle of a body of 20 bytes.
-Reply halfOf20(const QByteArray &status, const std::shared_ptr<Gate> &gate)
-{
-    return Reply()
-        .send("HTTP/1.1 " + status + "\r\nContent-Length: 20\r\n\r\n0123456789")
-        .wait(gate);
-}
+const QByteArray end = "\r\n\r\n";
+const QByteArray half = "\r\nContent-Length: 20" + end + "0123456789";
 
 } // namespace
 
-TEST_P(Download, FetchesAFileAndReportsOnceOnItsThread)
+TEST_P(Download, FetchesAFileAndReportsOnce)
 {
     const QByteArray content = QByteArrayLiteral("0123456789abcdef!").repeated(200'000);
     ScriptedServer server(
@@ -188,9 +157,7 @@ TEST_P(Download, FetchesAFileAndReportsOnceOnItsThread)
     ASSERT_TRUE(waitForEnd());
 
     EXPECT_TRUE(readFile(path_) == content);
-    EXPECT_THAT(reports_->outcomes(), ElementsAre(fileOutcome()));
-    EXPECT_FALSE(reports_->wasStopped()) << "The end shows only after the report.";
-    EXPECT_EQ(reports_->thread() == std::this_thread::get_id(), !isSession_);
+    EXPECT_THAT(outcomes(), ElementsAre(success_));
     EXPECT_EQ(transport_->mCancelDownloadTempFile(), path_);
     EXPECT_EQ(transport_->downloadedBytes(), static_cast<uint64_t>(content.size()));
     EXPECT_EQ(transport_->expectedBytes(), content.size());
@@ -211,12 +178,11 @@ TEST_P(Download, AsksOnlyForWhatIsMissing)
         return request.target == "/moved" ? Reply::file(request, content)
                                           : Reply::whole(302, "here", {"Location: /moved"});
     });
-    writeFile(path_, content.left(1048576));
-    start(server);
+    start(server, content.left(1048576));
     ASSERT_TRUE(waitForEnd());
 
     EXPECT_TRUE(readFile(path_) == content);
-    EXPECT_THAT(reports_->outcomes(), ElementsAre(fileOutcome()));
+    EXPECT_THAT(outcomes(), ElementsAre(success_));
     EXPECT_EQ(transport_->expectedBytes(), content.size());
     ASSERT_EQ(server.requests().size(), 2u) << "A redirect is followed.";
     for (const ScriptedServer::Request &request : server.requests())
@@ -232,7 +198,7 @@ TEST_P(Download, HappensOnceATransport)
     ASSERT_TRUE(waitForLastOwner());
 
     EXPECT_EQ(server.requests().size(), 1u);
-    EXPECT_THAT(reports_->outcomes(), ElementsAre(fileOutcome()));
+    EXPECT_THAT(outcomes(), ElementsAre(success_));
     EXPECT_EQ(readFile(path_), "content");
     EXPECT_FALSE(Files::exists(second));
 }
@@ -240,7 +206,7 @@ TEST_P(Download, HappensOnceATransport)
 TEST_P(Download, NeedsNeitherADelegateNorAnOwner)
 {
     const auto gate = std::make_shared<Gate>();
-    ScriptedServer server(halfOf20("200 OK", gate).send("abcdefghij"));
+    ScriptedServer server(Reply().send("HTTP/1.1 200 OK" + half).wait(gate).send("abcdefghij"));
     start(server);
     ASSERT_TRUE(waitForSize(10));
     EXPECT_GT(libraryThreads(), 0);
@@ -251,7 +217,7 @@ TEST_P(Download, NeedsNeitherADelegateNorAnOwner)
     ASSERT_TRUE(waitForLastOwner());
 
     EXPECT_EQ(readFile(path_), "0123456789abcdefghij");
-    EXPECT_THAT(reports_->outcomes(), IsEmpty());
+    EXPECT_THAT(outcomes(), IsEmpty());
 }
 
 TEST_P(Download, SharesTheConnectionOfTheCommandsBeforeIt)
@@ -287,20 +253,21 @@ TEST_P(Download, IsNotStoppedBeforeItsTransferHasBegun)
     ASSERT_TRUE(waitForEnd());
 
     EXPECT_EQ(transport_->mThreadEndFlag(), 0);
-    EXPECT_THAT(reports_->outcomes(), ElementsAre(fileOutcome()));
+    EXPECT_THAT(outcomes(), ElementsAre(success_));
     EXPECT_EQ(readFile(path_), "content");
 }
 
 // A session does not: no test gives it an event loop.
 TEST_F(DownloadOverConnection, WaitsForTheEventLoop)
 {
-    const auto half = std::make_shared<Gate>();
-    const auto end = std::make_shared<Gate>();
-    ScriptedServer server(halfOf20("200 OK", half).send("abcdefghij").wait(end));
+    const auto gate = std::make_shared<Gate>();
+    const auto last = std::make_shared<Gate>();
+    ScriptedServer server(
+        Reply().send("HTTP/1.1 200 OK" + half).wait(gate).send("abcdefghij").wait(last));
     start(server);
     ASSERT_TRUE(waitForSize(10));
-    half->open();
-    ASSERT_TRUE(waitFor([&] { return end->isReached(); }, Meanwhile::Sleep));
+    gate->open();
+    ASSERT_TRUE(waitFor([&] { return last->isReached(); }, Meanwhile::Sleep));
     EXPECT_EQ(readFile(path_), "0123456789");
     EXPECT_FALSE(transport_->isThreadStop());
 
@@ -327,128 +294,87 @@ TEST_F(DownloadOverConnection, OutlastsTheTimeOutWhileBytesArrive)
     }
     EXPECT_TRUE(waitForEnd());
     HttpExchange::setIdleTimeout(former);
-    EXPECT_THAT(reports_->outcomes(), ElementsAre(fileOutcome()));
+    EXPECT_THAT(outcomes(), ElementsAre(success_));
 }
 
 namespace {
 
-/// How a download ends that is left alone: what the file holds before and after, what the server
-/// does, and what the delegate hears in each mode ("file" for success).
+/// How a download ends that is left alone: what the file holds before, what the server does, what
+/// the file holds afterwards, and what the delegate hears in session mode ("file" for success) and,
+/// if that is something else, in connection mode.
 struct Ending
 {
     const char *name;
     std::optional<QByteArray> before;
     Reply reply;
-    std::string session;
-    std::string connection;
     std::optional<QByteArray> after;
+    std::string session;
+    std::string connection = session;
 };
 
-void PrintTo(const Ending &ending, std::ostream *stream)
+Reply raw(const QByteArray &reply)
 {
-    *stream << ending.name;
+    return Reply().send("HTTP/1.1 " + reply);
 }
 
-// Half of a body, then the end of the connection.
-Reply brokenIn(const QByteArray &status)
+Reply broken(const QByteArray &reply)
 {
-    return Reply().send("HTTP/1.1 " + status + "\r\nContent-Length: 20\r\n\r\n0123456789").close();
+    return raw(reply).close();
 }
 
-const QByteArray chunk = "\r\nTransfer-Encoding: chunked\r\n\r\na\r\n0123456789\r\n";
+Reply redirect(const QByteArray &location)
+{
+    return Reply::whole(302, "page", {"Location: " + location});
+}
+
+const QByteArray chunk = "\r\nTransfer-Encoding: chunked" + end + "a\r\n0123456789\r\n";
 const std::string lost = network(NetworkError::ConnectionLost);
 
 const Ending endings[] = {
-    {"NewFile", {}, Reply::whole(200, "new"), "file", "file", "new"},
-    {"EmptyFile", "", Reply::whole(200, "new"), "file", "file", "new"},
-    {"Resumed", "old+", Reply::whole(206, "new"), "file", "file", "old+new"},
-    {"RangeIgnored", "old+", Reply::whole(200, "old+new"), "file", "file", "old+old+new"},
-    {"NoContent", {}, Reply().send("HTTP/1.1 204 None\r\n\r\n"), "file", "file", {}},
-    {"NothingMissing", "old", Reply::whole(206, ""), "file", "file", "old"},
-    {"Chunked",
-     {},
-     Reply().send("HTTP/1.1 200 OK" + chunk + "0\r\n\r\n"),
-     "file",
-     "file",
-     "0123456789"},
-    {"UntilTheEnd", {}, Reply().send("HTTP/1.0 200 OK\r\n\r\nnew").close(), "file", "file", "new"},
-    {"AfterInterimReply",
-     {},
-     Reply().send("HTTP/1.1 102 Wait\r\n\r\nHTTP/1.1 200 OK\r\n"
-                  "Content-Length: 3\r\n\r\nnew"),
-     "file",
-     "file",
-     "new"},
-    {"NotFound", "old", Reply::whole(404, "page"), "HTTP Error 404", "HTTP Error 404", "old"},
-    {"ServerError", {}, Reply::whole(500, "page"), "HTTP Error 500", "HTTP Error 500", {}},
-    {"Complete", "old", Reply::whole(416, "page"), "HTTP Error 416", "HTTP Error 416", "old"},
-    {"NotModified", "old", Reply().send("HTTP/1.1 304 Same\r\n\r\n"), "HTTP Error 304",
-     "HTTP Error 304", "old"},
-    {"BrokenFile", {}, brokenIn("200 OK"), lost, "HTTP Error 200", "0123456789"},
-    {"BrokenResumed", "old+", brokenIn("206 Part"), lost, "HTTP Error 206", "old+0123456789"},
-    {"BrokenChunks",
-     {},
-     Reply().send("HTTP/1.1 200 OK" + chunk).close(),
-     lost,
-     "HTTP Error 200",
-     "0123456789"},
-    {"BrokenError", "old", brokenIn("503 Busy"), "HTTP Error 503", "HTTP Error 503", "old"},
-    {"NoReply", "old", Reply().close(), "HTTP Error 0", "HTTP Error 0", "old"},
-    {"HalfAHeader", "old", Reply().send("HTTP/1.1 200 OK\r\nConte").close(), "HTTP Error 0",
-     "HTTP Error 0", "old"},
-    {"OnlyInterimReply",
-     {},
-     Reply().send("HTTP/1.1 102 Wait\r\n\r\n").close(),
-     "HTTP Error 0",
-     "HTTP Error 0",
-     {}},
-    {"RedirectLoop",
-     {},
-     Reply::whole(302, "page", {"Location: /again"}),
-     "HTTP Error 302",
-     "HTTP Error 302",
-     {}},
-    {"RedirectToFile",
-     {},
-     Reply::whole(302, "page", {"Location: file:///etc/hostname"}),
-     "HTTP Error 302",
-     "HTTP Error 302",
-     {}},
-    {"RedirectToFtp",
-     {},
-     Reply::whole(302, "page", {"Location: ftp://127.0.0.1/f"}),
-     "HTTP Error 302",
-     "HTTP Error 302",
-     {}},
+    {"new file", {}, Reply::whole(200, "new"), "new", "file"},
+    {"empty file", "", Reply::whole(200, "new"), "new", "file"},
+    {"resumed file", "old+", Reply::whole(206, "new"), "old+new", "file"},
+    {"Range ignored", "old+", Reply::whole(200, "old+new"), "old+old+new", "file"},
+    {"no content", {}, raw("204 None" + end), {}, "file"},
+    {"nothing missing", "old", Reply::whole(206), "old", "file"},
+    {"chunks", {}, raw("200 OK" + chunk + "0" + end), "0123456789", "file"},
+    {"until the connection's end", {}, broken("200 OK" + end + "new"), "new", "file"},
+    {"after an interim reply", "", raw("102 Wait" + end).send("HTTP/1.1 204 None" + end), "",
+     "file"},
+    {"not found", "old", Reply::whole(404, "page"), "old", "HTTP Error 404"},
+    {"server error", {}, Reply::whole(500, "page"), {}, "HTTP Error 500"},
+    {"complete already", "old", Reply::whole(416, "page"), "old", "HTTP Error 416"},
+    {"not modified", "old", raw("304 Same" + end), "old", "HTTP Error 304"},
+    {"broken", {}, broken("200 OK" + half), "0123456789", lost, "HTTP Error 200"},
+    {"broken chunks", {}, broken("200 OK" + chunk), "0123456789", lost, "HTTP Error 200"},
+    {"broken again", "old", broken("206 Part" + half), "old0123456789", lost, "HTTP Error 206"},
+    {"broken error", "old", broken("503 Busy" + half), "old", "HTTP Error 503"},
+    {"no reply", "old", Reply().close(), "old", "HTTP Error 0"},
+    {"half a header", "old", broken("200 OK\r\nConte"), "old", "HTTP Error 0"},
+    {"only an interim reply", {}, broken("102 Wait" + end), {}, "HTTP Error 0"},
+    {"redirect loop", {}, redirect("/again"), {}, "HTTP Error 302"},
+    {"redirect to a file", {}, redirect("file:///etc/hostname"), {}, "HTTP Error 302"},
+    {"redirect to ftp", {}, redirect("ftp://127.0.0.1/f"), {}, "HTTP Error 302"},
 };
-
-class DownloadEnding : public DownloadFixture,
-                       public testing::WithParamInterface<std::tuple<DownloadMode, Ending>>
-{
-protected:
-    DownloadEnding() : DownloadFixture(std::get<DownloadMode>(GetParam())) {}
-};
-
-INSTANTIATE_TEST_SUITE_P(, DownloadEnding, testing::Combine(bothModes, testing::ValuesIn(endings)),
-                         nameOfCase<Ending>);
 
 } // namespace
 
-TEST_P(DownloadEnding, IsReportedByMode)
+TEST_P(Download, EndsByTheTable)
 {
-    const Ending &ending = std::get<Ending>(GetParam());
-    if (ending.before)
-        writeFile(path_, *ending.before);
-    ScriptedServer server(ending.reply);
-    start(server);
-    ASSERT_TRUE(waitForEnd());
+    for (const Ending &ending : endings) {
+        SCOPED_TRACE(ending.name);
+        ScriptedServer server(ending.reply);
+        start(server, ending.before);
+        ASSERT_TRUE(waitForEnd());
 
-    const std::string expected = isSession_ ? ending.session : ending.connection;
-    EXPECT_THAT(reports_->outcomes(), ElementsAre(expected == "file" ? fileOutcome() : expected));
-    EXPECT_EQ(Files::exists(path_), ending.after.has_value());
-    EXPECT_EQ(readFile(path_), ending.after.value_or(QByteArray()));
-    ASSERT_FALSE(server.requests().empty());
-    EXPECT_EQ(server.requests()[0].header("Range").isNull(), ending.before.value_or("").isEmpty());
+        const std::string expected = isSession_ ? ending.session : ending.connection;
+        EXPECT_THAT(outcomes(), ElementsAre(expected == "file" ? success_ : expected));
+        EXPECT_EQ(Files::exists(path_), ending.after.has_value());
+        EXPECT_EQ(readFile(path_), ending.after.value_or(QByteArray()));
+        ASSERT_FALSE(server.requests().empty());
+        EXPECT_EQ(server.requests()[0].header("Range").isNull(),
+                  ending.before.value_or(QByteArray()).isEmpty());
+    }
 }
 
 namespace {
@@ -466,78 +392,64 @@ struct Silence
     std::string timedOut;
 };
 
-void PrintTo(const Silence &silence, std::ostream *stream)
-{
-    *stream << silence.name;
-}
-
 const Silence silences[] = {
-    {"BeforeTheReply", "", "H", 0, "HTTP Error 0", "HTTP Error 0"},
-    {"InTheHeader", "HTTP/1.1 206 Part\r\nConte", "n", 0, "HTTP Error 0", "HTTP Error 0"},
-    {"InTheBody", "HTTP/1.1 206 Part\r\nContent-Length: 20\r\n\r\n01234", "5", 5,
-     network(NetworkError::Cancelled), network(NetworkError::TimedOut)},
+    {"before the reply", "", "H", 0, "HTTP Error 0", "HTTP Error 0"},
+    {"in the header", "HTTP/1.1 206 Part\r\nConte", "n", 0, "HTTP Error 0", "HTTP Error 0"},
+    {"in the body", "HTTP/1.1 206 Part" + half, "x", 10, network(NetworkError::Cancelled),
+     network(NetworkError::TimedOut)},
 };
 
-class DownloadSilence : public DownloadFixture,
-                        public testing::WithParamInterface<std::tuple<DownloadMode, Silence>>
+// Silent at the gate, and again one byte later.
+Reply silentIn(const Silence &silence, const std::shared_ptr<Gate> &gate)
 {
-protected:
-    DownloadSilence() : DownloadFixture(std::get<DownloadMode>(GetParam())) {}
-
-    bool startAndWaitForSilence()
-    {
-        start(server_);
-        return wait([this] { return gate_->isReached(); }) && waitForSize(silence_.received);
-    }
-
-    const Silence &silence_ = std::get<Silence>(GetParam());
-    const std::shared_ptr<Gate> gate_ = std::make_shared<Gate>();
-    ScriptedServer server_{Reply()
-                               .send(silence_.reply)
-                               .wait(gate_)
-                               .send(silence_.nextByte)
-                               .wait(std::make_shared<Gate>())};
-};
-
-INSTANTIATE_TEST_SUITE_P(, DownloadSilence,
-                         testing::Combine(bothModes, testing::ValuesIn(silences)),
-                         nameOfCase<Silence>);
+    const auto never = std::make_shared<Gate>();
+    return Reply().send(silence.reply).wait(gate).send(silence.nextByte).wait(never);
+}
 
 } // namespace
 
 // The time-out is a minute; to wait for less shows that a stop does not wait for it.
-TEST_P(DownloadSilence, IsEndedByAStopAtOnce)
+TEST_P(Download, IsEndedByAStopAtOnceInEverySilence)
 {
-    ASSERT_TRUE(startAndWaitForSilence());
-    EXPECT_FALSE(transport_->isThreadStop());
-    EXPECT_EQ(transport_->threadStop(), 0);
-    EXPECT_EQ(transport_->mThreadEndFlag(), 1);
-    if (isSession_) {
-        ASSERT_TRUE(waitForEnd());
-        EXPECT_FALSE(reports_->wasStopped());
-        EXPECT_THAT(reports_->outcomes(), ElementsAre(silence_.stopped));
-    } else {
-        EXPECT_TRUE(transport_->isThreadStop());
-        ASSERT_TRUE(waitForLastOwner());
-        EXPECT_THAT(reports_->outcomes(), IsEmpty());
+    for (const Silence &silence : silences) {
+        SCOPED_TRACE(silence.name);
+        const auto gate = std::make_shared<Gate>();
+        ScriptedServer server(silentIn(silence, gate));
+        start(server);
+        ASSERT_TRUE(wait([&] { return gate->isReached(); }) && waitForSize(silence.received));
+        EXPECT_FALSE(transport_->isThreadStop());
+        EXPECT_EQ(transport_->threadStop(), 0);
+        EXPECT_EQ(transport_->mThreadEndFlag(), 1);
+        EXPECT_TRUE(isSession_ || transport_->isThreadStop()) << "On return.";
+        ASSERT_TRUE(waitForEnd() && waitForLastOwner());
+        if (isSession_)
+            EXPECT_THAT(outcomes(), ElementsAre(silence.stopped));
+        else
+            EXPECT_THAT(outcomes(), IsEmpty());
+        EXPECT_EQ(Files::size(path_), silence.received);
     }
-    EXPECT_EQ(Files::size(path_), silence_.received);
 }
 
-TEST_P(DownloadSilence, IsEndedByTheTimeOut)
+TEST_P(Download, IsEndedByTheTimeOutInEverySilence)
 {
     const auto former = HttpExchange::idleTimeout();
     const auto timeout = std::chrono::milliseconds(100);
-    ASSERT_TRUE(startAndWaitForSilence());
-    // It holds from the next byte on, which makes sure that those before it have arrived.
-    HttpExchange::setIdleTimeout(timeout);
-    const auto begin = std::chrono::steady_clock::now();
-    gate_->open();
-    const bool ended = waitForEnd();
-    HttpExchange::setIdleTimeout(former);
-    ASSERT_TRUE(ended);
+    for (const Silence &silence : silences) {
+        SCOPED_TRACE(silence.name);
+        const auto gate = std::make_shared<Gate>();
+        ScriptedServer server(silentIn(silence, gate));
+        start(server);
+        ASSERT_TRUE(wait([&] { return gate->isReached(); }) && waitForSize(silence.received));
+        // It holds from the next byte on, which makes sure that those before it have arrived.
+        HttpExchange::setIdleTimeout(timeout);
+        const auto begin = std::chrono::steady_clock::now();
+        gate->open();
+        const bool ended = waitForEnd();
+        HttpExchange::setIdleTimeout(former);
+        ASSERT_TRUE(ended);
 
-    EXPECT_GE(std::chrono::steady_clock::now() - begin, timeout);
-    const std::string connection = silence_.received ? "HTTP Error 206" : "HTTP Error 0";
-    EXPECT_THAT(reports_->outcomes(), ElementsAre(isSession_ ? silence_.timedOut : connection));
+        EXPECT_GE(std::chrono::steady_clock::now() - begin, timeout);
+        const std::string connection = silence.received ? "HTTP Error 206" : "HTTP Error 0";
+        EXPECT_THAT(outcomes(), ElementsAre(isSession_ ? silence.timedOut : connection));
+    }
 }
