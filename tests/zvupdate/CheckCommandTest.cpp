@@ -157,6 +157,19 @@ TEST_P(CheckCommandTest, StopsADownloadUponASignal)
 INSTANTIATE_TEST_SUITE_P(Modes, CheckCommandTest, testing::Values("session", "connection"),
                          [](const auto &mode) { return std::string(mode.param); });
 
+TEST_F(CheckCommandTest, StopsAtTheWindowUponASignal)
+{
+    service_->setOffer({});
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    Tool tool(check({u"--json"_s, u"--show-window"_s, u"--product-name"_s, u"Sample"_s}));
+    ASSERT_TRUE(tool.waitForOutput(u"ready"_s));
+    tool.send(SIGTERM);
+    const auto [status, output, errors] = tool.end();
+    EXPECT_EQ(status, 128 + SIGTERM);
+    EXPECT_EQ(eventsIn(output).last(),
+              (QJsonObject{{u"event"_s, u"ready"_s}, {u"path"_s, diskImage_}}));
+}
+
 TEST_F(CheckCommandTest, StopsWhileTheServiceIsSilent)
 {
     const ScriptedServer silent(ScriptedServer::Reply().wait(std::make_shared<Gate>()));
