@@ -18,6 +18,7 @@
 #include <QTemporaryDir>
 #include <QTest>
 #include <QTextEdit>
+#include <QTimer>
 
 #include <gmock/gmock.h>
 
@@ -201,11 +202,18 @@ TEST_F(UpdateInfoWindowTest, IsAGuest)
         EXPECT_EQ(controller->window()->testAttribute(Qt::WA_ShowWithoutActivating), isTyping);
         controller->window()->hide();
     }
+
+    // Closing it as the last window does not end the host; the end of the host takes it along.
     host.hide();
     show();
     const QSignalSpy lastWindowClosed(qApp, &QGuiApplication::lastWindowClosed);
-    controller->window()->close();
-    EXPECT_EQ(lastWindowClosed.count(), 0);
+    QTimer::singleShot(0, controller->window(), &QDialog::close);
+    QTimer::singleShot(0, qApp, [&lastWindowClosed] {
+        EXPECT_EQ(lastWindowClosed.count(), 0);
+        QCoreApplication::quit();
+    });
+    QApplication::exec();
+    EXPECT_EQ(controller->window(), nullptr);
 }
 
 struct Layout
