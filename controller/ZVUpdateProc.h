@@ -92,7 +92,8 @@ public:
 
     /// Shows the library's own window for the update that the latest check has found: what is new,
     /// "Update", which opens the installer, and "Not now". The product's name is shown as it is.
-    /// The delegate hears of the user's choice; closing the window otherwise is none.
+    /// The delegate hears of the user's choice; closing the window otherwise is none. Where the
+    /// host has set an application display name, desktops may add that to the window's title.
     ///
     /// Returns ZVWindowShown; ZVNoUpdate when no successful check is held, and then leaves an
     /// earlier window alone; ZVInstallerMissing when the installer is not in the directory. In the

@@ -4,7 +4,7 @@
 
 namespace ZVPlatform {
 
-/// Shows the icon of the host application, at the size of icons in messages; takes no room when the
+/// Shows the icon of the host application, at twice the size of large icons; takes no room when the
 /// host has none.
 class ApplicationIcon final : public QWidget
 {

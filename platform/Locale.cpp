@@ -64,8 +64,10 @@ QStringList preferredLanguages()
     QStringList languages;
     const QStringList preferred = QLocale::system().uiLanguages();
     for (const QString &language : preferred) {
-        if (isC(QLocale(language)))
+        if (language == QLatin1String("C") || language == QLatin1String("POSIX"))
             appendOnce(languages, QStringLiteral("en"));
+        else if (isC(QLocale(language))) // A language that Qt has no data for.
+            appendOnce(languages, language);
         else
             appendWithShorterForms(languages, language);
     }

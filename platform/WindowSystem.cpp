@@ -35,9 +35,13 @@ void WindowSystem::show(QWidget *window)
 {
     const bool isTyping = isUserTyping();
     window->setAttribute(Qt::WA_ShowWithoutActivating, isTyping);
+    window->setWindowState(window->windowState() & ~Qt::WindowMinimized);
     window->show();
+    window->raise();
     if (isTyping)
         QApplication::alert(window);
+    else
+        window->activateWindow();
 }
 
 void WindowSystem::discard(QWidget *window)
@@ -52,7 +56,10 @@ void WindowSystem::discard(QWidget *window)
 
 void WindowSystem::openFile(const QString &path)
 {
-    QDesktopServices::openUrl(QUrl::fromLocalFile(QFileInfo(path).absoluteFilePath()));
+    // The desktop shortens "..", which behind a symbolic link leads to another place than here.
+    const QFileInfo file(path);
+    const QString directory = QFileInfo(file.path()).canonicalFilePath();
+    QDesktopServices::openUrl(QUrl::fromLocalFile(directory + QLatin1Char('/') + file.fileName()));
 }
 
 } // namespace ZVPlatform

@@ -127,8 +127,11 @@ void UpdateInfoWindowController::updateAction()
     const auto path = mUpdateFilePath();
     if (!path || !Files::exists(*path))
         return;
+    // A host may have taken the opening of files upon itself, and do anything then.
+    const QPointer self(this);
     WindowSystem::openFile(*path);
-    closeAndTell(1);
+    if (self)
+        closeAndTell(1);
 }
 
 void UpdateInfoWindowController::cancelAction()
@@ -142,10 +145,8 @@ void UpdateInfoWindowController::cancelAction()
 
 void UpdateInfoWindowController::systemPowerOffNotification()
 {
-    if (!window_)
-        return;
-    window_->hide();
-    window_->close();
+    if (window_)
+        window_->close(); // Which takes it off the screen first.
 }
 
 void UpdateInfoWindowController::windowWillClose()

@@ -115,8 +115,9 @@ QSize VerticalCenterTextField::sizeHint() const
 QSize VerticalCenterTextField::minimumSizeHint() const
 {
     const QFontMetricsF metrics(font());
-    const QSizeF size(narrowestHint * metrics.averageCharWidth(), metrics.height());
-    return size.toSize() + marginsAround();
+    const QSize size(static_cast<int>(std::ceil(narrowestHint * metrics.averageCharWidth())),
+                     static_cast<int>(std::ceil(metrics.height())));
+    return size + marginsAround();
 }
 
 int VerticalCenterTextField::heightForWidth(int width) const

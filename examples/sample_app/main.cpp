@@ -16,6 +16,7 @@
 // The identifier under which the update service knows this product, and the version that runs.
 static const QString productID = QStringLiteral("SampleApp");
 static const QString productVersion = QStringLiteral("2100");
+static const QString productName = QStringLiteral("Sample App");
 
 class MainWindow : public QMainWindow, public ZVUpdateProcDelegate
 {
@@ -25,6 +26,7 @@ public:
         const QString data = QStandardPaths::writableLocation(QStandardPaths::AppLocalDataLocation);
         updater_->setProductID(productID, productVersion,
                                QDir(data).filePath(QStringLiteral("updates")));
+        setWindowTitle(productName);
         setCentralWidget(new QTextEdit);
         makeMenus();
 
@@ -41,7 +43,7 @@ public:
     {
         progressTimer_.stop();
         statusBar()->showMessage(tr("An update is ready to install."));
-        updater_->showDefaultUpdateWindowWithProductName(QApplication::applicationDisplayName());
+        updater_->showDefaultUpdateWindowWithProductName(productName);
     }
 
     void windowClosedUpdateAction() override
@@ -120,7 +122,6 @@ int main(int argc, char **argv)
     // They also say where preferences and update files are kept.
     QApplication::setOrganizationName(QStringLiteral("Example"));
     QApplication::setApplicationName(QStringLiteral("SampleApp"));
-    QApplication::setApplicationDisplayName(QStringLiteral("Sample App"));
 
     int status = 0;
     {

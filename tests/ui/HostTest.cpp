@@ -54,6 +54,7 @@ TEST(HostTest, ShowsLabelsAndNotesInTheUsersLanguages)
         {u"zh_CN.UTF-8"_s, u""_s, u"zh-Hans"_s, u"notes CN"_s},
         {u"fr_FR.UTF-8"_s, u""_s, u"en"_s, u"notes"_s},
         {u"en_US.UTF-8"_s, u"fr:zh_TW:en"_s, u"zh-Hant"_s, u"notes"_s},
+        {u"en_US.UTF-8"_s, u"tlh:zh_TW:en"_s, u"zh-Hant"_s, u"notes"_s},
         {u"zh_TW.UTF-8"_s, u"en"_s, u"en"_s, u"notes TW"_s}};
     for (const QStringList &c : cases)
         EXPECT_EQ(runHost(u"widgets"_s, c[0], c[1]), expected(c[2], c[3])) << qPrintable(c[0]);

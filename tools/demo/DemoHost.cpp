@@ -1,23 +1,34 @@
 // The demo's host with a window: checks for an update and shows the library's prompt. Prints what
-// was chosen: "update", "cancel" or "closed". With a file name for a picture it waits for nobody,
-// but saves the window there and clicks "Update" itself.
+// was chosen: "update", "cancel" or "closed". The demo's installer is nothing that a desktop could
+// open, so the host stands in for the desktop and prints which file it was asked to open. With a
+// file name for a picture it waits for nobody, but saves the window there and clicks "Update"
+// itself.
 
 #include <ZVUpdate/ZVUpdate.h>
 #include <ZVUpdate/ui/UpdateInfoWindowController.h>
 
 #include <QApplication>
+#include <QDesktopServices>
 #include <QDialog>
 #include <QPushButton>
 #include <QTimer>
+#include <QUrl>
 
 #include <cstdio>
 
 namespace {
 
-class DemoHost : public ZVUpdateProcDelegate
+class DemoHost : public QObject, public ZVUpdateProcDelegate
 {
+    Q_OBJECT
+
 public:
-    explicit DemoHost(const QString &picture) : picture_(picture) {}
+    explicit DemoHost(const QString &picture) : picture_(picture)
+    {
+        QDesktopServices::setUrlHandler(QStringLiteral("file"), this, "open");
+    }
+
+    Q_INVOKABLE void open(const QUrl &url) { std::puts(qPrintable(url.toLocalFile())); }
 
     void UpdateFileReady(const QString & /*path*/) override
     {
@@ -74,3 +85,5 @@ int main(int argc, char **argv)
         std::puts(host.choice());
     return status;
 }
+
+#include "DemoHost.moc"

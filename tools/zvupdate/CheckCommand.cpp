@@ -31,9 +31,9 @@ void writeLog(QtMsgType type, const QMessageLogContext &context, const QString &
 {
     if (logConsole)
         logConsole->complain(qFormatLogMessage(type, context, message));
-    if (type != QtFatalMsg)
+    if (type != QtFatalMsg || logConsole)
         return;
-    // Qt aborts when it cannot use the display that it is pointed to.
+    // Qt aborts when it cannot use the display that the application object was to use.
     static_cast<void>(std::fputs("zvupdate check: the display cannot be used; check DISPLAY, "
                                  "WAYLAND_DISPLAY and QT_QPA_PLATFORM\n",
                                  stderr));

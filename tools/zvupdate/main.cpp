@@ -78,6 +78,8 @@ void handOverToWindowProgram(char *argv[])
 {
     std::error_code error;
     const auto self = std::filesystem::read_symlink("/proc/self/exe", error);
+    if (error)
+        return;
     const auto other = self.parent_path() / "zvupdate-window";
     execv(other.c_str(), argv);
 }
