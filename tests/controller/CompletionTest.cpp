@@ -8,7 +8,6 @@
 #include <QFileInfo>
 
 #include <algorithm>
-#include <atomic>
 #include <thread>
 
 using namespace Qt::StringLiterals;
@@ -62,32 +61,22 @@ TEST_F(Completion, KeepsOnlyWhatHasTheDigestOfTheLatestReply)
         {replyWith(QString()), false},
         {replyWith(std::nullopt), false},
         {nullptr, false}};
-    for (const auto &[reply, isGood] : replies) {
-        for (Host *delegate : {&host, static_cast<Host *>(nullptr)}) {
-            SCOPED_TRACE(qPrintable(reply ? reply->debugDescription() : u"no reply"_s));
-            setUp(delegate);
-            controller->setMLastCheckUpdateResponse(reply);
-            const QVariantMap preferences = storedPreferences();
-            finish(temporary);
-            runMainQueue();
-            const bool isReady = isGood && delegate;
-            EXPECT_EQ(contentOf(temporary), isGood && !delegate ? Content(good) : std::nullopt);
-            EXPECT_EQ(contentOf(diskImage), isReady ? Content(good) : std::nullopt);
-            EXPECT_EQ(host.heard, isReady ? QStringList(diskImage) : QStringList());
-            EXPECT_EQ(storedPreferences(), preferences);
-        }
-    }
-}
-
-TEST_F(Completion, LeavesADiskImageThatIsThereAlone)
-{
-    setUp(&host);
-    place(diskImage, "earlier");
-    finish(temporary);
-    runMainQueue();
-    EXPECT_EQ(contentOf(diskImage), "earlier");
-    EXPECT_EQ(contentOf(temporary), std::nullopt);
-    EXPECT_EQ(host.heard, QStringList(diskImage));
+    for (const auto &[reply, isGood] : replies)
+        for (Host *delegate : {&host, static_cast<Host *>(nullptr)})
+            for (const Content &image : {Content(), Content("earlier")}) {
+                SCOPED_TRACE(qPrintable(reply ? reply->debugDescription() : u"no reply"_s));
+                setUp(delegate);
+                place(diskImage, image);
+                controller->setMLastCheckUpdateResponse(reply);
+                const QVariantMap preferences = storedPreferences();
+                finish(temporary);
+                runMainQueue();
+                const bool isReady = isGood && delegate;
+                EXPECT_EQ(contentOf(temporary), isGood && !delegate ? Content(good) : std::nullopt);
+                EXPECT_EQ(contentOf(diskImage), isReady && !image ? Content(good) : image);
+                EXPECT_EQ(host.heard, isReady ? QStringList(diskImage) : QStringList());
+                EXPECT_EQ(storedPreferences(), preferences);
+            }
 }
 
 TEST_F(Completion, ExchangesTheLastExtensionOnly)
@@ -104,16 +93,25 @@ TEST_F(Completion, ExchangesTheLastExtensionOnly)
 
 TEST_F(Completion, NotifiesFromTheMainQueueWhoeverIsTheDelegateThen)
 {
-    for (const bool hasDelegate : {true, false}) {
-        Host later;
-        setUp(&host);
-        controller->downloadFinishWithFilePath(temporary);
-        controller->setDelegate(hasDelegate ? &later : nullptr);
-        EXPECT_EQ(later.heard, QStringList()) << "inside the call";
-        runMainQueue();
-        EXPECT_EQ(host.heard, QStringList());
-        EXPECT_EQ(later.heard, hasDelegate ? QStringList(diskImage) : QStringList());
-    }
+    int calls = 0;
+    auto later = std::make_unique<Host>();
+    later->whenTold = [&] { ++calls; };
+    setUp(&host);
+    controller->downloadFinishWithFilePath(temporary);
+    controller->setDelegate(later.get());
+    EXPECT_EQ(calls, 0) << "inside the call";
+    runMainQueue();
+    EXPECT_EQ(calls, 1);
+
+    setUp(later.get());
+    finish(temporary);
+    later.reset();
+    runMainQueue();
+    EXPECT_EQ(calls, 1) << "of a delegate that has been destroyed";
+    EXPECT_EQ(host.heard, QStringList());
+    place(temporary, good);
+    finish(temporary);
+    EXPECT_EQ(contentOf(temporary), good) << "as without a delegate";
 }
 
 TEST_F(Completion, KeepsTheControllerUntilTheHostHasBeenTold)
@@ -128,58 +126,26 @@ TEST_F(Completion, KeepsTheControllerUntilTheHostHasBeenTold)
     EXPECT_TRUE(watched.expired());
 }
 
-TEST_F(Completion, DoesNotCallADelegateThatHasBeenDestroyed)
-{
-    auto delegate = std::make_unique<Host>();
-    bool wasCalled = false;
-    delegate->whenTold = [&] { wasCalled = true; };
-    setUp(delegate.get());
-    finish(temporary);
-    delegate.reset();
-    runMainQueue();
-    EXPECT_FALSE(wasCalled);
-
-    place(temporary, good);
-    controller->infoWindowClosedActions(1);
-    finish(temporary);
-    EXPECT_EQ(contentOf(temporary), good) << "as without a delegate";
-}
-
-TEST_F(Completion, WaitsForWhoeverIsAppendingToTheFile)
+TEST_F(Completion, WaitsForAnAppenderAndTheControllersEndWaitsForIt)
 {
     setUp(&host);
-    place(temporary, good.left(1000));
+    place(temporary, good.left(999));
     auto appending = std::make_unique<ZVPlatform::FileGuard>(temporary);
-    std::atomic<bool> done = false;
-    std::thread completion([&] {
-        controller->downloadFinishWithFilePath(temporary);
-        done = true;
-    });
-    EXPECT_TRUE(waitFor([&] { return done || descriptorsOf(temporary) == 2; }));
-    writeFile(temporary, good);
-    appending.reset();
-    completion.join();
-    EXPECT_EQ(contentOf(diskImage), good);
-}
-
-TEST_F(Completion, IsWaitedForByTheControllersEnd)
-{
-    setUp(&host);
     UpdateLogicFunc client;
     client.setDelegate(controller.get());
-    auto verifying = std::make_unique<ZVPlatform::FileGuard>(temporary);
     std::thread completion([&] { client.downloadFinishWithFilePath(temporary); });
     EXPECT_TRUE(waitFor([&] { return descriptorsOf(temporary) == 2; }));
-    std::thread releaser([&, watched = std::weak_ptr(controller)] {
+    std::thread appender([&, watched = std::weak_ptr(controller)] {
         EXPECT_TRUE(waitFor([&] { return watched.expired(); }, Meanwhile::Sleep));
-        verifying.reset();
+        writeFile(temporary, good);
+        appending.reset();
     });
     controller.reset();
     EXPECT_EQ(contentOf(diskImage), good);
-    releaser.join();
+    appender.join();
     completion.join();
     runMainQueue();
-    EXPECT_EQ(host.heard, QStringList());
+    EXPECT_EQ(host.heard, QStringList()) << "from a controller that is gone";
 }
 
 } // namespace

@@ -35,7 +35,7 @@ void ControllerTest::startAfresh(const QVariantMap &preferences)
 bool ControllerTest::waitForDownload() const
 {
     const auto client = controller->mCurrentDownloadUpdateLogic();
-    const bool ended = waitFor([&] { return client->doCheckDownloadStop(); });
+    const bool ended = client && waitFor([&] { return client->doCheckDownloadStop(); });
     runMainQueue();
     return ended;
 }

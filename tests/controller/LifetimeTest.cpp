@@ -126,7 +126,7 @@ TEST_P(Lifetime, TheHostMayLetTheControllerGoWhenItIsTold)
 
 INSTANTIATE_TEST_SUITE_P(Mode, Lifetime,
                          testing::Values(DownloadMode::Session, DownloadMode::Connection),
-                         [](const auto &mode) { return std::string(nameOf(mode.param)); });
+                         testing::PrintToStringParamName());
 
 TEST(SharedController, IsOneUntilItIsReleased)
 {
