@@ -35,9 +35,11 @@ void WindowSystem::show(QWidget *window)
 {
     const bool isTyping = isUserTyping();
     window->setAttribute(Qt::WA_ShowWithoutActivating, isTyping);
+    const bool mayBeCovered = window->isVisible();
     window->setWindowState(window->windowState() & ~Qt::WindowMinimized);
     window->show();
-    window->raise();
+    if (mayBeCovered)
+        window->raise();
     if (isTyping)
         QApplication::alert(window);
     else
