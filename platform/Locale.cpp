@@ -62,15 +62,19 @@ QString currentLocaleIdentifier()
 QStringList preferredLanguages()
 {
     QStringList languages;
+    bool hasC = false;
     const QStringList preferred = QLocale::system().uiLanguages();
     for (const QString &language : preferred) {
         if (language == QLatin1String("C") || language == QLatin1String("POSIX"))
-            appendOnce(languages, QStringLiteral("en"));
-        else if (isC(QLocale(language))) // A language that Qt has no data for.
+            hasC = true;
+        else if (isC(QLocale(language)))
             appendOnce(languages, language);
         else
             appendWithShorterForms(languages, language);
     }
+    // Qt names C also behind each language that it has no data for, so it says nothing of the order.
+    if (hasC)
+        appendOnce(languages, QStringLiteral("en"));
     return languages;
 }
 
