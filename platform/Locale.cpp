@@ -72,7 +72,8 @@ QStringList preferredLanguages()
         else
             appendWithShorterForms(languages, language);
     }
-    // Qt names C also behind each language that it has no data for, so it says nothing of the order.
+    // Qt names C also behind each language that it has no data for, so it says nothing of the
+    // order.
     if (hasC)
         appendOnce(languages, QStringLiteral("en"));
     return languages;

@@ -10,5 +10,4 @@ extern "C" {
 ZVUPDATE_EXPORT extern const char *kZVLanguageCode_zh_TW;
 ZVUPDATE_EXPORT extern const char *kZVLanguageCode_zh_CN;
 ZVUPDATE_EXPORT extern const char *kZVLanguageCode_EN;
-
 }
