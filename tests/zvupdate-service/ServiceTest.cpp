@@ -207,7 +207,7 @@ TEST_F(ServiceTest, RefusesWrongArgumentsInOneLine)
     const struct
     {
         QStringList arguments;
-        const char *named;
+        const char *named = nullptr;
     } cases[] = {
         {{}, "--directory"},
         {{u"--directory"_s}, "directory"},
