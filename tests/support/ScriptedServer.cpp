@@ -66,7 +66,7 @@ ScriptedServer::ScriptedServer(Handler handler) : handler_(std::move(handler))
 {
     sockaddr_in address = loopback(0);
     socklen_t length = sizeof address;
-    const auto generic = reinterpret_cast<sockaddr *>(&address);
+    auto *const generic = reinterpret_cast<sockaddr *>(&address);
     listener_ = ::socket(AF_INET, SOCK_STREAM, 0);
     if (::bind(listener_, generic, length) != 0 || ::listen(listener_, 64) != 0 ||
         ::getsockname(listener_, generic, &length) != 0)

@@ -207,12 +207,12 @@ TEST_F(CheckCommandTest, EndsWithTheStatusOfWhatHappened)
 {
     struct Case
     {
-        const char *what;
+        const char *what = nullptr;
         Offer offer;
         QStringList options;
-        int status;
+        int status = 0;
         QList<QString> events;
-        const char *reason;
+        const char *reason = nullptr;
     };
     Offer older;
     older.ok = false;

@@ -24,7 +24,7 @@ TEST(ArgumentsTest, WrongOnesAreRefusedInOneLineThatNamesThem)
     struct Case
     {
         QStringList arguments;
-        const char *named;
+        const char *named = nullptr;
     };
     const Case cases[] = {
         {{}, "--help"},

@@ -1,8 +1,4 @@
-// The demo's host with a window: checks for an update and shows the library's prompt. Prints what
-// was chosen: "update", "cancel" or "closed". The demo's installer is nothing that a desktop could
-// open, so the host stands in for the desktop and prints which file it was asked to open. With a
-// file name for a picture it waits for nobody, but saves the window there and clicks "Update"
-// itself.
+#pragma once
 
 #include <ZVUpdate/ZVUpdate.h>
 #include <ZVUpdate/ui/UpdateInfoWindowController.h>
@@ -16,8 +12,10 @@
 
 #include <cstdio>
 
-namespace {
-
+/// The demo's host with a window: shows the library's prompt and knows what was chosen. The demo's
+/// installer is nothing that a desktop could open, so the host stands in for the desktop and prints
+/// which file it was asked to open. With a file name for a picture it waits for nobody, but saves
+/// the window there and clicks "Update" itself.
 class DemoHost : public QObject, public ZVUpdateProcDelegate
 {
     Q_OBJECT
@@ -59,31 +57,3 @@ private:
     const char *choice_ = "closed";
     bool wasSaved_ = false;
 };
-
-} // namespace
-
-int main(int argc, char **argv)
-{
-    QApplication application(argc, argv);
-    QApplication::setOrganizationName(QStringLiteral("ZVUpdate"));
-    QApplication::setApplicationName(QStringLiteral("zvupdate"));
-    QApplication::setQuitOnLastWindowClosed(false);
-    const QStringList arguments = QApplication::arguments();
-    if (arguments.size() < 4) {
-        static_cast<void>(
-            std::fputs("usage: zvupdate-demo-host PRODUCT VERSION DIRECTORY [PICTURE]\n", stderr));
-        return 2;
-    }
-
-    DemoHost host(arguments.value(4));
-    const auto updater = ZVUpdateProc::getSharedZVUpdateProc();
-    updater->setProductID(arguments[1], arguments[2], arguments[3]);
-    if (updater->updateWithDelegate(&host) != ZVUpdateProc::ZVInstallerReady)
-        return 1;
-    const int status = QApplication::exec();
-    if (status == 0 && (arguments.size() < 5 || host.wasSaved()))
-        std::puts(host.choice());
-    return status;
-}
-
-#include "DemoHost.moc"
