@@ -131,7 +131,7 @@ Reply CommandHandler::download(const Command::Download &command, const QByteArra
         return failure(404, "no release has this file");
 
     FileDescriptor file(::open(QFile::encodeName(*path).constData(), O_RDONLY | O_CLOEXEC));
-    struct stat attributes;
+    struct stat attributes = {};
     if (!file.isOpen() || ::fstat(file.get(), &attributes) != 0)
         return failure(404, "the installer cannot be read");
     return pieceOf(std::move(file), RangeHeader(range, attributes.st_size), attributes.st_size);

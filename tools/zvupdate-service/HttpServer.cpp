@@ -8,8 +8,8 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <memory>
+#include <system_error>
 #include <thread>
 
 namespace {
@@ -135,7 +135,7 @@ std::optional<QString> HttpServer::start(const SocketAddress &address)
 {
     FileDescriptor descriptor = listenOn(address);
     if (!descriptor.isOpen())
-        return QString::fromLocal8Bit(std::strerror(errno));
+        return QString::fromStdString(std::generic_category().message(errno));
 
     // At least two, so that reading a large installer for its digest does not stop everything.
     const unsigned threads = std::clamp(std::thread::hardware_concurrency(), 2U, 16U);

@@ -29,7 +29,7 @@ int fail(int status, const QString &reason)
 /// The signals that end the service, a terminal that goes away among them.
 sigset_t stopSignals()
 {
-    sigset_t signals;
+    sigset_t signals = {};
     sigemptyset(&signals);
     sigaddset(&signals, SIGINT);
     sigaddset(&signals, SIGTERM);
