@@ -157,6 +157,7 @@ TEST_P(CheckCommandTest, StopsADownloadUponASignal)
 INSTANTIATE_TEST_SUITE_P(Modes, CheckCommandTest, testing::Values("session", "connection"),
                          [](const auto &mode) { return std::string(mode.param); });
 
+#ifdef ZVUPDATE_HAS_WINDOW
 TEST_F(CheckCommandTest, StopsAtTheWindowUponASignal)
 {
     service_->setOffer({});
@@ -169,6 +170,7 @@ TEST_F(CheckCommandTest, StopsAtTheWindowUponASignal)
     EXPECT_EQ(eventsIn(output).last(),
               (QJsonObject{{u"event"_s, u"ready"_s}, {u"path"_s, diskImage_}}));
 }
+#endif
 
 TEST_F(CheckCommandTest, StopsWhileTheServiceIsSilent)
 {
