@@ -12,19 +12,21 @@
 
 namespace {
 
-size_t onBody(char *data, size_t size, size_t count, void *body)
+// What libcurl hands over is counted in items of one byte.
+
+size_t onBody(char *data, size_t, size_t count, void *body)
 {
-    static_cast<QByteArray *>(body)->append(data, qsizetype(size * count));
-    return size * count;
+    static_cast<QByteArray *>(body)->append(data, static_cast<qsizetype>(count));
+    return count;
 }
 
-size_t onHeader(char *data, size_t size, size_t count, void *response)
+size_t onHeader(char *data, size_t, size_t count, void *response)
 {
-    const QByteArray line(data, qsizetype(size * count));
+    const QByteArray line(data, static_cast<qsizetype>(count));
     if (const qsizetype colon = line.indexOf(':'); colon > 0)
         static_cast<RunningService::Response *>(response)->headers.insert(
             line.first(colon).toLower(), line.sliced(colon + 1).trimmed());
-    return size * count;
+    return count;
 }
 
 } // namespace
