@@ -9,7 +9,7 @@ namespace {
 
 QString randomToken()
 {
-    std::array<quint32, 4> bits; // 128 bits, too many to guess
+    std::array<quint32, 4> bits = {}; // 128 bits, too many to guess
     QRandomGenerator::system()->fillRange(bits.data(), bits.size());
     const QByteArray bytes(reinterpret_cast<const char *>(bits.data()), sizeof bits);
     return QString::fromLatin1(bytes.toHex());

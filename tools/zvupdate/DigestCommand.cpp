@@ -28,7 +28,7 @@ std::optional<QString> whyUnreadable(const QString &path)
 
 int digest(const Arguments &arguments, Console &console)
 {
-    const QString path = arguments.operand();
+    const QString &path = arguments.operand();
     if (const auto reason = whyUnreadable(path)) {
         console.complain(u"zvupdate digest: %1: %2"_s.arg(path, *reason));
         return Failure;
