@@ -42,7 +42,8 @@ bool isSameDigest(const std::optional<QString> &one, const std::optional<QString
 
 bool hasDigest(const QString &path, const std::optional<QString> &digest)
 {
-    return isSameDigest(ZVMisc::getFileMD5(path), digest);
+    // A file that is missing has the digest of no bytes, but is not the file that was announced.
+    return Files::exists(path) && isSameDigest(ZVMisc::getFileMD5(path), digest);
 }
 
 } // namespace

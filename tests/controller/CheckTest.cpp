@@ -142,6 +142,21 @@ TEST_F(ControllerTest, WritesNothingThroughLinks)
     }
 }
 
+TEST_F(ControllerTest, DownloadsUnlessThereIsAFileOfTheRightSize)
+{
+    startAfresh({{digestKey, digest}});
+    place(temporary, good);
+    service.setOffer({.sizeReply = Reply().close()});
+    EXPECT_EQ(check(), 1);
+    EXPECT_TRUE(waitForDownload());
+    EXPECT_EQ(contentOf(temporary), good);
+
+    service.setOffer({.digest = Offer::digestOf({}), .file = {}});
+    EXPECT_EQ(check(), 1) << "the missing file has the size and the digest of an empty one";
+    EXPECT_TRUE(waitForDownload());
+    EXPECT_EQ(host.heard, QStringList());
+}
+
 TEST_F(ControllerTest, TakesAnEmptyDirectoryForTheWorkingDirectory)
 {
     const QString former = QDir::currentPath();
