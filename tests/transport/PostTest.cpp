@@ -123,7 +123,7 @@ TEST(Post, WithoutAServerOrAValidUrlIsLoggedOnce)
     ScriptedServer server(Reply::whole(200, "reply"));
     for (const QString &url :
          {refusingUrl, QString(server.baseUrl() + u'\n'),
-          QString(server.baseUrl() + QChar(QChar::Null)), QStringLiteral("ftp://127.0.0.1/?dt="),
+          QString(server.baseUrl() + QChar(QChar::Null)), QStringLiteral("file:///etc/passwd?dt="),
           QStringLiteral("http://?dt=")}) {
         SCOPED_TRACE(qPrintable(url));
         const LogCapture log;
