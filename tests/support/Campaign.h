@@ -1,7 +1,7 @@
 #pragma once
 
-/// A test that tries many variants of one fault. In the long form, which `./run torture` asks for by
-/// setting ZVUPDATE_TORTURE, it tries them all; otherwise so many that it takes about a second.
+/// A test that tries many variants of one fault. In the long form, which `./run torture` asks for
+/// by setting ZVUPDATE_TORTURE, it tries them all; otherwise so many that it takes about a second.
 class Campaign
 {
 public:
