@@ -13,6 +13,7 @@ add_library(zvupdate_core_objects OBJECT
     platform/HttpErrors.cpp
     platform/HttpExchange.cpp
     platform/HttpHandle.cpp
+    platform/HttpReply.cpp
     platform/HttpTransfer.cpp
     platform/Json.cpp
     platform/Locale.cpp

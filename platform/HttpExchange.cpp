@@ -15,7 +15,6 @@ using Clock = std::chrono::steady_clock;
 
 constexpr qsizetype largestPiece = 256 * 1024; // bytes handed to a receiver at once
 constexpr long mostRedirects = 10;
-constexpr qsizetype largestReplyInMemory = 16 * 1024 * 1024;
 
 std::atomic<std::chrono::milliseconds> currentIdleTimeout{std::chrono::seconds(60)};
 
@@ -244,33 +243,6 @@ std::optional<Error> HttpExchange::outcome(Callbacks &callbacks) const
     if (result == CURLE_OK)
         return std::nullopt;
     return cancelled_ ? networkError(NetworkError::Cancelled) : errorFromCurl(result);
-}
-
-HttpReply sendSynchronously(const HttpRequest &request)
-{
-    class Memory : public HttpReceiver
-    {
-    public:
-        void didReceiveResponse(const HttpResponse &) override {}
-
-        bool didReceiveData(const QByteArray &bytes) override
-        {
-            if (body.size() + bytes.size() > largestReplyInMemory)
-                return false;
-            body += bytes;
-            return true;
-        }
-
-        QByteArray body;
-    };
-
-    Memory memory;
-    HttpExchange exchange(request);
-    HttpReply reply;
-    reply.error = exchange.run(memory);
-    reply.response = exchange.response();
-    reply.body = std::move(memory.body);
-    return reply;
 }
 
 } // namespace ZVPlatform

@@ -79,16 +79,4 @@ private:
     HttpHandle *running_ = nullptr; // Guarded by mutex_.
 };
 
-/// The whole reply of an exchange that was run into memory.
-struct HttpReply
-{
-    std::optional<Error> error;
-    HttpResponse response;
-    QByteArray body;
-};
-
-/// Runs an exchange on the calling thread, without running its event loop. A body of more than
-/// 16 MiB is an error.
-HttpReply sendSynchronously(const HttpRequest &request);
-
 } // namespace ZVPlatform

@@ -1,6 +1,7 @@
 #include "HttpFunctionPost.h"
 
 #include "../platform/Files.h"
+#include "../platform/HttpReply.h"
 #include "../platform/HttpTransfer.h"
 #include "../platform/MainQueue.h"
 #include "../platform/SerialQueue.h"

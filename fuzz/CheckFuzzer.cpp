@@ -1,0 +1,203 @@
+#include "InProcessExchange.h"
+
+#include "../tests/support/IsolatedHome.h"
+#include "service/HttpFunctionURLEncode.h"
+
+#include <ZVUpdate/ZVUpdate.h>
+
+#include <QCoreApplication>
+#include <QCryptographicHash>
+#include <QDirIterator>
+
+#include <cstdlib>
+
+using namespace Qt::StringLiterals;
+using Answer = InProcessExchange::Answer;
+using ZVPlatform::HttpMethod;
+using ZVPlatform::HttpRequest;
+
+namespace {
+
+class Host : public ZVUpdateProcDelegate
+{
+public:
+    void UpdateFileReady(const QString &) override {}
+    void windowClosedUpdateAction() override {}
+    void windowClosedCancelAction() override {}
+};
+
+void require(bool holds)
+{
+    if (!holds)
+        std::abort();
+}
+
+QByteArray readFile(const QString &path)
+{
+    QFile file(path);
+    require(file.open(QIODevice::ReadOnly));
+    return file.readAll();
+}
+
+void writeFile(const QString &path, const QByteArray &content)
+{
+    QFile file(path);
+    require(file.open(QIODevice::WriteOnly) && file.write(content) == content.size());
+}
+
+QString digestOf(const QByteArray &bytes)
+{
+    return QString::fromLatin1(QCryptographicHash::hash(bytes, QCryptographicHash::Md5).toHex());
+}
+
+/// What a service answers, in the order in which a check asks.
+struct Script
+{
+    QByteArray checkReply;
+    QByteArray tokenReply;
+    int status = 200;
+    qint64 length = -1;
+    QByteArray file;
+    bool breaksOff = false;
+
+    Answer answer(const HttpRequest &request) const
+    {
+        const QString command =
+            HttpFunctionURLEncode::decode(request.url.section(u"dt="_s, 1)).value_or(QString());
+        if (command.startsWith(u"cmd=checkupd&"_s))
+            return {.pieces = {checkReply}};
+        if (command == u"cmd=gettoken"_s)
+            return {.pieces = {tokenReply}};
+        Answer answer{status, length, {file.left(5), file.mid(5)}};
+        if (breaksOff)
+            answer.error = ZVPlatform::Error{u"broken"_s, 1, {}};
+        return answer;
+    }
+
+    static QByteArray sealed(const QByteArray &inner)
+    {
+        const QString data = HttpFunctionURLEncode::encode(QString::fromUtf8(inner));
+        return "{\"ok\":true,\"data\":\"" + data.toLatin1() + "\"}";
+    }
+
+    /// Parts of the input, divided by lines of two dashes: a check-update reply (with a '!' before
+    /// it as it stands, else the object that is sealed within one), a token reply, three numbers
+    /// (status, length, whether the reply breaks off), the file.
+    static Script fromInput(QByteArrayView input)
+    {
+        QByteArrayList parts;
+        QByteArray rest = input.toByteArray();
+        for (qsizetype end = 0; parts.size() < 3 && (end = rest.indexOf("\n--\n")) >= 0;) {
+            parts += rest.left(end);
+            rest.remove(0, end + 4);
+        }
+        parts.resize(3);
+        const QByteArrayList numbers = parts[2].split(' ');
+        Script script;
+        script.checkReply = sealed(parts[0]);
+        script.tokenReply = parts[1];
+        if (parts[0].startsWith('!'))
+            script.checkReply = parts[0].mid(1);
+        script.status = numbers[0].toInt();
+        script.length = numbers.value(1).toLongLong();
+        script.breaksOff = numbers.value(2) == "1";
+        script.file = rest;
+        return script;
+    }
+};
+
+/// A host's machine: the save directory, something beside it, and another product's installer.
+class Machine
+{
+public:
+    Machine()
+    {
+        QDir(root_.path()).mkdir(u"save"_s);
+        writeFile(root_.filePath(u"beside"_s), "beside");
+        writeFile(path(u"Q_0.dmg"_s), "installer");
+    }
+
+    int64_t check(const Script &script)
+    {
+        InProcessExchange::setService(
+            [script](const HttpRequest &request) { return script.answer(request); });
+        ZVUpdateProc controller;
+        controller.setProductID(u"P"_s, u"1"_s, root_.filePath(u"save"_s));
+        const int64_t result = controller.updateWithDelegate(&host_);
+        if (const auto client = controller.mCurrentDownloadUpdateLogic())
+            client->waitOne();
+        QCoreApplication::processEvents();
+        if (const auto reply = controller.mLastCheckUpdateResponse(); reply && reply->ok())
+            announced_[u"save/P_"_s + reply->ZVUpdateVersion().value_or(QString()) + u".dmg"_s] =
+                reply->ZVMD5().value_or(QString()).toLower();
+        examine();
+        return result;
+    }
+
+    QString path(const QString &name) const { return root_.filePath(u"save/"_s + name); }
+
+    void clear()
+    {
+        for (const QString &name : QDir(root_.filePath(u"save"_s)).entryList({u"P_*"_s}))
+            QFile::remove(path(name));
+        announced_.clear();
+    }
+
+private:
+    // No installer but those announced, and nothing changed elsewhere.
+    void examine() const
+    {
+        QDirIterator all(root_.path(), QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot,
+                         QDirIterator::Subdirectories);
+        while (all.hasNext()) {
+            const QString path = all.next();
+            const QString name = path.mid(root_.path().size() + 1);
+            if (name == "beside"_L1)
+                require(readFile(path) == "beside");
+            else if (name == "save/Q_0.dmg"_L1)
+                require(readFile(path) == "installer");
+            else if (name.endsWith(".dmg"_L1))
+                require(digestOf(readFile(path)) == announced_.value(name));
+            else
+                require(name == "save"_L1 ||
+                        (name.startsWith("save/P_"_L1) && name.endsWith(".bin"_L1)));
+        }
+    }
+
+    const QTemporaryDir root_;
+    QMap<QString, QString> announced_; // The digest of each installer that was offered.
+    Host host_;
+};
+
+Machine *machine;
+
+Script healthyService()
+{
+    const QByteArray file = "a good installer";
+    return {
+        Script::sealed("{\"ZVUpdVersion\":\"2\",\"ZVMD5\":\"" + digestOf(file).toLatin1() + "\"}"),
+        "{\"ok\":true,\"id\":\"T\"}", 200, file.size(), file};
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv)
+{
+    static const IsolatedHome home;
+    static const QCoreApplication application(*argc, *argv);
+    static Machine instance;
+    machine = &instance;
+    return 0;
+}
+
+/// Whole checks with their downloads against a service that answers anything, each followed by one
+/// against a service in order, which must bring the update.
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    machine->check(Script::fromInput({data, static_cast<qsizetype>(size)}));
+    machine->check(healthyService());
+    require(machine->check(healthyService()) == ZVUpdateProc::ZVInstallerReady);
+    require(readFile(machine->path(u"P_2.dmg"_s)) == healthyService().file);
+    machine->clear();
+    return 0;
+}

@@ -1,0 +1,28 @@
+#pragma once
+
+#include "platform/Error.h"
+#include "platform/HttpRequest.h"
+
+#include <QByteArray>
+#include <QByteArrayList>
+
+#include <functional>
+#include <optional>
+
+/// Stands for every HTTP exchange of the process: each is answered by a function, at once, on the
+/// thread that runs it.
+class InProcessExchange
+{
+public:
+    struct Answer
+    {
+        int status = 200; ///< 0 for no reply at all.
+        qint64 announcedLength = -1;
+        QByteArrayList pieces; ///< The body, as it is handed on.
+        /// How the exchange fails after its last piece.
+        std::optional<ZVPlatform::Error> error = std::nullopt;
+    };
+
+    /// Not to be called while an exchange is running.
+    static void setService(std::function<Answer(const ZVPlatform::HttpRequest &)> service);
+};
