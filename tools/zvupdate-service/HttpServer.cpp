@@ -1,6 +1,7 @@
 #include "HttpServer.h"
 
 #include "ServiceLog.h"
+#include "TroubledBody.h"
 
 #include <fcntl.h>
 #include <microhttpd.h>
@@ -50,10 +51,12 @@ Request requestOf(MHD_Connection *connection, const char *method, const char *pa
 }
 
 /// The body is not copied: reply must outlive the sending.
-MHD_Response *responseFrom(Reply &reply)
+MHD_Response *responseFrom(Reply &reply, MHD_Connection *connection, PausedConnections &paused)
 {
     MHD_Response *response;
-    if (reply.file) {
+    if (reply.file && reply.file->trouble) {
+        response = TroubledBody::response(*reply.file, connection, paused);
+    } else if (reply.file) {
         response = MHD_create_response_from_fd_at_offset64(
             static_cast<uint64_t>(reply.file->length), reply.file->file.release(),
             static_cast<uint64_t>(reply.file->offset));
@@ -81,10 +84,10 @@ MHD_Result onRequest(void *server, MHD_Connection *connection, const char *path,
         *bodySize = 0; // Commands have no body; what comes as one is passed over.
         return MHD_YES;
     }
-    exchange->reply =
-        static_cast<HttpServer *>(server)->handler()(requestOf(connection, method, path));
+    auto *self = static_cast<HttpServer *>(server);
+    exchange->reply = self->handler()(requestOf(connection, method, path));
     const std::unique_ptr<MHD_Response, decltype(&MHD_destroy_response)> response(
-        responseFrom(*exchange->reply), &MHD_destroy_response);
+        responseFrom(*exchange->reply, connection, self->paused()), &MHD_destroy_response);
     return MHD_queue_response(connection, static_cast<unsigned>(exchange->reply->status),
                               response.get());
 }
@@ -127,6 +130,7 @@ FileDescriptor listenOn(const SocketAddress &address)
 
 HttpServer::~HttpServer()
 {
+    paused_.end();
     if (daemon_)
         MHD_stop_daemon(daemon_);
 }
@@ -139,7 +143,10 @@ std::optional<QString> HttpServer::start(const SocketAddress &address)
 
     // At least two, so that reading a large installer for its digest does not stop everything.
     const unsigned threads = std::clamp(std::thread::hardware_concurrency(), 2U, 16U);
-    unsigned flags = MHD_USE_AUTO_INTERNAL_THREAD;
+    // Not epoll, as the library uses it: when this program is stopped and continued in the middle
+    // of a sendfile(), which then sends less than there is room for, the library waits for an event
+    // that never comes, and the download stands still.
+    unsigned flags = MHD_USE_POLL_INTERNAL_THREAD | MHD_ALLOW_SUSPEND_RESUME;
     if (address.family() == AF_INET6)
         flags |= MHD_USE_IPv6;
     daemon_ = MHD_start_daemon(flags, 0, nullptr, nullptr, &onRequest, this,

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "PausedConnections.h"
 #include "Reply.h"
 #include "Request.h"
 #include "SocketAddress.h"
@@ -10,8 +11,8 @@
 struct MHD_Daemon;
 
 /// Receives HTTP requests on a few threads of its own, has them answered by a function and logs
-/// each exchange. Files go from the disk to the socket without passing through this program's
-/// memory.
+/// each exchange. Files in good health go from the disk to the socket without passing through this
+/// program's memory.
 class HttpServer
 {
 public:
@@ -33,8 +34,10 @@ public:
 
     /// For the HTTP library's callbacks.
     const Handler &handler() const { return handler_; }
+    PausedConnections &paused() { return paused_; }
 
 private:
     const Handler handler_;
+    PausedConnections paused_;
     MHD_Daemon *daemon_ = nullptr;
 };

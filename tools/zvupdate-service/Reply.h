@@ -1,6 +1,7 @@
 #pragma once
 
 #include "FileDescriptor.h"
+#include "Trouble.h"
 
 #include <QByteArray>
 #include <QList>
@@ -19,6 +20,8 @@ struct Reply
         FileDescriptor file;
         qint64 offset = 0;
         qint64 length = 0;
+        /// Absent in good health.
+        std::optional<Trouble> trouble = std::nullopt;
     };
 
     int status = 200;

@@ -24,6 +24,7 @@ Options:
   --write-override          Points the update clients of this user here, through
                             ~/Documents/ConsoleZVUpdate.mac, until the service
                             ends.
+  --fault NAME[=AT]         Goes wrong on purpose; may be given several times.
   -h, --help                Shows this text.
   -v, --version             Shows the version.
 
@@ -31,12 +32,29 @@ The first line on standard output is the base URL for clients. The log goes to
 standard error, a line an exchange. SIGINT and SIGTERM end the service. Changes
 in the folder are noticed while it runs.
 
+Faults:
+  stall[=BYTE]              A download stands still before this byte of the file.
+  cut[=BYTE]                A download is broken off there. Both are half way by
+                            default, and spare a download that resumes there.
+  slow[=RATE]               Downloads get so many bytes a second; default 10000.
+  ignore-range              A download that resumes gets the whole file.
+  wrong-digest              The digest announced is not the installer's.
+  wrong-size[=BYTES]        The file's size is said to be this; by default one byte
+                            more than it is. Too small a size cuts the file short.
+  no-length                 No size is said, and downloads come in chunks.
+  expired-token             Every token is refused, with status 403.
+  server-error[=COMMAND]    checkupd, gettoken or download fails with status 500;
+                            all of them by default.
+While there is a file "faults" in the folder, its lines (NAME[=AT]) count in place
+of the options. Each request looks at it anew.
+
 Exit status: 0 stopped in order, 1 the service could not start, 2 wrong arguments.
 
 Examples:
   zvupdate-service --directory releases
   zvupdate-service --directory releases --port 8080 --write-override
   zvupdate-service --directory releases --bind 0.0.0.0 --token-lifetime 60
+  zvupdate-service --directory releases --fault cut=1000000 --fault slow=50000
 )"_L1;
 
 /// A whole number within bounds, both included.
@@ -57,6 +75,7 @@ std::optional<ServiceOptions> ServiceOptions::parse(const QStringList &arguments
                        {u"bind"_s, {}, u"ADDRESS"_s, u"127.0.0.1"_s},
                        {u"token-lifetime"_s, {}, u"SECONDS"_s, u"3600"_s},
                        {u"write-override"_s, {}},
+                       {u"fault"_s, {}, u"NAME[=AT]"_s},
                        {{u"h"_s, u"help"_s}, {}},
                        {{u"v"_s, u"version"_s}, {}}});
     const auto fail = [error](const QString &text) {
@@ -97,6 +116,11 @@ std::optional<ServiceOptions> ServiceOptions::parse(const QStringList &arguments
                         .arg(parser.value(u"token-lifetime"_s))
                         .arg(kLongestTokenLifetime));
     options.tokenLifetime = std::chrono::seconds(*lifetime);
+    const QStringList faults = parser.values(u"fault"_s);
+    for (const QString &fault : faults) {
+        if (const auto wrong = options.faults.add(fault))
+            return fail(u"--fault: "_s + *wrong);
+    }
     options.writeOverride = parser.isSet(u"write-override"_s);
     return options;
 }

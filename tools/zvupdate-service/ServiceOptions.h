@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Faults.h"
 #include "SocketAddress.h"
 
 #include <QString>
@@ -17,6 +18,7 @@ struct ServiceOptions
     std::optional<SocketAddress> address;
     bool writeOverride = false;
     std::chrono::seconds tokenLifetime{};
+    Faults faults;
 
     /// Reads the arguments, the program's name first. Absent when something is wrong with them;
     /// error is then one line that names the argument and the remedy.

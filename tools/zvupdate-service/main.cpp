@@ -1,4 +1,5 @@
 #include "CommandHandler.h"
+#include "FaultsInForce.h"
 #include "HttpServer.h"
 #include "OverrideFile.h"
 #include "ReleaseFolder.h"
@@ -43,6 +44,10 @@ int serve(const ServiceOptions &options)
     if (const auto error = folder.load())
         return fail(1, *error);
 
+    FaultsInForce faults(options.directory, options.faults);
+    if (const auto error = faults.load())
+        return fail(1, *error);
+
     // Blocked before there are threads, which inherit this: only sigwait() below receives them.
     const sigset_t signals = stopSignals();
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
@@ -50,7 +55,9 @@ int serve(const ServiceOptions &options)
 
     TokenStore tokens(options.tokenLifetime);
     CommandHandler commands(folder, tokens);
-    HttpServer server([&commands](const Request &request) { return commands.answer(request); });
+    HttpServer server([&](const Request &request) {
+        return faults.now().answer(request, [&](const Request &r) { return commands.answer(r); });
+    });
     if (const auto error = server.start(*options.address))
         return fail(1, u"cannot listen on %1: %2; choose another --port or --bind"_s.arg(
                            options.address->toString(), *error));

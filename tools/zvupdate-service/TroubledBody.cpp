@@ -1,0 +1,78 @@
+#include "TroubledBody.h"
+
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cerrno>
+
+namespace {
+
+constexpr size_t kPortion = 32 * 1024;
+
+/// The library does not watch a paused connection.
+bool hasPeerGone(MHD_Connection *connection)
+{
+    const int socket =
+        MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CONNECTION_FD)->connect_fd;
+    char byte = 0;
+    const ssize_t count = ::recv(socket, &byte, 1, MSG_PEEK | MSG_DONTWAIT);
+    return count == 0 || (count < 0 && errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR);
+}
+
+} // namespace
+
+MHD_Response *TroubledBody::response(Reply::FilePiece &piece, MHD_Connection *connection,
+                                     PausedConnections &paused)
+{
+    const auto size = piece.trouble->announcesLength ? static_cast<uint64_t>(piece.length)
+                                                     : uint64_t(MHD_SIZE_UNKNOWN);
+    return MHD_create_response_from_callback(
+        size, kPortion,
+        [](void *body, uint64_t position, char *buffer, size_t capacity) {
+            return static_cast<TroubledBody *>(body)->read(static_cast<qint64>(position), buffer,
+                                                           capacity);
+        },
+        new TroubledBody(std::move(piece), connection, paused),
+        [](void *body) { delete static_cast<TroubledBody *>(body); });
+}
+
+TroubledBody::TroubledBody(Reply::FilePiece piece, MHD_Connection *connection,
+                           PausedConnections &paused)
+    : piece_(std::move(piece)), connection_(connection), paused_(paused)
+{
+}
+
+ssize_t TroubledBody::read(qint64 position, char *buffer, size_t capacity)
+{
+    const Trouble &trouble = *piece_.trouble;
+    if (position == piece_.length)
+        return MHD_CONTENT_READER_END_OF_STREAM;
+    if (trouble.bytes && position >= *trouble.bytes)
+        return trouble.end == Trouble::End::StandStill ? wait() : MHD_CONTENT_READER_END_WITH_ERROR;
+    const qint64 allowed = allowedNow(position);
+    if (allowed <= 0)
+        return wait();
+
+    const size_t wanted = std::min(capacity, static_cast<size_t>(allowed));
+    const ssize_t count = ::pread(piece_.file.get(), buffer, wanted, piece_.offset + position);
+    // More may have been announced than there is.
+    return count > 0 ? count : MHD_CONTENT_READER_END_WITH_ERROR;
+}
+
+ssize_t TroubledBody::wait()
+{
+    if (hasPeerGone(connection_) || !paused_.pause(connection_))
+        return MHD_CONTENT_READER_END_WITH_ERROR;
+    return 0;
+}
+
+qint64 TroubledBody::allowedNow(qint64 position) const
+{
+    const Trouble &trouble = *piece_.trouble;
+    const qint64 end = std::min(piece_.length, trouble.bytes.value_or(piece_.length));
+    if (!trouble.bytesPerSecond)
+        return end - position;
+    const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start_;
+    const double due = elapsed.count() * static_cast<double>(*trouble.bytesPerSecond);
+    return due < static_cast<double>(end) ? static_cast<qint64>(due) - position : end - position;
+}
