@@ -1,0 +1,287 @@
+#include "FaultRelay.h"
+
+#include <QUrl>
+
+#include <algorithm>
+#include <limits>
+#include <utility>
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace {
+
+sockaddr_in loopback(quint16 port)
+{
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(port);
+    return address;
+}
+
+int connectTo(quint16 port)
+{
+    const sockaddr_in address = loopback(port);
+    const int socket = ::socket(AF_INET, SOCK_STREAM, 0);
+    ::connect(socket, reinterpret_cast<const sockaddr *>(&address), sizeof address);
+    return socket;
+}
+
+void sendAtOnce(int socket)
+{
+    const int on = 1;
+    ::setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+}
+
+bool sendAll(int socket, QByteArrayView bytes)
+{
+    while (!bytes.isEmpty()) {
+        const ssize_t sent =
+            ::send(socket, bytes.data(), static_cast<size_t>(bytes.size()), MSG_NOSIGNAL);
+        if (sent <= 0)
+            return false;
+        bytes = bytes.sliced(sent);
+    }
+    return true;
+}
+
+// Puts the part of new bytes that falls within the others in their place.
+void overlay(QByteArray &bytes, qsizetype at, const QByteArray &replacement)
+{
+    for (qsizetype i = 0; i < replacement.size(); ++i)
+        if (at + i >= 0 && at + i < bytes.size())
+            bytes[at + i] = replacement[i];
+}
+
+} // namespace
+
+/// The two halves of a connection. Its thread closes the sockets when both directions are over.
+struct FaultRelay::Connection
+{
+    int client = -1; // These two are changed under mutex_ only.
+    int server = -1;
+    std::atomic<bool> ended = false; ///< By the fault.
+    std::thread thread;
+};
+
+FaultRelay::Fault FaultRelay::finish(Direction direction, qsizetype at)
+{
+    return {Fault::Finish, direction, at};
+}
+
+FaultRelay::Fault FaultRelay::reset(Direction direction, qsizetype at)
+{
+    return {Fault::Reset, direction, at};
+}
+
+FaultRelay::Fault FaultRelay::stall(Direction direction, qsizetype at)
+{
+    return {Fault::Stall, direction, at};
+}
+
+FaultRelay::Fault FaultRelay::drip(Direction direction, qsizetype at, qsizetype length,
+                                   std::chrono::milliseconds pause)
+{
+    return {Fault::Drip, direction, at, length, pause};
+}
+
+FaultRelay::Fault FaultRelay::split(Direction direction, qsizetype at)
+{
+    return drip(direction, at, std::numeric_limits<qsizetype>::max(), std::chrono::milliseconds(1));
+}
+
+FaultRelay::Fault FaultRelay::duplicate(Direction direction, qsizetype at, qsizetype length)
+{
+    return {Fault::Duplicate, direction, at, length};
+}
+
+FaultRelay::Fault FaultRelay::rewrite(Direction direction, qsizetype at, const QByteArray &bytes)
+{
+    return {Fault::Rewrite, direction, at, bytes.size(), {}, bytes};
+}
+
+FaultRelay::FaultRelay(const QString &serverUrl, Fault fault)
+    : fault_(std::move(fault)), serverPort_(static_cast<quint16>(QUrl(serverUrl).port()))
+{
+    sockaddr_in address = loopback(0);
+    socklen_t length = sizeof address;
+    auto *const generic = reinterpret_cast<sockaddr *>(&address);
+    listener_ = ::socket(AF_INET, SOCK_STREAM, 0);
+    if (::bind(listener_, generic, length) != 0 || ::listen(listener_, 64) != 0 ||
+        ::getsockname(listener_, generic, &length) != 0)
+        qFatal("No port on the loopback interface can be listened on.");
+    port_ = ntohs(address.sin_port);
+    acceptor_ = std::thread([this] { acceptConnections(); });
+}
+
+FaultRelay::~FaultRelay()
+{
+    {
+        const std::lock_guard lock(mutex_);
+        stopping_ = true;
+    }
+    changed_.notify_all();
+    const int waker = connectTo(port_);
+    acceptor_.join();
+    ::close(waker);
+    ::close(listener_);
+    {
+        const std::lock_guard lock(mutex_);
+        for (const auto &connection : connections_)
+            if (connection->client >= 0)
+                end(*connection);
+    }
+    for (const auto &connection : connections_)
+        connection->thread.join();
+}
+
+QString FaultRelay::baseUrl() const
+{
+    return QStringLiteral("http://127.0.0.1:%1/Update/ZVDLCtl.dll?dt=").arg(port_);
+}
+
+void FaultRelay::goOn()
+{
+    {
+        const std::lock_guard lock(mutex_);
+        goesOn_ = true;
+    }
+    changed_.notify_all();
+}
+
+QByteArray FaultRelay::received(Direction direction) const
+{
+    const std::lock_guard lock(mutex_);
+    return received_[direction];
+}
+
+void FaultRelay::acceptConnections()
+{
+    for (;;) {
+        const int client = ::accept(listener_, nullptr, nullptr);
+        const std::lock_guard lock(mutex_);
+        if (stopping_) {
+            ::close(client);
+            return;
+        }
+        Connection &connection = *connections_.emplace_back(std::make_unique<Connection>());
+        connection.client = client;
+        connection.server = connectTo(serverPort_);
+        sendAtOnce(connection.client);
+        sendAtOnce(connection.server);
+        connection.thread = std::thread([this, &connection] { relay(connection); });
+    }
+}
+
+void FaultRelay::relay(Connection &connection)
+{
+    std::thread toServer([&] { pump(connection, ToServer); });
+    pump(connection, ToClient);
+    toServer.join();
+    const std::lock_guard lock(mutex_);
+    ::close(std::exchange(connection.client, -1));
+    ::close(std::exchange(connection.server, -1));
+}
+
+void FaultRelay::pump(Connection &connection, Direction direction)
+{
+    const int from = direction == ToServer ? connection.client : connection.server;
+    const int to = direction == ToServer ? connection.server : connection.client;
+    const bool spoils = fault_.kind != Fault::None && fault_.direction == direction;
+    qsizetype passed = 0;
+    QByteArray recent; // What may have to be sent again.
+    for (bool isAhead = spoils;;) {
+        QByteArray bytes = receive(from, direction);
+        if (bytes.isEmpty())
+            break;
+        if (spoils && fault_.kind == Fault::Rewrite)
+            overlay(bytes, fault_.at - passed, fault_.bytes);
+        const qsizetype size = bytes.size();
+        const qsizetype head = spoils ? std::clamp<qsizetype>(fault_.at - passed, 0, size) : size;
+        if (!sendAll(to, QByteArrayView(bytes).first(head)))
+            break;
+        if (isAhead)
+            recent = (recent + bytes.first(head)).right(fault_.length);
+        passed += size;
+        if (isAhead && passed >= fault_.at) {
+            isAhead = false;
+            happened_ = true;
+            spoil(connection, to, recent);
+        }
+        if (connection.ended || !sendRest(to, QByteArrayView(bytes).sliced(head)))
+            break;
+    }
+    if (!connection.ended)
+        ::shutdown(to, SHUT_WR);
+}
+
+// Empty when the sender has ended its side.
+QByteArray FaultRelay::receive(int socket, Direction direction)
+{
+    QByteArray bytes(64 * 1024, Qt::Uninitialized);
+    const ssize_t length = ::recv(socket, bytes.data(), static_cast<size_t>(bytes.size()), 0);
+    bytes.resize(std::max<ssize_t>(length, 0));
+    const std::lock_guard lock(mutex_);
+    received_[direction] += bytes;
+    return bytes;
+}
+
+// What happens once. Rewriting and dripping concern the bytes as they come.
+void FaultRelay::spoil(Connection &connection, int to, const QByteArray &recent)
+{
+    switch (fault_.kind) {
+    case Fault::Reset: {
+        const linger discard = {1, 0};
+        ::setsockopt(connection.client, SOL_SOCKET, SO_LINGER, &discard, sizeof discard);
+        connection.ended = true;
+        // Wakes the other direction, and says nothing to the client: that does the close.
+        ::shutdown(connection.client, SHUT_RD);
+        ::shutdown(connection.server, SHUT_RDWR);
+        return;
+    }
+    case Fault::Finish:
+        connection.ended = true;
+        end(connection);
+        return;
+    case Fault::Stall: {
+        std::unique_lock lock(mutex_);
+        changed_.wait(lock, [this] { return goesOn_ || stopping_; });
+        return;
+    }
+    case Fault::Duplicate:
+        sendAll(to, recent);
+        return;
+    case Fault::None:
+    case Fault::Drip:
+    case Fault::Rewrite:
+        return;
+    }
+}
+
+bool FaultRelay::sendRest(int socket, QByteArrayView bytes)
+{
+    if (fault_.kind != Fault::Drip)
+        return sendAll(socket, bytes);
+    while (!bytes.isEmpty()) {
+        {
+            std::unique_lock lock(mutex_);
+            if (changed_.wait_for(lock, fault_.pause, [this] { return stopping_.load(); }))
+                return false;
+        }
+        const qsizetype length = std::min(fault_.length, bytes.size());
+        if (!sendAll(socket, bytes.first(length)))
+            return false;
+        bytes = bytes.sliced(length);
+    }
+    return true;
+}
+
+void FaultRelay::end(const Connection &connection)
+{
+    ::shutdown(connection.client, SHUT_RDWR);
+    ::shutdown(connection.server, SHUT_RDWR);
+}

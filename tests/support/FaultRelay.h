@@ -1,0 +1,96 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+/// A TCP relay on a port of its own on the loopback interface, which stands between the library and
+/// a server and spoils what passes, at an exact byte. So the servers of the tests can stay correct.
+/// It needs no event loop; its functions may be called from any thread.
+class FaultRelay
+{
+public:
+    enum Direction { ToServer, ToClient };
+
+    /// What happens to every connection when so many bytes have passed in one direction. Those
+    /// before the fault have been sent on by then.
+    struct Fault
+    {
+        enum Kind { None, Finish, Reset, Stall, Drip, Duplicate, Rewrite };
+
+        Kind kind = None;
+        Direction direction = ToClient;
+        qsizetype at = 0;
+        /// Drip: the bytes sent at a time. Duplicate: how many of the latest bytes are sent again.
+        qsizetype length = 1;
+        /// Drip: the time between two sends.
+        std::chrono::milliseconds pause{0};
+        /// Rewrite: what takes the place of as many bytes.
+        QByteArray bytes = {};
+    };
+
+    /// Both ends see the connection end in order.
+    static Fault finish(Direction direction, qsizetype at);
+    /// The client sees the connection break.
+    static Fault reset(Direction direction, qsizetype at);
+    /// Nothing passes any more in this direction, until goOn().
+    static Fault stall(Direction direction, qsizetype at);
+    static Fault drip(Direction direction, qsizetype at, qsizetype length,
+                      std::chrono::milliseconds pause);
+    /// What comes later is sent by itself.
+    static Fault split(Direction direction, qsizetype at);
+    static Fault duplicate(Direction direction, qsizetype at, qsizetype length);
+    static Fault rewrite(Direction direction, qsizetype at, const QByteArray &bytes);
+
+    /// A relay to a server on the loopback interface, of which only the port of the URL counts.
+    FaultRelay(const QString &serverUrl, Fault fault);
+    /// A relay without a fault.
+    explicit FaultRelay(const QString &serverUrl) : FaultRelay(serverUrl, Fault{}) {}
+    ~FaultRelay();
+
+    FaultRelay(const FaultRelay &) = delete;
+    FaultRelay &operator=(const FaultRelay &) = delete;
+
+    /// What the library takes for the service's base URL.
+    QString baseUrl() const;
+
+    /// Whether the fault has happened, on any connection.
+    bool hasHappened() const { return happened_; }
+    /// Ends every stall.
+    void goOn();
+
+    /// What has arrived in one direction up to now, on all connections together.
+    QByteArray received(Direction direction) const;
+
+private:
+    struct Connection;
+
+    void acceptConnections();
+    void relay(Connection &connection);
+    void pump(Connection &connection, Direction direction);
+    QByteArray receive(int socket, Direction direction);
+    void spoil(Connection &connection, int to, const QByteArray &recent);
+    bool sendRest(int socket, QByteArrayView bytes);
+    static void end(const Connection &connection);
+
+    const Fault fault_;
+    const quint16 serverPort_;
+    int listener_ = -1;
+    quint16 port_ = 0;
+    std::atomic<bool> happened_ = false;
+
+    mutable std::mutex mutex_;
+    std::condition_variable changed_;
+    bool goesOn_ = false;                                  // Guarded by mutex_.
+    std::atomic<bool> stopping_ = false;                   // Set under mutex_.
+    QByteArray received_[2];                               // Guarded by mutex_.
+    std::vector<std::unique_ptr<Connection>> connections_; // Guarded by mutex_.
+    std::thread acceptor_;
+};
