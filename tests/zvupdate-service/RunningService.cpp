@@ -102,13 +102,14 @@ QByteArray RunningService::standardError()
 }
 
 RunningService::Response RunningService::request(const QByteArray &method, const QString &command,
-                                                 const QByteArray &range) const
+                                                 const QByteArray &range, long patience) const
 {
-    return requestUrl(method, baseUrl_ + HttpFunctionURLEncode::encode(command).toLatin1(), range);
+    return requestUrl(method, baseUrl_ + HttpFunctionURLEncode::encode(command).toLatin1(), range,
+                      patience);
 }
 
 RunningService::Response RunningService::requestUrl(const QByteArray &method, const QByteArray &url,
-                                                    const QByteArray &range)
+                                                    const QByteArray &range, long patience)
 {
     Response response;
     const std::unique_ptr<CURL, decltype(&curl_easy_cleanup)> curl(curl_easy_init(),
@@ -118,7 +119,7 @@ RunningService::Response RunningService::requestUrl(const QByteArray &method, co
         fields = curl_slist_append(fields, ("Range: " + range).constData());
     curl_easy_setopt(curl.get(), CURLOPT_URL, url.constData());
     curl_easy_setopt(curl.get(), CURLOPT_NOPROXY, "*");
-    curl_easy_setopt(curl.get(), CURLOPT_TIMEOUT, 60L);
+    curl_easy_setopt(curl.get(), CURLOPT_TIMEOUT_MS, patience);
     if (method == "HEAD")
         curl_easy_setopt(curl.get(), CURLOPT_NOBODY, 1L);
     if (method == "POST")
@@ -129,7 +130,9 @@ RunningService::Response RunningService::requestUrl(const QByteArray &method, co
     curl_easy_setopt(curl.get(), CURLOPT_WRITEDATA, &response.body);
     curl_easy_setopt(curl.get(), CURLOPT_HEADERFUNCTION, &onHeader);
     curl_easy_setopt(curl.get(), CURLOPT_HEADERDATA, &response);
-    if (curl_easy_perform(curl.get()) == CURLE_OK)
+    const CURLcode end = curl_easy_perform(curl.get());
+    response.timedOut = end == CURLE_OPERATION_TIMEDOUT;
+    if (end == CURLE_OK)
         curl_easy_getinfo(curl.get(), CURLINFO_RESPONSE_CODE, &response.status);
     curl_slist_free_all(fields);
     return response;

@@ -13,11 +13,15 @@ class RunningService
 public:
     struct Response
     {
-        long status = 0;
+        long status = 0; ///< 0 when the reply did not come to its end.
+        bool timedOut = false;
         /// Names in lower case.
         QMap<QByteArray, QByteArray> headers;
         QByteArray body;
     };
+
+    /// How long an exchange may take unless told otherwise, in milliseconds.
+    static constexpr long kPatience = 60'000;
 
     RunningService();
     ~RunningService();
@@ -38,11 +42,11 @@ public:
     QByteArray standardError();
 
     /// One exchange; command is sealed and appended to the base URL.
-    Response request(const QByteArray &method, const QString &command,
-                     const QByteArray &range = {}) const;
+    Response request(const QByteArray &method, const QString &command, const QByteArray &range = {},
+                     long patience = kPatience) const;
     /// One exchange with url as it is.
     static Response requestUrl(const QByteArray &method, const QByteArray &url,
-                               const QByteArray &range = {});
+                               const QByteArray &range = {}, long patience = kPatience);
 
     /// A fresh token.
     QString token() const;

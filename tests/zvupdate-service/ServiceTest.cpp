@@ -217,6 +217,10 @@ TEST_F(ServiceTest, RefusesWrongArgumentsInOneLine)
         {{u"--directory"_s, directory, port, u"http"_s}, "http"},
         {{u"--directory"_s, directory, u"--bind"_s, u"localhost"_s}, "localhost"},
         {{u"--directory"_s, directory, lifetime, u"0"_s}, "--token-lifetime"},
+        {{u"--directory"_s, directory, u"--fault"_s, u"stal"_s}, "--fault: \"stal\""},
+        {{u"--directory"_s, directory, u"--fault"_s, u"cut=x"_s}, "cut=x"},
+        {{u"--directory"_s, directory, u"--fault"_s, u"no-length=1"_s}, "no-length=1"},
+        {{u"--directory"_s, directory, u"--fault"_s, u"server-error=500"_s}, "500"},
         {{u"--directory"_s, directory, u"extra"_s}, "extra"},
         {{u"--directory"_s, directory, u"--fast"_s}, "fast"},
     };

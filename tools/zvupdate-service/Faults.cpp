@@ -1,6 +1,7 @@
 #include "Faults.h"
 
 #include "Command.h"
+#include "ServiceLog.h"
 
 #include <ZVUpdate/service/HttpFunctionURLEncode.h>
 
@@ -87,16 +88,17 @@ bool wrongSize(const QString &at, const Request &, Reply &reply)
 {
     if (!reply.file)
         return false;
-    const qint64 size = at.isEmpty() ? sizeOf(*reply.file) + 1 : at.toLongLong();
-    const qint64 end = std::exchange(reply.file->length, size - reply.file->offset);
-    if (reply.file->length < 0) {
-        reply.file->length = end; // begins past the end that is made up
+    Reply::FilePiece &piece = *reply.file;
+    const qint64 trueSize = sizeOf(piece);
+    const qint64 size = at.isEmpty() ? trueSize + 1 : at.toLongLong();
+    const bool reachesTheEnd = piece.offset + piece.length == trueSize;
+    if (!reachesTheEnd || (piece.offset > 0 && piece.offset >= size))
         return false;
-    }
+    piece.length = size - piece.offset;
     troubleOf(reply);
     for (auto &[name, text] : reply.headers) {
         if (name == "Content-Range")
-            text = "bytes " + QByteArray::number(reply.file->offset) + '-' +
+            text = "bytes " + QByteArray::number(piece.offset) + '-' +
                    QByteArray::number(size - 1) + '/' + QByteArray::number(size);
     }
     return true;
@@ -219,11 +221,13 @@ std::optional<QString> Faults::add(const QString &text)
         QStringList names;
         for (const Kind &known : kKinds)
             names.append(known.name);
-        return u"\"%1\" is not a fault; the faults are %2"_s.arg(name, names.join(u", "_s));
+        return u"\"%1\" is not a fault; the faults are %2"_s.arg(ServiceLog::escaped(name),
+                                                                 names.join(u", "_s));
     }
     if (equals >= 0 && (at.isEmpty() || !kind->accepts(at))) {
         QString remedy = kind->remedy;
-        return u"\"%1\" is not understood; %2"_s.arg(text, remedy.replace(u"%1"_s, name));
+        return u"\"%1\" is not understood; %2"_s.arg(ServiceLog::escaped(text),
+                                                     remedy.replace(u"%1"_s, name));
     }
     if (given_.contains(name))
         return u"\"%1\" is given twice; leave one of them out"_s.arg(name);

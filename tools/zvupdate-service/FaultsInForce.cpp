@@ -66,7 +66,7 @@ std::optional<Faults> FaultsInForce::parse(const std::optional<QByteArray> &cont
         if (text.isEmpty())
             continue;
         if (const auto wrong = faults.add(text)) {
-            *error = u"%1:%2: %3"_s.arg(path_).arg(i + 1).arg(ServiceLog::escaped(*wrong));
+            *error = u"%1:%2: %3"_s.arg(path_).arg(i + 1).arg(*wrong);
             return std::nullopt;
         }
     }
