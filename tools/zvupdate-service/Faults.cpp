@@ -91,9 +91,12 @@ bool wrongSize(const QString &at, const Request &, Reply &reply)
     Reply::FilePiece &piece = *reply.file;
     const qint64 trueSize = sizeOf(piece);
     const qint64 size = at.isEmpty() ? trueSize + 1 : at.toLongLong();
-    const bool reachesTheEnd = piece.offset + piece.length == trueSize;
-    if (!reachesTheEnd || (piece.offset > 0 && piece.offset >= size))
-        return false;
+    if (piece.offset + piece.length < trueSize)
+        return false; // a part from the middle
+    if (piece.offset > 0 && piece.offset >= size) {
+        refuse(reply, 416, "the range begins past the end of the file");
+        return true;
+    }
     piece.length = size - piece.offset;
     troubleOf(reply);
     for (auto &[name, text] : reply.headers) {
