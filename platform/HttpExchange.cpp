@@ -58,6 +58,14 @@ public:
 
     HttpHandle &handle() const { return handle_; }
     const HttpResponse &response() const { return response_; }
+    /// Whether the latest header has come to its end, and was not that of an interim reply.
+    bool hasWholeHeader() const { return hasWholeHeader_; }
+    bool isAsked() const
+    {
+        long sent = 0;
+        curl_easy_getinfo(handle_.easy, CURLINFO_REQUEST_SIZE, &sent);
+        return sent > 0;
+    }
     bool refused() const { return refused_; }
     bool hasPending() const { return !pending_.isEmpty(); }
 
@@ -80,8 +88,12 @@ public:
 private:
     static size_t header(char *line, size_t, size_t length, void *self)
     {
-        if (QByteArrayView(line, static_cast<qsizetype>(length)).trimmed().isEmpty())
-            static_cast<Callbacks *>(self)->headersComplete();
+        auto &callbacks = *static_cast<Callbacks *>(self);
+        const QByteArrayView text(line, static_cast<qsizetype>(length));
+        if (text.startsWith("HTTP/"))
+            callbacks.hasWholeHeader_ = false; // Other lines may be those after a chunked body.
+        if (text.trimmed().isEmpty())
+            callbacks.headersComplete();
         return length;
     }
 
@@ -91,7 +103,8 @@ private:
         curl_off_t length = -1;
         curl_easy_getinfo(handle_.easy, CURLINFO_RESPONSE_CODE, &status);
         curl_easy_getinfo(handle_.easy, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
-        if (status >= 200) // An interim reply only announces the real one.
+        hasWholeHeader_ = status >= 200; // An interim reply only announces the real one.
+        if (hasWholeHeader_)
             response_ = {static_cast<int>(status), length};
     }
 
@@ -118,6 +131,7 @@ private:
     HttpHandle &handle_;
     const std::atomic<bool> &cancelled_;
     HttpResponse response_;
+    bool hasWholeHeader_ = false;
     bool reported_ = false;
     bool refused_ = false;
     QByteArray pending_;
@@ -240,8 +254,14 @@ std::optional<Error> HttpExchange::outcome(Callbacks &callbacks) const
     const CURLcode result = message ? message->data.result : CURLE_FAILED_INIT;
     if (callbacks.refused())
         return networkError(NetworkError::ReplyTooLarge);
+    // To curl, a connection that ends within the header has brought an empty reply.
+    if (result == CURLE_OK && !callbacks.hasWholeHeader())
+        return networkError(NetworkError::ConnectionLost);
     if (result == CURLE_OK)
         return std::nullopt;
+    // curl takes what does not begin like HTTP for a version of it that is not allowed.
+    if (result == CURLE_UNSUPPORTED_PROTOCOL && callbacks.isAsked() && !callbacks.hasWholeHeader())
+        return networkError(NetworkError::BadReply);
     return cancelled_ ? networkError(NetworkError::Cancelled) : errorFromCurl(result);
 }
 

@@ -10,6 +10,7 @@
 #include "../service/HttpFunctionURLEncode.h"
 #include "DownloadMode.h"
 
+#include <limits>
 #include <utility>
 
 using namespace ZVPlatform;
@@ -71,9 +72,12 @@ public:
     void didReceiveResponse(const HttpResponse &response) override
     {
         transport_->lastResponse_ = response.status;
-        if (isSuccess(response.status) && response.expectedContentLength >= 0)
-            transport_->expectedBytes_ =
-                static_cast<int64_t>(transport_->downloadedBytes_) + response.expectedContentLength;
+        // What no file can be is not expected, whatever is announced.
+        const auto resumedAt = static_cast<int64_t>(transport_->downloadedBytes_);
+        const int64_t mostToCome = std::numeric_limits<int64_t>::max() - resumedAt;
+        if (isSuccess(response.status) && response.expectedContentLength >= 0 &&
+            response.expectedContentLength <= mostToCome)
+            transport_->expectedBytes_ = resumedAt + response.expectedContentLength;
     }
 
     void didReceiveData(const QByteArray &bytes) override
