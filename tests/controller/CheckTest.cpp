@@ -75,39 +75,6 @@ TEST_F(SaveDirectory, IsUsedAsFarAsItCanBe)
                 }
 }
 
-TEST_F(ControllerTest, RefusesOffersThatItCannotNameOrVerify)
-{
-    using Text = std::optional<QString>;
-    const QString tooLong(300, u'9');
-    const QString zero(1, QChar());
-    for (const QString &victim : {u"../victim"_s, u"../victim_2"_s, u"P_x/y"_s})
-        for (const QString &extension : {u".dmg"_s, u".bin"_s}) {
-            QDir().mkpath(saved(u"P_x"_s));
-            place(saved(victim + extension), "victim");
-        }
-    const auto before = tree();
-    for (const auto &[product, version, announced] :
-         {std::tuple(u"P"_s, Text(), Text(digest)),
-          {u"P"_s, QString(), digest},
-          {u"P"_s, u"2"_s, {}},
-          {u"P"_s, u"2"_s, QString()},
-          {u"P"_s, u"x/../../victim"_s, digest},
-          {u"P"_s, u"x/y"_s, digest},
-          {u"P"_s, zero, digest},
-          {u"P"_s, u"2"_s + zero + u"/../victim"_s, digest},
-          {u"P"_s, tooLong, digest},
-          {tooLong, u"2"_s, digest},
-          {u"../victim"_s, u"2"_s, digest},
-          {u"P"_s + zero, u"2"_s, digest}}) {
-        service.setOffer({.version = version, .digest = announced});
-        controller->setMProductID(product);
-        EXPECT_EQ(check(), 3) << qPrintable(product + u' ' + version.value_or(u"no version"_s));
-        EXPECT_TRUE(service.requests().constLast().startsWith("POST cmd=checkupd&"_L1));
-    }
-    EXPECT_FALSE(storedPreferences().contains(digestKey));
-    EXPECT_EQ(tree(), before);
-}
-
 TEST_F(ControllerTest, NamesFilesAfterOddButHarmlessVersions)
 {
     place(temporary, std::nullopt);

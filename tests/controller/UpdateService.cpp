@@ -5,6 +5,8 @@
 
 #include <QCryptographicHash>
 #include <QDir>
+#include <QJsonArray>
+#include <QJsonDocument>
 
 using namespace Qt::StringLiterals;
 using Reply = ScriptedServer::Reply;
@@ -17,9 +19,11 @@ QString overridePath()
     return QDir::homePath() + u"/Documents/ConsoleZVUpdate.mac"_s;
 }
 
-QString quoted(QString text)
+// A text as JSON has it.
+QString quoted(const QString &text)
 {
-    return u'"' + text.replace(QChar(), u"\\u0000"_s) + u'"';
+    const QByteArray list = QJsonDocument(QJsonArray{text}).toJson(QJsonDocument::Compact);
+    return QString::fromUtf8(list.mid(1, list.size() - 2));
 }
 
 QByteArray checkReply(const Offer &offer)
