@@ -157,6 +157,7 @@ std::optional<Error> HttpExchange::run(HttpReceiver &receiver)
     curl_multi_add_handle(handle->multi, handle->easy);
     const std::optional<Error> error = drive(callbacks);
     callbacks.flush();
+    handle->noteKeptConnection();
     curl_multi_remove_handle(handle->multi, handle->easy);
     {
         const std::lock_guard lock(mutex_);

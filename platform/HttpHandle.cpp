@@ -4,6 +4,8 @@
 #include <utility>
 #include <vector>
 
+#include <poll.h>
+
 namespace ZVPlatform {
 
 namespace {
@@ -37,6 +39,7 @@ HttpHandle::HttpHandle()
     initialiseCurl();
     easy = curl_easy_init();
     multi = curl_multi_init();
+    curl_multi_setopt(multi, CURLMOPT_MAXCONNECTS, 1L); // The one that is looked at.
 }
 
 HttpHandle::~HttpHandle()
@@ -45,14 +48,26 @@ HttpHandle::~HttpHandle()
     curl_multi_cleanup(multi);
 }
 
+void HttpHandle::noteKeptConnection()
+{
+    curl_easy_getinfo(easy, CURLINFO_ACTIVESOCKET, &kept_);
+}
+
+bool HttpHandle::hasUnaskedInput() const
+{
+    pollfd connection = {kept_, POLLIN, 0}; // Without one there is nothing to see.
+    return ::poll(&connection, 1, 0) > 0;
+}
+
 std::unique_ptr<HttpHandle> HttpHandlePool::take()
 {
     {
         const std::lock_guard lock(pool().mutex);
-        if (!pool().idle.empty()) {
+        while (!pool().idle.empty()) {
             auto handle = std::move(pool().idle.back());
             pool().idle.pop_back();
-            return handle;
+            if (!handle->hasUnaskedInput())
+                return handle;
         }
     }
     return std::make_unique<HttpHandle>();
