@@ -1,12 +1,10 @@
+#include "OneDownload.h"
 #include "platform/Files.h"
 #include "platform/HttpExchange.h"
 #include "support/Campaign.h"
-#include "support/DownloadModes.h"
 #include "support/FaultRelay.h"
 #include "support/ScriptedServer.h"
 #include "support/TestFiles.h"
-#include "support/WaitFor.h"
-#include "transport/HttpFunctionPost.h"
 
 #include <QTemporaryDir>
 
@@ -15,7 +13,6 @@
 #include <algorithm>
 
 using namespace ZVPlatform;
-using testing::AnyOf;
 using testing::ElementsAre;
 using Fault = FaultRelay::Fault;
 using Reply = ScriptedServer::Reply;
@@ -35,57 +32,7 @@ QByteArray fileOf4KiB()
     return bytes;
 }
 
-/// The error that a session passes on, by its number alone.
-std::string network(NetworkError what)
-{
-    return "network " + std::to_string(static_cast<int>(what));
-}
-
 const std::string lost = network(NetworkError::ConnectionLost);
-
-/// One download from its start to its end, and the report of it: "file", or the error.
-class OneDownload : public HttpFunctionPostDelegate
-{
-public:
-    OneDownload(const QString &baseUrl, const QString &path, DownloadMode mode)
-        : mode_(mode), path_(path)
-    {
-        const DownloadModeSwitch chosen(mode);
-        transport_->setMUrl(baseUrl);
-        transport_->setDelegate(this);
-        transport_->DoDownloadAsync(QStringLiteral("cmd=download&tk=T1&fn=P1_2103.exe"), path);
-    }
-    ~OneDownload() override
-    {
-        EXPECT_TRUE(isOver_) << "A download hangs.";
-        retire();
-    }
-
-    std::string report()
-    {
-        isOver_ =
-            waitFor([this] { return transport_->isThreadStop(); },
-                    mode_ == DownloadMode::Session ? Meanwhile::Sleep : Meanwhile::RunEventLoop);
-        return report_;
-    }
-
-private:
-    void downloadFinishWithFilePath(const QString &path) override
-    {
-        report_ += path == path_ ? "file" : "another file";
-    }
-    void downloadFinishWithError(const Error &error) override
-    {
-        const bool isNetwork = error.domain == QLatin1String(networkErrorDomain);
-        report_ += (isNetwork ? "network " : "HTTP ") + std::to_string(error.code);
-    }
-
-    const DownloadMode mode_;
-    const QString path_;
-    bool isOver_ = false;
-    std::string report_; // The transfer's thread, until the transport says that it is over.
-    const std::shared_ptr<HttpFunctionPost> transport_ = HttpFunctionPost::getPost({}, nullptr);
-};
 
 /// Downloads through a relay, or from a server that answers wrongly, to a directory that is looked
 /// at afterwards.
@@ -128,14 +75,17 @@ protected:
         return GetParam() == DownloadMode::Session ? inSession : "HTTP " + std::to_string(status);
     }
 
-    /// The length of the header, and of all of the reply.
-    std::pair<qsizetype, qsizetype> replyLength()
+    /// What passes when nothing is spoiled.
+    struct Lengths
+    {
+        qsizetype request, header, reply;
+    };
+    Lengths lengths()
     {
         const FaultRelay relay(server_.baseUrl());
         EXPECT_EQ(download(relay.baseUrl()), "file");
-        QFile::remove(path_);
         const QByteArray reply = relay.received(toClient);
-        return {reply.indexOf("\r\n\r\n") + 4, reply.size()};
+        return {relay.received(toServer).size(), reply.indexOf("\r\n\r\n") + 4, reply.size()};
     }
 
     const QTemporaryDir directory_;
@@ -161,20 +111,66 @@ std::vector<qsizetype> places(qsizetype last, int inTheShortForm)
 
 } // namespace
 
-TEST_P(DownloadFaults, CutAtEveryByteIsResumed)
+TEST_P(DownloadFaults, CutAtEveryByteOfTheReplyIsResumed)
 {
-    const auto [header, all] = replyLength();
+    const Lengths length = lengths();
     int tried = 0;
     for (const auto &cut : {&FaultRelay::finish, &FaultRelay::reset})
-        for (const qsizetype at : places(all, 50)) {
+        for (const qsizetype at : places(length.reply, 40)) {
             SCOPED_TRACE(at);
             QFile::remove(path_);
             const std::string report = downloadThrough(cut(toClient, at));
-            const QByteArray arrived = readFile(path_);
-            EXPECT_EQ(report, at < header ? "HTTP 0" : at < all ? after(200, lost) : "file");
-            EXPECT_TRUE(arrived == content_.left(std::max<qsizetype>(at - header, 0)));
+            EXPECT_EQ(report, at < length.header  ? "HTTP 0"
+                              : at < length.reply ? after(200, lost)
+                                                  : "file");
+            const qsizetype arrived = std::max<qsizetype>(at - length.header, 0);
+            EXPECT_TRUE(readFile(path_) == content_.left(arrived));
             expectResumingSucceeds();
             ++tried;
         }
     Campaign::tried(tried);
+}
+
+TEST_P(DownloadFaults, CutAtEveryByteOfTheRequestChangesNothing)
+{
+    const QByteArray before = content_.left(1000);
+    writeFile(path_, before);
+    int tried = 0;
+    for (const auto &cut : {&FaultRelay::finish, &FaultRelay::reset})
+        for (const qsizetype at : places(lengths().request - 1, 10)) {
+            SCOPED_TRACE(at);
+            writeFile(path_, before);
+            EXPECT_EQ(downloadThrough(cut(toServer, at)), "HTTP 0");
+            EXPECT_TRUE(readFile(path_) == before);
+            ++tried;
+        }
+    expectResumingSucceeds();
+    Campaign::tried(tried);
+}
+
+TEST_P(DownloadFaults, SplitAtAnyByteIsTheSame)
+{
+    const Lengths length = lengths();
+    int tried = 0;
+    for (const auto &[direction, size] :
+         {std::pair(toServer, length.request - 1), std::pair(toClient, length.reply - 1)})
+        for (const qsizetype at : places(size, 10)) {
+            SCOPED_TRACE(at);
+            QFile::remove(path_);
+            EXPECT_EQ(downloadThrough(FaultRelay::split(direction, at)), "file");
+            EXPECT_TRUE(readFile(path_) == content_);
+            ++tried;
+        }
+    Campaign::tried(tried);
+}
+
+// Longer than the time-out in all, but never as long without a byte.
+TEST_P(DownloadFaults, ByteAfterByteTakesItsTime)
+{
+    const qsizetype header = lengths().header;
+    QFile::remove(path_);
+    const milliseconds pause(Campaign::rounds(1000, 100));
+    HttpExchange::setIdleTimeout(20 * pause);
+    EXPECT_EQ(downloadThrough(FaultRelay::drip(toClient, header + 4096 - 25, 1, pause)), "file");
+    EXPECT_TRUE(readFile(path_) == content_);
 }

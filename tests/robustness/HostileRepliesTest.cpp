@@ -1,0 +1,199 @@
+#include "OneDownload.h"
+#include "support/Campaign.h"
+#include "support/LogCapture.h"
+#include "support/ScriptedServer.h"
+#include "support/TestFiles.h"
+
+#include <QTemporaryDir>
+
+#include <gmock/gmock.h>
+
+using Reply = ScriptedServer::Reply;
+using ZVPlatform::NetworkError;
+
+namespace {
+
+const QString command = QStringLiteral("cmd=gettoken");
+const DownloadMode modes[] = {DownloadMode::Session, DownloadMode::Connection};
+
+std::optional<QString> post(const QString &url)
+{
+    return HttpFunctionPost::getPost(url, nullptr)->DoPost(command, std::nullopt);
+}
+
+int64_t probe(const QString &url)
+{
+    return static_cast<int64_t>(HttpFunctionPost::getPost(url, nullptr)->getFileSize(command));
+}
+
+/// What becomes of a reply: it is a reply; there is none; or it breaks in its body.
+enum Fate { Taken, Refused, Broken };
+
+struct HostileReply
+{
+    const char *name;
+    Fate fate;
+    int64_t size;       ///< What a probe returns.
+    QByteArray arrived; ///< The body, as far as it comes.
+    QByteArray reply;
+};
+
+const QByteArray ten = "0123456789";
+const QByteArray end = "\r\n\r\n";
+
+QByteArray with(const QByteArray &headerLines, const QByteArray &statusLine = "HTTP/1.1 200 OK")
+{
+    return statusLine + "\r\n" + headerLines + end + ten;
+}
+
+QByteArray chunks(const QByteArray &bytes)
+{
+    return "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked" + end + bytes;
+}
+
+const QByteArray length = "Content-Length: 10";
+constexpr int64_t huge = std::numeric_limits<int64_t>::max();
+
+// After each the server ends the connection.
+const HostileReply hostileReplies[] = {
+    {"negative length", Refused, 0, "", with("Content-Length: -10")},
+    {"a word for a length", Refused, 0, "", with("Content-Length: ten")},
+    {"zero byte in the length", Refused, 0, "", with(QByteArrayLiteral("Content-Length: 1\0000"))},
+    {"half a number", Taken, 10, ten, with("Content-Length: 10x")},
+    {"overflowing length", Taken, -1, ten, with("Content-Length: 99999999999999999999")},
+    {"the largest length", Broken, huge, ten, with("Content-Length: 9223372036854775807")},
+    {"length twice", Taken, 10, ten, with(length + "\r\n" + length)},
+    {"two lengths", Taken, 10, ten, with("Content-Length: 4\r\n" + length)},
+    {"length too short", Taken, 4, "0123", with("Content-Length: 4")},
+    {"length too long", Broken, 11, ten, with("Content-Length: 11")},
+    {"no length", Taken, -1, ten, with("X: y")},
+    {"chunks with a trailer", Taken, -1, ten, chunks("a\r\n" + ten + "\r\n0\r\nX: y" + end)},
+    {"chunks and a length", Taken, -1, ten,
+     chunks("a\r\n" + ten + "\r\n0" + end).replace("Transfer", "Content-Length: 4\r\nTransfer")},
+    {"bad chunk", Broken, -1, "", chunks("zz\r\n" + ten)},
+    {"overflowing chunk", Broken, -1, "", chunks("ffffffffffffffffff\r\n" + ten)},
+    {"negative chunk", Broken, -1, "", chunks("-1\r\n" + ten)},
+    {"line of 150 KB", Refused, 0, "", with(length + "\r\nX: " + QByteArray(150'000, 'x'))},
+    {"20,000 lines", Taken, 10, ten, with(length + QByteArray("\r\nX: y").repeated(20'000))},
+    {"endless lines", Refused, 0, "", with(length + QByteArray("\r\nX: y").repeated(1'000'000))},
+    {"endless interim replies", Refused, 0, "",
+     QByteArray("HTTP/1.1 103 Hint\r\nX: y\r\n\r\n").repeated(300'000) + with(length)},
+    {"zero byte in a header", Refused, 0, "", with(QByteArrayLiteral("X: \0y\r\n") + length)},
+    {"no colon", Refused, 0, "", with("word\r\n" + length)},
+    {"folded line", Taken, 10, ten, with("X: y\r\n Content-Length: 4\r\n" + length)},
+    {"line feeds only", Taken, 10, ten, with(length).replace("\r\n", "\n")},
+    {"no status", Refused, 0, "", with(length, "HTTP/1.1 000 OK")},
+    {"status too large", Refused, 0, "", with(length, "HTTP/1.1 99999 OK")},
+    {"unknown version", Refused, 0, "", with(length, "HTTP/9.9 200 OK")},
+    {"another protocol", Refused, 0, "", with("Upgrade: x", "HTTP/1.1 101 Switch")},
+    {"HTTP/1.0", Taken, -1, ten, with("X: y", "HTTP/1.0 200 OK")},
+    {"HTTP/1.0 that says it stays", Taken, -1, ten,
+     with("Connection: keep-alive", "HTTP/1.0 200 OK")},
+    {"HTTP/0.9", Refused, 0, "", ten},
+    {"half a status", Refused, 0, "", "HTTP/1.1 20"},
+    {"half a line", Refused, 0, "", "HTTP/1.1 200 OK\r\nContent-Len"},
+    {"header without an end", Refused, 0, "", "HTTP/1.1 200 OK\r\n" + length + "\r\n"},
+    {"compressed unasked", Taken, 10, ten, with("Content-Encoding: gzip\r\n" + length)},
+};
+
+} // namespace
+
+TEST(HostileReplies, LeadToWhatTheTableSays)
+{
+    const QTemporaryDir directory;
+    const QString path = directory.filePath(QStringLiteral("P1_2103.bin"));
+    int tried = 0;
+    for (const HostileReply &row : hostileReplies) {
+        SCOPED_TRACE(row.name);
+        ScriptedServer server(Reply().send(row.reply).close());
+        {
+            const LogCapture log;
+            EXPECT_EQ(post(server.baseUrl()), row.fate == Taken
+                                                  ? std::optional(QString::fromLatin1(row.arrived))
+                                                  : std::nullopt);
+            EXPECT_EQ(log.lines().size(), row.fate == Taken ? 0 : 1);
+            EXPECT_EQ(probe(server.baseUrl()), row.size);
+            tried += 2;
+        }
+        for (const DownloadMode mode : modes) {
+            writeFile(path, "old+");
+            const std::string broken =
+                mode == DownloadMode::Session ? network(NetworkError::ConnectionLost) : "HTTP 200";
+            EXPECT_EQ(OneDownload(server.baseUrl(), path, mode).report(), row.fate == Taken ? "file"
+                                                                          : row.fate == Refused
+                                                                              ? "HTTP 0"
+                                                                              : broken);
+            EXPECT_EQ(readFile(path), "old+" + row.arrived);
+            ++tried;
+        }
+        server.setHandler([](const ScriptedServer::Request &) { return Reply::whole(200, "ok"); });
+        EXPECT_EQ(post(server.baseUrl()), QStringLiteral("ok")) << "The next exchange is healthy.";
+    }
+    Campaign::tried(tried);
+}
+
+// The server goes on and on; what is not taken is not waited for either.
+TEST(HostileReplies, ToACommandAreBounded)
+{
+    const QByteArray many(17 << 20, 'x');
+    for (const QByteArray &reply :
+         {"HTTP/1.1 200 OK" + end + many, chunks("fffffff\r\n" + many),
+          "HTTP/1.1 200 OK\r\nTransfer-Encoding: deflate" + end + qCompress(many).mid(4)}) {
+        const LogCapture log;
+        ScriptedServer server(Reply().send(reply).wait(std::make_shared<Gate>()));
+        EXPECT_EQ(post(server.baseUrl()), std::nullopt);
+        ASSERT_EQ(log.lines().size(), 1);
+        EXPECT_TRUE(log.lines().first().contains(QLatin1String("too large")));
+        EXPECT_EQ(probe(server.baseUrl()), -1);
+    }
+}
+
+TEST(HostileReplies, MayComeFromAnotherHostByARedirect)
+{
+    const QTemporaryDir directory;
+    const QString path = directory.filePath(QStringLiteral("P1_2103.bin"));
+    ScriptedServer there(
+        [](const ScriptedServer::Request &request) { return Reply::file(request, "content"); });
+    const QString location =
+        there.url().replace(QLatin1String("127.0.0.1"), QLatin1String("localhost"));
+    ScriptedServer here(Reply::whole(302, "page", {"Location: " + location.toUtf8() + "/file"}));
+    EXPECT_EQ(post(here.baseUrl()), QStringLiteral("content"));
+    EXPECT_EQ(probe(here.baseUrl()), 7);
+    for (const DownloadMode mode : modes) {
+        writeFile(path, "con");
+        EXPECT_EQ(OneDownload(here.baseUrl(), path, mode).report(), "file");
+        EXPECT_EQ(readFile(path), "content");
+    }
+}
+
+// A server that says it keeps a connection, and then ends it or goes on talking.
+TEST(HostileReplies, OnAKeptConnectionAreNotTakenForTheNext)
+{
+    const Reply first = Reply::whole(200, "first", {"Connection: keep-alive"});
+    const QByteArray unasked = "HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\nevil";
+    const auto later = std::make_shared<Gate>();
+    const auto sent = std::make_shared<Gate>();
+    const Reply lies[] = {
+        Reply(first).close(),
+        Reply(first).reset(),
+        Reply(first).send(unasked),
+        Reply(first).wait(later).send(unasked).wait(sent),
+        first,
+    };
+    for (const Reply &lie : lies) {
+        SCOPED_TRACE(&lie - lies);
+        std::atomic<int> onTheFirst = 0;
+        ScriptedServer server([&](const ScriptedServer::Request &request) {
+            if (request.connection != 1)
+                return Reply::whole(200, "second");
+            return onTheFirst++ == 0 ? lie : Reply().reset();
+        });
+        EXPECT_EQ(post(server.baseUrl()), QStringLiteral("first"));
+        if (&lie == &lies[3]) {
+            later->open();
+            EXPECT_TRUE(waitFor([&] { return sent->isReached(); }));
+        }
+        EXPECT_EQ(post(server.baseUrl()), QStringLiteral("second"));
+    }
+    Campaign::tried(static_cast<int>(std::size(lies)));
+}
