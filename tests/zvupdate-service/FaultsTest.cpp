@@ -10,7 +10,6 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <tuple>
 
 using namespace Qt::StringLiterals;
 
@@ -99,19 +98,22 @@ TEST_F(FaultsTest, SpoilDownloads)
 TEST_F(FaultsTest, HoldDownloadsBackUntilTheClientGivesUp)
 {
     start();
-    for (const auto &[faults, least, most] :
-         {std::tuple("stall=1000", 1000, 1000), std::tuple("slow=1", 0, 100)}) {
-        setFaults(faults);
+    const struct
+    {
+        const char *faults;
+        qsizetype least;
+        qsizetype most;
+    } cases[] = {{"stall=1000", 1000, 1000}, {"slow=1", 0, 100}};
+    for (const auto &c : cases) {
+        setFaults(c.faults);
         // A busy machine may need another try before the bytes have come in time.
         EXPECT_TRUE(waitFor([&] {
             const auto response = download("GET", {}, 1000);
-            return response.timedOut && response.body.size() >= least &&
-                   response.body.size() <= most;
-        })) << faults;
-        EXPECT_TRUE(waitFor([&] {
-            return service_.standardError().contains(QByteArray("(fault: ") + faults +
-                                                     ") broken off\n");
-        })) << faults;
+            const qsizetype size = response.body.size();
+            return response.timedOut && size >= c.least && size <= c.most;
+        })) << c.faults;
+        const QByteArray logged = QByteArray("(fault: ") + c.faults + ") broken off\n";
+        EXPECT_TRUE(waitFor([&] { return service_.standardError().contains(logged); }));
     }
 }
 

@@ -182,10 +182,10 @@ bool isNothing(const QString &)
 struct Kind
 {
     QLatin1String name;
-    bool (*accepts)(const QString &at);
+    bool (*accepts)(const QString &at) = nullptr;
     /// What is accepted, for a message about what is not.
     QLatin1String remedy;
-    bool (*spoil)(const QString &at, const Request &request, Reply &reply);
+    bool (*spoil)(const QString &at, const Request &request, Reply &reply) = nullptr;
 };
 
 constexpr auto kOffset = "give a number of bytes, such as %1=1000000"_L1;
