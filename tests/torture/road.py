@@ -1,0 +1,307 @@
+"""The road from a folder of releases to a verified installer, walked by whole processes.
+
+A campaign spoils something on the road, over and over in another way, and asks after each time what
+must hold whatever happens. The scripts beside this one have the campaigns; run one with --help.
+"""
+
+import argparse
+import contextlib
+import ctypes
+import hashlib
+import json
+import os
+import pathlib
+import random
+import re
+import shutil
+import signal
+import stat
+import subprocess
+import sys
+import tempfile
+import time
+
+PATIENCE = 120  # Seconds until something that must happen counts as missing.
+SKIPPED = 77
+NOBODY = 65534
+OLDER = b"an older installer"
+MODES = ("session", "connection")
+
+
+class Broken(Exception):
+    """Something that must hold does not."""
+
+
+class Skip(Exception):
+    """This machine lacks what the campaign needs."""
+
+
+def expect(condition, message):
+    if not condition:
+        raise Broken(message)
+
+
+def wait_until(what, condition):
+    deadline = time.monotonic() + PATIENCE
+    while not condition():
+        expect(time.monotonic() < deadline, f"waited {PATIENCE} s in vain until {what}")
+        time.sleep(0.001)
+
+
+def need(program):
+    if not shutil.which(program):
+        raise Skip(f"{program} is not installed")
+
+
+def leave_shared_mounts():
+    """From here on what this process mounts is seen by its children only, and goes with them."""
+    new_namespace = 0x00020000
+    if os.geteuid() != 0 or ctypes.CDLL(None).unshare(new_namespace) != 0:
+        raise Skip("mounts of one's own need root, and CAP_SYS_ADMIN in a container")
+    subprocess.run(["mount", "--make-rprivate", "/"], check=True)
+
+
+@contextlib.contextmanager
+def mounted(path, *arguments):
+    subprocess.run(["mount", *arguments, str(path)], check=True)
+    try:
+        yield
+    finally:
+        subprocess.run(["umount", "--lazy", str(path)], check=True)
+
+
+def strace(*arguments, paths=(), log="/dev/null"):
+    selection = [part for path in paths for part in ("-P", str(path))]
+    return ["strace", "-f", "-qq", "-o", str(log), *arguments, *selection]
+
+
+class Outcome:
+    """How one run of zvupdate ended."""
+
+    def __init__(self, status, output, errors):
+        self.status = status
+        self.errors = errors
+        lines = [line for line in output.splitlines() if line.endswith("}")]
+        self.events = [json.loads(line) for line in lines]
+        expect("Sanitizer:" not in errors and "runtime error:" not in errors, errors)
+
+    def __str__(self):
+        return f"status {self.status}, {self.events}, {self.errors!r}"
+
+
+class Road:
+    """A release folder, its service, and a home with a save directory; gone after the `with`.
+
+    What lies around the save directory and the preferences is looked at once, in the beginning, and
+    must never change.
+    """
+
+    def __init__(self, options, size, unprivileged=False):
+        self.options = options
+        self.user = NOBODY if unprivileged and os.geteuid() == 0 else None
+        self.installer = random.Random(options.seed).randbytes(size)
+        self.base = pathlib.Path(tempfile.mkdtemp(prefix="zvupdate-torture."))
+        self.tree = self.base / "tree"
+        self.save = self.tree / "save"
+        self.partial = self.save / "P1_2.bin"
+        self.image = self.save / "P1_2.dmg"
+        self.older_image = self.save / "P1_1.dmg"
+        self.home = self.tree / "home"
+        self.settings_folder = self.home / ".config" / "ZVUpdate"
+        self.settings = self.settings_folder / "zvupdate.conf"
+        self.outside = self.tree / "outside"
+        self.service_log = self.base / "service.log"
+        self.service = None
+
+    def __enter__(self):
+        try:
+            self._build()
+        except BaseException:
+            self._remove()
+            raise
+        return self
+
+    def __exit__(self, *_):
+        self._remove()
+
+    def _build(self):
+        releases = self.base / "releases"
+        for folder in (releases, self.save, self.home / "Documents", self.settings_folder,
+                       self.outside, self.tree / "tmp"):
+            folder.mkdir(parents=True)
+        (releases / "installer").write_bytes(self.installer)
+        release = {"version": "2", "installer": "installer"}
+        (releases / "releases.json").write_text(
+            json.dumps({"products": [{"id": "P1", "releases": [release]}]}))
+        (self.outside / "treasure").write_bytes(b"not to be touched")
+        self.plant_older_image()
+
+        with open(self.service_log, "wb") as log:
+            self.service = subprocess.Popen(
+                [self.options.bin / "zvupdate-service", "--directory", releases],
+                stdout=subprocess.PIPE, stderr=log)
+        url = self.service.stdout.readline().decode().strip()
+        expect(url.endswith("dt="), f"the service did not start: {self.service_log.read_text()}")
+        (self.home / "Documents" / "ConsoleZVUpdate.mac").write_text(url)
+        if self.user:
+            self.base.chmod(0o755)
+            subprocess.run(["chown", "-R", f"{NOBODY}:{NOBODY}", self.tree], check=True)
+        self.surroundings = self._look_around()
+
+    def _remove(self):
+        if self.service:
+            self.service.kill()
+            self.service.wait()
+            self.service.stdout.close()
+        shutil.rmtree(self.base)
+
+    def start(self, *arguments, mode="session", wrapper=(), program="zvupdate"):
+        """Starts a check, unless there are arguments for something else."""
+        arguments = arguments or ("check", "--product-id", "P1", "--product-version", "1",
+                                  "--directory", str(self.save), "--json", "--mode", mode)
+        environment = {name: value for name, value in os.environ.items()
+                       if not name.lower().endswith("_proxy")}
+        environment.update(HOME=str(self.home), XDG_CONFIG_HOME=str(self.home / ".config"),
+                           TMPDIR=str(self.tree / "tmp"), LC_ALL="C.UTF-8")
+        return subprocess.Popen(
+            [*wrapper, str(self.options.bin / program), *arguments],
+            stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, env=environment,
+            cwd=self.tree, user=self.user, group=self.user,
+            extra_groups=[] if self.user else None)
+
+    def finish(self, process, may_be_killed=False):
+        """Waits for the end, which is never a crash and never far away."""
+        try:
+            output, errors = process.communicate(timeout=PATIENCE)
+        except subprocess.TimeoutExpired:
+            process.kill()
+            process.communicate()
+            raise Broken(f"still running after {PATIENCE} s: {process.args}") from None
+        outcome = Outcome(process.returncode, output, errors)
+        is_kill = outcome.status == -signal.SIGKILL and may_be_killed
+        expect(outcome.status >= 0 or is_kill, f"crashed: {outcome}")
+        return outcome
+
+    def check(self, **how):
+        return self.finish(self.start(**how))
+
+    def plant_older_image(self):
+        self.older_image.write_bytes(OLDER)
+        if self.user:
+            os.chown(self.older_image, NOBODY, NOBODY)
+
+    def partial_size(self):
+        return self.partial.stat().st_size if self.partial.is_file() else 0
+
+    def clear(self, with_settings=True):
+        """As before the first check."""
+        for path in (self.partial, self.image):
+            self.put_away(path)
+        self.save.mkdir(exist_ok=True)
+        if with_settings:
+            self.put_away(self.settings_folder)
+            self.settings_folder.mkdir()
+            if self.user:
+                os.chown(self.settings_folder, NOBODY, NOBODY)
+
+    @staticmethod
+    def put_away(path):
+        if path.is_dir() and not path.is_symlink():
+            shutil.rmtree(path)
+        else:
+            path.unlink(missing_ok=True)
+
+    def holds(self):
+        """What is true after each run, however it went."""
+        if self.image.is_file():
+            expect(self.image.read_bytes() == self.installer, "the image is not the installer")
+        expect(self.older_image.is_file() and self.older_image.read_bytes() == OLDER,
+               "the older image has changed")
+        now = self._look_around()
+        changed = {path for path in now.keys() | self.surroundings.keys()
+                   if now.get(path) != self.surroundings.get(path)}
+        expect(not changed, f"changed outside of the save directory: {sorted(changed)}")
+
+    def arrives(self, most_runs=2):
+        """A healthy road leads to the installer. More than one run is needed when the first finds
+        a spoilt partial file, which it throws away."""
+        for _ in range(most_runs):
+            outcome = self.check()
+            self.holds()
+            if outcome.status == 0:
+                break
+        expect(outcome.status == 0 and self.image.read_bytes() == self.installer,
+               f"no installer on a healthy road: {outcome}")
+        left = sorted(path.name for path in self.save.iterdir())
+        expect(left == [self.older_image.name, self.image.name], f"left behind: {left}")
+
+    def starts(self):
+        """Where each download that the service has finished with began, in bytes."""
+        lines = [line for line in self.service_log.read_text().splitlines()
+                 if " GET " in line and '"cmd=download' in line]
+        ranges = [re.search(r"\((\d+)-\d+/\d+\)", line) for line in lines]
+        return [int(found[1]) if found else 0 for found in ranges]
+
+    def _look_around(self):
+        """Every file but those that a check may touch, with what would tell of a change."""
+        seen = {}
+        for folder, folders, files in os.walk(self.tree):
+            for path in (pathlib.Path(folder) / name for name in folders + files):
+                if not {path, *path.parents} & {self.save, self.settings_folder}:
+                    status = path.lstat()
+                    is_folder = stat.S_ISDIR(status.st_mode)
+                    seen[str(path)] = (status.st_mode, None if is_folder else status.st_mtime_ns,
+                                       None if is_folder else status.st_size)
+        return seen
+
+
+def run(description, campaigns):
+    """The main program of a script: campaigns by name, each of which returns how many variants it
+    has tried and what held."""
+    parser = argparse.ArgumentParser(description=description)
+    parser.add_argument("--bin", required=True, type=lambda path: pathlib.Path(path).absolute(),
+                        help="the folder with zvupdate and zvupdate-service")
+    parser.add_argument("--long", action="store_true", help="the full campaign")
+    parser.add_argument("--sanitized", action="store_true",
+                        help="the programs are built with a sanitizer: leave out what that rules "
+                             "out, which is strace, valgrind and measuring memory")
+    parser.add_argument("--seed", type=int, default=random.SystemRandom().randrange(1 << 32),
+                        help="repeats a former run; random unless given")
+    parser.add_argument("campaign", nargs="*", help="all unless named: " + ", ".join(campaigns))
+    options = parser.parse_args()
+    unknown = set(options.campaign) - set(campaigns)
+    if unknown:
+        parser.error(f"no such campaign: {', '.join(sorted(unknown))}")
+
+    status = 0
+    for name in options.campaign or campaigns:
+        start = time.monotonic()
+        try:
+            variants, held = campaigns[name](options)
+        except Skip as reason:
+            print(f"{name}: skipped, {reason}", flush=True)
+            status = status or SKIPPED
+            continue
+        except Broken as fault:
+            print(f"{name}: BROKEN with --seed {options.seed}: {fault}", flush=True)
+            status = 1
+            continue
+        print(f"{name}: {variants} variants, {held} "
+              f"({time.monotonic() - start:.0f} s, seed {options.seed})", flush=True)
+    sys.exit(status)
+
+
+def no_strace_under_sanitizers(options):
+    if options.sanitized:
+        raise Skip("leak detection and strace both want to trace the process")
+    need("strace")
+
+
+def digest_of_file(path, length):
+    digest = hashlib.md5()
+    with open(path, "rb") as file:
+        while length > 0:
+            piece = file.read(min(length, 1 << 20))
+            digest.update(piece)
+            length -= len(piece)
+    return digest.hexdigest()
