@@ -71,7 +71,7 @@ def random_moments(options):
 
         def at_a_length():
             length = moments.uniform(way.partial_size(), len(way.installer))
-            return lambda: way.partial_size() >= length
+            return lambda: way.partial_size() > length
 
         while kills < wanted:
             way.clear(with_settings=moments.random() < 0.5)
