@@ -1,0 +1,205 @@
+#include "../controller/ControllerTest.h"
+#include "platform/HttpExchange.h"
+#include "support/Campaign.h"
+#include "support/DownloadModes.h"
+#include "support/FaultRelay.h"
+#include "support/LogCapture.h"
+#include "support/TestFiles.h"
+
+using ZVPlatform::HttpExchange;
+using Fault = FaultRelay::Fault;
+using testing::AnyOf;
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr auto toServer = FaultRelay::ToServer;
+constexpr auto toClient = FaultRelay::ToClient;
+
+/// 500 bytes, of which none can be taken for another.
+QByteArray numbers()
+{
+    QByteArray text;
+    for (int i = 100; i < 200; ++i)
+        text += QByteArray::number(i) + ";\n";
+    return text;
+}
+
+/// Whole checks, with their downloads, by a controller whose service is behind a relay.
+class ConversationFaults : public ControllerTest, public testing::WithParamInterface<DownloadMode>
+{
+protected:
+    ConversationFaults()
+    {
+        Offer offer;
+        offer.file = file_;
+        offer.digest = digest_;
+        service.setOffer(offer);
+    }
+    ~ConversationFaults() override
+    {
+        controller.reset(); // Before the mode changes back.
+    }
+
+    void checkAndDownload()
+    {
+        check();
+        EXPECT_TRUE(waitForDownload()) << "A download hangs.";
+    }
+
+    /// A check through a relay, after which nothing is where it should not be.
+    void checkThrough(FaultRelay &relay)
+    {
+        writeFile(overridePath_, relay.baseUrl().toUtf8());
+        HttpExchange::setIdleTimeout(std::chrono::milliseconds(60));
+        checkAndDownload();
+        HttpExchange::setIdleTimeout(std::chrono::seconds(60));
+        writeFile(overridePath_, service_.toUtf8());
+        EXPECT_THAT(contentOf(diskImage), AnyOf(Content(), Content(file_)));
+        EXPECT_EQ(host.heard, contentOf(diskImage) ? QStringList(diskImage) : QStringList());
+        for (const QString &path : tree().keys())
+            EXPECT_THAT(path, AnyOf(root.filePath(u"above"_s), saveDirectory, diskImage, temporary,
+                                    earlier_));
+        EXPECT_EQ(contentOf(earlier_), "earlier");
+    }
+
+    /// How many checks on a healthy path it takes until the installer is there; -1 for too many.
+    int healthyChecks()
+    {
+        for (int checks = 0; checks <= 5; ++checks) {
+            if (contentOf(diskImage) == file_)
+                return checks;
+            checkAndDownload();
+        }
+        return -1;
+    }
+
+    /// As a first check finds it, or one that finds this much of a download.
+    void begin(const Content &partial)
+    {
+        startAfresh(partial ? QVariantMap{{digestKey, digest_.toLower()}} : QVariantMap());
+        place(temporary, partial);
+        place(earlier_, "earlier");
+    }
+
+    const DownloadModeSwitch switch_{GetParam()};
+    const LogCapture log_;
+    const QByteArray file_ = numbers();
+    const QString digest_ = Offer::digestOf(file_);
+    const QString earlier_ = saved(u"P_1.dmg"_s);
+    const QString overridePath_ = QDir::homePath() + u"/Documents/ConsoleZVUpdate.mac"_s;
+    const QString service_ = QString::fromUtf8(readFile(overridePath_));
+};
+
+INSTANTIATE_TEST_SUITE_P(, ConversationFaults,
+                         testing::Values(DownloadMode::Session, DownloadMode::Connection),
+                         testing::PrintToStringParamName());
+
+} // namespace
+
+// Check, token, size and file come over one connection, which is spoiled all along.
+TEST_P(ConversationFaults, AreMadeGoodByTheNextChecks)
+{
+    const Content partial = file_.left(200);
+    FaultRelay healthy(service_);
+    begin(partial);
+    checkThrough(healthy);
+    ASSERT_EQ(contentOf(diskImage), file_);
+    int tried = 0;
+    for (const auto direction : {toServer, toClient}) {
+        const auto size = static_cast<int>(healthy.received(direction).size());
+        const int rounds = Campaign::rounds(size / 4, 4);
+        for (int i = 0; i < rounds; ++i) {
+            const int at = size * i / rounds;
+            const Fault faults[] = {FaultRelay::finish(direction, at),
+                                    FaultRelay::reset(direction, at),
+                                    FaultRelay::stall(direction, at),
+                                    FaultRelay::duplicate(direction, at, 1),
+                                    FaultRelay::duplicate(direction, at, 40),
+                                    FaultRelay::rewrite(direction, at, QByteArray(1, '\0')),
+                                    FaultRelay::rewrite(direction, at, "7")};
+            for (const Fault &fault : faults) {
+                SCOPED_TRACE(testing::Message() << "fault " << fault.kind << " of direction "
+                                                << direction << " at " << at);
+                begin(partial);
+                FaultRelay relay(service_, fault);
+                checkThrough(relay);
+                EXPECT_GE(healthyChecks(), 0);
+                ++tried;
+            }
+        }
+    }
+    Campaign::tried(tried);
+}
+
+// What is wrong with the file's reply, what is left of the download then, and after how many checks
+// on a healthy path the installer is there.
+TEST_P(ConversationFaults, InRangesAndLengthsCostWhatTheTableSays)
+{
+    const Content partial = file_.left(200);
+    FaultRelay healthy(service_);
+    begin(partial);
+    checkThrough(healthy);
+    const auto rewriteLast = [&](FaultRelay::Direction direction, const QByteArray &text,
+                                 const QByteArray &replacement) {
+        const qsizetype at = healthy.received(direction).lastIndexOf(text);
+        EXPECT_GE(at, 0) << text.data();
+        return FaultRelay::rewrite(direction, at, replacement);
+    };
+    const struct
+    {
+        const char *name;
+        Content before;
+        Fault fault;
+        Content left;
+        int checks;
+    } rows[] = {
+        {"Range ignored", partial, rewriteLast(toServer, "Range", "Rangx"), {}, 1},
+        {"earlier offset", partial, rewriteLast(toServer, "=200-", "=100-"), {}, 1},
+        {"later offset", partial, rewriteLast(toServer, "=200-", "=300-"), {}, 1},
+        {"no Content-Range", partial, rewriteLast(toClient, "Content-Range", "X"), {}, 0},
+        {"another Content-Range", partial, rewriteLast(toClient, "s 200-", "s 100-"), {}, 0},
+        {"refused", partial, rewriteLast(toClient, "206", "416"), partial, 1},
+        {"too short", partial, rewriteLast(toClient, ": 300", ": 200"), {}, 1},
+        {"too long", partial, rewriteLast(toClient, ": 300", ": 900"), file_, 1},
+        {"no length", partial, rewriteLast(toClient, "Content-Length", "X"), file_, 1},
+        {"wrong byte", partial, rewriteLast(toClient, "199", "19x"), {}, 1},
+        {"complete", file_, {}, {}, 0},
+        {"complete, another size", file_, rewriteLast(toClient, ": 500", ": 900"), file_, 1},
+        // A whole file that is not the right one, or too much of it, is the service's to judge.
+        {"complete, wrong", Content(QByteArray(500, 'w')), {}, QByteArray(500, 'w'), -1},
+        {"oversized", file_ + "more", {}, file_ + "more", -1},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.name);
+        begin(row.before);
+        FaultRelay relay(service_, row.fault);
+        checkThrough(relay);
+        EXPECT_EQ(contentOf(temporary), row.left);
+        EXPECT_EQ(healthyChecks(), row.checks);
+    }
+    Campaign::tried(static_cast<int>(std::size(rows)));
+}
+
+// As long as what is there is no longer than the file, a check completes it and throws it away.
+TEST_P(ConversationFaults, InAnIgnoredRangeThatIsCutCostTwoChecks)
+{
+    const Content partial = file_.left(200);
+    FaultRelay healthy(service_);
+    begin(partial);
+    checkThrough(healthy);
+    FaultRelay ignoring(
+        service_,
+        FaultRelay::rewrite(toServer, healthy.received(toServer).lastIndexOf("Range"), "X"));
+    begin(partial);
+    checkThrough(ignoring);
+    const qsizetype body = ignoring.received(toClient).size() - file_.size();
+    for (const auto &[arriving, checks] : {std::pair(2, 2), {299, 2}, {300, -1}, {400, -1}}) {
+        SCOPED_TRACE(arriving);
+        begin(partial);
+        FaultRelay cutting(ignoring.baseUrl(), FaultRelay::finish(toClient, body + arriving));
+        checkThrough(cutting);
+        EXPECT_EQ(contentOf(temporary), *partial + file_.left(arriving));
+        EXPECT_EQ(healthyChecks(), checks);
+    }
+}
