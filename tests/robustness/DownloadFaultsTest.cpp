@@ -170,6 +170,7 @@ TEST_P(DownloadFaults, ByteAfterByteTakesItsTime)
     const qsizetype header = lengths().header;
     QFile::remove(path_);
     const milliseconds pause(Campaign::rounds(1000, 100));
+    ASSERT_EQ(HttpExchange::idleTimeout(), std::chrono::seconds(60));
     HttpExchange::setIdleTimeout(20 * pause);
     EXPECT_EQ(downloadThrough(FaultRelay::drip(toClient, header + 4096 - 25, 1, pause)), "file");
     EXPECT_TRUE(readFile(path_) == content_);

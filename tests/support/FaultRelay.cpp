@@ -1,53 +1,16 @@
 #include "FaultRelay.h"
 
+#include "Loopback.h"
+
 #include <QUrl>
 
 #include <algorithm>
-#include <limits>
 #include <utility>
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <netinet/tcp.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 namespace {
-
-sockaddr_in loopback(quint16 port)
-{
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = htons(port);
-    return address;
-}
-
-int connectTo(quint16 port)
-{
-    const sockaddr_in address = loopback(port);
-    const int socket = ::socket(AF_INET, SOCK_STREAM, 0);
-    ::connect(socket, reinterpret_cast<const sockaddr *>(&address), sizeof address);
-    return socket;
-}
-
-void sendAtOnce(int socket)
-{
-    const int on = 1;
-    ::setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-}
-
-bool sendAll(int socket, QByteArrayView bytes)
-{
-    while (!bytes.isEmpty()) {
-        const ssize_t sent =
-            ::send(socket, bytes.data(), static_cast<size_t>(bytes.size()), MSG_NOSIGNAL);
-        if (sent <= 0)
-            return false;
-        bytes = bytes.sliced(sent);
-    }
-    return true;
-}
 
 // Puts the part of new bytes that falls within the others in their place.
 void overlay(QByteArray &bytes, qsizetype at, const QByteArray &replacement)
@@ -68,53 +31,10 @@ struct FaultRelay::Connection
     std::thread thread;
 };
 
-FaultRelay::Fault FaultRelay::finish(Direction direction, qsizetype at)
-{
-    return {Fault::Finish, direction, at};
-}
-
-FaultRelay::Fault FaultRelay::reset(Direction direction, qsizetype at)
-{
-    return {Fault::Reset, direction, at};
-}
-
-FaultRelay::Fault FaultRelay::stall(Direction direction, qsizetype at)
-{
-    return {Fault::Stall, direction, at};
-}
-
-FaultRelay::Fault FaultRelay::drip(Direction direction, qsizetype at, qsizetype length,
-                                   std::chrono::milliseconds pause)
-{
-    return {Fault::Drip, direction, at, length, pause};
-}
-
-FaultRelay::Fault FaultRelay::split(Direction direction, qsizetype at)
-{
-    return drip(direction, at, std::numeric_limits<qsizetype>::max(), std::chrono::milliseconds(1));
-}
-
-FaultRelay::Fault FaultRelay::duplicate(Direction direction, qsizetype at, qsizetype length)
-{
-    return {Fault::Duplicate, direction, at, length};
-}
-
-FaultRelay::Fault FaultRelay::rewrite(Direction direction, qsizetype at, const QByteArray &bytes)
-{
-    return {Fault::Rewrite, direction, at, bytes.size(), {}, bytes};
-}
-
 FaultRelay::FaultRelay(const QString &serverUrl, Fault fault)
     : fault_(std::move(fault)), serverPort_(static_cast<quint16>(QUrl(serverUrl).port()))
 {
-    sockaddr_in address = loopback(0);
-    socklen_t length = sizeof address;
-    auto *const generic = reinterpret_cast<sockaddr *>(&address);
-    listener_ = ::socket(AF_INET, SOCK_STREAM, 0);
-    if (::bind(listener_, generic, length) != 0 || ::listen(listener_, 64) != 0 ||
-        ::getsockname(listener_, generic, &length) != 0)
-        qFatal("No port on the loopback interface can be listened on.");
-    port_ = ntohs(address.sin_port);
+    listener_ = Loopback::listen(port_);
     acceptor_ = std::thread([this] { acceptConnections(); });
 }
 
@@ -124,8 +44,8 @@ FaultRelay::~FaultRelay()
         const std::lock_guard lock(mutex_);
         stopping_ = true;
     }
-    changed_.notify_all();
-    const int waker = connectTo(port_);
+    stops_.notify_all();
+    const int waker = Loopback::connect(port_);
     acceptor_.join();
     ::close(waker);
     ::close(listener_);
@@ -144,15 +64,6 @@ QString FaultRelay::baseUrl() const
     return QStringLiteral("http://127.0.0.1:%1/Update/ZVDLCtl.dll?dt=").arg(port_);
 }
 
-void FaultRelay::goOn()
-{
-    {
-        const std::lock_guard lock(mutex_);
-        goesOn_ = true;
-    }
-    changed_.notify_all();
-}
-
 QByteArray FaultRelay::received(Direction direction) const
 {
     const std::lock_guard lock(mutex_);
@@ -162,7 +73,7 @@ QByteArray FaultRelay::received(Direction direction) const
 void FaultRelay::acceptConnections()
 {
     for (;;) {
-        const int client = ::accept(listener_, nullptr, nullptr);
+        const int client = Loopback::accept(listener_);
         const std::lock_guard lock(mutex_);
         if (stopping_) {
             ::close(client);
@@ -170,9 +81,7 @@ void FaultRelay::acceptConnections()
         }
         Connection &connection = *connections_.emplace_back(std::make_unique<Connection>());
         connection.client = client;
-        connection.server = connectTo(serverPort_);
-        sendAtOnce(connection.client);
-        sendAtOnce(connection.server);
+        connection.server = Loopback::connect(serverPort_);
         connection.thread = std::thread([this, &connection] { relay(connection); });
     }
 }
@@ -202,7 +111,7 @@ void FaultRelay::pump(Connection &connection, Direction direction)
             overlay(bytes, fault_.at - passed, fault_.bytes);
         const qsizetype size = bytes.size();
         const qsizetype head = spoils ? std::clamp<qsizetype>(fault_.at - passed, 0, size) : size;
-        if (!sendAll(to, QByteArrayView(bytes).first(head)))
+        if (!Loopback::sendAll(to, QByteArrayView(bytes).first(head)))
             break;
         if (isAhead)
             recent = (recent + bytes.first(head)).right(fault_.length);
@@ -234,26 +143,24 @@ QByteArray FaultRelay::receive(int socket, Direction direction)
 void FaultRelay::spoil(Connection &connection, int to, const QByteArray &recent)
 {
     switch (fault_.kind) {
-    case Fault::Reset: {
-        const linger discard = {1, 0};
-        ::setsockopt(connection.client, SOL_SOCKET, SO_LINGER, &discard, sizeof discard);
+    case Fault::Reset:
+        Loopback::discardWhenClosed(connection.client);
         connection.ended = true;
         // Wakes the other direction, and says nothing to the client: that does the close.
         ::shutdown(connection.client, SHUT_RD);
         ::shutdown(connection.server, SHUT_RDWR);
         return;
-    }
     case Fault::Finish:
         connection.ended = true;
         end(connection);
         return;
     case Fault::Stall: {
         std::unique_lock lock(mutex_);
-        changed_.wait(lock, [this] { return goesOn_ || stopping_; });
+        stops_.wait(lock, [this] { return stopping_.load(); });
         return;
     }
     case Fault::Duplicate:
-        sendAll(to, recent);
+        Loopback::sendAll(to, recent);
         return;
     case Fault::None:
     case Fault::Drip:
@@ -265,15 +172,15 @@ void FaultRelay::spoil(Connection &connection, int to, const QByteArray &recent)
 bool FaultRelay::sendRest(int socket, QByteArrayView bytes)
 {
     if (fault_.kind != Fault::Drip)
-        return sendAll(socket, bytes);
+        return Loopback::sendAll(socket, bytes);
     while (!bytes.isEmpty()) {
         {
             std::unique_lock lock(mutex_);
-            if (changed_.wait_for(lock, fault_.pause, [this] { return stopping_.load(); }))
+            if (stops_.wait_for(lock, fault_.pause, [this] { return stopping_.load(); }))
                 return false;
         }
         const qsizetype length = std::min(fault_.length, bytes.size());
-        if (!sendAll(socket, bytes.first(length)))
+        if (!Loopback::sendAll(socket, bytes.first(length)))
             return false;
         bytes = bytes.sliced(length);
     }

@@ -6,6 +6,7 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <limits>
 #include <memory>
 #include <mutex>
 #include <thread>
@@ -37,17 +38,29 @@ public:
     };
 
     /// Both ends see the connection end in order.
-    static Fault finish(Direction direction, qsizetype at);
+    static Fault finish(Direction way, qsizetype at) { return {Fault::Finish, way, at}; }
     /// The client sees the connection break.
-    static Fault reset(Direction direction, qsizetype at);
-    /// Nothing passes any more in this direction, until goOn().
-    static Fault stall(Direction direction, qsizetype at);
-    static Fault drip(Direction direction, qsizetype at, qsizetype length,
-                      std::chrono::milliseconds pause);
+    static Fault reset(Direction way, qsizetype at) { return {Fault::Reset, way, at}; }
+    /// Nothing passes any more in this direction.
+    static Fault stall(Direction way, qsizetype at) { return {Fault::Stall, way, at}; }
+    static Fault drip(Direction way, qsizetype at, qsizetype length,
+                      std::chrono::milliseconds pause)
+    {
+        return {Fault::Drip, way, at, length, pause};
+    }
     /// What comes later is sent by itself.
-    static Fault split(Direction direction, qsizetype at);
-    static Fault duplicate(Direction direction, qsizetype at, qsizetype length);
-    static Fault rewrite(Direction direction, qsizetype at, const QByteArray &bytes);
+    static Fault split(Direction way, qsizetype at)
+    {
+        return drip(way, at, std::numeric_limits<qsizetype>::max(), std::chrono::milliseconds(1));
+    }
+    static Fault duplicate(Direction way, qsizetype at, qsizetype length)
+    {
+        return {Fault::Duplicate, way, at, length};
+    }
+    static Fault rewrite(Direction way, qsizetype at, const QByteArray &bytes)
+    {
+        return {Fault::Rewrite, way, at, bytes.size(), {}, bytes};
+    }
 
     /// A relay to a server on the loopback interface, of which only the port of the URL counts.
     FaultRelay(const QString &serverUrl, Fault fault);
@@ -63,8 +76,6 @@ public:
 
     /// Whether the fault has happened, on any connection.
     bool hasHappened() const { return happened_; }
-    /// Ends every stall.
-    void goOn();
 
     /// What has arrived in one direction up to now, on all connections together.
     QByteArray received(Direction direction) const;
@@ -87,8 +98,7 @@ private:
     std::atomic<bool> happened_ = false;
 
     mutable std::mutex mutex_;
-    std::condition_variable changed_;
-    bool goesOn_ = false;                                  // Guarded by mutex_.
+    std::condition_variable stops_;
     std::atomic<bool> stopping_ = false;                   // Set under mutex_.
     QByteArray received_[2];                               // Guarded by mutex_.
     std::vector<std::unique_ptr<Connection>> connections_; // Guarded by mutex_.

@@ -1,42 +1,19 @@
 #include "ScriptedServer.h"
 
 #include "../../service/HttpFunctionURLEncode.h"
+#include "Loopback.h"
 
 #include <QtGlobal>
 
 #include <chrono>
 #include <optional>
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <netinet/tcp.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 namespace {
 
 constexpr std::chrono::seconds patience(30);
-
-sockaddr_in loopback(quint16 port)
-{
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = htons(port);
-    return address;
-}
-
-bool sendAll(int socket, const QByteArray &bytes)
-{
-    for (qsizetype sent = 0; sent < bytes.size();) {
-        const ssize_t result = ::send(socket, bytes.constData() + sent,
-                                      static_cast<size_t>(bytes.size() - sent), MSG_NOSIGNAL);
-        if (result <= 0)
-            return false;
-        sent += result;
-    }
-    return true;
-}
 
 // Takes a request from what has been received, and receives more as long as it takes. Nothing when
 // the client has gone.
@@ -64,14 +41,7 @@ std::optional<ScriptedServer::Request> receiveRequest(int socket, QByteArray &re
 
 ScriptedServer::ScriptedServer(Handler handler) : handler_(std::move(handler))
 {
-    sockaddr_in address = loopback(0);
-    socklen_t length = sizeof address;
-    auto *const generic = reinterpret_cast<sockaddr *>(&address);
-    listener_ = ::socket(AF_INET, SOCK_STREAM, 0);
-    if (::bind(listener_, generic, length) != 0 || ::listen(listener_, 64) != 0 ||
-        ::getsockname(listener_, generic, &length) != 0)
-        qFatal("No port on the loopback interface can be listened on.");
-    port_ = ntohs(address.sin_port);
+    listener_ = Loopback::listen(port_);
     acceptor_ = std::thread([this] { acceptConnections(); });
 }
 
@@ -84,9 +54,7 @@ ScriptedServer::~ScriptedServer()
 {
     stopping_ = true;
     // A connection of its own wakes the acceptor on every system.
-    const sockaddr_in address = loopback(port_);
-    const int waker = ::socket(AF_INET, SOCK_STREAM, 0);
-    ::connect(waker, reinterpret_cast<const sockaddr *>(&address), sizeof address);
+    const int waker = Loopback::connect(port_);
     acceptor_.join();
     ::close(waker);
     ::close(listener_);
@@ -120,14 +88,12 @@ std::vector<ScriptedServer::Request> ScriptedServer::requests() const
 void ScriptedServer::acceptConnections()
 {
     for (;;) {
-        const int socket = ::accept(listener_, nullptr, nullptr);
+        const int socket = Loopback::accept(listener_);
         const std::lock_guard lock(mutex_);
         if (stopping_) {
             ::close(socket);
             return;
         }
-        const int on = 1; // Every step is sent at once.
-        ::setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
         Connection &connection = *connections_.emplace_back(std::make_unique<Connection>());
         connection.number = static_cast<int>(connections_.size());
         connection.socket = socket;
@@ -167,18 +133,16 @@ bool ScriptedServer::perform(const Reply &reply, const Request &request, Connect
                 break;
             [[fallthrough]];
         case Step::Send:
-            if (!sendAll(socket, step.bytes))
+            if (!Loopback::sendAll(socket, step.bytes))
                 return false;
             break;
         case Step::Wait:
             if (!wait(*step.gate))
                 return false;
             break;
-        case Step::Reset: {
-            const linger discard = {1, 0};
-            ::setsockopt(socket, SOL_SOCKET, SO_LINGER, &discard, sizeof discard);
+        case Step::Reset:
+            Loopback::discardWhenClosed(socket);
             [[fallthrough]];
-        }
         case Step::Close:
             end(connection);
             return false;

@@ -293,28 +293,6 @@ TEST_F(DownloadOverConnection, IsSilentOnceStoppedWhateverIsOnItsWay)
     EXPECT_THAT(outcomes(), IsEmpty());
 }
 
-TEST_F(DownloadOverConnection, OutlastsTheTimeOutWhileBytesArrive)
-{
-    const auto former = HttpExchange::idleTimeout();
-    EXPECT_EQ(former, std::chrono::seconds(60));
-    HttpExchange::setIdleTimeout(std::chrono::seconds(2));
-    std::vector<std::shared_ptr<Gate>> gates(25);
-    Reply reply;
-    reply.send("HTTP/1.1 200 OK\r\nContent-Length: 25\r\n\r\n");
-    for (auto &gate : gates)
-        reply.wait(gate = std::make_shared<Gate>()).send("x");
-    ScriptedServer server(reply);
-    start(server);
-    for (const auto &gate : gates) {
-        const auto next = std::chrono::steady_clock::now() + std::chrono::milliseconds(100);
-        ASSERT_TRUE(wait([&] { return std::chrono::steady_clock::now() >= next; }));
-        gate->open();
-    }
-    EXPECT_TRUE(waitForEnd());
-    HttpExchange::setIdleTimeout(former);
-    EXPECT_THAT(outcomes(), ElementsAre(success_));
-}
-
 namespace {
 
 /// How a download ends that is left alone: what the file holds before, what the server does, what
