@@ -113,7 +113,7 @@ TEST_P(ConversationFaults, AreMadeGoodByTheNextChecks)
     int stuck = 0;
     for (const auto direction : {toServer, toClient}) {
         const auto size = static_cast<int>(healthy.received(direction).size());
-        const int rounds = Campaign::rounds(size / 4, 4);
+        const int rounds = Campaign::rounds(size / 4, 3);
         for (int i = 0; i < rounds; ++i) {
             const int at = size * i / rounds;
             const Fault faults[] = {FaultRelay::finish(direction, at),

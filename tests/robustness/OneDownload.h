@@ -38,6 +38,7 @@ public:
         isOver_ =
             waitFor([this] { return transport_->isThreadStop(); },
                     mode_ == DownloadMode::Session ? Meanwhile::Sleep : Meanwhile::RunEventLoop);
+        EXPECT_GE(transport_->expectedBytes(), -1);
         return report_;
     }
 
