@@ -1,0 +1,95 @@
+// The time of sealing and unsealing, of the cipher and the hexadecimal digits within them, and of
+// making a record of a reply.
+#include "service/CheckUpdateResponse.h"
+#include "service/HttpFunctionURLEncode.h"
+#include "service/XXTEA.h"
+
+#include <benchmark/benchmark.h>
+
+namespace {
+
+constexpr int64_t smallest = 16;
+constexpr int64_t largest = 16 << 20;
+
+QString plainText(int64_t size)
+{
+    QString text(size, Qt::Uninitialized);
+    for (qsizetype i = 0; i < text.size(); ++i)
+        text[i] = QChar(u'a' + static_cast<char16_t>(i % 26));
+    return text;
+}
+
+QByteArray key()
+{
+    return QByteArrayLiteral("a key of the cipher");
+}
+
+// All that seals or unseals counts the bytes of the plain text.
+template <class Work>
+void measure(benchmark::State &state, Work work)
+{
+    for (auto _ : state)
+        benchmark::DoNotOptimize(work());
+    state.SetBytesProcessed(state.iterations() * state.range(0));
+}
+
+void seal(benchmark::State &state)
+{
+    measure(state,
+            [text = plainText(state.range(0))] { return HttpFunctionURLEncode::encode(text); });
+}
+
+void unseal(benchmark::State &state)
+{
+    const QString sealed = HttpFunctionURLEncode::encode(plainText(state.range(0)));
+    measure(state, [&] { return HttpFunctionURLEncode::decode(sealed); });
+}
+
+void encipher(benchmark::State &state)
+{
+    measure(state,
+            [text = plainText(state.range(0))] { return XXTEA::encryptString(text, key()); });
+}
+
+void decipher(benchmark::State &state)
+{
+    const QByteArray data = XXTEA::encryptString(plainText(state.range(0)), key()).value();
+    measure(state, [&] { return XXTEA::decrypt(data, key()); });
+}
+
+void readHex(benchmark::State &state)
+{
+    const QString sealed = HttpFunctionURLEncode::encode(plainText(state.range(0)));
+    measure(state, [&] { return HttpFunctionURLEncode::dataFromHexString(sealed); });
+}
+
+// A reply as services send it, with notes of some sentences in each of the three languages.
+void makeRecord(benchmark::State &state)
+{
+    const QString chinese =
+        QStringLiteral("啟動更快，並且可以更新。修正了列印時的錯誤。").repeated(8);
+    const QString english = QStringLiteral("Starts faster, and can be updated. ").repeated(8);
+    const QString note = QStringLiteral("{\"language\":\"%1\",\"memo\":\"%2\"}");
+    const QString inner =
+        QStringLiteral("{\"ZVUpdVersion\":\"2103\",\"ZVMD5\":\"900150983cd24fb0d6963f7d28e17f72\","
+                       "\"ZVMemo\":{\"datas\":[%1,%2,%3]}}")
+            .arg(note.arg(QStringLiteral("en"), english),
+                 note.arg(QStringLiteral("zh-TW"), chinese),
+                 note.arg(QStringLiteral("zh-CN"), chinese));
+    const QString reply = QStringLiteral("{\"ok\":true,\"msg\":\"\",\"data\":\"%1\"}")
+                              .arg(HttpFunctionURLEncode::encode(inner));
+    if (!CheckUpdateResponse::getFromJson(reply)->getUpdateMessageWithLang(QStringLiteral("zh-CN")))
+        state.SkipWithError("the reply is not understood");
+    for (auto _ : state)
+        benchmark::DoNotOptimize(CheckUpdateResponse::getFromJson(reply));
+}
+
+} // namespace
+
+BENCHMARK(seal)->RangeMultiplier(4)->Range(smallest, largest);
+BENCHMARK(unseal)->RangeMultiplier(4)->Range(smallest, largest);
+BENCHMARK(encipher)->RangeMultiplier(4)->Range(smallest, largest);
+BENCHMARK(decipher)->RangeMultiplier(4)->Range(smallest, largest);
+BENCHMARK(readHex)->RangeMultiplier(4)->Range(smallest, largest);
+BENCHMARK(makeRecord);
+BENCHMARK_MAIN();

@@ -1,0 +1,104 @@
+#!/usr/bin/env python3
+"""Measures the library beside its peers, in one run and in turn; see docs/performance.md."""
+
+import argparse
+import contextlib
+import dataclasses
+import json
+import pathlib
+import shutil
+import subprocess
+import sys
+import tempfile
+
+import figures
+import report
+from measuring import Failed
+
+
+@dataclasses.dataclass
+class Bench:
+    """What every figure needs to know."""
+
+    bin: pathlib.Path
+    folder: pathlib.Path
+    rounds: int
+    divisor: int
+    exits: contextlib.ExitStack
+
+    def size(self, mebibytes):
+        return mebibytes * 2**20 // self.divisor
+
+    def file(self, name, size):
+        """A file of that size, made once. What is in it makes no difference to anything here."""
+        path = self.folder / name
+        if not path.exists():
+            block = bytes(range(256)) * 4096
+            with open(path, "wb") as file:
+                for start in range(0, size, len(block)):
+                    file.write(block[: size - start])
+        return path
+
+    def new_folder(self, name):
+        return pathlib.Path(tempfile.mkdtemp(prefix=name + "-", dir=self.folder))
+
+
+def arguments():
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("--bin", type=pathlib.Path, default=pathlib.Path("build/bench/bin"),
+                        help="folder with the programs; default build/bench/bin")
+    parser.add_argument("--only", nargs="+", choices=figures.ALL, default=list(figures.ALL),
+                        metavar="NAME", help="only these figures: " + ", ".join(figures.ALL))
+    parser.add_argument("--rounds", type=int, default=9, help="how often each is measured")
+    parser.add_argument("--quick", action="store_true", help="a sixteenth of all sizes, for trying")
+    parser.add_argument("--output", type=pathlib.Path, default=pathlib.Path("build/bench"),
+                        help="folder for bench.json and bench.svg; default build/bench")
+    options = parser.parse_args()
+    if options.rounds < 1:
+        parser.error("--rounds must be at least 1")
+    if not (options.bin / "bench-download").exists():
+        parser.error(f"{options.bin} has no bench-download; build the preset \"bench\", or name "
+                     "the folder of its programs with --bin")
+    return options
+
+
+def measure(options):
+    rows = []
+    # In memory, so that no disk takes part.
+    folder = pathlib.Path(tempfile.mkdtemp(prefix="zvupdate-bench-", dir="/dev/shm"))
+    try:
+        for name in options.only:
+            print(f"== {name}", file=sys.stderr)
+            with contextlib.ExitStack() as exits:
+                own = folder / name
+                own.mkdir()
+                bench = Bench(options.bin.resolve(), own, options.rounds,
+                              16 if options.quick else 1, exits)
+                for row in figures.ALL[name](bench):
+                    rows.append(row)
+                    print(f"{row.what}: {' | '.join(report.cells(row)[2:])}", file=sys.stderr)
+            shutil.rmtree(own)
+    finally:
+        shutil.rmtree(folder, ignore_errors=True)
+    return rows
+
+
+def main():
+    options = arguments()
+    machine = report.machine()
+    try:
+        rows = measure(options)
+    except (Failed, subprocess.CalledProcessError, TimeoutError) as error:
+        sys.exit(f"bench: {error}")
+    options.output.mkdir(parents=True, exist_ok=True)
+    results = {"machine": machine, "rounds": options.rounds, "quick": options.quick,
+               "rows": report.as_json(rows)}
+    (options.output / "bench.json").write_text(json.dumps(results, indent=1, ensure_ascii=False))
+    (options.output / "bench.svg").write_text(report.plot(rows))
+    print(report.table(rows))
+    print(f"\n{machine['processor']}, {machine['cores']} cores, load at the start "
+          f"{machine['load']}; {options.rounds} rounds; see {options.output}/bench.json, bench.svg")
+
+
+if __name__ == "__main__":
+    main()

@@ -1,0 +1,110 @@
+"""Figures about what the library costs a host: linked, and at work on texts."""
+
+import json
+import re
+import shutil
+import statistics
+
+import servers
+from measuring import Failed, Row, compare, race, run
+from transfers import MIB, fetching
+
+KIB = 1024
+
+
+def linked(bench):
+    library = next(bench.bin.parent.glob("libZVUpdateCore.so.*.*.*"))
+    stripped = bench.folder / "stripped"
+    shutil.copy(library, stripped)
+    run(("strip", stripped), bench.folder)
+    yield Row(5, "the stripped library", "KiB", stripped.stat().st_size / KIB)
+    relocations = run(("readelf", "--wide", "--relocs", stripped), bench.folder).output
+    yield Row(5, "its relocations", "", len(re.findall(r"^[0-9a-f]{8,} ", relocations, re.M)))
+
+    def host(kind):
+        program = bench.bin / f"bench-host-{kind}"
+        return lambda: json.loads(run((program,), bench.folder).output)
+
+    rounds = bench.rounds * 3  # Each takes milliseconds.
+    samples = race(rounds, {kind: host(kind) for kind in ("bare", "linked")})
+
+    def median(kind, name):
+        return statistics.median(sample[name] for sample in samples[kind])
+
+    def extra(name):
+        return median("linked", name) - median("bare", name)
+
+    yield Row(5, "extra time from main to a configured controller", "ms", extra("milliseconds"),
+              limit=2)
+    yield Row(5, "threads before the first check", "", extra("threads"), limit=0)
+    yield Row(5, "files and sockets before the first check", "", extra("files"), limit=0)
+    yield Row(5, "extra resident memory", "MiB", extra("residentKiB") / KIB, limit=6)
+    yield Row(5, "resident memory of the bare host", "MiB", median("bare", "residentKiB") / KIB)
+
+
+def size(bench):
+    """Time per byte and memory against size. The largest file is a little smaller than 4 GiB, since
+    of one of 4 GiB no byte would count for the digest."""
+    sizes = [bench.size(mebibytes) for mebibytes in (1, 4, 16, 64, 256, 1024, 4095)]
+    room = shutil.disk_usage(bench.folder).free
+    while sum(sizes) + sizes[-1] > room * 0.9:
+        print(f"No room in memory for a file of {sizes.pop() // MIB} MiB; it is left out")
+    url = bench.exits.enter_context(servers.nginx(bench.folder, bench.folder / "nginx"))
+    target = bench.folder / "target"
+
+    def measured(one):
+        source = bench.file(f"file-{one}", one)
+        argv = (bench.bin / "bench-download", "session", f"{url}{source.name}?dt=", target, "verify")
+        fetch = fetching(bench, argv, target, one)
+        return lambda: json.loads(fetch().output)
+
+    samples = race(bench.rounds, {one: measured(one) for one in sizes})
+    for one in sizes:
+        for work in ("download", "digest"):
+            each = [sample[work] / one * 1e9 for sample in samples[one]]
+            yield Row(7, f"{work} of {one // MIB} MiB", "ns/byte", statistics.median(each))
+    large = [one for one in sizes if one >= bench.size(64)]
+    for work in ("download", "digest"):
+        each = {one: [sample[work] / one * 1e9 for sample in samples[one]] for one in large}
+        by_time = sorted(large, key=lambda one: statistics.median(each[one]))
+        yield compare(7, f"{work}: dearest size from 64 MiB up against the cheapest", "ns/byte",
+                      each[by_time[-1]], each[by_time[0]], "", limit=1.15)
+    peaks = {one: max(sample["peakKiB"] for sample in samples[one]) / KIB for one in sizes}
+    yield Row(7, "peak memory of the download, largest file", "MiB", peaks[sizes[-1]], limit=32)
+    yield Row(7, "the same, smallest file", "MiB", peaks[sizes[0]])
+
+
+def sealing(bench):
+    """The micro-benchmarks. What a text's sealing takes beyond its cipher is the digits."""
+    repetitions = max(bench.rounds, 3)
+    output = run((bench.bin / "bench-sealing", "--benchmark_format=json",
+                  f"--benchmark_repetitions={repetitions}", "--benchmark_min_time=0.02",
+                  "--benchmark_enable_random_interleaving=true"), bench.folder).output
+    results = json.loads(output[output.index("{"):])["benchmarks"]
+    times = {}  # By name and size, in nanoseconds of the processor.
+    for result in results:
+        if result["run_type"] == "iteration":
+            if result.get("error_occurred"):
+                raise Failed(f"{result['run_name']}: {result['error_message']}")
+            name, _, length = result["run_name"].partition("/")
+            scale = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}[result["time_unit"]]
+            times.setdefault((name, int(length or 0)), []).append(result["cpu_time"] * scale)
+
+    median = {key: statistics.median(values) for key, values in times.items()}
+    lengths = sorted(length for name, length in times if name == "seal")
+    for name in ("seal", "unseal"):
+        yield Row(6, f"{name} 16 bytes", "ns", median[name, 16])
+        per_byte = {length: median[name, length] / length for length in lengths if length >= KIB}
+        dearest, cheapest = max(per_byte, key=per_byte.get), min(per_byte, key=per_byte.get)
+        yield Row(6, f"{name}: dearest size from 1 KiB up against the cheapest", "ns/byte",
+                  per_byte[dearest], per_byte[cheapest], f"({dearest} B against {cheapest} B)",
+                  limit=1.20)
+    for length in (length for length in lengths if length in (KIB, 64 * KIB, 16 * MIB)):
+        written = median["seal", length] - median["encipher", length]
+        yield Row(6, f"writing the digits of {length} bytes", "ns/byte", written / length,
+                  median["encipher", length] / length, "enciphering", limit=0.1)
+        yield Row(6, f"reading the digits of {length} bytes", "ns/byte",
+                  median["readHex", length] / length, median["decipher", length] / length,
+                  "deciphering", limit=0.1)
+    yield Row(6, "a reply with three notes to a record", "µs", median["makeRecord", 0] / 1000,
+              limit=20)
