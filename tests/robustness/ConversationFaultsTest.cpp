@@ -29,12 +29,14 @@ QByteArray numbers()
 /// Whole checks, with their downloads, by a controller whose service is behind a relay.
 class ConversationFaults : public ControllerTest, public testing::WithParamInterface<DownloadMode>
 {
-protected:
-    ConversationFaults() { offer(u"2"_s); }
+public:
     ~ConversationFaults() override
     {
         controller.reset(); // Before the mode changes back.
     }
+
+protected:
+    ConversationFaults() { offer(u"2"_s); }
 
     void offer(const QString &version)
     {
@@ -160,11 +162,11 @@ TEST_P(ConversationFaults, InRangesAndLengthsCostWhatTheTableSays)
     };
     const struct
     {
-        const char *name;
+        const char *name = nullptr;
         Content before;
         Fault fault;
         Content left;
-        int checks;
+        int checks = 0;
         bool isCut = false; // Where the healthy reply ends; the client would wait for more.
     } rows[] = {
         {"Range ignored", partial, rewriteLast(toServer, "Range", "Rangx"), {}, 1},

@@ -104,6 +104,7 @@ std::vector<qsizetype> places(qsizetype last, int inTheShortForm)
 {
     const int rounds = Campaign::rounds(static_cast<int>(last) + 1, inTheShortForm);
     std::vector<qsizetype> list;
+    list.reserve(static_cast<size_t>(rounds));
     for (int i = 0; i < rounds; ++i)
         list.push_back(last * i / (rounds - 1));
     return list;

@@ -31,6 +31,14 @@ struct FaultRelay::Connection
     std::thread thread;
 };
 
+/// What has passed in the direction that is spoiled.
+struct FaultRelay::Passed
+{
+    qsizetype size = 0;
+    QByteArray recent = {}; ///< What may have to be sent again.
+    bool fault = false;
+};
+
 FaultRelay::FaultRelay(const QString &serverUrl, Fault fault)
     : fault_(std::move(fault)), serverPort_(static_cast<quint16>(QUrl(serverUrl).port()))
 {
@@ -101,31 +109,35 @@ void FaultRelay::pump(Connection &connection, Direction direction)
     const int from = direction == ToServer ? connection.client : connection.server;
     const int to = direction == ToServer ? connection.server : connection.client;
     const bool spoils = fault_.kind != Fault::None && fault_.direction == direction;
-    qsizetype passed = 0;
-    QByteArray recent; // What may have to be sent again.
-    for (bool isAhead = spoils;;) {
-        QByteArray bytes = receive(from, direction);
-        if (bytes.isEmpty())
-            break;
-        if (spoils && fault_.kind == Fault::Rewrite)
-            overlay(bytes, fault_.at - passed, fault_.bytes);
-        const qsizetype size = bytes.size();
-        const qsizetype head = spoils ? std::clamp<qsizetype>(fault_.at - passed, 0, size) : size;
-        if (!Loopback::sendAll(to, QByteArrayView(bytes).first(head)))
-            break;
-        if (isAhead)
-            recent = (recent + bytes.first(head)).right(fault_.length);
-        passed += size;
-        if (isAhead && passed >= fault_.at) {
-            isAhead = false;
-            happened_ = true;
-            spoil(connection, to, recent);
-        }
-        if (connection.ended || !sendRest(to, QByteArrayView(bytes).sliced(head)))
+    Passed passed;
+    for (;;) {
+        const QByteArray bytes = receive(from, direction);
+        const bool isOver = bytes.isEmpty() || connection.ended;
+        if (isOver ||
+            !(spoils ? passOn(connection, to, bytes, passed) : Loopback::sendAll(to, bytes)))
             break;
     }
     if (!connection.ended)
         ::shutdown(to, SHUT_WR);
+}
+
+// Sends the bytes on, with the fault in its place. False when nothing more can be sent.
+bool FaultRelay::passOn(Connection &connection, int to, QByteArray bytes, Passed &passed)
+{
+    const qsizetype ahead = fault_.at - passed.size; // Up to the fault; negative behind it.
+    if (fault_.kind == Fault::Rewrite)
+        overlay(bytes, ahead, fault_.bytes);
+    const QByteArray head = bytes.left(std::max<qsizetype>(ahead, 0));
+    if (!Loopback::sendAll(to, head))
+        return false;
+    passed.size += bytes.size();
+    passed.recent = (passed.recent + head).right(fault_.length);
+    if (!passed.fault && passed.size >= fault_.at) {
+        passed.fault = true;
+        happened_ = true;
+        spoil(connection, to, passed.recent);
+    }
+    return !connection.ended && sendRest(to, QByteArrayView(bytes).sliced(head.size()));
 }
 
 // Empty when the sender has ended its side.

@@ -82,10 +82,12 @@ public:
 
 private:
     struct Connection;
+    struct Passed;
 
     void acceptConnections();
     void relay(Connection &connection);
     void pump(Connection &connection, Direction direction);
+    bool passOn(Connection &connection, int to, QByteArray bytes, Passed &passed);
     QByteArray receive(int socket, Direction direction);
     void spoil(Connection &connection, int to, const QByteArray &recent);
     bool sendRest(int socket, QByteArrayView bytes);
