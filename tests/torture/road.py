@@ -112,6 +112,7 @@ class Road:
         self.outside = self.tree / "outside"
         self.service_log = self.base / "service.log"
         self.service = None
+        self.started = []
 
     def __enter__(self):
         try:
@@ -149,6 +150,8 @@ class Road:
         self.surroundings = self._look_around()
 
     def _remove(self):
+        for process in self.started:
+            process.kill()
         if self.service:
             self.service.kill()
             self.service.wait()
@@ -163,11 +166,13 @@ class Road:
                        if not name.lower().endswith("_proxy")}
         environment.update(HOME=str(self.home), XDG_CONFIG_HOME=str(self.home / ".config"),
                            TMPDIR=str(self.tree / "tmp"), LC_ALL="C.UTF-8")
-        return subprocess.Popen(
+        process = subprocess.Popen(
             [*wrapper, str(self.options.bin / program), *arguments],
             stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, env=environment,
             cwd=self.tree, user=self.user, group=self.user,
             extra_groups=[] if self.user else None)
+        self.started.append(process)
+        return process
 
     def finish(self, process, may_be_killed=False):
         """Waits for the end, which is never a crash and never far away."""
