@@ -40,7 +40,7 @@ target_compile_definitions(zvupdate_core_objects PRIVATE
     ZVUPDATE_SERVICE_URL="${ZVUPDATE_SERVICE_URL}")
 target_include_directories(zvupdate_core_objects PUBLIC ${PROJECT_SOURCE_DIR})
 target_link_libraries(zvupdate_core_objects
-    PUBLIC Qt6::Core CURL::libcurl Threads::Threads
+    PUBLIC Qt6::Core CURL::libcurl OpenSSL::Crypto Threads::Threads
     PRIVATE zvupdate_compile_options)
 
 # Hosts write #include <ZVUpdate/ZVUpdate.h>; in the build tree that is a link to the sources.
@@ -52,7 +52,7 @@ add_library(ZVUpdate::Core ALIAS ZVUpdateCore)
 target_sources(ZVUpdateCore PRIVATE $<TARGET_OBJECTS:zvupdate_core_objects>)
 target_link_libraries(ZVUpdateCore
     PUBLIC Qt6::Core
-    PRIVATE CURL::libcurl Threads::Threads
+    PRIVATE CURL::libcurl OpenSSL::Crypto Threads::Threads
         $<BUILD_INTERFACE:zvupdate_compile_options>)
 target_include_directories(ZVUpdateCore
     INTERFACE $<BUILD_INTERFACE:${PROJECT_BINARY_DIR}/include>)

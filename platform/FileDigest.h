@@ -5,10 +5,10 @@
 
 namespace ZVPlatform {
 
-/// The MD5 digest (16 bytes) of a file, read piece by piece on the calling thread. A file that is
-/// missing counts as empty, and one that cannot be read as ending there. Of a file of 4 GiB or more
-/// only the first (size modulo 2^32) bytes count: the service computes its digests with a 32-bit
-/// length, too.
+/// The MD5 digest (16 bytes) of a file, taken in one call over the whole mapped file. A file that
+/// is missing or cannot be read counts as empty. Of a file of 4 GiB or more only the first (size
+/// modulo 2^32) bytes count: the service computes its digests with a 32-bit length, too. Reads the
+/// whole file on the calling thread.
 QByteArray md5OfFile(const QString &path);
 
 } // namespace ZVPlatform
