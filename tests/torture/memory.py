@@ -4,8 +4,7 @@ what valgrind has to say."""
 
 import road
 
-MIB = 1 << 20
-GROWTH = 16 * MIB  # What a large download may take more than a small one.
+GROWTH = 16 * road.MIB  # What a large download may take more than a small one.
 HEAP_NOISE = 64 << 10
 
 
@@ -14,9 +13,9 @@ def no_figures_under_sanitizers(options):
         raise road.Skip("a sanitizer keeps memory of its own")
 
 
-def holdings(way, mode, first, further):
-    """What many-checks prints after the first checks and after the further ones."""
-    process = way.start(str(way.save), mode, str(first), str(further), program="many-checks")
+def holdings(way, mode, *steps):
+    """What many-checks prints after each step."""
+    process = way.start(str(way.save), mode, *map(str, steps), program="many-checks")
     output, errors = process.communicate(timeout=10 * road.PATIENCE)
     road.expect(process.returncode == 0, f"status {process.returncode}: {errors}")
     way.holds()
@@ -25,24 +24,24 @@ def holdings(way, mode, first, further):
 
 def large_download(options):
     no_figures_under_sanitizers(options)
-    size = (1024 if options.long else 64) * MIB
+    size = (1024 if options.long else 64) * road.MIB
     growths = []
     for mode in road.MODES:
         highest = []
-        for length in (MIB, size):
+        for length in (road.MIB, size):
             with road.Road(options, length) as way:
-                highest.append(holdings(way, mode, 0, 1)[1][3])
+                highest.append(holdings(way, mode, "download")[0][3])
         growths.append(highest[1] - highest[0])
         road.expect(growths[-1] <= GROWTH, f"{mode}: {highest[0]} bytes became {highest[1]}")
-    more = " and ".join(f"{growth / MIB:.1f}" for growth in growths)
-    return len(growths), f"a check with {size // MIB} MiB held {more} MiB more than one with 1 MiB"
+    more = " and ".join(f"{growth / road.MIB:.1f}" for growth in growths)
+    return len(growths), f"{size // road.MIB} MiB took {more} MiB more than 1 MiB did"
 
 
 def many_checks(options):
     no_figures_under_sanitizers(options)
     checks = 200 if options.long else 20
     grown = []
-    with road.Road(options, MIB) as way:
+    with road.Road(options, road.MIB) as way:
         for mode in road.MODES:
             before, after = holdings(way, mode, 20, checks)
             road.expect(before[:2] == after[:2], f"threads and descriptors: {before}, {after}")
@@ -59,7 +58,7 @@ def valgrind(options):
     road.need("valgrind")
     memcheck = ["valgrind", "--quiet", "--error-exitcode=99", "--leak-check=full",
                 "--show-leak-kinds=definite", "--errors-for-leak-kinds=definite"]
-    half = MIB // 2
+    half = road.MIB // 2
 
     def nothing(way):
         pass
@@ -68,7 +67,7 @@ def valgrind(options):
         way.partial.write_bytes(way.installer[:half])
 
     def spoilt(way):
-        way.partial.write_bytes(bytes(MIB))
+        way.partial.write_bytes(bytes(road.MIB))
 
     def complete(way):
         way.partial.write_bytes(way.installer)
@@ -78,7 +77,7 @@ def valgrind(options):
 
     ways = {nothing: 0, part: 0, spoilt: 1, complete: 0, image: 0}
     variants = 0
-    with road.Road(options, MIB) as way:
+    with road.Road(options, road.MIB) as way:
         for mode in road.MODES:
             for prepare, expected in ways.items() if options.long else [(part, 0)]:
                 way.clear()

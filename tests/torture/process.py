@@ -10,8 +10,6 @@ import time
 
 import road
 
-MIB = 1 << 20
-
 
 class Ledger:
     """The lengths of the partial file between the runs, against where the service saw downloads
@@ -52,14 +50,13 @@ class Ledger:
                         lambda: not self.grown - starts())
         road.expect(not starts() - self.begun, f"begun elsewhere: {starts() - self.begun}")
 
-
 def random_moments(options):
     """Kills at moments spread over the time that an undisturbed run takes, and at lengths of the
     file spread over what is still to come."""
     wanted = 200 if options.long else 6
     moments = random.Random(options.seed)
     kills = journeys = 0
-    with road.Road(options, 64 * MIB) as way:
+    with road.Road(options, 64 * road.MIB) as way:
         ledger = Ledger(way)
         start = time.monotonic()
         ledger.run()
@@ -84,11 +81,9 @@ def random_moments(options):
     return kills, (f"{journeys} installers complete, {resumed} downloads resumed where the file on "
                    "disk ended and none elsewhere")
 
-
 CHANGES = ("write", "ftruncate", "fsync", "fdatasync", "linkat", "rename", "renameat2", "unlink",
            "mkdir", "flock", "fchmod", "chmod")
 LOOKS = ("openat", "close", "access", "statx", "newfstatat")
-
 
 def each_call(options):
     """Kills at the first, second, ... call of each kind, until a run has no more of it to offer.
@@ -117,7 +112,6 @@ def each_call(options):
                         road.expect(not ledger.run(mode=mode), "killed by nobody")
                         ledger.settle()
     return variants, "one further run completes the installer, from where the file on disk ended"
-
 
 if __name__ == "__main__":
     road.run(__doc__, {"random-moments": random_moments, "each-call": each_call})
