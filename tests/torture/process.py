@@ -26,7 +26,7 @@ class Ledger:
         process = self.way.start(**how)
         road.wait_until("the run ends", lambda: process.poll() is not None or until())
         process.kill()
-        outcome = self.way.finish(process, may_be_killed=True)
+        outcome = self.way.finish(process, may_end_by=signal.SIGKILL)
         self.way.holds()
         killed = outcome.status == -signal.SIGKILL
         road.expect(killed or (outcome.status == 0 and self.way.image.is_file()),

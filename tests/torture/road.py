@@ -14,7 +14,6 @@ import pathlib
 import random
 import re
 import shutil
-import signal
 import stat
 import subprocess
 import sys
@@ -178,7 +177,7 @@ class Road:
         self.started.append(process)
         return process
 
-    def finish(self, process, may_be_killed=False):
+    def finish(self, process, may_end_by=None):
         """Waits for the end, which is never a crash and never far away."""
         try:
             output, errors = process.communicate(timeout=PATIENCE)
@@ -187,8 +186,8 @@ class Road:
             process.communicate()
             raise Broken(f"still running after {PATIENCE} s: {process.args}") from None
         outcome = Outcome(process.returncode, output, errors)
-        is_kill = outcome.status == -signal.SIGKILL and may_be_killed
-        expect(outcome.status >= 0 or is_kill, f"crashed: {outcome}")
+        is_expected = may_end_by is not None and outcome.status == -may_end_by
+        expect(outcome.status >= 0 or is_expected, f"crashed: {outcome}")
         return outcome
 
     def check(self, **how):
