@@ -59,14 +59,12 @@ def size(bench):
         return lambda: json.loads(fetch().output)
 
     samples = race(bench.rounds, {one: measured(one) for one in sizes})
-    for one in sizes:
-        for work in ("download", "digest"):
-            each = [sample[work] / one * 1e9 for sample in samples[one]]
-            yield Row(7, f"{work} of {one // MIB} MiB", "ns/byte", statistics.median(each))
-    large = [one for one in sizes if one >= bench.size(64)]
     for work in ("download", "digest"):
-        each = {one: [sample[work] / one * 1e9 for sample in samples[one]] for one in large}
-        by_time = sorted(large, key=lambda one: statistics.median(each[one]))
+        each = {one: [sample[work] / one * 1e9 for sample in samples[one]] for one in sizes}
+        for one in sizes:
+            yield Row(7, f"{work} of {one / MIB:g} MiB", "ns/byte", statistics.median(each[one]))
+        by_time = sorted((one for one in sizes if one >= bench.size(64)),
+                         key=lambda one: statistics.median(each[one]))
         yield compare(7, f"{work}: dearest size from 64 MiB up against the cheapest", "ns/byte",
                       each[by_time[-1]], each[by_time[0]], "", limit=1.15)
     peaks = {one: max(sample["peakKiB"] for sample in samples[one]) / KIB for one in sizes}
@@ -74,32 +72,42 @@ def size(bench):
     yield Row(7, "the same, smallest file", "MiB", peaks[sizes[0]])
 
 
-def sealing(bench):
-    """The micro-benchmarks. What a text's sealing takes beyond its cipher is the digits."""
+def medians(bench, **environment):
+    """Runs the micro-benchmarks; nanoseconds of the processor by name and length of the text."""
     repetitions = max(bench.rounds, 3)
     output = run((bench.bin / "bench-sealing", "--benchmark_format=json",
                   f"--benchmark_repetitions={repetitions}", "--benchmark_min_time=0.02",
-                  "--benchmark_enable_random_interleaving=true"), bench.folder).output
-    results = json.loads(output[output.index("{"):])["benchmarks"]
-    times = {}  # By name and size, in nanoseconds of the processor.
-    for result in results:
+                  "--benchmark_enable_random_interleaving=true"), bench.folder,
+                 **environment).output
+    times = {}
+    for result in json.loads(output[output.index("{"):])["benchmarks"]:
+        if result.get("error_occurred"):
+            raise Failed(f"{result['run_name']}: {result['error_message']}")
         if result["run_type"] == "iteration":
-            if result.get("error_occurred"):
-                raise Failed(f"{result['run_name']}: {result['error_message']}")
             name, _, length = result["run_name"].partition("/")
-            scale = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}[result["time_unit"]]
-            times.setdefault((name, int(length or 0)), []).append(result["cpu_time"] * scale)
+            times.setdefault((name, int(length or 0)), []).append(result["cpu_time"])
+    return {key: statistics.median(values) for key, values in times.items()}
 
-    median = {key: statistics.median(values) for key, values in times.items()}
-    lengths = sorted(length for name, length in times if name == "seal")
+
+def flatness(median, name, what, limit=None):
+    per_byte = {length: time / length for (of, length), time in median.items()
+                if of == name and length >= KIB}
+    dearest, cheapest = max(per_byte, key=per_byte.get), min(per_byte, key=per_byte.get)
+    return Row(6, f"{name} {what}", "ns/byte", per_byte[dearest], per_byte[cheapest],
+               f"({dearest} against {cheapest} bytes)", limit=limit)
+
+
+def sealing(bench):
+    """What a text's sealing takes beyond its cipher is the digits. A second run, which changes
+    nothing but that the allocator keeps what is freed, shows the share of new memory pages."""
+    median = medians(bench)
+    kept = medians(bench, GLIBC_TUNABLES="glibc.malloc.mmap_threshold=2147483648:"
+                                         "glibc.malloc.trim_threshold=4294967296")
     for name in ("seal", "unseal"):
         yield Row(6, f"{name} 16 bytes", "ns", median[name, 16])
-        per_byte = {length: median[name, length] / length for length in lengths if length >= KIB}
-        dearest, cheapest = max(per_byte, key=per_byte.get), min(per_byte, key=per_byte.get)
-        yield Row(6, f"{name}: dearest size from 1 KiB up against the cheapest", "ns/byte",
-                  per_byte[dearest], per_byte[cheapest], f"({dearest} B against {cheapest} B)",
-                  limit=1.20)
-    for length in (length for length in lengths if length in (KIB, 64 * KIB, 16 * MIB)):
+        yield flatness(median, name, "dearest size from 1 KiB up against cheapest", limit=1.20)
+        yield flatness(kept, name, "the same, freed memory kept")
+    for length in (KIB, 64 * KIB, 16 * MIB):
         written = median["seal", length] - median["encipher", length]
         yield Row(6, f"writing the digits of {length} bytes", "ns/byte", written / length,
                   median["encipher", length] / length, "enciphering", limit=0.1)

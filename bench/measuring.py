@@ -14,6 +14,7 @@ class Failed(Exception):
 @dataclasses.dataclass
 class Ran:
     seconds: float
+    cpu: float  # Seconds of the processor.
     output: str
 
 
@@ -29,13 +30,13 @@ def run(argv, folder, **environment):
     clean = {"PATH": os.environ["PATH"], "HOME": str(folder), "LC_ALL": "C.UTF-8"} | environment
     start = time.perf_counter()
     process = os.posix_spawn(program, [str(part) for part in argv], clean, file_actions=actions)
-    _, status = os.waitpid(process, 0)
+    _, status, usage = os.wait4(process, 0)
     seconds = time.perf_counter() - start
     text = output.read_text(errors="replace")
     if status != 0:
         raise Failed(f"{' '.join(map(str, argv))}: status {os.waitstatus_to_exitcode(status)}: "
                      f"{text.strip()[-400:]}")
-    return Ran(seconds, text)
+    return Ran(seconds, usage.ru_utime + usage.ru_stime, text)
 
 
 def race(rounds, runners):

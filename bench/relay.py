@@ -27,6 +27,10 @@ class DelayRelay:
             self._loop.call_soon_threadsafe(self._loop.stop)
             thread.join()
             server.close()
+            for task in asyncio.all_tasks(self._loop):
+                task.cancel()
+            self._loop.run_until_complete(asyncio.sleep(0))
+            self._loop.close()
 
     async def _accept(self, reader, writer):
         far_reader, far_writer = await asyncio.open_connection("127.0.0.1", self._server_port)

@@ -14,17 +14,24 @@ def seconds_of(folder, *argv):
     return lambda: run(argv, folder).seconds
 
 
+def parts_of(runs):
+    """The times of runs by name, and the same of the processor alone."""
+    return ({name: [ran.seconds for ran in of_one] for name, of_one in runs.items()},
+            {name: [ran.cpu for ran in of_one] for name, of_one in runs.items()})
+
+
 def digest(bench):
     zvupdate = bench.bin / "zvupdate"
     large = bench.file("large", bench.size(1024))
-    samples = race(bench.rounds, {
-        "zvupdate": seconds_of(bench.folder, zvupdate, "digest", large),
-        "md5sum": seconds_of(bench.folder, "md5sum", large),
-        "openssl": seconds_of(bench.folder, "openssl", "md5", large),
-    })
+    samples, cpu = parts_of(race(bench.rounds, {
+        "zvupdate": lambda: run((zvupdate, "digest", large), bench.folder),
+        "md5sum": lambda: run(("md5sum", large), bench.folder),
+        "openssl": lambda: run(("openssl", "md5", large), bench.folder),
+    }))
     peer = fastest(samples, ("md5sum", "openssl"))
     yield compare(1, "digest of 1 GiB in the page cache", "s", samples["zvupdate"], samples[peer],
                   peer, limit=1.00)
+    yield compare(1, "of that, processor time", "s", cpu["zvupdate"], cpu[peer], peer)
 
     small = bench.file("small", MIB)
     often = 10  # One run is too short to be a sample.
@@ -69,10 +76,11 @@ def download(bench):
         "aria2c": ("aria2c", "--quiet", f"--dir={bench.folder}", f"--out={target.name}",
                    f"{url}{source.name}"),
     }.items()})
-    samples = {name: [ran.seconds for ran in of_one] for name, of_one in runs.items()}
+    samples, cpu = parts_of(runs)
     for peer, limit in (("curl", 0.90), ("wget", 0.5), ("aria2c", 0.35)):
         yield compare(2, f"download of 1 GiB against {peer}", "s", samples["session"],
                       samples[peer], peer, limit)
+    yield compare(2, "of that, processor time against curl", "s", cpu["session"], cpu["curl"], "curl")
     yield compare(2, "download of 1 GiB, connection mode", "s", samples["connection"],
                   samples["curl"], "curl", 0.90)
     for mode in ours:
@@ -80,10 +88,9 @@ def download(bench):
         yield Row(2, f"peak memory of that, {mode} mode", "MiB", peak / 1024, limit=32)
 
     half = size // 2
-    runs = race(bench.rounds, {
+    samples, _ = parts_of(race(bench.rounds, {
         "session": fetching(bench, ours["session"], target, size, half),
-        "curl": fetching(bench, (*curl, "-C", "-"), target, size, half)})
-    samples = {name: [ran.seconds for ran in of_one] for name, of_one in runs.items()}
+        "curl": fetching(bench, (*curl, "-C", "-"), target, size, half)}))
     yield compare(2, "resuming the second half of 1 GiB", "s", samples["session"],
                   samples["curl"], "curl -C -", 0.90)
 
