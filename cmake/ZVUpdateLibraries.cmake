@@ -47,20 +47,48 @@ target_link_libraries(zvupdate_core_objects
 file(MAKE_DIRECTORY ${PROJECT_BINARY_DIR}/include)
 file(CREATE_LINK ${PROJECT_SOURCE_DIR} ${PROJECT_BINARY_DIR}/include/ZVUpdate SYMBOLIC)
 
+# What both libraries have in common: their version, what they export, and their form on macOS.
+function(zvupdate_set_up_library library)
+    target_compile_features(${library} PUBLIC cxx_std_20)
+    target_include_directories(${library}
+        INTERFACE $<BUILD_INTERFACE:${PROJECT_BINARY_DIR}/include>)
+    set_target_properties(${library} PROPERTIES
+        VERSION ${PROJECT_VERSION}
+        SOVERSION ${PROJECT_VERSION_MAJOR})
+    # Named one by one rather than by linking to zvupdate_compile_options, which is not exported.
+    target_link_options(${library} PRIVATE
+        $<TARGET_PROPERTY:zvupdate_compile_options,INTERFACE_LINK_OPTIONS>)
+
+    get_target_property(type ${library} TYPE)
+    if(type STREQUAL "SHARED_LIBRARY" AND CMAKE_SYSTEM_NAME STREQUAL "Linux")
+        set(map ${PROJECT_SOURCE_DIR}/cmake/ZVUpdate.map)
+        target_link_options(${library} PRIVATE LINKER:--version-script=${map})
+        set_property(TARGET ${library} APPEND PROPERTY LINK_DEPENDS ${map})
+    endif()
+
+    # On macOS each library is a framework, whose install name is
+    # @rpath/LIBRARY.framework/Versions/A/LIBRARY. Nothing has been built on macOS yet: there these
+    # lines, like the rest, are still to be tried.
+    set_target_properties(${library} PROPERTIES
+        FRAMEWORK ON
+        FRAMEWORK_VERSION A
+        MACOSX_FRAMEWORK_IDENTIFIER invalid.zvupdate.${library}
+        MACOSX_FRAMEWORK_BUNDLE_VERSION ${PROJECT_VERSION}
+        MACOSX_FRAMEWORK_SHORT_VERSION_STRING ${PROJECT_VERSION}
+        MACOSX_RPATH ON
+        INSTALL_NAME_DIR "@rpath"
+        MACHO_COMPATIBILITY_VERSION ${PROJECT_VERSION_MAJOR}.0.0
+        MACHO_CURRENT_VERSION ${PROJECT_VERSION})
+endfunction()
+
 add_library(ZVUpdateCore)
 add_library(ZVUpdate::Core ALIAS ZVUpdateCore)
 target_sources(ZVUpdateCore PRIVATE $<TARGET_OBJECTS:zvupdate_core_objects>)
 target_link_libraries(ZVUpdateCore
     PUBLIC Qt6::Core
-    PRIVATE CURL::libcurl OpenSSL::Crypto Threads::Threads
-        $<BUILD_INTERFACE:zvupdate_compile_options>)
-target_include_directories(ZVUpdateCore
-    INTERFACE $<BUILD_INTERFACE:${PROJECT_BINARY_DIR}/include>)
-target_compile_features(ZVUpdateCore PUBLIC cxx_std_20)
-set_target_properties(ZVUpdateCore PROPERTIES
-    EXPORT_NAME Core
-    VERSION ${PROJECT_VERSION}
-    SOVERSION ${PROJECT_VERSION_MAJOR})
+    PRIVATE CURL::libcurl OpenSSL::Crypto Threads::Threads)
+set_target_properties(ZVUpdateCore PROPERTIES EXPORT_NAME Core)
+zvupdate_set_up_library(ZVUpdateCore)
 
 if(ZVUPDATE_BUILD_TESTS)
     add_library(zvupdate_core_internals STATIC)

@@ -1,6 +1,6 @@
 # The library that adds the prompt window. Without it, the core alone serves hosts that have a user
 # interface of their own, and needs nothing of Qt but Qt Core.
-find_package(Qt6 6.4 QUIET OPTIONAL_COMPONENTS Widgets UiTools DBus LinguistTools)
+find_package(Qt6 ${ZVUPDATE_QT_MINIMUM} QUIET OPTIONAL_COMPONENTS Widgets UiTools DBus LinguistTools)
 foreach(part Qt6::Widgets Qt6::UiTools Qt6::DBus Qt6::lrelease)
     if(NOT TARGET ${part})
         message(FATAL_ERROR "The prompt window needs ${part}, which was not found. Install Qt "
@@ -63,10 +63,8 @@ add_library(ZVUpdate::ZVUpdate ALIAS ZVUpdate)
 target_sources(ZVUpdate PRIVATE $<TARGET_OBJECTS:zvupdate_window_objects>)
 target_link_libraries(ZVUpdate
     PUBLIC ZVUpdateCore
-    PRIVATE Qt6::Widgets Qt6::UiTools Qt6::DBus $<BUILD_INTERFACE:zvupdate_compile_options>)
-set_target_properties(ZVUpdate PROPERTIES
-    VERSION ${PROJECT_VERSION}
-    SOVERSION ${PROJECT_VERSION_MAJOR})
+    PRIVATE Qt6::Widgets Qt6::UiTools Qt6::DBus)
+zvupdate_set_up_library(ZVUpdate)
 
 if(ZVUPDATE_BUILD_TESTS)
     add_library(zvupdate_window_internals STATIC)
