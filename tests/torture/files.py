@@ -279,7 +279,7 @@ def vanishing(options):
     variants = missed = cut_off = 0
     with road.Road(options, 64 << 20 if options.long else 16 << 20) as way:
         start = time.monotonic()
-        way.arrives()
+        way.check()
         usual = time.monotonic() - start
         acts = (remove, remake, move_away, replace, shorten)
         for act, _ in itertools.product(acts, range(20 if options.long else 2)):
