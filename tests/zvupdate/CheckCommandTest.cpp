@@ -30,6 +30,21 @@ QJsonObject resultEvent(int code)
     return {{u"event"_s, u"result"_s}, {u"code"_s, code}};
 }
 
+QJsonObject offerEvent()
+{
+    return {{u"event"_s, u"offer"_s}, {u"version"_s, u"2"_s}, {u"notes"_s, u"en notes"_s}};
+}
+
+/// The events of a check but for the first, which must be the one that starts each.
+QList<QJsonObject> eventsOf(const QString &output)
+{
+    QList<QJsonObject> events = eventsIn(output);
+    EXPECT_EQ(
+        events.value(0),
+        (QJsonObject{{u"event"_s, u"start"_s}, {u"interface"_s, 1}, {u"program"_s, u"1.0.0"_s}}));
+    return events.mid(1);
+}
+
 /// Runs the program against a service, with a directory and preferences that start empty.
 class CheckCommandTest : public testing::TestWithParam<const char *>
 {
@@ -85,22 +100,24 @@ TEST_P(CheckCommandTest, FetchesAnInstallerAndTellsProgramsHow)
     EXPECT_EQ(status, 0);
     EXPECT_EQ(errors, QString());
     EXPECT_EQ(readFile(diskImage_), offer.file);
-    const auto events = eventsIn(output);
-    ASSERT_GE(events.size(), 3);
-    EXPECT_EQ(events.first(), resultEvent(1));
+    const auto events = eventsOf(output);
+    ASSERT_GE(events.size(), 4);
+    EXPECT_EQ(events[0], resultEvent(1));
+    EXPECT_EQ(events[1], offerEvent());
     EXPECT_EQ(events.last(), (QJsonObject{{u"event"_s, u"ready"_s}, {u"path"_s, diskImage_}}));
     qint64 received = 0;
-    for (const QJsonObject &event : events.mid(1, events.size() - 2)) {
+    for (const QJsonObject &event : events.mid(2, events.size() - 3)) {
         EXPECT_EQ(event[u"event"], u"progress"_s);
         EXPECT_EQ(event[u"total"], offer.file.size());
         EXPECT_GT(event[u"received"].toInteger(), received);
         received = event[u"received"].toInteger();
     }
     EXPECT_LE(received, offer.file.size());
-    EXPECT_LE(events.size() - 2, 1 + milliseconds / 100);
-    EXPECT_EQ(output.section(u'\n', 0, 0), u"{\"event\":\"result\",\"code\":1}"_s);
+    EXPECT_LE(events.size() - 3, 1 + milliseconds / 100);
+    EXPECT_EQ(output.section(u'\n', 1, 1), u"{\"event\":\"result\",\"code\":1}"_s);
 
-    EXPECT_EQ(eventsIn(Tool::run(checkInMode()).output), (QList{resultEvent(2), events.last()}));
+    EXPECT_EQ(eventsOf(Tool::run(checkInMode()).output),
+              (QList{resultEvent(2), offerEvent(), events.last()}));
 }
 
 TEST_P(CheckCommandTest, ResumesWhatAKilledProgramLeft)
@@ -130,8 +147,8 @@ TEST_P(CheckCommandTest, FailsWhenTheServiceGoesAwayAndKeepsTheHalf)
 
     const auto [status, output, errors] = tool.end();
     EXPECT_EQ(status, 1);
-    EXPECT_EQ(eventsIn(output).last()[u"event"], u"failed"_s);
-    EXPECT_TRUE(eventsIn(output).last()[u"reason"].toString().contains(u"connection was lost"_s));
+    EXPECT_EQ(eventsOf(output).last()[u"event"], u"failed"_s);
+    EXPECT_TRUE(eventsOf(output).last()[u"reason"].toString().contains(u"connection was lost"_s));
     EXPECT_TRUE(errors.contains(u"download Finish Error: "_s));
     EXPECT_EQ(readFile(temporary_), offer.file.left(offer.file.size() / 2));
 }
@@ -148,8 +165,8 @@ TEST_P(CheckCommandTest, StopsADownloadUponASignal)
         tool.send(signal);
         const auto [status, output, errors] = tool.end();
         EXPECT_EQ(status, 128 + signal);
-        EXPECT_EQ(eventsIn(output).first(), resultEvent(1));
-        EXPECT_EQ(eventsIn(output).last()[u"event"], u"failed"_s);
+        EXPECT_EQ(eventsOf(output).first(), resultEvent(1));
+        EXPECT_EQ(eventsOf(output).last()[u"event"], u"failed"_s);
         EXPECT_EQ(readFile(temporary_), offer.file.left(offer.file.size() / 2));
     }
 }
@@ -167,7 +184,7 @@ TEST_F(CheckCommandTest, StopsAtTheWindowUponASignal)
     tool.send(SIGTERM);
     const auto [status, output, errors] = tool.end();
     EXPECT_EQ(status, 128 + SIGTERM);
-    EXPECT_EQ(eventsIn(output).last(),
+    EXPECT_EQ(eventsOf(output).last(),
               (QJsonObject{{u"event"_s, u"ready"_s}, {u"path"_s, diskImage_}}));
 }
 #endif
@@ -183,8 +200,8 @@ TEST_F(CheckCommandTest, StopsWhileTheServiceIsSilent)
         tool.send(signal);
         const auto [status, output, errors] = tool.end();
         EXPECT_EQ(status, 128 + signal);
-        ASSERT_EQ(eventsIn(output).size(), 1);
-        EXPECT_EQ(eventsIn(output).first()[u"event"], u"failed"_s);
+        ASSERT_EQ(eventsOf(output).size(), 1);
+        EXPECT_EQ(eventsOf(output).first()[u"event"], u"failed"_s);
     }
 }
 
@@ -225,12 +242,17 @@ TEST_F(CheckCommandTest, EndsWithTheStatusOfWhatHappened)
     const Case cases[] = {
         {"no newer version", older, {}, 3, {u"result"_s}, ""},
         {"no token", noToken, {}, 3, {u"result"_s}, ""},
-        {"another file", wrong, {}, 1, {u"result"_s, u"progress"_s, u"failed"_s}, "digest"},
+        {"another file",
+         wrong,
+         {},
+         1,
+         {u"result"_s, u"offer"_s, u"progress"_s, u"failed"_s},
+         "digest"},
         {"another file, nobody told",
          wrong,
          {u"--no-delegate"_s},
          1,
-         {u"result"_s, u"progress"_s, u"failed"_s},
+         {u"result"_s, u"offer"_s, u"progress"_s, u"failed"_s},
          "digest"},
     };
     for (const Case &each : cases) {
@@ -238,7 +260,7 @@ TEST_F(CheckCommandTest, EndsWithTheStatusOfWhatHappened)
         const auto [status, output, errors] = Tool::run(check() + each.options);
         EXPECT_EQ(status, each.status) << each.what;
         QStringList events;
-        const auto all = eventsIn(output);
+        const auto all = eventsOf(output);
         for (const QJsonObject &event : all)
             events.append(event[u"event"].toString());
         events.removeDuplicates();
@@ -253,7 +275,7 @@ TEST_F(CheckCommandTest, FailsWhenTheInstallerCannotGetItsName)
     QDir().mkpath(diskImage_);
     const auto [status, output, errors] = Tool::run(check());
     EXPECT_EQ(status, 1);
-    EXPECT_TRUE(eventsIn(output).last()[u"reason"].toString().contains(diskImage_));
+    EXPECT_TRUE(eventsOf(output).last()[u"reason"].toString().contains(diskImage_));
 }
 
 TEST_F(CheckCommandTest, SkipsACheckThatTheUserHasSwitchedOff)
@@ -261,7 +283,7 @@ TEST_F(CheckCommandTest, SkipsACheckThatTheUserHasSwitchedOff)
     Tool::run({u"preferences"_s, u"--automatic-updating"_s, u"off"_s});
     const auto off = Tool::run(check());
     EXPECT_EQ(off.status, 6);
-    EXPECT_EQ(eventsIn(off.output), QList{resultEvent(6)});
+    EXPECT_EQ(eventsOf(off.output), QList{resultEvent(6)});
     EXPECT_EQ(service_->requests(), QStringList());
 
     // Another application has preferences of its own.
@@ -274,8 +296,8 @@ TEST_F(CheckCommandTest, LeavesAFileForALaterCheckWithoutADelegate)
     for (const int result : {1, 2}) {
         const auto [status, output, errors] = Tool::run(nobody);
         EXPECT_EQ(status, 0);
-        EXPECT_EQ(eventsIn(output).first(), resultEvent(result));
-        EXPECT_EQ(eventsIn(output).last()[u"path"], temporary_);
+        EXPECT_EQ(eventsOf(output).first(), resultEvent(result));
+        EXPECT_EQ(eventsOf(output).last()[u"path"], temporary_);
         EXPECT_EQ(readFile(temporary_), Offer::installer());
         EXPECT_FALSE(QFileInfo::exists(diskImage_));
     }

@@ -11,9 +11,18 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
+// The state of the interface that docs/helper-process.md describes. One more with every addition to
+// it; nothing is ever taken away.
+constexpr int interfaceVersion = 1;
+
 QJsonValue number(uint64_t value)
 {
     return static_cast<qint64>(value);
+}
+
+QJsonValue textOrNull(const std::optional<QString> &text)
+{
+    return text ? QJsonValue(*text) : QJsonValue(QJsonValue::Null);
 }
 
 QString failedEvent(const CheckFailure &failure)
@@ -23,10 +32,23 @@ QString failedEvent(const CheckFailure &failure)
 
 } // namespace
 
-void JsonReporter::answered(int64_t result, const CheckUpdateResponse * /*reply*/,
+void JsonReporter::asking(const CheckSettings & /*settings*/)
+{
+    console_.print(jsonLine({{u"event"_s, u"start"_s},
+                             {u"interface"_s, interfaceVersion},
+                             {u"program"_s, QStringLiteral(ZVUPDATE_VERSION)}}));
+}
+
+void JsonReporter::answered(int64_t result, const CheckUpdateResponse *reply,
                             const QString & /*temporaryPath*/)
 {
     console_.print(jsonLine({{u"event"_s, u"result"_s}, {u"code"_s, qint64(result)}}));
+    if (result != ZVUpdateProc::ZVDownloadStarted && result != ZVUpdateProc::ZVInstallerReady)
+        return;
+    const QString language = std::make_shared<ZVUpdateProc>()->getDefaultLangID();
+    console_.print(jsonLine({{u"event"_s, u"offer"_s},
+                             {u"version"_s, textOrNull(reply->ZVUpdateVersion())},
+                             {u"notes"_s, textOrNull(reply->getUpdateMessageWithLang(language))}}));
 }
 
 void JsonReporter::progressed(const UpdateDownloadProgress &progress)

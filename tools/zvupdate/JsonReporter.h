@@ -4,13 +4,13 @@
 
 class Console;
 
-/// For programs: one JSON object a line on standard output.
+/// For programs: one JSON object a line on standard output, as docs/helper-process.md describes.
 class JsonReporter final : public CheckReporter
 {
 public:
     explicit JsonReporter(Console &console) : console_(console) {}
 
-    void asking(const CheckSettings & /*settings*/) override {}
+    void asking(const CheckSettings &settings) override;
     void answered(int64_t result, const CheckUpdateResponse *reply,
                   const QString &temporaryPath) override;
     void progressed(const UpdateDownloadProgress &progress) override;
