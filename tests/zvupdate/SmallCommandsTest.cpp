@@ -45,6 +45,7 @@ TEST(ArgumentsTest, WrongOnesAreRefusedInOneLineThatNamesThem)
         {right + words("--show-window --product-name N --no-delegate"), "--no-delegate"},
         {right + words("more"), "more"},
         {right + words("--application Name"), "ORGANIZATION/NAME"},
+        {words("doctor --product-id a/b --product-version 1 --directory d"), "--product-id"},
         {words("preferences --application /Name"), "ORGANIZATION/NAME"},
         {words("preferences --automatic-updating maybe"), "maybe"},
         {words("preferences --next-check 2030-02-31"), "2030-02-31"},
@@ -71,7 +72,8 @@ TEST(HelpTest, IsThereForTheProgramAndEachCommand)
 {
     const auto program = Tool::run({u"--help"_s});
     EXPECT_EQ(program.status, 0);
-    for (const char *name : {"check", "preferences", "seal", "unseal", "digest", "language"}) {
+    for (const char *name :
+         {"check", "doctor", "preferences", "seal", "unseal", "digest", "language"}) {
         EXPECT_TRUE(program.output.contains(u"\n  %1 "_s.arg(QLatin1String(name)))) << name;
         const auto command = Tool::run({QLatin1String(name), u"--help"_s});
         EXPECT_EQ(command.status, 0);

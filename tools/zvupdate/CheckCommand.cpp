@@ -2,6 +2,7 @@
 #include "Arguments.h"
 #include "Commands.h"
 #include "Console.h"
+#include "HostArguments.h"
 #include "JsonReporter.h"
 #include "PromptWindow.h"
 #include "TextReporter.h"
@@ -10,7 +11,6 @@
 #include <ZVUpdate/ZVUpdate.h>
 
 #include <QCoreApplication>
-#include <QDir>
 #include <QFileInfo>
 
 #include <csignal>
@@ -61,14 +61,6 @@ void surviveBrokenPipes()
     std::signal(SIGPIPE, [](int) {});
 }
 
-// A relative path is taken from the current directory. One with ".." is not simplified, which would
-// be wrong behind a symbolic link.
-QString absolutePath(const QString &path)
-{
-    const QString absolute = QDir::current().absoluteFilePath(path);
-    return absolute.contains(u".."_s) ? absolute : QDir::cleanPath(absolute);
-}
-
 std::optional<QString> problem(const CheckSettings &settings, bool showsWindow)
 {
     if (showsWindow && !settings.productName)
@@ -80,9 +72,8 @@ std::optional<QString> problem(const CheckSettings &settings, bool showsWindow)
     const auto obstacle = showsWindow ? PromptWindow::obstacle() : std::nullopt;
     if (obstacle)
         return u"--show-window: "_s + *obstacle;
-    if (!UpdateFiles::named(settings.directory, settings.productID, u"1"_s))
-        return u"--product-id: \"%1\" cannot be part of a file name; give the identifier by which "
-               "the service knows the product"_s.arg(settings.productID);
+    if (const auto wrong = HostArguments::problem(settings.productID, settings.directory))
+        return wrong;
     const QFileInfo directory(settings.directory);
     if (directory.exists() && !directory.isDir())
         return u"--directory: %1 is not a directory; give one for the update files"_s.arg(
@@ -95,7 +86,7 @@ int check(const Arguments &arguments, Console &console)
     const CheckSettings settings = {
         .productID = *arguments.value(u"product-id"_s),
         .productVersion = *arguments.value(u"product-version"_s),
-        .directory = absolutePath(*arguments.value(u"directory"_s)),
+        .directory = HostArguments::absoluteDirectory(arguments),
         .withDelegate = !arguments.isSet(u"no-delegate"_s),
         .debug = arguments.isSet(u"debug"_s),
         .productName = arguments.value(u"product-name"_s),
@@ -142,10 +133,9 @@ Command checkCommand()
              "{\"event\":\"window\",\"action\":\"update\"|\"cancel\"|\"closed\"} after that, with "
              "--show-window"_s},
         .options =
-            {{u"product-id"_s, u"ID"_s, u"The product's identifier at the update service."_s, true},
-             {u"product-version"_s, u"VERSION"_s, u"The version that is installed."_s, true},
-             {u"directory"_s, u"DIR"_s,
-              u"Where update files are kept. It is created when it is missing."_s, true},
+            {HostArguments::productID(),
+             HostArguments::productVersion(),
+             HostArguments::directory(),
              {u"no-delegate"_s,
               {},
               u"Fetches the installer for a later check: the verified file stays under its "

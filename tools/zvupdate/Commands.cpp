@@ -2,6 +2,6 @@
 
 std::vector<Command> allCommands()
 {
-    return {checkCommand(),  preferencesCommand(), sealCommand(),
-            unsealCommand(), digestCommand(),      languageCommand()};
+    return {checkCommand(),  doctorCommand(), preferencesCommand(), sealCommand(),
+            unsealCommand(), digestCommand(), languageCommand()};
 }

@@ -8,6 +8,7 @@
 std::vector<Command> allCommands();
 
 Command checkCommand();
+Command doctorCommand();
 Command preferencesCommand();
 Command sealCommand();
 Command unsealCommand();

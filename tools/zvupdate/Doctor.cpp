@@ -1,0 +1,346 @@
+#include "Doctor.h"
+
+#include "ProgressLine.h"
+
+#include <QDateTime>
+#include <QDir>
+#include <QFileInfo>
+#include <QRegularExpression>
+#include <QSettings>
+#include <QStorageInfo>
+#include <QUrl>
+
+#include <limits>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+QString size(qint64 bytes)
+{
+    return ProgressLine::size(static_cast<uint64_t>(bytes));
+}
+
+// The directory itself, or the nearest one above it that is there, in which it would be created.
+QFileInfo existingPart(const QString &directory)
+{
+    QFileInfo part(directory);
+    while (!part.exists() && !part.isSymbolicLink() && !part.isRoot())
+        part.setFile(part.path());
+    return part;
+}
+
+bool isUsable(const QFileInfo &directory)
+{
+    return directory.isDir() && directory.isWritable() && directory.isExecutable();
+}
+
+// The library logs why an exchange failed, and answers only that it did.
+class LoggedReason
+{
+public:
+    LoggedReason()
+    {
+        text().clear();
+        former_ = qInstallMessageHandler(
+            [](QtMsgType, const QMessageLogContext &, const QString &message) {
+                constexpr auto start = "connect error: "_L1;
+                if (message.startsWith(start))
+                    text() = message.sliced(start.size());
+            });
+    }
+    ~LoggedReason() { qInstallMessageHandler(former_); }
+
+    LoggedReason(const LoggedReason &) = delete;
+    LoggedReason &operator=(const LoggedReason &) = delete;
+
+    static QString &text()
+    {
+        static QString text;
+        return text;
+    }
+
+private:
+    QtMessageHandler former_ = nullptr;
+};
+
+} // namespace
+
+Doctor::Doctor(const QString &productID, const QString &productVersion, const QString &directory,
+               const Report &report)
+    : productID_(productID), productVersion_(productVersion), directory_(directory), report_(report)
+{
+}
+
+bool Doctor::examine()
+{
+    examineClock();
+    examinePreferences();
+    examineSwitch();
+    examineDirectory();
+    // Each of these needs the one before.
+    if (examineAddress() && examineReply() && examineToken())
+        examineSize();
+    examineRoom();
+    examineFiles();
+    return isAllWell_;
+}
+
+void Doctor::well(const QString &name, const QString &message)
+{
+    report_({name, message});
+}
+
+bool Doctor::wrong(const QString &name, const QString &message, const QString &remedy)
+{
+    report_({name, message, remedy});
+    isAllWell_ = false;
+    return false;
+}
+
+// HTTPS fails with a clock that is far off, and the date of the next check means nothing.
+void Doctor::examineClock()
+{
+    const QDateTime now = QDateTime::currentDateTimeUtc();
+    const QDate built = QDate::fromString(QStringLiteral(ZVUPDATE_BUILD_DATE), Qt::ISODate);
+    const QString shown = now.toString(Qt::ISODate);
+    if (now.date() < built.addDays(-1)) // The builder's clock may be ahead by a little.
+        wrong(u"clock"_s,
+              u"The clock shows %1, which is before this program was built."_s.arg(shown),
+              u"Set it."_s);
+    else
+        well(u"clock"_s, u"The clock shows %1."_s.arg(shown));
+}
+
+void Doctor::examinePreferences()
+{
+    const QString path = QSettings().fileName();
+    const QFileInfo file(path);
+    if (!UpdatePreferences::synchronise())
+        wrong(u"preferences"_s, u"%1 cannot be read."_s.arg(path),
+              u"Make it readable, or remove it if it is damaged."_s);
+    else if (!isUsable(existingPart(file.path())) || (file.exists() && !file.isWritable()))
+        wrong(u"preferences"_s, u"%1 cannot be written."_s.arg(path),
+              u"Make it and its folder writable."_s);
+    else
+        well(u"preferences"_s, u"%1 can be read and written."_s.arg(path));
+}
+
+void Doctor::examineSwitch()
+{
+    const auto automatic = UpdatePreferences::automaticUpdating();
+    const auto nextCheck = UpdatePreferences::nextCheckDate();
+    if (automatic == false)
+        wrong(u"automatic-updating"_s,
+              u"Automatic updating is switched off, so that every check is skipped."_s,
+              u"If that is not meant, give \"zvupdate preferences --automatic-updating on\", with "
+              "the same --application."_s);
+    else if (!automatic && nextCheck && *nextCheck > QDateTime::currentDateTimeUtc())
+        wrong(u"automatic-updating"_s,
+              u"The next check is not made before %1."_s.arg(
+                  nextCheck->toUTC().toString(Qt::ISODate)),
+              u"If that is not meant, give \"zvupdate preferences --next-check unset\", with the "
+              "same --application."_s);
+    else
+        well(u"automatic-updating"_s,
+             automatic
+                 ? u"Automatic updating is switched on."_s
+                 : u"Automatic updating has never been set; the first check switches it on."_s);
+}
+
+void Doctor::examineDirectory()
+{
+    const QFileInfo part = existingPart(directory_);
+    if (!part.isDir())
+        wrong(u"directory"_s, u"%1 is not a directory."_s.arg(part.filePath()),
+              u"Remove what is there, or choose another --directory."_s);
+    else if (!isUsable(part))
+        wrong(u"directory"_s, u"%1 cannot be written to."_s.arg(part.filePath()),
+              u"Make it writable, or choose another --directory."_s);
+    else
+        well(u"directory"_s, part.filePath() == directory_
+                                 ? u"%1 can be written to."_s.arg(directory_)
+                                 : u"%1 can be created by a check."_s.arg(directory_));
+}
+
+bool Doctor::examineAddress()
+{
+    const QString address = client_.mBaseURL();
+    const QUrl url(address, QUrl::StrictMode);
+    const QString file = QDir::home().filePath(u"Documents/ConsoleZVUpdate.mac"_s);
+    const bool isOverridden = QFileInfo(file).isFile();
+    const QString place = isOverridden ? u"write it anew in %1, or remove that"_s.arg(file)
+                                       : u"build the library with ZVUPDATE_SERVICE_URL set to it"_s;
+
+    const bool isHttp = url.scheme() == u"http"_s || url.scheme() == u"https"_s;
+    if (!url.isValid() || !isHttp || url.host().isEmpty() || !address.endsWith(u"dt="_s))
+        return wrong(u"address"_s,
+                     u"The service's address, \"%1\", is not an http or https URL that ends in "
+                     "\"dt=\", without a line end."_s.arg(address),
+                     u"Get the right one, and "_s + place + u'.');
+    if (url.host().endsWith(u".invalid"_s))
+        return wrong(u"address"_s,
+                     u"The service's address is that of no service: %1"_s.arg(address),
+                     u"Get the maker's, and "_s + place + u'.');
+
+    QString message = u"The service's address is %1"_s.arg(address);
+    if (isOverridden)
+        message += u", from %1"_s.arg(file);
+    if (url.scheme() == u"http"_s)
+        message += u"; without HTTPS, whoever can change the traffic can offer any file"_s;
+    well(u"address"_s, message + u'.');
+    return true;
+}
+
+bool Doctor::examineReply()
+{
+    const LoggedReason reason;
+    const auto reply = client_.doCheckUpdate(productID_, productVersion_);
+    if (!LoggedReason::text().isEmpty())
+        return wrong(u"service"_s, u"The service cannot be asked. "_s + LoggedReason::text(),
+                     u"Check the network, the service, and its address."_s);
+    const QString message = reply->msg().value_or(QString());
+    if (!reply->ok() && message.isEmpty())
+        return wrong(u"service"_s, u"The service's answer to a check makes no sense."_s,
+                     u"Check that its address leads to an update service, and that this speaks the "
+                     "protocol."_s);
+    if (!reply->ok()) {
+        well(u"service"_s, u"The service has no update for version %1 of %2; it says: %3"_s.arg(
+                               productVersion_, productID_, message));
+        return true;
+    }
+
+    const auto version = reply->ZVUpdateVersion();
+    if (!version || !reply->ZVMD5())
+        return wrong(u"service"_s, u"The service says that there is an update, but not which."_s,
+                     u"Have it seal the reply's data with the protocol's key, with a version and a "
+                     "digest in them."_s);
+    files_ = UpdateFiles::named(directory_, productID_, *version);
+    digest_ = reply->ZVMD5()->toLower();
+    static const QRegularExpression digestForm(u"\\A[0-9a-f]{32}\\z"_s);
+    if (!files_)
+        return wrong(
+            u"service"_s,
+            u"The service offers \"%1\", which cannot be part of a file name."_s.arg(*version),
+            u"Have it offer a version of digits."_s);
+    if (!digestForm.match(digest_).hasMatch())
+        return wrong(u"service"_s,
+                     u"The service announces \"%1\", which is no MD5 digest."_s.arg(digest_),
+                     u"Have it announce 32 hexadecimal digits."_s);
+    well(u"service"_s, u"The service offers version %1."_s.arg(*version));
+    return true;
+}
+
+bool Doctor::examineToken()
+{
+    const LoggedReason reason;
+    const auto reply = client_.doGetToken();
+    token_ = reply->ID().value_or(QString());
+    if (!reply->ok() || token_.isEmpty())
+        return wrong(u"token"_s,
+                     u"The service hands out no download token. "_s +
+                         (LoggedReason::text().isEmpty() ? reply->msg().value_or(QString())
+                                                         : LoggedReason::text()),
+                     u"Look into the service's log."_s);
+    well(u"token"_s, u"The service hands out download tokens."_s);
+    return true;
+}
+
+void Doctor::examineSize()
+{
+    if (!files_)
+        return;
+    const uint64_t size = client_.doGetFileSize(token_, files_->serviceFileName);
+    if (size == 0) {
+        wrong(u"size"_s, u"The service tells no size of %1."_s.arg(files_->serviceFileName),
+              u"Have it answer HEAD with the installer's Content-Length; look into its log."_s);
+    } else if (size == std::numeric_limits<uint64_t>::max()) {
+        well(u"size"_s, u"The service announces no size of %1; progress cannot be shown."_s.arg(
+                            files_->serviceFileName));
+    } else {
+        size_ = size;
+        well(u"size"_s, u"%1 has %2."_s.arg(files_->serviceFileName, ProgressLine::size(size)));
+    }
+}
+
+void Doctor::examineRoom()
+{
+    const QStorageInfo storage(existingPart(directory_).filePath());
+    const qint64 room = storage.bytesAvailable();
+    if (!storage.isValid() || room < 0)
+        return; // What is wrong with the directory has been said.
+    const qint64 there = files_ ? QFileInfo(files_->temporaryPath).size() : 0;
+    const auto needed = size_ ? static_cast<qint64>(*size_) - there : qint64(1);
+    if (room < needed)
+        wrong(u"room"_s,
+              u"There is room for %1 in %2, and %3 are still to come."_s.arg(size(room), directory_,
+                                                                             size(needed)),
+              u"Make room, or choose another --directory."_s);
+    else
+        well(u"room"_s, u"There is room for %1."_s.arg(size(room)));
+}
+
+void Doctor::examineFiles()
+{
+    const QString last = UpdatePreferences::lastDownloadDigest().value_or(u"unset"_s);
+    well(u"last-download"_s, u"The digest of the last download is %1%2."_s.arg(
+                                 last, last == digest_ ? u", which is offered"_s : QString()));
+    if (!files_)
+        listFiles();
+    else if (examineInstaller())
+        examineTemporaryFile();
+}
+
+// Without an offer nothing can be said about the files but that they are there.
+void Doctor::listFiles()
+{
+    QStringList names;
+    const auto files = QDir(directory_).entryInfoList({u"*.bin"_s, u"*.dmg"_s}, QDir::Files);
+    for (const QFileInfo &file : files) {
+        if (file.fileName().startsWith(productID_ + u'_'))
+            names.append(u"%1 (%2)"_s.arg(file.fileName(), size(file.size())));
+    }
+    well(u"files"_s, names.isEmpty() ? u"There are no update files."_s
+                                     : u"Update files: %1."_s.arg(names.join(u", "_s)));
+}
+
+// Whether the temporary file is still of interest.
+bool Doctor::examineInstaller()
+{
+    const QFileInfo file(files_->diskImagePath);
+    if (!file.exists() && !file.isSymbolicLink())
+        return true;
+    if (!file.isFile())
+        return wrong(u"files"_s,
+                     u"%1 is in the installer's place, and no file."_s.arg(file.filePath()),
+                     u"Remove it."_s);
+    if (ZVMisc::getFileMD5(file.filePath()) == digest_)
+        well(u"files"_s, u"The installer is there and verified: %1"_s.arg(file.filePath()));
+    else
+        well(u"files"_s,
+             u"%1 is not what is offered; the next check removes it."_s.arg(file.filePath()));
+    return false;
+}
+
+void Doctor::examineTemporaryFile()
+{
+    const QFileInfo file(files_->temporaryPath);
+    const QString path = file.filePath();
+    if (!file.exists() && !file.isSymbolicLink())
+        return well(u"files"_s, u"Nothing has been downloaded yet."_s);
+    if (!file.isFile()) {
+        wrong(u"files"_s, u"%1 is in the download's place, and no file."_s.arg(path),
+              u"Remove it."_s);
+        return;
+    }
+    const QString state = u"%1 has %2"_s.arg(path, size(file.size()));
+    if (UpdatePreferences::lastDownloadDigest() != digest_)
+        return well(u"files"_s, state + u" of another installer; the next check removes it."_s);
+    if (!size_ || static_cast<uint64_t>(file.size()) < *size_)
+        return well(u"files"_s, state + u"; the next check resumes it."_s);
+    if (ZVMisc::getFileMD5(path) == digest_)
+        return well(u"files"_s, state + u" and is complete; the next check takes it."_s);
+    // The library leaves such a file to the service, which has no more bytes for it.
+    wrong(u"files"_s, state + u", all there is to come, and is not what is offered."_s,
+          u"Remove it, so that the next check downloads it anew."_s);
+}

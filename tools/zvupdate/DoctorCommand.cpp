@@ -1,0 +1,77 @@
+#include "Application.h"
+#include "Arguments.h"
+#include "Commands.h"
+#include "Console.h"
+#include "Doctor.h"
+#include "HostArguments.h"
+#include "JsonLine.h"
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr qsizetype columnOfMessages = 27;
+
+void tellPrograms(const Finding &finding, Console &console)
+{
+    const QJsonValue null(QJsonValue::Null);
+    console.print(jsonLine({{u"event"_s, u"finding"_s},
+                            {u"name"_s, finding.name},
+                            {u"ok"_s, !finding.remedy},
+                            {u"message"_s, finding.message},
+                            {u"remedy"_s, finding.remedy ? QJsonValue(*finding.remedy) : null}}));
+}
+
+void tellPeople(const Finding &finding, Console &console)
+{
+    const QString start = (finding.remedy ? u"WRONG  "_s : u"ok     "_s) + finding.name;
+    console.say(start.leftJustified(columnOfMessages) + finding.message +
+                (finding.remedy ? u' ' + *finding.remedy : QString()));
+}
+
+int doctor(const Arguments &arguments, Console &console)
+{
+    const QString productID = *arguments.value(u"product-id"_s);
+    const QString directory = HostArguments::absoluteDirectory(arguments);
+    auto wrong = HostArguments::problem(productID, directory);
+    if (!wrong)
+        wrong = Application::choose(arguments);
+    if (wrong) {
+        console.complain(u"zvupdate doctor: "_s + *wrong);
+        return WrongArguments;
+    }
+
+    const auto tell = arguments.isSet(u"json"_s) ? tellPrograms : tellPeople;
+    Doctor doctor(productID, *arguments.value(u"product-version"_s), directory,
+                  [&](const Finding &finding) { tell(finding, console); });
+    return doctor.examine() ? Success : Failure;
+}
+
+} // namespace
+
+Command doctorCommand()
+{
+    return {
+        .name = u"doctor"_s,
+        .summary = u"Looks whether updates can work, and says what to do if not"_s,
+        .details =
+            {u"Give what the host gives the library, and the host's own name as --application. "
+             u"Looks "
+             "at the clock, the preferences, the directory, what is in it and the room there, and "
+             "asks the update service what a check asks. Nothing is changed, and no installer "
+             "downloaded."_s,
+             u"With --json, standard output is one JSON object a line:\n"
+             "{\"event\":\"finding\",\"name\":TEXT,\"ok\":true|false,\"message\":TEXT,"
+             "\"remedy\":TEXT|null}"_s},
+        .options = {HostArguments::productID(),
+                    HostArguments::productVersion(),
+                    HostArguments::directory(),
+                    {u"json"_s, {}, u"Tells programs, rather than people, what is found."_s},
+                    Application::option()},
+        .exitStatuses = {u"0 all is well, 1 something is wrong, 2 wrong arguments."_s},
+        .examples = {u"doctor --product-id P1 --product-version 2100 --directory updates"_s,
+                     u"doctor --product-id P1 --product-version 2100 --directory updates "
+                     "--application Example/Player"_s},
+        .run = doctor,
+    };
+}

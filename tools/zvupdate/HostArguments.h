@@ -1,0 +1,22 @@
+#pragma once
+
+#include "Command.h"
+
+#include <optional>
+
+class Arguments;
+
+/// The options for what a host tells the library.
+namespace HostArguments {
+
+CommandOption productID();
+CommandOption productVersion();
+CommandOption directory();
+
+/// The directory's absolute path.
+QString absoluteDirectory(const Arguments &arguments);
+
+/// What is wrong with them, if anything.
+std::optional<QString> problem(const QString &productID, const QString &directory);
+
+} // namespace HostArguments
