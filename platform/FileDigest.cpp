@@ -12,18 +12,7 @@ namespace {
 
 constexpr auto algorithm = QCryptographicHash::Md5;
 
-// OpenSSL's is faster by a tenth; Qt's is there for machines on which MD5 is not to be had from it.
-QByteArray md5(QByteArrayView bytes)
-{
-    QByteArray digest(16, Qt::Uninitialized);
-    if (EVP_Digest(bytes.data(), static_cast<size_t>(bytes.size()),
-                   reinterpret_cast<unsigned char *>(digest.data()), nullptr, EVP_md5(),
-                   nullptr) == 1)
-        return digest;
-    return QCryptographicHash::hash(bytes, algorithm);
-}
-
-// For the rare file system that cannot map files.
+// For the rare file system that cannot map files, and machines on which OpenSSL refuses MD5.
 QByteArray md5ByReading(QFile &file, qint64 size)
 {
     QCryptographicHash hash(algorithm);
@@ -51,10 +40,13 @@ QByteArray md5OfFile(const QString &path)
     const auto size = static_cast<qint64>(static_cast<quint32>(file.size()));
     if (size == 0)
         return digestOfNothing;
+    // OpenSSL's MD5 is faster than Qt's by a tenth.
+    QByteArray digest(16, Qt::Uninitialized);
+    auto *const result = reinterpret_cast<unsigned char *>(digest.data());
     const uchar *bytes = file.map(0, size);
-    if (!bytes)
-        return md5ByReading(file, size);
-    return md5(QByteArrayView(bytes, size));
+    if (bytes && EVP_Digest(bytes, static_cast<size_t>(size), result, nullptr, EVP_md5(), nullptr))
+        return digest;
+    return md5ByReading(file, size);
 }
 
 } // namespace ZVPlatform

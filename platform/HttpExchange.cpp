@@ -60,8 +60,13 @@ public:
 
     HttpHandle &handle() const { return handle_; }
     const HttpResponse &response() const { return response_; }
-    /// Whether the latest header has come to its end, and was not that of an interim reply.
-    bool hasWholeHeader() const { return hasWholeHeader_; }
+    /// Whether the header of the last reply has come to its end, after those of the redirects.
+    bool hasWholeHeader() const
+    {
+        long redirects = 0;
+        curl_easy_getinfo(handle_.easy, CURLINFO_REDIRECT_COUNT, &redirects);
+        return wholeHeaders_ > redirects;
+    }
     bool isAsked() const
     {
         long sent = 0;
@@ -90,12 +95,9 @@ public:
 private:
     static size_t header(char *line, size_t, size_t length, void *self)
     {
-        auto &callbacks = *static_cast<Callbacks *>(self);
         const QByteArrayView text(line, static_cast<qsizetype>(length));
-        if (text.startsWith("HTTP/"))
-            callbacks.hasWholeHeader_ = false; // Other lines may be those after a chunked body.
-        if (text.trimmed().isEmpty())
-            callbacks.headersComplete();
+        if (text == "\r\n" || text == "\n")
+            static_cast<Callbacks *>(self)->headersComplete();
         return length;
     }
 
@@ -105,9 +107,10 @@ private:
         curl_off_t length = -1;
         curl_easy_getinfo(handle_.easy, CURLINFO_RESPONSE_CODE, &status);
         curl_easy_getinfo(handle_.easy, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
-        hasWholeHeader_ = status >= 200; // An interim reply only announces the real one.
-        if (hasWholeHeader_)
-            response_ = {static_cast<int>(status), length};
+        if (status < 200)
+            return; // An interim reply only announces the real one.
+        ++wholeHeaders_;
+        response_ = {static_cast<int>(status), length};
     }
 
     static size_t write(char *bytes, size_t, size_t length, void *self)
@@ -133,7 +136,7 @@ private:
     HttpHandle &handle_;
     const std::atomic<bool> &cancelled_;
     HttpResponse response_;
-    bool hasWholeHeader_ = false;
+    long wholeHeaders_ = 0;
     bool reported_ = false;
     bool refused_ = false;
     QByteArray pending_;
@@ -159,7 +162,7 @@ std::optional<Error> HttpExchange::run(HttpReceiver &receiver)
     curl_multi_add_handle(handle->multi, handle->easy);
     const std::optional<Error> error = drive(callbacks);
     callbacks.flush();
-    handle->noteKeptConnection();
+    handle->noteConnection(!error);
     curl_multi_remove_handle(handle->multi, handle->easy);
     {
         const std::lock_guard lock(mutex_);

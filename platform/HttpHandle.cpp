@@ -48,9 +48,11 @@ HttpHandle::~HttpHandle()
     curl_multi_cleanup(multi);
 }
 
-void HttpHandle::noteKeptConnection()
+void HttpHandle::noteConnection(bool isKept)
 {
-    curl_easy_getinfo(easy, CURLINFO_ACTIVESOCKET, &kept_);
+    kept_ = CURL_SOCKET_BAD;
+    if (isKept)
+        curl_easy_getinfo(easy, CURLINFO_ACTIVESOCKET, &kept_);
 }
 
 bool HttpHandle::hasUnaskedInput() const

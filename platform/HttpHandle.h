@@ -16,8 +16,8 @@ struct HttpHandle
     HttpHandle(const HttpHandle &) = delete;
     HttpHandle &operator=(const HttpHandle &) = delete;
 
-    /// Notes the connection that an exchange has left open for the next one.
-    void noteKeptConnection();
+    /// Notes the connection of an exchange that is over, if it is left open for the next one.
+    void noteConnection(bool isKept);
 
     /// Whether something has arrived on the kept connection that nobody has asked for: its end, or
     /// what curl would take for the reply to the next request.

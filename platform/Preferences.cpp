@@ -5,23 +5,45 @@
 #include <QSettings>
 #include <QVariant>
 
+#include <mutex>
+
 namespace ZVPlatform {
 
 namespace {
 
-std::optional<QVariant> stored(const QString &key)
+std::mutex mutex;
+
+/// The settings while one thread uses them. Qt would share them, and the texts in them, between
+/// threads by means that thread sanitizer does not see.
+class LockedSettings
 {
-    const QVariant value = QSettings().value(key);
-    if (!value.isValid() || value.isNull())
-        return std::nullopt;
-    return value;
+public:
+    QSettings *operator->() { return &settings_; }
+
+    std::optional<QVariant> stored(const QString &key)
+    {
+        const QVariant value = settings_.value(key);
+        if (!value.isValid() || value.isNull())
+            return std::nullopt;
+        return value;
+    }
+
+private:
+    const std::lock_guard<std::mutex> lock_{mutex};
+    QSettings settings_;
+};
+
+QString unshared(const QString &text)
+{
+    return QString(text.constData(), text.size());
 }
 
 } // namespace
 
 std::optional<bool> Preferences::boolean(const QString &key)
 {
-    const auto value = stored(key);
+    LockedSettings settings;
+    const auto value = settings.stored(key);
     if (!value)
         return std::nullopt;
     // A settings file holds text; other backends hold what was stored.
@@ -32,12 +54,13 @@ std::optional<bool> Preferences::boolean(const QString &key)
 
 void Preferences::setBoolean(const QString &key, bool value)
 {
-    QSettings().setValue(key, value);
+    LockedSettings()->setValue(key, value);
 }
 
 std::optional<QDateTime> Preferences::date(const QString &key)
 {
-    const auto value = stored(key);
+    LockedSettings settings;
+    const auto value = settings.stored(key);
     const QDateTime date = value ? value->toDateTime() : QDateTime();
     if (!date.isValid())
         return std::nullopt;
@@ -46,32 +69,33 @@ std::optional<QDateTime> Preferences::date(const QString &key)
 
 void Preferences::setDate(const QString &key, const QDateTime &value)
 {
-    QSettings().setValue(key, value);
+    LockedSettings()->setValue(key, value);
 }
 
 std::optional<QString> Preferences::text(const QString &key)
 {
-    const auto value = stored(key);
+    LockedSettings settings;
+    const auto value = settings.stored(key);
     if (!value || !value->canConvert<QString>())
         return std::nullopt;
-    return value->toString();
+    return unshared(value->toString());
 }
 
 void Preferences::setText(const QString &key, const QString &value)
 {
-    QSettings().setValue(key, value);
+    LockedSettings()->setValue(key, unshared(value));
 }
 
 void Preferences::remove(const QString &key)
 {
-    QSettings().remove(key);
+    LockedSettings()->remove(key);
 }
 
 bool Preferences::synchronise()
 {
-    QSettings settings;
-    settings.sync();
-    return settings.status() == QSettings::NoError;
+    LockedSettings settings;
+    settings->sync();
+    return settings->status() == QSettings::NoError;
 }
 
 } // namespace ZVPlatform

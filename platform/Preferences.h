@@ -8,8 +8,8 @@
 namespace ZVPlatform {
 
 /// The user's standard preferences: the settings of the host application, shared with its other
-/// processes. Reading answers nothing for a key that is absent or holds something else. From one
-/// thread at a time.
+/// processes. Reading answers nothing for a key that is absent or holds something else. Any
+/// thread.
 class Preferences
 {
 public:

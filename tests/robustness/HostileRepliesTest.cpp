@@ -176,7 +176,7 @@ TEST(HostileReplies, OnAKeptConnectionAreNotTakenForTheNext)
     const Reply lies[] = {
         Reply(first).close(),
         Reply(first).reset(),
-        Reply(first).send(unasked),
+        Reply().send("HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\nfirst" + unasked),
         Reply(first).wait(later).send(unasked).wait(sent),
         first,
     };

@@ -275,24 +275,6 @@ TEST_F(DownloadOverConnection, WaitsForTheEventLoop)
     EXPECT_EQ(readFile(path_), "0123456789abcdefghij");
 }
 
-TEST_F(DownloadOverConnection, IsSilentOnceStoppedWhateverIsOnItsWay)
-{
-    const auto gate = std::make_shared<Gate>();
-    ScriptedServer server(Reply().send("HTTP/1.1 200 OK" + half).wait(gate).send("abcdefghij"));
-    start(server);
-    ASSERT_TRUE(waitForSize(10));
-    gate->open();
-    // Long enough for the rest to arrive and to wait for this thread.
-    const auto next = std::chrono::steady_clock::now() + std::chrono::milliseconds(50);
-    ASSERT_TRUE(
-        waitFor([&] { return std::chrono::steady_clock::now() >= next; }, Meanwhile::Sleep));
-    transport_->threadStop();
-    EXPECT_TRUE(transport_->isThreadStop());
-    ASSERT_TRUE(waitForLastOwner());
-    EXPECT_EQ(readFile(path_), "0123456789");
-    EXPECT_THAT(outcomes(), IsEmpty());
-}
-
 namespace {
 
 /// How a download ends that is left alone: what the file holds before, what the server does, what
