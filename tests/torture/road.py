@@ -288,6 +288,7 @@ def run(description, campaigns):
         start = time.monotonic()
         try:
             variants, held = campaigns[name](options)
+            expect(variants > 0, "nothing was tried")
         except Skip as reason:
             print(f"{name}: skipped, {reason}", flush=True)
             status = status or SKIPPED
