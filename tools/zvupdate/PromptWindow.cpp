@@ -6,11 +6,43 @@
 #include <QDialog>
 #include <QEvent>
 
+#include <optional>
 #include <utility>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
 namespace {
+
+/// Standard output, set aside for as long as this lives. A program that the window opens inherits
+/// what it finds in that place, and would keep those waiting who read this one's to its end.
+class OutputSetAside
+{
+public:
+    OutputSetAside() : output_(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1))
+    {
+        const int nothing = open("/dev/null", O_WRONLY | O_CLOEXEC);
+        if (output_ >= 0 && nothing >= 0)
+            dup2(nothing, STDOUT_FILENO);
+        close(nothing);
+    }
+
+    ~OutputSetAside()
+    {
+        if (output_ < 0)
+            return;
+        dup2(output_, STDOUT_FILENO);
+        close(output_);
+    }
+
+    OutputSetAside(const OutputSetAside &) = delete;
+    OutputSetAside &operator=(const OutputSetAside &) = delete;
+
+private:
+    const int output_; // Negative when the process has too many files open; then nothing changes.
+};
 
 /// Sees a window go, in whichever way that happens.
 class EndObserver : public QObject
@@ -24,13 +56,16 @@ public:
 
     bool eventFilter(QObject * /*window*/, QEvent *event) override
     {
-        if (event->type() == QEvent::Hide && !event->spontaneous())
+        if (event->type() == QEvent::Hide && !event->spontaneous()) {
+            output_.reset();
             ended_();
+        }
         return false;
     }
 
 private:
     const std::function<void()> ended_;
+    std::optional<OutputSetAside> output_{std::in_place};
 };
 
 } // namespace
