@@ -6,7 +6,6 @@ import contextlib
 import dataclasses
 import json
 import pathlib
-import shutil
 import subprocess
 import sys
 import tempfile
@@ -21,7 +20,8 @@ class Bench:
     """What every figure needs to know."""
 
     bin: pathlib.Path
-    folder: pathlib.Path
+    folder: pathlib.Path  # In memory.
+    disk: pathlib.Path  # On a disk's file system, where downloads go in real life.
     rounds: int
     divisor: int
     exits: contextlib.ExitStack
@@ -38,9 +38,6 @@ class Bench:
                 for start in range(0, size, len(block)):
                     file.write(block[: size - start])
         return path
-
-    def new_folder(self, name):
-        return pathlib.Path(tempfile.mkdtemp(prefix=name + "-", dir=self.folder))
 
 
 def arguments():
@@ -64,20 +61,15 @@ def arguments():
 
 def measure(options):
     rows = []
-    # In memory, so that no disk takes part.
-    folder = pathlib.Path(tempfile.mkdtemp(prefix="zvupdate-bench-", dir="/dev/shm"))
-    try:
-        for name in options.only:
-            print(f"== {name}", file=sys.stderr)
-            with contextlib.ExitStack() as exits:
-                own = folder / name
-                own.mkdir()
-                bench = Bench(options.bin.resolve(), own, options.rounds,
-                              16 if options.quick else 1, exits)
-                rows += figures.ALL[name](bench)
-            shutil.rmtree(own)
-    finally:
-        shutil.rmtree(folder, ignore_errors=True)
+    for name in options.only:
+        print(f"== {name}", file=sys.stderr)
+        with contextlib.ExitStack() as exits:
+            folder, disk = (pathlib.Path(exits.enter_context(
+                tempfile.TemporaryDirectory(prefix="zvupdate-bench-", dir=parent)))
+                for parent in ("/dev/shm", "/var/tmp"))
+            bench = Bench(options.bin.resolve(), folder, disk, options.rounds,
+                          16 if options.quick else 1, exits)
+            rows += figures.ALL[name](bench)
     return rows
 
 

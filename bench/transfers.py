@@ -64,16 +64,21 @@ def download(bench):
     size = bench.size(1024)
     source = bench.file("large", size)
     url = bench.exits.enter_context(servers.nginx(bench.folder, bench.folder / "nginx"))
-    target = bench.folder / "target"
+    target = bench.disk / "target"
+
     # nginx passes over what stands after the question mark, where the sealed command is.
-    ours = {mode: (bench.bin / "bench-download", mode, f"{url}{source.name}?dt=", target)
-            for mode in ("session", "connection")}
-    curl = ("curl", "--silent", "--fail", "-o", target, f"{url}{source.name}")
+    def ours(mode, path=target):
+        return (bench.bin / "bench-download", mode, f"{url}{source.name}?dt=", path)
+
+    def curl(path=target):
+        return ("curl", "--silent", "--fail", "-o", path, f"{url}{source.name}")
+
     runs = race(bench.rounds, {name: fetching(bench, argv, target, size) for name, argv in {
-        **ours,
-        "curl": curl,
+        "session": ours("session"),
+        "connection": ours("connection"),
+        "curl": curl(),
         "wget": ("wget", "--quiet", "-O", target, f"{url}{source.name}"),
-        "aria2c": ("aria2c", "--quiet", f"--dir={bench.folder}", f"--out={target.name}",
+        "aria2c": ("aria2c", "--quiet", f"--dir={bench.disk}", f"--out={target.name}",
                    f"{url}{source.name}"),
     }.items()})
     samples, cpu = parts_of(runs)
@@ -83,16 +88,23 @@ def download(bench):
     yield compare(2, "of that, processor time against curl", "s", cpu["session"], cpu["curl"], "curl")
     yield compare(2, "download of 1 GiB, connection mode", "s", samples["connection"],
                   samples["curl"], "curl", 0.90)
-    for mode in ours:
+    for mode in ("session", "connection"):
         peak = max(json.loads(ran.output)["peakKiB"] for ran in runs[mode])
         yield Row(2, f"peak memory of that, {mode} mode", "MiB", peak / 1024, limit=32)
 
     half = size // 2
     samples, _ = parts_of(race(bench.rounds, {
-        "session": fetching(bench, ours["session"], target, size, half),
-        "curl": fetching(bench, (*curl, "-C", "-"), target, size, half)}))
+        "session": fetching(bench, ours("session"), target, size, half),
+        "curl": fetching(bench, (*curl(), "-C", "-"), target, size, half)}))
     yield compare(2, "resuming the second half of 1 GiB", "s", samples["session"],
                   samples["curl"], "curl -C -", 0.90)
+
+    in_memory = bench.folder / "target"
+    samples, _ = parts_of(race(bench.rounds, {
+        "session": fetching(bench, ours("session", in_memory), in_memory, size),
+        "curl": fetching(bench, curl(in_memory), in_memory, size)}))
+    yield compare(2, "download of 1 GiB into a file in memory", "s", samples["session"],
+                  samples["curl"], "curl")
 
 
 def check_command(bench, saved):
@@ -123,7 +135,7 @@ def road(bench):
     url, _ = serve(bench, bench.size(1024))
     servers.point_clients_to(url, bench.folder)
     source = download_url(bench, url)
-    saved = bench.folder / "saved"
+    saved = bench.disk / "saved"
     script = 'curl --silent --fail -o f "$1" && md5sum f && cp f g'
 
     def ours():
