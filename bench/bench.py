@@ -6,6 +6,7 @@ import contextlib
 import dataclasses
 import json
 import pathlib
+import signal
 import subprocess
 import sys
 import tempfile
@@ -76,6 +77,7 @@ def measure(options):
 def main():
     options = arguments()
     machine = report.machine()
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit(143))  # Cleans up on its way out.
     try:
         rows = measure(options)
     except (Failed, subprocess.CalledProcessError, TimeoutError) as error:

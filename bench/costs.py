@@ -54,7 +54,8 @@ def size(bench):
 
     def measured(one):
         source = bench.file(f"file-{one}", one)
-        argv = (bench.bin / "bench-download", "session", f"{url}{source.name}?dt=", target, "verify")
+        argv = (bench.bin / "bench-download", "session", f"{url}{source.name}?dt=", target,
+                "verify")
         fetch = fetching(bench, argv, target, one)
         return lambda: json.loads(fetch().output)
 

@@ -62,7 +62,8 @@ def machine():
         "kernel": platform.release(),
         "load": ", ".join(f"{load:.1f}" for load in os.getloadavg()),
         "versions": {name: version_of(program, "--version") for name, program in peers.items()}
-        | {"openssl": version_of("openssl", "version"), "nginx": version_of("/usr/sbin/nginx", "-v"),
+        | {"openssl": version_of("openssl", "version"),
+           "nginx": version_of("/usr/sbin/nginx", "-v"),
            "wrk": version_of("wrk", "-v")},
     }
 
@@ -88,8 +89,8 @@ def plot(rows):
         part = row.part_of_limit(row.limited) if row.limited > 0 else 0
         length = min(part, 4) * scale
         colour = "#4a7fb5" if row.reached else "#c8553d"
-        parts.append(f'<text x="{left - 8}" y="{y + 12}" text-anchor="end">{escape(row.what)}</text>'
-                     f'<rect x="{left}" y="{y}" width="{length:.1f}" height="16" fill="{colour}"/>')
+        parts.append(f'<text x="{left - 8}" y="{y + 12}" text-anchor="end">{escape(row.what)}'
+                     f'</text><rect x="{left}" y="{y}" width="{length:.1f}" height="16" fill="{colour}"/>')
         if row.spread:
             ends = sorted(left + min(row.part_of_limit(value), 4) * scale for value in row.spread)
             parts.append(f'<path d="M{ends[0]:.1f} {y + 8}H{ends[1]:.1f}M{ends[0]:.1f} {y + 4}v8'

@@ -111,8 +111,8 @@ async def client(url, digest):
     reader, writer = await asyncio.open_connection(url.hostname, url.port)
     try:
         async def ask(method, command):
-            writer.write(f"{method} {url.path}?dt={seal(command)} HTTP/1.1\r\nHost: {url.netloc}\r\n"
-                         "Content-Length: 0\r\n\r\n".encode())
+            writer.write(f"{method} {url.path}?dt={seal(command)} HTTP/1.1\r\n"
+                         f"Host: {url.netloc}\r\nContent-Length: 0\r\n\r\n".encode())
             header = (await reader.readuntil(b"\r\n\r\n")).decode()
             length = re.search(r"^content-length: (\d+)", header, re.M | re.I)
             body = await reader.readexactly(int(length.group(1)))

@@ -85,7 +85,8 @@ def download(bench):
     for peer, limit in (("curl", 0.90), ("wget", 0.5), ("aria2c", 0.35)):
         yield compare(2, f"download of 1 GiB against {peer}", "s", samples["session"],
                       samples[peer], peer, limit)
-    yield compare(2, "of that, processor time against curl", "s", cpu["session"], cpu["curl"], "curl")
+    yield compare(2, "of that, processor time against curl", "s", cpu["session"], cpu["curl"],
+                  "curl")
     yield compare(2, "download of 1 GiB, connection mode", "s", samples["connection"],
                   samples["curl"], "curl", 0.90)
     for mode in ("session", "connection"):
