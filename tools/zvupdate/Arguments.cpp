@@ -6,8 +6,8 @@
 
 using namespace Qt::StringLiterals;
 
-std::optional<Arguments> Arguments::parse(const Command &command, const QStringList &arguments,
-                                          QString *error)
+std::optional<Arguments> Arguments::parse(const QString &program, const Command &command,
+                                          const QStringList &arguments, QString *error)
 {
     QCommandLineParser parser;
     parser.addOption({{u"h"_s, u"help"_s}, {}});
@@ -21,7 +21,7 @@ std::optional<Arguments> Arguments::parse(const Command &command, const QStringL
     if (!parser.parse(QStringList(command.name) + arguments)) {
         QString reason = parser.errorText();
         reason.chop(reason.endsWith(u'.') ? 1 : 0);
-        return refuse(u"%1; see \"zvupdate %2 --help\""_s.arg(reason, command.name));
+        return refuse(u"%1; see \"%2 %3 --help\""_s.arg(reason, program, command.name));
     }
 
     Arguments result;
@@ -29,15 +29,14 @@ std::optional<Arguments> Arguments::parse(const Command &command, const QStringL
     if (result.isHelp_)
         return result;
     for (const CommandOption &option : command.options) {
-        std::optional<QString> value;
-        if (parser.isSet(option.name))
-            value = parser.value(option.name);
-        if (const auto reason = problem(option, value))
+        const QStringList values = parser.values(option.name);
+        const bool isSet = parser.isSet(option.name);
+        if (const auto reason = problem(option, isSet, values))
             return refuse(*reason);
-        if (value)
-            result.values_.insert(option.name, *value);
+        if (isSet)
+            result.values_.insert(option.name, values);
     }
-    if (const auto reason = result.takeOperand(command, parser.positionalArguments()))
+    if (const auto reason = result.takeOperand(program, command, parser.positionalArguments()))
         return refuse(*reason);
     return result;
 }
@@ -45,36 +44,41 @@ std::optional<Arguments> Arguments::parse(const Command &command, const QStringL
 std::optional<QString> Arguments::value(const QString &option) const
 {
     const auto found = values_.constFind(option);
-    return found == values_.constEnd() ? std::nullopt : std::optional(*found);
+    return found == values_.constEnd() ? std::nullopt
+                                       : std::optional(found->value(found->size() - 1));
 }
 
 // What is wrong with an option; absent when it is right.
-std::optional<QString> Arguments::problem(const CommandOption &option,
-                                          const std::optional<QString> &value)
+std::optional<QString> Arguments::problem(const CommandOption &option, bool isSet,
+                                          const QStringList &values)
 {
-    if (!value) {
+    if (!isSet) {
         if (option.isRequired)
             return u"--%1 is missing; give --%1 %2"_s.arg(option.name, option.valueName);
         return std::nullopt;
     }
-    if (value->isEmpty() && !option.valueName.isEmpty())
-        return u"--%1 is empty; give --%1 %2"_s.arg(option.name, option.valueName);
-    if (!option.choices.isEmpty() && !option.choices.contains(*value))
-        return u"--%1: \"%2\" is not possible; give %3"_s.arg(option.name, *value,
-                                                              option.choices.join(u" or "_s));
+    for (const QString &value : values) {
+        if (value.isEmpty())
+            return u"--%1 is empty; give --%1 %2"_s.arg(option.name, option.valueName);
+        if (!option.choices.isEmpty() && !option.choices.contains(value))
+            return u"--%1: \"%2\" is not possible; give %3"_s.arg(option.name, value,
+                                                                  option.choices.join(u" or "_s));
+    }
     return std::nullopt;
 }
 
-std::optional<QString> Arguments::takeOperand(const Command &command, const QStringList &operands)
+std::optional<QString> Arguments::takeOperand(const QString &program, const Command &command,
+                                              const QStringList &operands)
 {
     const bool takesOperand = !command.operandName.isEmpty();
     if (operands.size() > (takesOperand ? 1 : 0))
-        return u"\"%1\" is one argument too many; see \"zvupdate %2 --help\""_s.arg(operands.last(),
-                                                                                    command.name);
+        return u"\"%1\" is one argument too many; see \"%2 %3 --help\""_s.arg(
+            operands.last(), program, command.name);
     if (!takesOperand)
         return std::nullopt;
     operand_ = operands.value(0);
     if (operand_.isEmpty())
-        return u"%1 is missing; give \"zvupdate %2 %1\""_s.arg(command.operandName, command.name);
+        return u"%1 is missing; give \"%2 %3 %1\""_s.arg(command.operandName, program,
+                                                         command.name);
     return std::nullopt;
 }

@@ -21,6 +21,8 @@ struct CommandOption
     bool isRequired = false;
     /// The only values that are accepted; empty when any but an empty one is.
     QStringList choices = {};
+    /// Whether it may be given several times.
+    bool isRepeatable = false;
 };
 
 /// A command of the program: what its help and the reading of its arguments are made from, and what

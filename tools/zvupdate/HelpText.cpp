@@ -48,9 +48,9 @@ QString term(const CommandOption &option)
     return option.valueName.isEmpty() ? name : name + u' ' + option.valueName;
 }
 
-QString usage(const Command &command)
+QString usage(const QString &program, const Command &command)
 {
-    QString line = u"Usage: zvupdate "_s + command.name;
+    QString line = u"Usage: "_s + program + u' ' + command.name;
     bool hasOptional = false;
     for (const CommandOption &option : command.options) {
         if (option.isRequired)
@@ -65,26 +65,25 @@ QString usage(const Command &command)
     return line + u'\n';
 }
 
-QString listOfExamples(const QStringList &examples)
+QString listOfExamples(const QString &program, const QStringList &examples)
 {
     QString list;
     for (const QString &example : examples)
-        list += u"  zvupdate "_s + example + u'\n';
+        list += u"  "_s + program + u' ' + example + u'\n';
     return list;
 }
 
 } // namespace
 
-QString HelpText::ofProgram(const std::vector<Command> &commands)
+QString HelpText::ofProgram(const Program &program)
 {
     QString list;
     QString examples;
-    for (const Command &command : commands) {
+    for (const Command &command : program.commands) {
         list += entry(command.name, command.summary, 15);
-        examples += listOfExamples(command.examples.mid(0, 1));
+        examples += listOfExamples(program.name, command.examples.mid(0, 1));
     }
-    return u"Usage: zvupdate COMMAND [options]\n\n"
-           "Checks for updates of an application, fetches and verifies them.\n"_s +
+    return u"Usage: %1 COMMAND [options]\n\n%2\n"_s.arg(program.name, program.summary) +
            section(u"Commands"_s, list) +
            section(u"Options"_s,
                    entry(u"-h, --help"_s,
@@ -94,9 +93,9 @@ QString HelpText::ofProgram(const std::vector<Command> &commands)
            section(u"Examples"_s, examples);
 }
 
-QString HelpText::ofCommand(const Command &command)
+QString HelpText::ofCommand(const QString &program, const Command &command)
 {
-    QString text = usage(command);
+    QString text = usage(program, command);
     const QStringList paragraphs = QStringList(command.summary + u'.') + command.details;
     for (const QString &paragraph : paragraphs)
         text += u'\n' + wrapped(paragraph, 0);
@@ -110,5 +109,5 @@ QString HelpText::ofCommand(const Command &command)
     for (const QString &status : command.exitStatuses)
         statuses += wrapped(status, 2);
     return text + section(u"Options"_s, options) + section(u"Exit status"_s, statuses) +
-           section(u"Examples"_s, listOfExamples(command.examples));
+           section(u"Examples"_s, listOfExamples(program, command.examples));
 }

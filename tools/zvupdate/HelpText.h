@@ -1,13 +1,11 @@
 #pragma once
 
-#include "Command.h"
-
-#include <vector>
+#include "Program.h"
 
 /// The texts of --help, made from the table of commands.
 namespace HelpText {
 
-QString ofProgram(const std::vector<Command> &commands);
-QString ofCommand(const Command &command);
+QString ofProgram(const Program &program);
+QString ofCommand(const QString &program, const Command &command);
 
 } // namespace HelpText
