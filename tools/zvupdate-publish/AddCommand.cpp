@@ -1,0 +1,280 @@
+#include "CatalogueFile.h"
+#include "CatalogueOption.h"
+#include "Commands.h"
+#include "FilePlacing.h"
+
+#include <Arguments.h>
+#include <Console.h>
+#include <JsonLine.h>
+#include <VersionOrder.h>
+#include <ZVUpdate/ZVUpdate.h>
+
+#include <QDir>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QStringDecoder>
+
+#include <algorithm>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+/// The release that is to be, step by step.
+struct Addition
+{
+    QString productId;
+    QString version;
+    QString installer;
+    QJsonObject notes;
+    QStringList supersedes;
+    QStringList warnings;
+};
+
+bool isBareDigits(const QString &version)
+{
+    return std::all_of(version.begin(), version.end(),
+                       [](QChar c) { return c >= u'0' && c <= u'9'; });
+}
+
+QStringList languages()
+{
+    return {QString::fromUtf8(kZVLanguageCode_EN), QString::fromUtf8(kZVLanguageCode_zh_TW),
+            QString::fromUtf8(kZVLanguageCode_zh_CN)};
+}
+
+std::optional<QString> readNotes(const QStringList &values, Addition *addition)
+{
+    for (const QString &value : values) {
+        const QString language = value.section(u'=', 0, 0);
+        const QString path = value.section(u'=', 1);
+        QFile file(path);
+        if (!file.open(QIODevice::ReadOnly))
+            return u"--notes: %1 cannot be read: %2; check the path"_s.arg(path,
+                                                                           file.errorString());
+        QStringDecoder decoder(QStringDecoder::Utf8);
+        const QString text = QString(decoder(file.readAll())).trimmed();
+        if (decoder.hasError())
+            return u"--notes: %1 is not UTF-8; convert it"_s.arg(path);
+        if (text.isEmpty())
+            return u"--notes: %1 is empty; write something into it, or leave it out"_s.arg(path);
+        if (addition->notes.contains(language))
+            return u"--notes: %1 is given twice; give one file for it"_s.arg(language);
+        addition->notes.insert(language, text);
+        if (!languages().contains(language))
+            addition->warnings.append(u"no client asks for notes in \"%1\"; they ask for %2"_s.arg(
+                language, languages().join(u", "_s)));
+    }
+    for (const QString &language : languages()) {
+        if (!addition->notes.contains(language))
+            addition->warnings.append(
+                u"there are no notes in \"%1\", and nothing stands in for them"_s.arg(language));
+    }
+    return std::nullopt;
+}
+
+std::optional<QString> checkVersion(const CatalogueFile &catalogue, const Addition &addition,
+                                    bool isForced)
+{
+    const QString &version = addition.version;
+    if (!hasNumber(version))
+        return u"version \"%1\" has no number to order it by; give one, such as 2103"_s.arg(
+            version);
+    if (!UpdateFiles::named(catalogue.directory(), addition.productId, version))
+        return u"clients would refuse version \"%1\" of \"%2\", as \"%2_%1.exe\" is not one plain "
+               "file name; choose another version"_s.arg(version, addition.productId);
+    for (const QString &old : addition.supersedes) {
+        if (!hasNumber(old) || compareVersions(old, version) >= 0)
+            return u"--supersedes: \"%1\" is not older than %2; leave it out"_s.arg(old, version);
+    }
+    if (!isForced && catalogue.withdrawn(addition.productId).contains(version))
+        return u"version %1 was withdrawn, and caches or clients may still have it; choose a "
+               "higher version, or give --force"_s.arg(version);
+    const auto *product = catalogue.product(addition.productId);
+    if (!product)
+        return std::nullopt;
+    for (const auto &release : product->releases) {
+        if (compareVersions(release.version, version) == 0)
+            return u"version %1 exists, as \"%2\"; choose a higher version"_s.arg(version,
+                                                                                  release.version);
+    }
+    if (!isForced && !product->releases.isEmpty() &&
+        compareVersions(version, product->releases.last().version) < 0)
+        return u"version %1 is older than %2, the newest; choose a higher version, or give "
+               "--force"_s.arg(version, product->releases.last().version);
+    return std::nullopt;
+}
+
+std::optional<QString> checkInstaller(Addition *addition)
+{
+    const QFileInfo file(addition->installer);
+    if (!file.isFile() || !file.isReadable())
+        return u"--installer: %1 cannot be read; give a file"_s.arg(addition->installer);
+    if (file.size() == 0)
+        return u"--installer: %1 is empty; give the installer"_s.arg(addition->installer);
+    // Clients count a file's bytes in 32 bits.
+    if (const quint64 rest = static_cast<quint64>(file.size()) >> 32; rest != 0)
+        addition->warnings.append(
+            u"clients verify only the first %1 bytes of so large an installer"_s.arg(
+                static_cast<quint32>(file.size())));
+    return std::nullopt;
+}
+
+/// Where the installer stands in the catalogue's folder, and whether it was put there just now.
+struct Place
+{
+    QString relativePath;
+    bool isNew = false;
+};
+
+Place placeFor(const CatalogueFile &catalogue, const Addition &addition)
+{
+    const QString path = QFileInfo(addition.installer).canonicalFilePath();
+    if (path.startsWith(catalogue.directory() + u'/'))
+        return {QDir(catalogue.directory()).relativeFilePath(path)};
+    const QString suffix = QFileInfo(path).suffix();
+    return {u"installers/%1_%2"_s.arg(addition.productId, addition.version) +
+                (suffix.isEmpty() ? QString() : u'.' + suffix),
+            true};
+}
+
+// Enters the release into the catalogue. What went wrong, if anything; record is then unfinished.
+std::optional<QString> enter(CatalogueFile *catalogue, const Addition &addition, bool isDryRun,
+                             QJsonObject *record)
+{
+    const Place place = placeFor(*catalogue, addition);
+    QString path = addition.installer;
+    if (place.isNew && !isDryRun) {
+        path = QDir(catalogue->directory()).filePath(place.relativePath);
+        QDir(catalogue->directory()).mkpath(u"installers"_s);
+        // A copy of its own: what becomes of the original is its maker's business.
+        if (const auto trouble =
+                FilePlacing::place(addition.installer, path, FilePlacing::Sharing::None))
+            return trouble;
+    }
+    *record = {{u"version"_s, addition.version},
+               {u"installer"_s, place.relativePath},
+               {u"size"_s, QFileInfo(path).size()},
+               {u"md5"_s, ZVMisc::getFileMD5(path)},
+               {u"notes"_s, addition.notes}};
+    if (!addition.supersedes.isEmpty())
+        record->insert(u"supersedes"_s, QJsonArray::fromStringList(addition.supersedes));
+    if (isDryRun)
+        return std::nullopt;
+    catalogue->add(addition.productId, *record);
+    const auto trouble = catalogue->save();
+    if (trouble && place.isNew)
+        QFile::remove(path);
+    return trouble;
+}
+
+void report(const Addition &addition, const QJsonObject &record, const Arguments &arguments,
+            Console &console)
+{
+    const bool isDryRun = arguments.isSet(u"dry-run"_s);
+    for (const QString &warning : addition.warnings)
+        console.complain(u"zvupdate-publish add: warning: "_s + warning);
+    if (arguments.isSet(u"json"_s))
+        return console.print(
+            jsonLine({{u"product"_s, addition.productId},
+                      {u"release"_s, record},
+                      {u"warnings"_s, QJsonArray::fromStringList(addition.warnings)},
+                      {u"dryRun"_s, isDryRun}}));
+    const qint64 size = record.value(u"size"_s).toInteger();
+    console.say((isDryRun ? u"Would add %1 %2: %3, %4 bytes, MD5 %5"_s
+                          : u"Added %1 %2: %3, %4 bytes, MD5 %5"_s)
+                    .arg(addition.productId, addition.version,
+                         record.value(u"installer"_s).toString(), QString::number(size),
+                         record.value(u"md5"_s).toString()));
+}
+
+int add(const Arguments &arguments, Console &console)
+{
+    const auto refuse = [&console](const QString &reason, int status = Failure) {
+        console.complain(u"zvupdate-publish add: "_s + reason);
+        return status;
+    };
+    Addition addition{*arguments.value(u"product-id"_s), *arguments.value(u"version"_s),
+                      *arguments.value(u"installer"_s),  {},
+                      arguments.values(u"supersedes"_s), {}};
+    for (const QString &value : arguments.values(u"notes"_s)) {
+        if (value.indexOf(u'=') < 1)
+            return refuse(
+                u"--notes: \"%1\" is not LANGUAGE=FILE; give, say, en=notes.txt"_s.arg(value),
+                WrongArguments);
+    }
+    if (!isBareDigits(addition.version))
+        addition.warnings.append(
+            u"the prompt shows a dot after each character but the last: version \"%1\" as \"v%2\""_s
+                .arg(addition.version,
+                     addition.version.split(QString(), Qt::SkipEmptyParts).join(u'.')));
+    if (const auto trouble = readNotes(arguments.values(u"notes"_s), &addition))
+        return refuse(*trouble);
+    if (const auto trouble = checkInstaller(&addition))
+        return refuse(*trouble);
+
+    QString error;
+    const QString directory = *arguments.value(u"catalogue"_s);
+    const bool isDryRun = arguments.isSet(u"dry-run"_s);
+    const auto lock = isDryRun ? nullptr : CatalogueOption::lock(directory, &error);
+    if (!isDryRun && !lock)
+        return refuse(error);
+    auto catalogue = CatalogueFile::read(directory, true, &error);
+    if (!catalogue)
+        return refuse(error);
+    if (const auto trouble = checkVersion(*catalogue, addition, arguments.isSet(u"force"_s)))
+        return refuse(*trouble);
+    QJsonObject record;
+    if (const auto trouble = enter(&*catalogue, addition, isDryRun, &record))
+        return refuse(*trouble);
+    report(addition, record, arguments, console);
+    return Success;
+}
+
+} // namespace
+
+Command addCommand()
+{
+    return {
+        .name = u"add"_s,
+        .summary = u"Adds a release to the catalogue"_s,
+        .details = {u"Size and digest are computed from the installer. One that lies outside the "
+                    "catalogue's folder is copied into it. Sign an installer before it is added: "
+                    "signing changes its bytes."_s,
+                    u"zvupdate-service sees the release at once, a static site when it is made "
+                    "anew."_s},
+        .options = {CatalogueOption::catalogue(),
+                    CatalogueOption::productId(),
+                    {.name = u"version"_s,
+                     .valueName = u"VERSION"_s,
+                     .help = u"The new version; bare digits, such as 2103, which the prompt shows "
+                             "as v2.1.0.3."_s,
+                     .isRequired = true},
+                    {.name = u"installer"_s,
+                     .valueName = u"FILE"_s,
+                     .help = u"The installer."_s,
+                     .isRequired = true},
+                    {.name = u"notes"_s,
+                     .valueName = u"LANGUAGE=FILE"_s,
+                     .help = u"Release notes, a file in UTF-8 for each language: en, zh-TW and "
+                             "zh-CN."_s,
+                     .isRepeatable = true},
+                    {.name = u"supersedes"_s,
+                     .valueName = u"VERSION"_s,
+                     .help = u"An older version that users have and that is not in the catalogue. "
+                             "A static site answers only versions that it knows. May be given "
+                             "several times."_s,
+                     .isRepeatable = true},
+                    {.name = u"force"_s,
+                     .help = u"Also adds a version that is older than the newest, or that was "
+                             "withdrawn."_s},
+                    CatalogueOption::dryRun(),
+                    CatalogueOption::json()},
+        .exitStatuses =
+            {u"0 added, 1 refused, 2 wrong arguments. Warnings change nothing in it."_s},
+        .examples = {u"add --catalogue releases --product-id P1 --version 2103 --installer "
+                     "P1-setup.run --notes en=notes.txt"_s},
+        .run = add,
+    };
+}

@@ -1,0 +1,158 @@
+#include "CatalogueFile.h"
+
+#include <CatalogueReader.h>
+#include <VersionOrder.h>
+
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QSaveFile>
+
+#include <algorithm>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+QStringList texts(const QJsonValue &list)
+{
+    QStringList result;
+    const QJsonArray values = list.toArray();
+    for (const QJsonValue &value : values)
+        result.append(value.toString());
+    return result;
+}
+
+qsizetype indexOfMember(const QJsonArray &objects, const QString &member, const QString &value)
+{
+    const auto found = std::find_if(objects.begin(), objects.end(), [&](const QJsonValue &object) {
+        return object.toObject().value(member).toString() == value;
+    });
+    return found == objects.end() ? -1 : found - objects.begin();
+}
+
+} // namespace
+
+std::optional<CatalogueFile> CatalogueFile::read(const QString &directory, bool isNewAllowed,
+                                                 QString *error)
+{
+    CatalogueFile result;
+    result.directory_ = QFileInfo(directory).canonicalFilePath();
+    if (!QFileInfo(directory).isDir()) {
+        *error = u"%1: is not a folder; make it, or give --catalogue another"_s.arg(directory);
+        return std::nullopt;
+    }
+    QFile file(Catalogue::path(directory));
+    if (!file.exists() && isNewAllowed)
+        return result;
+    if (!file.open(QIODevice::ReadOnly)) {
+        *error = u"%1: cannot be read: %2"_s.arg(file.fileName(), file.errorString());
+        return std::nullopt;
+    }
+    const QByteArray json = file.readAll();
+    CatalogueReader reader(directory, json);
+    const auto products = reader.read();
+    if (!products) {
+        *error = file.fileName() + u':' + reader.error();
+        return std::nullopt;
+    }
+    result.root_ = QJsonDocument::fromJson(json).object();
+    result.products_ = *products;
+    return result;
+}
+
+const Catalogue::Product *CatalogueFile::product(const QString &id) const
+{
+    const auto found = std::find_if(products_.begin(), products_.end(),
+                                    [&id](const auto &product) { return product.id == id; });
+    return found == products_.end() ? nullptr : &*found;
+}
+
+QJsonObject CatalogueFile::record(const QString &productId, const QString &version) const
+{
+    const QJsonArray releases = productRecord(productId).value(u"releases"_s).toArray();
+    return releases.at(indexOfMember(releases, u"version"_s, version)).toObject();
+}
+
+QStringList CatalogueFile::withdrawn(const QString &productId) const
+{
+    return texts(productRecord(productId).value(u"withdrawn"_s));
+}
+
+QStringList CatalogueFile::outdated(const Catalogue::Product &product) const
+{
+    if (product.releases.isEmpty())
+        return {};
+    QStringList versions = withdrawn(product.id);
+    for (const Catalogue::Release &release : product.releases)
+        versions += QStringList(release.version) +
+                    texts(record(product.id, release.version).value(u"supersedes"_s));
+    versions.removeDuplicates();
+    const QString newest = product.releases.last().version;
+    versions.removeIf(
+        [&newest](const QString &version) { return compareVersions(version, newest) >= 0; });
+    std::sort(versions.begin(), versions.end(),
+              [](const QString &a, const QString &b) { return compareVersions(a, b) < 0; });
+    return versions;
+}
+
+void CatalogueFile::add(const QString &productId, const QJsonObject &release)
+{
+    QJsonObject product = productRecord(productId);
+    QJsonArray releases = product.value(u"releases"_s).toArray();
+    releases.append(release);
+    product.insert(u"id"_s, productId);
+    product.insert(u"releases"_s, releases);
+    QStringList withdrawnBefore = withdrawn(productId);
+    if (withdrawnBefore.removeAll(release.value(u"version"_s).toString()) > 0)
+        product.insert(u"withdrawn"_s, QJsonArray::fromStringList(withdrawnBefore));
+    setProductRecord(productId, product);
+}
+
+void CatalogueFile::withdraw(const QString &productId, const QString &version)
+{
+    QJsonObject product = productRecord(productId);
+    QJsonArray releases = product.value(u"releases"_s).toArray();
+    // What the release has superseded is still out there.
+    const QStringList gone =
+        QStringList(version) + texts(record(productId, version).value(u"supersedes"_s));
+    releases.removeAt(indexOfMember(releases, u"version"_s, version));
+    product.insert(u"releases"_s, releases);
+    product.insert(u"withdrawn"_s, QJsonArray::fromStringList(withdrawn(productId) + gone));
+    setProductRecord(productId, product);
+}
+
+std::optional<QString> CatalogueFile::save() const
+{
+    const QByteArray json = QJsonDocument(root_).toJson();
+    QSaveFile file(Catalogue::path(directory_));
+    CatalogueReader reader(directory_, json);
+    if (!reader.read())
+        return u"%1: not changed, since clients could not be served: %2"_s.arg(file.fileName(),
+                                                                               reader.error());
+    if (!file.open(QIODevice::WriteOnly) || file.write(json) != json.size() || !file.commit())
+        return u"%1: cannot be written: %2; the file is as it was"_s.arg(file.fileName(),
+                                                                         file.errorString());
+    return std::nullopt;
+}
+
+qsizetype CatalogueFile::indexOf(const QString &productId) const
+{
+    return indexOfMember(root_.value(u"products"_s).toArray(), u"id"_s, productId);
+}
+
+QJsonObject CatalogueFile::productRecord(const QString &productId) const
+{
+    return root_.value(u"products"_s).toArray().at(indexOf(productId)).toObject();
+}
+
+void CatalogueFile::setProductRecord(const QString &productId, const QJsonObject &record)
+{
+    QJsonArray products = root_.value(u"products"_s).toArray();
+    const qsizetype index = indexOf(productId);
+    if (index < 0)
+        products.append(record);
+    else
+        products.replace(index, record);
+    root_.insert(u"products"_s, products);
+}

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <Catalogue.h>
+
+#include <QJsonObject>
+#include <QString>
+#include <QStringList>
+
+#include <optional>
+
+/// A folder's releases.json, to be read and to be changed. What this program does not know in it
+/// stays as it is. Beside what zvupdate-service reads it keeps
+/// - "size" and "md5" of a release: its installer as it was when it was added,
+/// - "supersedes" of a release: older versions that clients have and that are no releases here,
+/// - "withdrawn" of a product: versions that were releases once.
+class CatalogueFile
+{
+public:
+    /// Reads the file and checks it as the service does. Absent when something is wrong; error is
+    /// then one line. isNewAllowed says whether a folder without the file is an empty catalogue.
+    static std::optional<CatalogueFile> read(const QString &directory, bool isNewAllowed,
+                                             QString *error);
+
+    /// Absolute and free of symbolic links.
+    const QString &directory() const { return directory_; }
+    const QList<Catalogue::Product> &products() const { return products_; }
+    /// Null when there is no such product.
+    const Catalogue::Product *product(const QString &id) const;
+    /// What the file says of a release.
+    QJsonObject record(const QString &productId, const QString &version) const;
+    QStringList withdrawn(const QString &productId) const;
+    /// Every version of a product that clients may have and that is older than the newest release,
+    /// oldest first: other releases, superseded versions and withdrawn ones.
+    QStringList outdated(const Catalogue::Product &product) const;
+
+    void add(const QString &productId, const QJsonObject &release);
+    void withdraw(const QString &productId, const QString &version);
+
+    /// Writes the file anew, unless the service would refuse it. What is wrong, if anything.
+    std::optional<QString> save() const;
+
+private:
+    CatalogueFile() = default;
+
+    qsizetype indexOf(const QString &productId) const;
+    QJsonObject productRecord(const QString &productId) const;
+    void setProductRecord(const QString &productId, const QJsonObject &record);
+
+    QString directory_;
+    QJsonObject root_;
+    QList<Catalogue::Product> products_; // As read.
+};

@@ -1,0 +1,8 @@
+#pragma once
+
+#include <Command.h>
+
+Command addCommand();
+Command listCommand();
+Command showCommand();
+Command withdrawCommand();

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <QString>
+
+#include <optional>
+
+/// Puts a file's contents at another path.
+namespace FilePlacing {
+
+/// Whether the new file may be the old one under a second name, so that who writes into the one
+/// changes the other.
+enum class Sharing { None, HardLink };
+
+/// Makes target a file with source's contents: sharing the disk's blocks where the file system can,
+/// else as sharing allows, else as a copy. Target appears at once and whole, or stays as it was.
+/// What went wrong, if anything.
+std::optional<QString> place(const QString &source, const QString &target, Sharing sharing);
+
+} // namespace FilePlacing

@@ -1,0 +1,21 @@
+#include "Commands.h"
+
+#include <Console.h>
+#include <Program.h>
+
+#include <QCoreApplication>
+
+using namespace Qt::StringLiterals;
+
+int main(int argc, char *argv[])
+{
+    Program::openMissingStreams();
+    const QCoreApplication application(argc, argv);
+    Console console;
+    const Program program{
+        u"zvupdate-publish"_s,
+        u"Publishes releases: keeps the catalogue of them, and makes a static site of it."_s,
+        u"" ZVUPDATE_VERSION ""_s,
+        {addCommand(), listCommand(), showCommand(), withdrawCommand()}};
+    return program.run(QCoreApplication::arguments().sliced(1), console);
+}
