@@ -115,10 +115,13 @@ public:
     void downloadFinishWithFilePath(const QString &path) override;
     void infoWindowClosedActions(uint64_t action) override;
 
+    ///@{
     /// The host's receiver of notifications; null when there is none or it has been destroyed.
     ZVUpdateProcDelegate *delegate() const { return delegate_.get().get(); }
     void setDelegate(ZVUpdateProcDelegate *delegate);
+    ///@}
 
+    ///@{
     /// The reply of the latest check; null before the first.
     std::shared_ptr<CheckUpdateResponse> mLastCheckUpdateResponse() const
     {
@@ -128,7 +131,9 @@ public:
     {
         mLastCheckUpdateResponse_.set(response);
     }
+    ///@}
 
+    ///@{
     /// The service client of the latest check, through which its download can be followed and
     /// stopped; null before the first.
     std::shared_ptr<UpdateLogicFunc> mCurrentDownloadUpdateLogic() const
@@ -139,7 +144,9 @@ public:
     {
         mCurrentDownloadUpdateLogic_.set(client);
     }
+    ///@}
 
+    ///@{
     /// The prompt window that was shown last; null when there is none.
     std::shared_ptr<UpdateInfoWindowController> mUpdateInfoWindowCtrl() const
     {
@@ -149,7 +156,10 @@ public:
     {
         mUpdateInfoWindowCtrl_.set(controller);
     }
+    ///@}
 
+    ///@{
+    /// What setProductID() and setDebugMode() have set.
     std::optional<QString> mProductID() const { return mProductID_.get(); }
     void setMProductID(const std::optional<QString> &id) { mProductID_.set(id); }
     std::optional<QString> mProductVersion() const { return mProductVersion_.get(); }
@@ -158,6 +168,7 @@ public:
     void setMSaveFileDirectory(const std::optional<QString> &d) { mSaveFileDirectory_.set(d); }
     bool mDebug() const { return mDebug_; }
     void setMDebug(bool debug) { mDebug_ = debug; }
+    ///@}
 
 private:
     bool isTimeToCheck();

@@ -15,9 +15,11 @@ class DelegateAnchor
 {
 public:
     DelegateAnchor() = default;
-    // The copy of a delegate is another delegate: nobody refers to it yet.
+    ///@{
+    /// The copy of a delegate is another delegate: nobody refers to it yet.
     DelegateAnchor(const DelegateAnchor &) {}
     DelegateAnchor &operator=(const DelegateAnchor &) { return *this; }
+    ///@}
 
 protected:
     ~DelegateAnchor() { retire(); }
@@ -49,7 +51,9 @@ template <class T>
 class DelegateRef
 {
 public:
+    /// Refers to nobody.
     DelegateRef() = default;
+    /// Refers to a delegate, or to nobody when that is null.
     explicit DelegateRef(T *delegate) : delegate_(delegate)
     {
         if (delegate)

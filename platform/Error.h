@@ -10,9 +10,9 @@ namespace ZVPlatform {
 /// people. A value; may be used on any thread.
 struct ZVUPDATE_EXPORT Error
 {
-    QString domain;
-    int code = 0;
-    QString localizedDescription;
+    QString domain;               ///< Whose code it is.
+    int code = 0;                 ///< What went wrong, by the domain's numbers.
+    QString localizedDescription; ///< A sentence for people; may be empty.
 
     /// One line for logs.
     QString debugDescription() const;

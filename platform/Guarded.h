@@ -12,8 +12,10 @@ class Guarded
 {
 public:
     Guarded() = default;
+    /// Starts with a value.
     explicit Guarded(T value) : value_(std::move(value)) {}
 
+    /// A copy of the value.
     T get() const
     {
         const std::lock_guard lock(mutex_);

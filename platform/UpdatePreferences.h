@@ -20,19 +20,25 @@ ZVUPDATE_EXPORT extern const char *kZVAutoUpdateOnOffKey;
 class ZVUPDATE_EXPORT UpdatePreferences
 {
 public:
+    ///@{
     /// Whether the user wants automatic updating. Stored under kZVAutoUpdateOnOffKey.
     static std::optional<bool> automaticUpdating();
     static void setAutomaticUpdating(std::optional<bool> on);
+    ///@}
 
+    ///@{
     /// No check is made before this date when the switch has never been stored. Stored under
     /// "CorvantaAutoUpdateNextCheckDate".
     static std::optional<QDateTime> nextCheckDate();
     static void setNextCheckDate(const std::optional<QDateTime> &date);
+    ///@}
 
+    ///@{
     /// The digest, in lower case, of the installer whose download was started last. Stored under
     /// "ZVLAST_DOWNLOAD_MD5".
     static std::optional<QString> lastDownloadDigest();
     static void setLastDownloadDigest(const std::optional<QString> &digest);
+    ///@}
 
     /// Exchanges what has been set with the host's other processes. False when the preferences
     /// cannot be read or written.

@@ -18,18 +18,26 @@ public:
     /// is false and whose other fields are absent; that is not an error.
     explicit BaseResponse(const std::optional<QString> &json);
 
+    ///@{
     /// Whether the service says that the command succeeded.
     bool ok() const { return ok_; }
     void setOk(bool ok) { ok_ = ok; }
+    ///@}
+    ///@{
     /// The service's message, if any.
     const std::optional<QString> &msg() const { return msg_; }
     void setMsg(const std::optional<QString> &msg) { msg_ = msg; }
+    ///@}
+    ///@{
     /// The download token, on the reply of the token command.
     const std::optional<QString> &ID() const { return ID_; }
     void setID(const std::optional<QString> &ID) { ID_ = ID; }
+    ///@}
+    ///@{
     /// The sealed inner object, on the check-update reply.
     const std::optional<QString> &data() const { return data_; }
     void setData(const std::optional<QString> &data) { data_ = data; }
+    ///@}
 
     /// One line for logs; absent fields print as (null).
     QString debugDescription() const;

@@ -28,19 +28,31 @@ public:
     /// Reads the unsealed inner object; an absent or broken text gives an empty record.
     explicit CheckUpdateResponse(const std::optional<QString> &innerJson);
 
+    ///@{
+    /// Whether the service says that there is an update.
     bool ok() const { return ok_; }
     void setOk(bool ok) { ok_ = ok; }
+    ///@}
+    ///@{
+    /// The service's message, if any.
     const std::optional<QString> &msg() const { return msg_; }
     void setMsg(const std::optional<QString> &msg) { msg_ = msg; }
+    ///@}
+    ///@{
     /// The version offered.
     const std::optional<QString> &ZVUpdateVersion() const { return ZVUpdateVersion_; }
     void setZVUpdateVersion(const std::optional<QString> &v) { ZVUpdateVersion_ = v; }
+    ///@}
+    ///@{
     /// The MD5 digest of the installer as hexadecimal text, in the case in which it was sent.
     const std::optional<QString> &ZVMD5() const { return ZVMD5_; }
     void setZVMD5(const std::optional<QString> &md5) { ZVMD5_ = md5; }
+    ///@}
+    ///@{
     /// Absent when the reply had no list of notes; an empty list gives an empty table.
     const std::optional<UpdateMessages> &mUpdateMsgDict() const { return mUpdateMsgDict_; }
     void setMUpdateMsgDict(const std::optional<UpdateMessages> &d) { mUpdateMsgDict_ = d; }
+    ///@}
 
     /// The release notes for a language code: those of kZVLanguageCode_zh_TW or _zh_CN when the
     /// code equals that variable, of kZVLanguageCode_EN for any other code. Absent when there are

@@ -83,14 +83,22 @@ public:
     /// Waits until no download is running, in steps of the calling thread's event loop.
     void waitOne();
 
+    ///@{
     /// The transport of the running or last download; null before the first.
     std::shared_ptr<HttpFunctionPost> mDownload() const { return mDownload_.get(); }
     void setMDownload(const std::shared_ptr<HttpFunctionPost> &d) { mDownload_.set(d); }
+    ///@}
+    ///@{
+    /// The service's base URL, which takes the sealed command at its end.
     QString mBaseURL() const { return mBaseURL_.get(); }
     void setMBaseURL(const QString &url) { mBaseURL_.set(url); }
-    /// Not owned; null when there is none or it has been destroyed.
+    ///@}
+    ///@{
+    /// Who hears of a finished download. Not owned; null when there is none or it has been
+    /// destroyed.
     UpdateLogicFuncDelegate *delegate() const { return delegate_.get().get(); }
     void setDelegate(UpdateLogicFuncDelegate *delegate);
+    ///@}
 
     // From the transport.
     void downloadFinishWithFilePath(const QString &path) override;

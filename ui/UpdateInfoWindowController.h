@@ -61,37 +61,49 @@ public:
     /// The window is closing, for whatever reason.
     void windowWillClose();
 
+    ///@{
     /// The product's name, for the title and the headline.
     std::optional<QString> mProductName() const { return mProductName_.get(); }
     void setMProductName(const std::optional<QString> &name) { mProductName_.set(name); }
+    ///@}
 
+    ///@{
     /// The new version as it is shown, such as "v2.1.0.3".
     std::optional<QString> mUpdateProductVersion() const { return mUpdateProductVersion_.get(); }
     void setMUpdateProductVersion(const std::optional<QString> &version)
     {
         mUpdateProductVersion_.set(version);
     }
+    ///@}
 
+    ///@{
     /// What is new, as plain text.
     std::optional<QString> mUpdateInfo() const { return mUpdateInfo_.get(); }
     void setMUpdateInfo(const std::optional<QString> &info) { mUpdateInfo_.set(info); }
+    ///@}
 
+    ///@{
     /// The installer's full path.
     std::optional<QString> mUpdateFilePath() const { return mUpdateFilePath_.get(); }
     void setMUpdateFilePath(const std::optional<QString> &path) { mUpdateFilePath_.set(path); }
+    ///@}
 
+    ///@{
     /// Who hears of the user's choice; null when there is nobody, or they have been destroyed. Not
     /// owned. May destroy this controller when told.
     UpdateInfoWindowControllerDelegate *delegate() const { return delegate_.get(); }
     void setDelegate(UpdateInfoWindowControllerDelegate *delegate);
+    ///@}
 
-    // What the layout has under these names; null where it has nothing, or before it is loaded.
+    ///@{
+    /// What the layout has under these names; null where it has nothing, or before it is loaded.
     QPushButton *updateButton() const;
     QPushButton *notNowButton() const;
     QCheckBox *dontReminedMe() const;
     QTextEdit *updateInfoTextField() const;
     QLabel *updateInfoTitleTextField() const;
     QLabel *updateTitleTextField() const;
+    ///@}
 
 private:
     void loadWindow();
