@@ -6,6 +6,7 @@
 
 #include <QApplication>
 #include <QDir>
+#include <QIcon>
 #include <QMainWindow>
 #include <QMenuBar>
 #include <QStandardPaths>
@@ -122,6 +123,9 @@ int main(int argc, char **argv)
     // They also say where preferences and update files are kept.
     QApplication::setOrganizationName(QStringLiteral("Example"));
     QApplication::setApplicationName(QStringLiteral("SampleApp"));
+    // By which the desktop finds the icon.
+    QApplication::setDesktopFileName(QStringLiteral("sample_app"));
+    QApplication::setWindowIcon(QIcon::fromTheme(QStringLiteral("sample_app")));
 
     int status = 0;
     {

@@ -21,8 +21,8 @@ from pathlib import Path
 from textwrap import dedent
 
 ROOT = Path(__file__).resolve().parents[2]
-BLOCK = re.compile(r'(?:^<!-- (?P<mark>.+?) -->\n+)?^```(?P<language>[\w+-]*)\n(?P<text>.*?)^```$',
-                   re.MULTILINE | re.DOTALL)
+BLOCK = re.compile(r'(?:^ *<!-- (?P<mark>.+?) -->\n+)?^ *```(?P<language>[\w+-]*)\n'
+                   r'(?P<text>.*?)^ *```$', re.MULTILINE | re.DOTALL)
 INDENTED = re.compile(r'^    (?:\./run|\S*zvupdate|cmake|ctest) (?:.*\n    )*.*\n', re.MULTILINE)
 
 # What a piece of a host may take for granted.
@@ -60,7 +60,7 @@ class Page:
             if match['language'] and not (match['mark'] or '').startswith('not checked: '):
                 count += 1
                 self.line = text.count('\n', 0, match.start('text')) + 1
-                self.take(match['mark'] or '', match['language'], match['text'])
+                self.take(match['mark'] or '', match['language'], dedent(match['text']))
         self.line = 0  # What fails below names its place itself.
         for match in INDENTED.finditer(BLOCK.sub('', text)):
             count += 1
