@@ -42,6 +42,13 @@ def linked(bench):
     yield Row(5, "resident memory of the bare host", "MiB", median("bare", "residentKiB") / KIB)
 
 
+def extremes(what, samples, least, limit=None):
+    by_time = sorted((one for one in samples if one >= least),
+                     key=lambda one: statistics.median(samples[one]))
+    return compare(7, what, "ns/byte", samples[by_time[-1]], samples[by_time[0]],
+                   f"({by_time[-1] // MIB} against {by_time[0] // MIB} MiB)", limit)
+
+
 def size(bench):
     """Time per byte and memory against size. The largest file is a little smaller than 4 GiB, since
     of one of 4 GiB no byte would count for the digest."""
@@ -61,13 +68,13 @@ def size(bench):
 
     samples = race(bench.rounds, {one: measured(one) for one in sizes})
     for work in ("download", "digest"):
-        each = {one: [sample[work] / one * 1e9 for sample in samples[one]] for one in sizes}
+        each, cpu = ({one: [sample[work][kind] / one * 1e9 for sample in samples[one]]
+                      for one in sizes} for kind in (0, 1))
         for one in sizes:
             yield Row(7, f"{work} of {one / MIB:g} MiB", "ns/byte", statistics.median(each[one]))
-        by_time = sorted((one for one in sizes if one >= bench.size(64)),
-                         key=lambda one: statistics.median(each[one]))
-        yield compare(7, f"{work}: dearest size from 64 MiB up against the cheapest", "ns/byte",
-                      each[by_time[-1]], each[by_time[0]], "", limit=1.15)
+        what = "dearest size from 64 MiB up against cheapest"
+        yield extremes(f"{work} {what}", each, bench.size(64), limit=1.15)
+        yield extremes(f"{work}, the same of the processor", cpu, bench.size(64))
     peaks = {one: max(sample["peakKiB"] for sample in samples[one]) / KIB for one in sizes}
     yield Row(7, "peak memory of the download, largest file", "MiB", peaks[sizes[-1]], limit=32)
     yield Row(7, "the same, smallest file", "MiB", peaks[sizes[0]])
