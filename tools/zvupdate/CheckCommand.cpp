@@ -125,7 +125,10 @@ Command checkCommand()
              "has left there, and verified. SIGINT and SIGTERM stop the download; what has been "
              "received is kept for the next run."_s,
              u"With --json, standard output is one JSON object a line:\n"
+             "{\"event\":\"start\",\"interface\":1,\"program\":VERSION} before anything else\n"
              "{\"event\":\"result\",\"code\":N} once the service has been asked\n"
+             "{\"event\":\"offer\",\"version\":VERSION,\"notes\":TEXT} after the codes 1 and 2, with "
+             "what is new, in the user's language\n"
              "{\"event\":\"progress\",\"received\":BYTES,\"total\":BYTES} at most ten times a "
              "second; total is null while it is unknown\n"
              "{\"event\":\"ready\",\"path\":PATH} or {\"event\":\"failed\",\"reason\":TEXT} in the "

@@ -1,0 +1,96 @@
+import QtQuick
+import QtQuick.Controls
+import QtQuick.Layouts
+import QuickHost
+
+ApplicationWindow {
+    width: 640
+    height: 440
+    visible: true
+    title: qsTr("Sample App")
+
+    Updater {
+        id: updater
+        onReady: prompt.open()
+    }
+    // Once the window is up.
+    Timer {
+        running: true
+        interval: 0
+        onTriggered: updater.check()
+    }
+
+    header: ToolBar {
+        ToolButton {
+            text: qsTr("Check for Updates…")
+            enabled: !updater.downloading
+            onClicked: updater.check()
+        }
+    }
+    footer: RowLayout {
+        Label {
+            Layout.margins: 8
+            text: updater.status
+        }
+        ProgressBar {
+            Layout.fillWidth: true
+            Layout.rightMargin: 8
+            visible: updater.downloading
+            value: updater.progress
+        }
+    }
+
+    Dialog {
+        id: prompt
+        anchors.centerIn: parent
+        width: parent.width - 80
+        height: parent.height - 40
+        modal: true
+        closePolicy: Popup.NoAutoClose
+        title: qsTr("Version %1 of Sample App is ready to install").arg(updater.version)
+
+        contentItem: ColumnLayout {
+            ScrollView {
+                Layout.fillWidth: true
+                Layout.fillHeight: true
+                TextArea {
+                    readOnly: true
+                    // What the service sends is text, and shown as such.
+                    textFormat: TextEdit.PlainText
+                    wrapMode: TextEdit.Wrap
+                    text: updater.notes
+                }
+            }
+            Label {
+                Layout.fillWidth: true
+                elide: Text.ElideMiddle
+                textFormat: Text.PlainText
+                text: updater.installer
+                font.pointSize: 8
+            }
+        }
+        footer: DialogButtonBox {
+            Button {
+                text: qsTr("Update")
+                highlighted: true
+                DialogButtonBox.buttonRole: DialogButtonBox.AcceptRole
+            }
+            Button {
+                text: qsTr("Not now")
+                DialogButtonBox.buttonRole: DialogButtonBox.RejectRole
+            }
+            Button {
+                text: qsTr("Do not ask again")
+                DialogButtonBox.buttonRole: DialogButtonBox.DestructiveRole
+                onClicked: {
+                    updater.neverAskAgain()
+                    prompt.reject()
+                }
+            }
+        }
+        onAccepted: {
+            updater.install()
+            Qt.quit() // The installer wants to replace this application.
+        }
+    }
+}
