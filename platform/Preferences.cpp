@@ -11,7 +11,7 @@ namespace ZVPlatform {
 
 namespace {
 
-std::mutex mutex;
+std::mutex settingsMutex;
 
 /// The settings while one thread uses them. Qt would share them, and the texts in them, between
 /// threads by means that thread sanitizer does not see.
@@ -29,7 +29,7 @@ public:
     }
 
 private:
-    const std::lock_guard<std::mutex> lock_{mutex};
+    const std::lock_guard<std::mutex> lock_{settingsMutex};
     QSettings settings_;
 };
 
