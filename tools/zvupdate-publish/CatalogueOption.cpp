@@ -41,7 +41,7 @@ CommandOption CatalogueOption::dryRun()
 
 std::unique_ptr<QLockFile> CatalogueOption::lock(const QString &directory, QString *error)
 {
-    const QString path = QDir(directory).filePath(u".releases.lock"_s);
+    const QString path = QDir(directory).filePath(u".zvupdate-publish.lock"_s);
     auto lock = std::make_unique<QLockFile>(path);
     // One that is left over is told by its process, which is gone, and never by its age.
     lock->setStaleLockTime(0);

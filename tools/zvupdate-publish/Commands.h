@@ -6,3 +6,4 @@ Command addCommand();
 Command listCommand();
 Command showCommand();
 Command withdrawCommand();
+Command siteCommand();

@@ -16,6 +16,6 @@ int main(int argc, char *argv[])
         u"zvupdate-publish"_s,
         u"Publishes releases: keeps the catalogue of them, and makes a static site of it."_s,
         u"" ZVUPDATE_VERSION ""_s,
-        {addCommand(), listCommand(), showCommand(), withdrawCommand()}};
+        {addCommand(), listCommand(), showCommand(), withdrawCommand(), siteCommand()}};
     return program.run(QCoreApplication::arguments().sliced(1), console);
 }

@@ -1,0 +1,189 @@
+#include "CatalogueFile.h"
+#include "CatalogueOption.h"
+#include "Commands.h"
+#include "NginxConfig.h"
+#include "SiteContents.h"
+#include "SiteFolder.h"
+
+#include <Arguments.h>
+#include <Console.h>
+#include <JsonLine.h>
+
+#include <QDir>
+#include <QFileInfo>
+#include <QRegularExpression>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// Nothing that means something to nginx.
+bool isPlain(const QString &text)
+{
+    static const QRegularExpression plain(u"^[^\\s\"'\\\\;{}$]+$"_s);
+    return plain.match(text).hasMatch();
+}
+
+std::optional<QString> takeBaseUrl(const QString &url, NginxConfig *config)
+{
+    static const QRegularExpression form(u"^https?://[^/?#]+(/[^?#]*)\\?([A-Za-z0-9_]+)=$"_s);
+    const auto match = form.match(url);
+    if (!match.hasMatch() || !isPlain(url))
+        return u"--base-url: \"%1\" is not possible; give http://HOST/PATH?KEY="_s.arg(url);
+    config->path = match.captured(1);
+    config->queryKey = match.captured(2);
+    return std::nullopt;
+}
+
+std::optional<QString> takeDownloadHost(const QString &url, const QString &baseUrl,
+                                        NginxConfig *config)
+{
+    static const QRegularExpression form(u"^https?://[^/?#]+(/[^?#]*)?$"_s);
+    if (!form.match(url).hasMatch() || !isPlain(url))
+        return u"--download-host: \"%1\" is not possible; give http://HOST or "
+               "http://HOST/FOLDER"_s.arg(url);
+    if (baseUrl.startsWith(u"https:"_s) && !url.startsWith(u"https:"_s))
+        return u"--download-host: clients do not follow from https to http; give an https URL"_s;
+    config->downloadHost = url;
+    while (config->downloadHost.endsWith(u'/'))
+        config->downloadHost.chop(1);
+    return std::nullopt;
+}
+
+// What is wrong with the arguments, if anything.
+std::optional<QString> configure(const Arguments &arguments, NginxConfig *config, int *keep)
+{
+    bool isNumber = true;
+    const QString text = arguments.value(u"keep"_s).value_or(u"3"_s);
+    *keep = text.toInt(&isNumber);
+    if (!isNumber || *keep < 1)
+        return u"--keep: \"%1\" is not possible; give a number from 1 on"_s.arg(text);
+    const auto baseUrl = arguments.value(u"base-url"_s);
+    if (const auto trouble = baseUrl ? takeBaseUrl(*baseUrl, config) : std::nullopt)
+        return trouble;
+    const auto host = arguments.value(u"download-host"_s);
+    if (const auto trouble =
+            host ? takeDownloadHost(*host, baseUrl.value_or(QString()), config) : std::nullopt)
+        return trouble;
+    // Made absolute without asking the disk, as the folder may not be there yet.
+    config->root = arguments.value(u"root"_s).value_or(
+        QDir::cleanPath(QDir::current().absoluteFilePath(*arguments.value(u"output"_s))));
+    if (!isPlain(config->root))
+        return u"\"%1\" cannot stand in nginx's configuration; use a path without spaces, quotes "
+               "and signs such as $"_s.arg(config->root);
+    return std::nullopt;
+}
+
+void report(const SiteContents &site, const SiteFolder &folder, const NginxConfig &config,
+            const QString &verb, qsizetype removed, const Arguments &arguments, Console &console)
+{
+    const int generation = folder.currentGeneration();
+    if (arguments.isSet(u"json"_s))
+        return console.print(jsonLine({{u"result"_s, verb},
+                                       {u"generation"_s, generation},
+                                       {u"replies"_s, site.replies.size()},
+                                       {u"installers"_s, site.installerFiles.size()},
+                                       {u"token"_s, site.token},
+                                       {u"removed"_s, removed}}));
+    console.say(u"%1: answers to %2 commands, %3 installers"_s.arg(verb)
+                    .arg(site.replies.size() + site.downloads.size())
+                    .arg(site.installerFiles.size()));
+    if (verb != u"made"_s)
+        return;
+    console.say(u"This is generation %1; %2 files that no kept generation needs were removed."_s
+                    .arg(generation)
+                    .arg(removed));
+    console.say(u"Now: nginx -t && nginx -s reload"_s);
+    if (generation == 1)
+        console.say(u"The first time, include %1/current/nginx.conf as is said at its head."_s.arg(
+            config.root));
+}
+
+int site(const Arguments &arguments, Console &console)
+{
+    const auto refuse = [&console](const QString &reason, int status = Failure) {
+        console.complain(u"zvupdate-publish site: "_s + reason);
+        return status;
+    };
+    NginxConfig config;
+    int keep = 0;
+    if (const auto trouble = configure(arguments, &config, &keep))
+        return refuse(*trouble, WrongArguments);
+
+    QString error;
+    const QString output = QDir::current().absoluteFilePath(*arguments.value(u"output"_s));
+    const bool isDryRun = arguments.isSet(u"dry-run"_s);
+    if (!isDryRun && !QDir().mkpath(output))
+        return refuse(u"%1: cannot be made; give --output a writable place"_s.arg(output));
+    const auto lock = isDryRun ? nullptr : CatalogueOption::lock(output, &error);
+    if (!isDryRun && !lock)
+        return refuse(error);
+    const auto catalogue = CatalogueFile::read(*arguments.value(u"catalogue"_s), false, &error);
+    if (!catalogue)
+        return refuse(error);
+    SiteFolder folder(output);
+    const auto contents = SiteContents::of(*catalogue, folder.currentRecord(), &error);
+    if (!contents)
+        return refuse(error);
+
+    const bool isCurrent = folder.isCurrent(*contents, config);
+    qsizetype removed = 0;
+    if (!isCurrent && !isDryRun) {
+        if (const auto trouble = folder.publish(*contents, config))
+            return refuse(*trouble);
+        removed = folder.removeOld(keep);
+    }
+    const QString verb = isCurrent ? u"unchanged"_s : isDryRun ? u"would be made"_s : u"made"_s;
+    report(*contents, folder, config, verb, removed, arguments, console);
+    return Success;
+}
+
+} // namespace
+
+Command siteCommand()
+{
+    return {
+        .name = u"site"_s,
+        .summary = u"Makes a static site of the catalogue, for a web server"_s,
+        .details = {u"The folder holds a file for every answer, and a configuration for nginx that "
+                    "maps to it what clients ask; nothing of ZVUpdate runs there. A new site takes "
+                    "the place of the old one by the rename of one link. The server then has to "
+                    "read its configuration again, and serves the old site until it has."_s,
+                    u"A static site knows only the versions in the catalogue and those that "
+                    "\"add --supersedes\" has named. All others are told that there is no newer "
+                    "version."_s},
+        .options = {CatalogueOption::catalogue(),
+                    {.name = u"output"_s,
+                     .valueName = u"DIR"_s,
+                     .help = u"The folder of the site. On the file system of the catalogue, "
+                             "installers take no room twice."_s,
+                     .isRequired = true},
+                    {.name = u"format"_s,
+                     .valueName = u"FORMAT"_s,
+                     .help = u"For which web server: nginx."_s,
+                     .isRequired = true,
+                     .choices = {u"nginx"_s}},
+                    {.name = u"base-url"_s,
+                     .valueName = u"URL"_s,
+                     .help = u"The base URL that clients have, when its path and query are not "
+                             "\"/Update/ZVDLCtl.dll?dt=\"."_s},
+                    {.name = u"download-host"_s,
+                     .valueName = u"URL"_s,
+                     .help = u"Sends downloads by redirect to URL/installers/NAME: a content "
+                             "network in front of this site, or a bucket with a copy of the "
+                             "folder installers."_s},
+                    {.name = u"root"_s,
+                     .valueName = u"PATH"_s,
+                     .help = u"Where the web server sees DIR, when that is elsewhere."_s},
+                    {.name = u"keep"_s,
+                     .valueName = u"N"_s,
+                     .help = u"Removes what only sites older than the newest N need; 3 when left "
+                             "out."_s},
+                    CatalogueOption::dryRun(),
+                    CatalogueOption::json()},
+        .exitStatuses = {u"0 made, or unchanged, 1 refused, and the site before goes on, 2 wrong "
+                         "arguments."_s},
+        .examples = {u"site --catalogue releases --output /srv/updates --format nginx"_s},
+        .run = site,
+    };
+}

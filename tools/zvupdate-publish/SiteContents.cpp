@@ -1,0 +1,161 @@
+#include "SiteContents.h"
+
+#include <Replies.h>
+#include <ZVUpdate/ZVUpdate.h>
+
+#include <QCryptographicHash>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+QString hex(const QByteArray &digest)
+{
+    return QString::fromLatin1(digest.toHex());
+}
+
+// Clients check MD5, which says nothing about two files being the same when somebody wants them
+// not to be.
+QString sha256(const QByteArray &bytes)
+{
+    return hex(QCryptographicHash::hash(bytes, QCryptographicHash::Sha256));
+}
+
+std::optional<QString> sha256OfFile(const QString &path)
+{
+    QFile file(path);
+    QCryptographicHash hash(QCryptographicHash::Sha256);
+    if (!file.open(QIODevice::ReadOnly) || !hash.addData(&file))
+        return std::nullopt;
+    return hex(hash.result());
+}
+
+// What is wrong with an installer that has changed since it was added.
+std::optional<QString> change(const QJsonObject &record, const QString &path, const QString &md5)
+{
+    const QJsonValue size = record.value(u"size"_s);
+    const QJsonValue recorded = record.value(u"md5"_s);
+    if ((size.isUndefined() || size.toInteger() == QFileInfo(path).size()) &&
+        (recorded.isUndefined() || recorded.toString() == md5))
+        return std::nullopt;
+    return u"%1: is not the file that was added; put that back, or withdraw the release and add "
+           "the file as a new version"_s.arg(path);
+}
+
+QString addReply(SiteContents *site, const QByteArray &reply)
+{
+    const QString name = u"/replies/"_s + sha256(reply) + u".json"_s;
+    site->replyFiles.insert(name, reply);
+    return name;
+}
+
+std::optional<QString> addInstaller(SiteContents *site, const QString &productId,
+                                    const Catalogue::Release &release)
+{
+    const auto digest = sha256OfFile(release.installerPath);
+    if (!digest)
+        return u"%1: cannot be read; make it readable"_s.arg(release.installerPath);
+    const QString name = u"/installers/"_s + *digest;
+    site->installerFiles.insert(name, release.installerPath);
+    site->installerNames.insert(Catalogue::clientFileName(productId, release.version), name);
+    return std::nullopt;
+}
+
+std::optional<QString> addProduct(SiteContents *site, const CatalogueFile &catalogue,
+                                  const Catalogue::Product &product)
+{
+    QString newestMd5;
+    for (const Catalogue::Release &release : product.releases) {
+        newestMd5 = ZVMisc::getFileMD5(release.installerPath);
+        auto trouble =
+            change(catalogue.record(product.id, release.version), release.installerPath, newestMd5);
+        if (!trouble)
+            trouble = addInstaller(site, product.id, release);
+        if (trouble)
+            return trouble;
+    }
+    const QStringList outdated = catalogue.outdated(product);
+    if (outdated.isEmpty())
+        return std::nullopt;
+    const QString reply = addReply(site, Replies::newRelease(product.releases.last(), newestMd5));
+    for (const QString &version : outdated)
+        site->replies.insert(HttpFunctionURLEncode::encode(u"cmd=checkupd&id="_s + product.id +
+                                                           u"&ver="_s + version),
+                             reply);
+    return std::nullopt;
+}
+
+QJsonObject asJson(const QMap<QString, QString> &map)
+{
+    QJsonObject object;
+    for (auto entry = map.begin(); entry != map.end(); ++entry)
+        object.insert(entry.key(), entry.value());
+    return object;
+}
+
+// Keeps the token of the site before, unless a name then means another file than it does now.
+void chooseToken(SiteContents *site, const QJsonObject &previous)
+{
+    site->token = previous.value(u"token"_s).toString();
+    for (const QString &member : {u"bygone"_s, u"installers"_s}) {
+        const QJsonObject before = previous.value(member).toObject();
+        for (auto entry = before.begin(); entry != before.end(); ++entry) {
+            const auto now = site->installerNames.constFind(entry.key());
+            if (now == site->installerNames.constEnd())
+                site->bygoneNames.insert(entry.key(), entry->toString());
+            else if (*now != entry->toString())
+                site->token.clear();
+        }
+    }
+    if (!site->token.isEmpty())
+        return;
+    site->bygoneNames.clear();
+    site->token = sha256(QJsonDocument(asJson(site->installerNames)).toJson()).first(32);
+}
+
+} // namespace
+
+std::optional<SiteContents> SiteContents::of(const CatalogueFile &catalogue,
+                                             const QJsonObject &previous, QString *error)
+{
+    SiteContents site;
+    for (const Catalogue::Product &product : catalogue.products()) {
+        if (const auto trouble = addProduct(&site, catalogue, product)) {
+            *error = *trouble;
+            return std::nullopt;
+        }
+    }
+    chooseToken(&site, previous);
+    site.replies.insert(HttpFunctionURLEncode::encode(u"cmd=gettoken"_s),
+                        addReply(&site, Replies::token(site.token)));
+    site.defaultReply = addReply(&site, Replies::refusal(u"no newer version is known"_s));
+    for (auto name = site.installerNames.begin(); name != site.installerNames.end(); ++name)
+        site.downloads.insert(HttpFunctionURLEncode::encode(u"cmd=download&tk="_s + site.token +
+                                                            u"&fn="_s + name.key()),
+                              name.value());
+    return site;
+}
+
+QJsonObject SiteContents::record() const
+{
+    return {{u"token"_s, token},
+            {u"installers"_s, asJson(installerNames)},
+            {u"bygone"_s, asJson(bygoneNames)},
+            {u"replies"_s, QJsonArray::fromStringList(replyFiles.keys())}};
+}
+
+QStringList SiteContents::filesOf(const QJsonObject &record)
+{
+    QStringList files;
+    const QJsonArray replies = record.value(u"replies"_s).toArray();
+    for (const QJsonValue &reply : replies)
+        files.append(reply.toString());
+    const QJsonObject installers = record.value(u"installers"_s).toObject();
+    for (const QJsonValue &installer : installers)
+        files.append(installer.toString());
+    return files;
+}

@@ -1,0 +1,43 @@
+#pragma once
+
+#include "CatalogueFile.h"
+
+#include <QJsonObject>
+#include <QMap>
+
+#include <optional>
+
+/// What a static site of a catalogue consists of. There is no nonce in what clients ask, so that
+/// all they can ask is known beforehand: it maps each sealed command to the file that answers it.
+///
+/// Files are named after their contents by paths that begin with a slash. A name therefore never
+/// comes to mean something else, and sites of different states share their files.
+struct SiteContents
+{
+    /// Every client gets the same token. It opens nothing and expires never; it only stands in the
+    /// download commands, and changes when an installer has been replaced under the same name, so
+    /// that caches and half-finished downloads do not mix the two.
+    QString token;
+    /// Files by sealed command: of those that are asked with POST, and of downloads.
+    QMap<QString, QString> replies;
+    QMap<QString, QString> downloads;
+    /// The reply to everything else.
+    QString defaultReply;
+    QMap<QString, QByteArray> replyFiles;
+    /// The catalogue's files by name of the site's.
+    QMap<QString, QString> installerFiles;
+    /// Files by the names that clients ask for.
+    QMap<QString, QString> installerNames;
+    /// Likewise, of earlier sites with the same token, for names that are no more.
+    QMap<QString, QString> bygoneNames;
+
+    /// Reads all installers. previous is the record() of the site before, or empty. Absent when
+    /// something is wrong; error is then one line.
+    static std::optional<SiteContents> of(const CatalogueFile &catalogue,
+                                          const QJsonObject &previous, QString *error);
+
+    /// What is kept of it beside the site.
+    QJsonObject record() const;
+    /// The files of the site with that record.
+    static QStringList filesOf(const QJsonObject &record);
+};
