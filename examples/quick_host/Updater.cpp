@@ -15,7 +15,10 @@ Updater::Updater() : controller_(ZVUpdateProc::getSharedZVUpdateProc())
     controller_->setProductID(productID, productVersion,
                               QDir(data).filePath(QStringLiteral("updates")));
     progressTimer_.setInterval(250);
-    connect(&progressTimer_, &QTimer::timeout, this, [this] { showProgress(); });
+    connect(&progressTimer_, &QTimer::timeout, this, [this] {
+        showProgress();
+        Q_EMIT changed();
+    });
 }
 
 void Updater::check()
@@ -74,5 +77,4 @@ void Updater::showProgress()
     } else if (progress.total.value_or(0) > 0) {
         progress_ = double(progress.received) / double(*progress.total);
     }
-    Q_EMIT changed();
 }
