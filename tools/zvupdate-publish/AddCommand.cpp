@@ -62,6 +62,9 @@ std::optional<QString> readNotes(const QStringList &values, Addition *addition)
         if (addition->notes.contains(language))
             return u"--notes: %1 is given twice; give one file for it"_s.arg(language);
         addition->notes.insert(language, text);
+        if (text.startsWith(u'"') && text.endsWith(u'"'))
+            addition->warnings.append(
+                u"clients take off the quotes around the notes in \"%1\""_s.arg(language));
         if (!languages().contains(language))
             addition->warnings.append(u"no client asks for notes in \"%1\"; they ask for %2"_s.arg(
                 language, languages().join(u", "_s)));

@@ -7,3 +7,4 @@ Command listCommand();
 Command showCommand();
 Command withdrawCommand();
 Command siteCommand();
+Command verifyCommand();

@@ -16,6 +16,7 @@ int main(int argc, char *argv[])
         u"zvupdate-publish"_s,
         u"Publishes releases: keeps the catalogue of them, and makes a static site of it."_s,
         u"" ZVUPDATE_VERSION ""_s,
-        {addCommand(), listCommand(), showCommand(), withdrawCommand(), siteCommand()}};
+        {addCommand(), listCommand(), showCommand(), withdrawCommand(), siteCommand(),
+         verifyCommand()}};
     return program.run(QCoreApplication::arguments().sliced(1), console);
 }
