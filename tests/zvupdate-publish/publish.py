@@ -1,0 +1,273 @@
+#!/usr/bin/env python3
+"""Tries zvupdate-publish: the catalogue, and its static sites behind a real nginx."""
+
+import concurrent.futures
+import hashlib
+import http.client
+import json
+import os
+import pathlib
+import shutil
+import socket
+import subprocess
+import sys
+import tempfile
+import threading
+import unittest
+
+sys.dont_write_bytecode = True
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "bench"))
+import servers  # noqa: E402
+from sealing import seal  # noqa: E402
+
+BIN = pathlib.Path(os.environ["ZVUPDATE_BIN"])
+os.environ["PATH"] += ":/usr/sbin"
+PATH = "/Update/ZVDLCtl.dll?dt="
+
+# Little is buffered on the way, so that a client that stops reading stops the server.
+NGINX = """
+daemon off; worker_processes 2; pid {folder}/pid; {user}
+events {{ worker_connections 1024; }}
+http {{
+    log_format short "$request_method $status"; access_log {folder}/access.log short;
+    client_body_temp_path {folder}/b; proxy_temp_path {folder}/p; fastcgi_temp_path {folder}/f;
+    uwsgi_temp_path {folder}/u; scgi_temp_path {folder}/s;
+    include {folder}/site/current/nginx.conf;
+    server {{
+        listen 127.0.0.1:{port} sndbuf=16k backlog=512;
+        include {folder}/more.conf;
+        include {folder}/site/current/locations.conf;
+    }}
+}}
+"""
+
+
+class Folder(unittest.TestCase):
+    def setUp(self):
+        self.folder = pathlib.Path(tempfile.mkdtemp(prefix="zvupdate-publish-"))
+        self.addCleanup(shutil.rmtree, self.folder)
+        self.folder.chmod(0o755)
+        self.catalogue = self.folder / "catalogue"
+        self.catalogue.mkdir()
+        self.notes = self.file("notes", "Faster start, 啟動更快".encode())
+
+    def file(self, name, contents):
+        (self.folder / name).write_bytes(contents)
+        return self.folder / name
+
+    def publish(self, command, *arguments, status=0):
+        done = subprocess.run([BIN / "zvupdate-publish", command, *map(str, arguments)], text=True,
+                              capture_output=True, check=False)
+        self.assertEqual(done.returncode, status, done.stdout + done.stderr)
+        return done.stdout + done.stderr
+
+    def add(self, version, installer, *more, product="P1", status=0):
+        return self.publish("add", "--catalogue", self.catalogue, "--product-id", product,
+                            "--version", version, "--installer", installer, *more, status=status)
+
+    def releases(self):
+        return json.loads((self.catalogue / "releases.json").read_text())
+
+
+class Catalogue(Folder):
+    def test_refuses_what_clients_would_stumble_over(self):
+        installer = self.file("installer", b"v2")
+        self.add("2103", installer)
+        before = self.releases()
+        self.file("empty", b" \n")
+        self.file("latin", b"d\xe9j\xe0 vu")
+        for version, more, status, reason in (
+                ("2103", (), 1, "exists"), ("2103.0", (), 1, "exists"),
+                ("2102", (), 1, "older than 2103"), ("x", (), 1, "no number"),
+                ("3/1", (), 1, "not one plain file name"),
+                ("9" * 250, (), 1, "not one plain file name"),
+                ("2104", ("--notes", f"en={self.folder}/empty"), 1, "is empty"),
+                ("2104", ("--notes", f"en={self.folder}/latin"), 1, "not UTF-8"),
+                ("2104", ("--notes", "en"), 2, "LANGUAGE=FILE"),
+                ("2104", ("--supersedes", "2104"), 1, "not older")):
+            with self.subTest(version=version, more=more):
+                output = self.add(version, installer, *more, status=status)
+                self.assertIn(reason, output)
+                self.assertEqual(output.count("\n"), 1, output)
+        self.assertIn('"v2...1"', self.add("2.1", installer, "--force", "--dry-run"))
+        output = self.add("2104", installer, "--dry-run", "--notes", f"zh-TW={self.notes}")
+        self.assertIn('no notes in "en"', output)
+        self.assertNotIn('no notes in "zh-TW"', output)
+        self.assertEqual(self.releases(), before)
+
+    def test_loses_nothing_when_several_are_at_work(self):
+        self.add("1", self.file("installer", b"v1"))
+        changed = self.releases()
+        changed["colour"] = changed["products"][0]["owner"] = {"name": "Ann"}
+        (self.catalogue / "releases.json").write_text(json.dumps(changed))
+        with concurrent.futures.ThreadPoolExecutor(8) as pool:
+            list(pool.map(lambda n: self.add(n, self.folder / "installer", "--force"),
+                          map(str, range(2, 10))))
+        after = self.releases()
+        self.assertEqual({release["version"] for release in after["products"][0]["releases"]},
+                         {str(n) for n in range(1, 10)})
+        self.assertEqual(after["colour"], after["products"][0]["owner"])
+
+
+@unittest.skipUnless(shutil.which("nginx"), "nginx is not installed")
+class Site(Folder):
+    def start(self, more=""):
+        """Makes the site and serves it."""
+        self.make_site()
+        self.port = servers.free_port()
+        self.url = f"http://127.0.0.1:{self.port}{PATH}"
+        self.file("more.conf", more.encode())
+        config = self.file("nginx.conf", NGINX.format(
+            folder=self.folder, port=self.port,
+            user="user root;" if os.geteuid() == 0 else "").encode())
+        running = servers.running(["nginx", "-p", self.folder, "-e", self.folder / "error.log",
+                                   "-c", config])
+        self.nginx = running.__enter__()
+        self.addCleanup(running.__exit__, None, None, None)
+        servers.wait_for(lambda: servers.is_listening(self.port), "nginx listens")
+
+    def make_site(self, *more):
+        return json.loads(self.publish("site", "--catalogue", self.catalogue, "--output",
+                                       self.folder / "site", "--format", "nginx", "--json", *more))
+
+    def reload(self, is_in_force):
+        self.nginx.send_signal(1)
+        servers.wait_for(is_in_force, "the new site is in force")
+
+    def verify(self, status=0):
+        return self.publish("verify", self.url, "--catalogue", self.catalogue, status=status)
+
+    def ask(self, method, command, connection=None, headers=None):
+        connection = connection or http.client.HTTPConnection("127.0.0.1", self.port, timeout=60)
+        connection.request(method, PATH + seal(command), headers=headers or {})
+        return connection.getresponse()
+
+    def post(self, command):
+        return json.loads(self.ask("POST", command).read())
+
+    def is_offered(self, version):
+        return self.post(f"cmd=checkupd&id=P1&ver={version}")["ok"]
+
+    def test_a_killed_download_is_resumed(self):
+        contents = os.urandom(3_000_000)
+        self.add("2100", self.file("old", b"old"))
+        self.add("2103", self.file("new", contents), "--notes", f"en={self.notes}")
+        self.start("limit_rate 1m;")
+        servers.point_clients_to(self.url, self.folder)
+        saved = self.folder / "saved"
+        saved.mkdir()
+        check = [BIN / "zvupdate", "check", "--product-id", "P1", "--product-version", "2100",
+                 "--directory", saved]
+        environment = os.environ | {"HOME": str(self.folder)}
+        partial = saved / "P1_2103.bin"
+        with subprocess.Popen(check, env=environment, stdout=subprocess.DEVNULL) as client:
+            servers.wait_for(lambda: partial.exists() and partial.stat().st_size > 500_000,
+                             "the download is under way")
+            client.kill()
+        self.assertLess(partial.stat().st_size, len(contents))
+        subprocess.run(check, env=environment, stdout=subprocess.DEVNULL, check=True)
+        self.assertEqual((saved / "P1_2103.dmg").read_bytes(), contents)
+        self.assertIn("GET 206", (self.folder / "access.log").read_text())
+
+    def test_clients_of_a_switched_site_get_whole_files(self):
+        old, new = os.urandom(300_000), os.urandom(300_000)
+        self.add("1", self.file("first", b"first"))
+        self.add("2", self.file("old", old))
+        self.start()
+        arrived, switched = threading.Semaphore(0), threading.Event()
+
+        def pause(is_here):
+            if is_here:
+                arrived.release()
+                switched.wait(60)
+
+        def client(phase):
+            """Pauses before the token, the size or the file, in mid-file, or breaks off there."""
+            self.assertTrue(self.is_offered("1"))
+            pause(phase == 0)
+            token = self.post("cmd=gettoken")["id"]
+            command = f"cmd=download&tk={token}&fn=P1_2.exe"
+            pause(phase == 1)
+            self.assertEqual(int(self.ask("HEAD", command).headers["Content-Length"]), len(old))
+            pause(phase == 2)
+            connection = http.client.HTTPConnection("127.0.0.1", self.port, timeout=60)
+            connection.sock = socket.socket()
+            connection.sock.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 4096)
+            connection.sock.connect(("127.0.0.1", self.port))
+            response = self.ask("GET", command, connection)
+            received = response.read(50_000)
+            if phase == 4:
+                connection.close()
+            pause(phase >= 3)
+            if phase == 4:
+                response = self.ask("GET", command, headers={"Range": f"bytes={len(received)}-"})
+                self.assertEqual(response.status, 206)
+            return received + response.read()
+
+        with concurrent.futures.ThreadPoolExecutor(200) as pool:
+            clients = [pool.submit(client, n % 5) for n in range(200)]
+            for _ in clients:
+                self.assertTrue(arrived.acquire(timeout=60))
+            self.add("3", self.file("new", new))
+            self.make_site()
+            self.assertFalse(self.is_offered("2"), "the site before is served until the reload")
+            self.reload(lambda: self.is_offered("2"))
+            switched.set()
+            for each in clients:
+                self.assertEqual(hashlib.md5(each.result()).digest(), hashlib.md5(old).digest())
+        self.verify()
+
+    def test_a_withdrawn_name_that_comes_back_gets_another_token(self):
+        self.add("1", self.file("installer", b"first"))
+        self.add("2", self.file("installer", b"second"))
+        self.start()
+        token = self.post("cmd=gettoken")["id"]
+        self.publish("withdraw", "--catalogue", self.catalogue, "--product-id", "P1",
+                     "--version", "2")
+        self.assertEqual(self.make_site()["token"], token)
+        self.reload(lambda: not self.is_offered("1"))
+        self.verify()
+        self.add("2", self.file("installer", b"rebuilt"), "--force")
+        self.make_site()
+        self.reload(lambda: self.post("cmd=gettoken")["id"] != token)
+        self.assertEqual(self.ask("GET", f"cmd=download&tk={token}&fn=P1_2.exe").status, 404)
+        self.verify()
+        installers = self.folder / "site" / "installers"
+        self.assertIn(hashlib.sha256(b"second").hexdigest(), os.listdir(installers))
+        self.add("3", self.file("installer", b"third"))
+        self.make_site("--keep", "1")
+        self.assertEqual(set(os.listdir(installers)), {
+            hashlib.sha256(contents).hexdigest() for contents in (b"first", b"rebuilt", b"third")})
+
+    def test_fifty_products_with_twenty_versions(self):
+        (self.catalogue / "installer").write_bytes(b"all the same")
+        products = [{"id": f"產品&{n}", "withdrawn": ["9"], "releases": [
+            {"version": str(version), "installer": "installer", "notes": {"en": f"{n} {version}"}}
+            for version in range(100, 120)]} for n in range(50)]
+        (self.catalogue / "releases.json").write_text(json.dumps({"products": products}))
+        self.start()
+        # Twenty outdated versions, the newest and an unknown one ask; twenty are downloaded.
+        self.assertIn(f"{50 * (22 + 20)} looked at, 0 wrong", self.verify())
+        sealed = seal("cmd=checkupd&id=產品&7&ver=100")
+        for text in (sealed, sealed.lower()):
+            reply = subprocess.run(["curl", "-s", "-d", "a=body", self.url + text], check=True,
+                                   capture_output=True).stdout
+            self.assertTrue(json.loads(reply)["ok"])
+
+    def test_verify_finds_what_is_wrong(self):
+        self.add("1", self.file("installer", b"first"))
+        self.add("2", self.file("installer", b"second"))
+        self.start("max_ranges 0;")
+        served = self.folder / "site/installers" / hashlib.sha256(b"first").hexdigest()
+        served.unlink()
+        served.write_bytes(b"fIrst")
+        self.add("3", self.file("installer", b"third"))
+        output = self.verify(1)
+        for reason in ("GET brings a file with the MD5", "Range is ignored",
+                       'is offered "2", and should be offered "3"; a cache may be stale',
+                       "HEAD tells no length"):
+            self.assertIn(reason, output)
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2, warnings="ignore")
