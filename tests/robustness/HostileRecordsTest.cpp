@@ -16,9 +16,9 @@ namespace {
 /// What a field may hold, and how it is to be read as a text and as a truth.
 struct Value
 {
-    const char *json; ///< Null for a field that is not there.
-    Text text;
-    bool truth;
+    const char *json = nullptr; ///< Null for a field that is not there.
+    Text text = std::nullopt;
+    bool truth = false;
 };
 
 const Value values[] = {
