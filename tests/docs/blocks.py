@@ -121,23 +121,26 @@ class Page:
             program = words[0].rsplit('/', 1)[-1]
             if words[0] == './run':
                 self.look_up(words[1:2], str(ROOT / 'run'), 'help')
-            elif program in ('zvupdate', 'zvupdate-service'):
-                to_command = [words[1]] if program == 'zvupdate' and words[1][:1] != '-' else []
-                self.look_up([word for word in words if word.startswith('--')],
-                             str(self.options.build / 'bin' / program), *to_command, '--help')
+            elif re.fullmatch(r'zvupdate(-service|-publish|-window)?', program):
+                path = str(self.options.build / 'bin' / program)
+                to_command = [words[1]] if 'Commands:' in self.help(path, '--help') else []
+                self.look_up([word for word in words if word.startswith('--')], path,
+                             *(word for word in to_command if not word.startswith('-')), '--help')
             elif '--preset' in words:
                 name = f'"name": "{words[words.index("--preset") + 1]}"'
                 if name not in (ROOT / 'CMakePresets.json').read_text():
                     raise Wrong(f'there is no preset with {name}')
 
+    def help(self, *help_command):
+        if help_command not in self.helps:
+            self.helps[help_command] = command('is no command', *help_command)
+        return self.helps[help_command]
+
     def look_up(self, words, *help_command):
-        key = ' '.join(help_command)
-        if key not in self.helps:
-            self.helps[key] = command('is no command', *help_command)
         for word in words:
             name = re.escape(word.split('=')[0])
-            if not re.search(rf'(^|[\s,]){name}(?![\w-])', self.helps[key]):
-                raise Wrong(f'"{key}" does not know "{word}"')
+            if not re.search(rf'(^|[\s,]){name}(?![\w-])', self.help(*help_command)):
+                raise Wrong(f'{" ".join(help_command)} does not know "{word}"')
 
     def run(self):
         environment = {'HOME': str(self.folder), 'CXX': self.options.cxx,
