@@ -146,7 +146,8 @@ class Page:
         environment = {'HOME': str(self.folder), 'CXX': self.options.cxx,
                        'ZVUpdate_DIR': str(self.options.build),
                        'PATH': f'{self.options.build}/bin:{os.environ["PATH"]}'}
-        start = 'set -eux -o pipefail\npids=""\ntrap \'kill $pids; wait\' EXIT\n'
+        start = ('set -eux -o pipefail\npids=""\n'
+                 'trap \'kill $pids $(jobs -p) 2>/dev/null || true; wait\' EXIT\n')
         print(command('the commands fail', 'bash', '-c', start + '\n'.join(self.script),
                       cwd=self.folder, env=environment))
 
