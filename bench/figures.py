@@ -2,6 +2,7 @@
 
 import costs
 import serving
+import static_site
 import transfers
 
 ALL = {
@@ -14,4 +15,5 @@ ALL = {
     "size": costs.size,
     "service": serving.service,
     "crowd": serving.crowd,
+    "static": static_site.static,
 }

@@ -21,6 +21,7 @@ http {{
     tcp_nopush on;
     keepalive_requests 100000000;
     default_type application/octet-stream;
+    {http}
     client_body_temp_path {folder}/body;
     proxy_temp_path {folder}/proxy;
     fastcgi_temp_path {folder}/fastcgi;
@@ -29,6 +30,7 @@ http {{
     server {{
         listen 127.0.0.1:{port};
         root {root};
+        {server}
     }}
 }}
 """
@@ -64,14 +66,16 @@ def running(argv, **options):
 
 
 @contextlib.contextmanager
-def nginx(root, folder):
-    """Serves a folder's files, which stay in the page cache; yields the base URL."""
+def nginx(root, folder, http="", server=""):
+    """Serves a folder's files, which stay in the page cache; yields the base URL. http and server are
+    further directives for those two places."""
     folder.mkdir()
     port = free_port()
     # As root, its workers would otherwise be somebody who may not read the files.
     user = "user root;" if os.geteuid() == 0 else ""
     config = folder / "nginx.conf"
-    config.write_text(NGINX.format(folder=folder, root=root, port=port, user=user))
+    config.write_text(NGINX.format(folder=folder, root=root, port=port, user=user,
+                                   http=http, server=server))
     path = os.environ["PATH"] + ":/usr/sbin"
     with running(["nginx", "-p", folder, "-e", folder / "error.log", "-c", config],
                  env=os.environ | {"PATH": path}):

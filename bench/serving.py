@@ -54,6 +54,20 @@ def connections(bench):
         [second * 1000 for second in samples[name]] for name in ("ours", "curl")), "curl", 1.10)
 
 
+def requests_a_second(bench, target, is_post=True):
+    script = bench.folder / "post.lua"
+    script.write_text('wrk.method = "POST"\nwrk.body = ""\n')
+    options = ("-s", script) if is_post else ()
+
+    def measured():
+        output = run(("wrk", f"-c{CONNECTIONS}", "-t1", "-d3s", *options, target),
+                     bench.folder).output
+        if re.search(r"Non-2xx|Socket errors", output):
+            raise Failed(f"wrk has met errors: {output}")
+        return float(re.search(r"Requests/sec:\s*([\d.]+)", output).group(1))
+    return measured
+
+
 def service(bench):
     size = bench.size(1024)
     url, _ = serve(bench, size)
@@ -61,20 +75,8 @@ def service(bench):
     root.mkdir()
     (root / "reply").write_text(post(bench, url + seal(CHECK)))
     static = bench.exits.enter_context(servers.nginx(bench.folder, bench.folder / "nginx"))
-    script = bench.folder / "post.lua"
-    script.write_text('wrk.method = "POST"\nwrk.body = ""\n')
-
-    def rate(target, *options):
-        def measured():
-            output = run(("wrk", f"-c{CONNECTIONS}", "-t1", "-d3s", *options, target),
-                         bench.folder).output
-            if re.search(r"Non-2xx|Socket errors", output):
-                raise Failed(f"wrk has met errors: {output}")
-            return float(re.search(r"Requests/sec:\s*([\d.]+)", output).group(1))
-        return measured
-
-    samples = race(bench.rounds, {"service": rate(url + seal(CHECK), "-s", script),
-                                  "nginx": rate(f"{static}static/reply")})
+    samples = race(bench.rounds, {"service": requests_a_second(bench, url + seal(CHECK)),
+                                  "nginx": requests_a_second(bench, f"{static}static/reply", False)})
     yield compare(8, f"checks a second at {CONNECTIONS} connections", "1/s", samples["service"],
                   samples["nginx"], "nginx, static", limit=0.33, at_least=True)
 
