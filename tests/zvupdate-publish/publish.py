@@ -8,6 +8,7 @@ import json
 import os
 import pathlib
 import shutil
+import signal
 import socket
 import subprocess
 import sys
@@ -95,6 +96,21 @@ class Catalogue(Folder):
         self.assertNotIn('no notes in "zh-TW"', output)
         self.assertEqual(self.releases(), before)
 
+    def test_site_refuses_what_would_not_do(self):
+        self.add("1", self.file("installer", b"as it was added"))
+        for more, status, reason in (
+                (("--download-host", "ftp://cdn.example.com"), 2, "give http://HOST"),
+                (("--download-host", "http://cdn.example.com/$x"), 2, "give http://HOST"),
+                (("--download-host", "http://cdn.example.com", "--base-url", "https://u/p?dt="), 2,
+                 "from https to http"),
+                (("--base-url", "https://u/p"), 2, "PATH?KEY="), (("--keep", "0"), 2, "from 1 on"),
+                ((), 1, "is not the file that was added")):
+            (self.catalogue / "installers" / "P1_1").write_bytes(b"now something else")
+            self.assertIn(reason, self.publish("site", "--catalogue", self.catalogue, "--format",
+                                               "nginx", "--output", self.folder / "site", *more,
+                                               status=status))
+            self.assertFalse((self.folder / "site" / "current").exists())
+
     def test_loses_nothing_when_several_are_at_work(self):
         self.add("1", self.file("installer", b"v1"))
         changed = self.releases()
@@ -130,9 +146,19 @@ class Site(Folder):
         return json.loads(self.publish("site", "--catalogue", self.catalogue, "--output",
                                        self.folder / "site", "--format", "nginx", "--json", *more))
 
-    def reload(self, is_in_force):
-        self.nginx.send_signal(1)
-        servers.wait_for(is_in_force, "the new site is in force")
+    def reload(self):
+        """Returns when the old workers accept no more connections; they may go on with those they
+        have."""
+        workers = pathlib.Path(f"/proc/{self.nginx.pid}/task/{self.nginx.pid}/children")
+        titles = [pathlib.Path(f"/proc/{pid}/cmdline") for pid in workers.read_text().split()]
+
+        def is_leaving(title):
+            try:
+                return b"worker process\0" not in title.read_bytes() + b"\0"
+            except OSError:
+                return True
+        self.nginx.send_signal(signal.SIGHUP)
+        servers.wait_for(lambda: all(map(is_leaving, titles)), "the old workers leave")
 
     def verify(self, status=0):
         return self.publish("verify", self.url, "--catalogue", self.catalogue, status=status)
@@ -211,7 +237,7 @@ class Site(Folder):
             self.add("3", self.file("new", new))
             self.make_site()
             self.assertFalse(self.is_offered("2"), "the site before is served until the reload")
-            self.reload(lambda: self.is_offered("2"))
+            self.reload()
             switched.set()
             for each in clients:
                 self.assertEqual(hashlib.md5(each.result()).digest(), hashlib.md5(old).digest())
@@ -225,11 +251,13 @@ class Site(Folder):
         self.publish("withdraw", "--catalogue", self.catalogue, "--product-id", "P1",
                      "--version", "2")
         self.assertEqual(self.make_site()["token"], token)
-        self.reload(lambda: not self.is_offered("1"))
+        self.reload()
+        self.assertFalse(self.is_offered("1"))
         self.verify()
         self.add("2", self.file("installer", b"rebuilt"), "--force")
         self.make_site()
-        self.reload(lambda: self.post("cmd=gettoken")["id"] != token)
+        self.reload()
+        self.assertNotEqual(self.post("cmd=gettoken")["id"], token)
         self.assertEqual(self.ask("GET", f"cmd=download&tk={token}&fn=P1_2.exe").status, 404)
         self.verify()
         installers = self.folder / "site" / "installers"
@@ -238,6 +266,17 @@ class Site(Folder):
         self.make_site("--keep", "1")
         self.assertEqual(set(os.listdir(installers)), {
             hashlib.sha256(contents).hexdigest() for contents in (b"first", b"rebuilt", b"third")})
+
+    def test_downloads_can_be_sent_elsewhere(self):
+        self.add("1", self.file("installer", b"first"))
+        self.add("2", self.file("installer", b"second"))
+        self.start()
+        self.make_site("--base-url", "http://any.example/get/it?what=",
+                       "--download-host", f"http://localhost:{self.port}/")
+        self.reload()
+        self.url = f"http://127.0.0.1:{self.port}/get/it?what="
+        self.verify()
+        self.assertIn("GET 302", (self.folder / "access.log").read_text())
 
     def test_fifty_products_with_twenty_versions(self):
         (self.catalogue / "installer").write_bytes(b"all the same")

@@ -18,7 +18,7 @@ QStringList texts(const QJsonValue &list)
 {
     QStringList result;
     const QJsonArray values = list.toArray();
-    for (const QJsonValue &value : values)
+    for (const auto &value : values)
         result.append(value.toString());
     return result;
 }
@@ -58,6 +58,10 @@ std::optional<CatalogueFile> CatalogueFile::read(const QString &directory, bool 
     }
     result.root_ = QJsonDocument::fromJson(json).object();
     result.products_ = *products;
+    const QJsonArray records = result.root_.value(u"products"_s).toArray();
+    for (const auto &record : records)
+        result.productRecords_.insert(record.toObject().value(u"id"_s).toString(),
+                                      record.toObject());
     return result;
 }
 
@@ -70,13 +74,13 @@ const Catalogue::Product *CatalogueFile::product(const QString &id) const
 
 QJsonObject CatalogueFile::record(const QString &productId, const QString &version) const
 {
-    const QJsonArray releases = productRecord(productId).value(u"releases"_s).toArray();
+    const QJsonArray releases = productRecords_.value(productId).value(u"releases"_s).toArray();
     return releases.at(indexOfMember(releases, u"version"_s, version)).toObject();
 }
 
 QStringList CatalogueFile::withdrawn(const QString &productId) const
 {
-    return texts(productRecord(productId).value(u"withdrawn"_s));
+    return texts(productRecords_.value(productId).value(u"withdrawn"_s));
 }
 
 QStringList CatalogueFile::outdated(const Catalogue::Product &product) const
@@ -98,7 +102,7 @@ QStringList CatalogueFile::outdated(const Catalogue::Product &product) const
 
 void CatalogueFile::add(const QString &productId, const QJsonObject &release)
 {
-    QJsonObject product = productRecord(productId);
+    QJsonObject product = productRecords_.value(productId);
     QJsonArray releases = product.value(u"releases"_s).toArray();
     releases.append(release);
     product.insert(u"id"_s, productId);
@@ -111,7 +115,7 @@ void CatalogueFile::add(const QString &productId, const QJsonObject &release)
 
 void CatalogueFile::withdraw(const QString &productId, const QString &version)
 {
-    QJsonObject product = productRecord(productId);
+    QJsonObject product = productRecords_.value(productId);
     QJsonArray releases = product.value(u"releases"_s).toArray();
     // What the release has superseded is still out there.
     const QStringList gone =
@@ -136,20 +140,10 @@ std::optional<QString> CatalogueFile::save() const
     return std::nullopt;
 }
 
-qsizetype CatalogueFile::indexOf(const QString &productId) const
-{
-    return indexOfMember(root_.value(u"products"_s).toArray(), u"id"_s, productId);
-}
-
-QJsonObject CatalogueFile::productRecord(const QString &productId) const
-{
-    return root_.value(u"products"_s).toArray().at(indexOf(productId)).toObject();
-}
-
 void CatalogueFile::setProductRecord(const QString &productId, const QJsonObject &record)
 {
     QJsonArray products = root_.value(u"products"_s).toArray();
-    const qsizetype index = indexOf(productId);
+    const qsizetype index = indexOfMember(products, u"id"_s, productId);
     if (index < 0)
         products.append(record);
     else

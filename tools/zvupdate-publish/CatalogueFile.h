@@ -2,6 +2,7 @@
 
 #include <Catalogue.h>
 
+#include <QHash>
 #include <QJsonObject>
 #include <QString>
 #include <QStringList>
@@ -42,11 +43,11 @@ public:
 private:
     CatalogueFile() = default;
 
-    qsizetype indexOf(const QString &productId) const;
-    QJsonObject productRecord(const QString &productId) const;
     void setProductRecord(const QString &productId, const QJsonObject &record);
 
     QString directory_;
     QJsonObject root_;
-    QList<Catalogue::Product> products_; // As read.
+    // As read:
+    QList<Catalogue::Product> products_;
+    QHash<QString, QJsonObject> productRecords_;
 };

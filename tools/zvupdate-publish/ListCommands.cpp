@@ -57,7 +57,7 @@ int list(const Arguments &arguments, Console &console)
     const auto row = u"%1  %2  %3  %4"_s;
     console.say(
         row.arg(u"PRODUCT"_s, -16).arg(u"VERSION"_s, -10).arg(u"BYTES"_s, 13).arg(u"INSTALLER"_s));
-    for (const QJsonValue &value : std::as_const(releases)) {
+    for (const auto &value : std::as_const(releases)) {
         const QJsonObject release = value.toObject();
         console.say(row.arg(release.value(u"product"_s).toString(), -16)
                         .arg(release.value(u"version"_s).toString() +

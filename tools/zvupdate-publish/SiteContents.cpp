@@ -152,10 +152,10 @@ QStringList SiteContents::filesOf(const QJsonObject &record)
 {
     QStringList files;
     const QJsonArray replies = record.value(u"replies"_s).toArray();
-    for (const QJsonValue &reply : replies)
+    for (const auto &reply : replies)
         files.append(reply.toString());
     const QJsonObject installers = record.value(u"installers"_s).toObject();
-    for (const QJsonValue &installer : installers)
+    for (const auto &installer : installers)
         files.append(installer.toString());
     return files;
 }
