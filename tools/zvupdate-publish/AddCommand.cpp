@@ -142,6 +142,19 @@ Place placeFor(const CatalogueFile &catalogue, const Addition &addition)
             true};
 }
 
+// Whose installer lies at that path, if anybody's: two products' identifiers and versions may run
+// together to one name.
+std::optional<QString> ownerOf(const CatalogueFile &catalogue, const QString &path)
+{
+    for (const auto &product : catalogue.products()) {
+        for (const auto &release : product.releases) {
+            if (release.installerPath == path)
+                return u"version %1 of \"%2\""_s.arg(release.version, product.id);
+        }
+    }
+    return std::nullopt;
+}
+
 // Enters the release into the catalogue. What went wrong, if anything; record is then unfinished.
 std::optional<QString> enter(CatalogueFile *catalogue, const Addition &addition, bool isDryRun,
                              QJsonObject *record)
@@ -150,6 +163,8 @@ std::optional<QString> enter(CatalogueFile *catalogue, const Addition &addition,
     QString path = addition.installer;
     if (place.isNew && !isDryRun) {
         path = QDir(catalogue->directory()).filePath(place.relativePath);
+        if (const auto owner = ownerOf(*catalogue, path))
+            return u"%1: is the installer of %2; choose another version"_s.arg(path, *owner);
         QDir(catalogue->directory()).mkpath(u"installers"_s);
         // A copy of its own: what becomes of the original is its maker's business.
         if (const auto trouble =
