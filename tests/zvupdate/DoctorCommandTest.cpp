@@ -66,6 +66,10 @@ TEST(DoctorCommandTest, NamesWhatIsWrongAndChangesNothing)
         const char *said;
     };
     const auto nothing = [] {};
+    const Offer huge = offering([](Offer &o) {
+        o.sizeReply = ScriptedServer::Reply().send(
+            "HTTP/1.1 200 OK\r\nContent-Length: 1152921504606846976\r\n\r\n");
+    });
     const Case cases[] = {
         {"all is well", {}, nothing, "", "offers version 2"},
         {"no newer version", offering([](Offer &o) { o.ok = false; }), nothing, "", "says: M"},
@@ -112,12 +116,9 @@ TEST(DoctorCommandTest, NamesWhatIsWrongAndChangesNothing)
          [&] { writeFile(root.filePath(u"new"_s), ""); },
          "directory",
          "not a directory"},
-        {"no room", offering([](Offer &o) {
-             o.sizeReply = ScriptedServer::Reply().send(
-                 "HTTP/1.1 200 OK\r\nContent-Length: 1152921504606846976\r\n\r\n");
-         }),
-         nothing, "room", "1.0 EiB"},
-        {"an installer", {}, [&] { write(u"P_2.dmg"_s, Offer::installer()); }, "", "verified"},
+        {"no room", huge, nothing, "room", "1.0 EiB"},
+        {"no room, and no need of it", huge, [&] { write(u"P_2.dmg"_s, Offer::installer()); }, "",
+         "verified"},
         {"a folder for an installer",
          {},
          [&] { QDir().mkpath(directory + u"/P_2.dmg"_s); },

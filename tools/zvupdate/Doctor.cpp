@@ -81,8 +81,8 @@ bool Doctor::examine()
     // Each of these needs the one before.
     if (examineAddress() && examineReply() && examineToken())
         examineSize();
-    examineRoom();
     examineFiles();
+    examineRoom();
     return isAllWell_;
 }
 
@@ -168,7 +168,7 @@ bool Doctor::examineAddress()
     const QString address = client_.mBaseURL();
     const QUrl url(address, QUrl::StrictMode);
     const QString file = QDir::home().filePath(u"Documents/ConsoleZVUpdate.mac"_s);
-    const bool isOverridden = QFileInfo(file).isFile();
+    const bool isOverridden = QFileInfo(file).isFile() && QFileInfo(file).isReadable();
     const QString place = isOverridden ? u"write it anew in %1, or remove that"_s.arg(file)
                                        : u"build the library with ZVUPDATE_SERVICE_URL set to it"_s;
 
@@ -180,7 +180,7 @@ bool Doctor::examineAddress()
                      u"Get the right one, and "_s + place + u'.');
     if (url.host().endsWith(u".invalid"_s))
         return wrong(u"address"_s,
-                     u"The service's address is that of no service: %1"_s.arg(address),
+                     u"The service's address, %1, is that of no service."_s.arg(address),
                      u"Get the maker's, and "_s + place + u'.');
 
     QString message = u"The service's address is %1"_s.arg(address);
@@ -263,23 +263,6 @@ void Doctor::examineSize()
     }
 }
 
-void Doctor::examineRoom()
-{
-    const QStorageInfo storage(existingPart(directory_).filePath());
-    const qint64 room = storage.bytesAvailable();
-    if (!storage.isValid() || room < 0)
-        return; // What is wrong with the directory has been said.
-    const qint64 there = files_ ? QFileInfo(files_->temporaryPath).size() : 0;
-    const auto needed = size_ ? static_cast<qint64>(*size_) - there : qint64(1);
-    if (room < needed)
-        wrong(u"room"_s,
-              u"There is room for %1 in %2, and %3 are still to come."_s.arg(size(room), directory_,
-                                                                             size(needed)),
-              u"Make room, or choose another --directory."_s);
-    else
-        well(u"room"_s, u"There is room for %1."_s.arg(size(room)));
-}
-
 void Doctor::examineFiles()
 {
     const QString last = UpdatePreferences::lastDownloadDigest().value_or(u"unset"_s);
@@ -314,7 +297,8 @@ bool Doctor::examineInstaller()
         return wrong(u"files"_s,
                      u"%1 is in the installer's place, and no file."_s.arg(file.filePath()),
                      u"Remove it."_s);
-    if (ZVMisc::getFileMD5(file.filePath()) == digest_)
+    isInstallerHere_ = ZVMisc::getFileMD5(file.filePath()) == digest_;
+    if (isInstallerHere_)
         well(u"files"_s, u"The installer is there and verified: %1"_s.arg(file.filePath()));
     else
         well(u"files"_s,
@@ -343,4 +327,22 @@ void Doctor::examineTemporaryFile()
     // The library leaves such a file to the service, which has no more bytes for it.
     wrong(u"files"_s, state + u", all there is to come, and is not what is offered."_s,
           u"Remove it, so that the next check downloads it anew."_s);
+}
+
+void Doctor::examineRoom()
+{
+    const QStorageInfo storage(existingPart(directory_).filePath());
+    const qint64 room = storage.bytesAvailable();
+    if (!storage.isValid() || room < 0)
+        return; // What is wrong with the directory has been said.
+    const qint64 there = files_ ? QFileInfo(files_->temporaryPath).size() : 0;
+    const auto missing = size_ ? static_cast<qint64>(*size_) - there : qint64(1);
+    const auto needed = isInstallerHere_ ? qint64(0) : missing;
+    if (room < needed)
+        wrong(u"room"_s,
+              u"There is room for %1 in %2, and %3 are still to come."_s.arg(size(room), directory_,
+                                                                             size(needed)),
+              u"Make room, or choose another --directory."_s);
+    else
+        well(u"room"_s, u"There is room for %1."_s.arg(size(room)));
 }

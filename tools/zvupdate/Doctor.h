@@ -45,11 +45,11 @@ private:
     bool examineReply();
     bool examineToken();
     void examineSize();
-    void examineRoom();
     void examineFiles();
+    void listFiles();
     bool examineInstaller();
     void examineTemporaryFile();
-    void listFiles();
+    void examineRoom();
 
     const QString productID_;
     const QString productVersion_;
@@ -63,4 +63,5 @@ private:
     QString digest_; // In lower case.
     QString token_;
     std::optional<uint64_t> size_;
+    bool isInstallerHere_ = false; // And verified.
 };
