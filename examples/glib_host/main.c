@@ -35,8 +35,8 @@ static void handle(JsonObject *event)
 {
     const char *name = json_object_get_string_member_with_default(event, "event", "");
     if (g_str_equal(name, "offer")) {
-        g_print("Version %s is available.\n",
-                json_object_get_string_member_with_default(event, "version", "?"));
+        const char *version = json_object_get_string_member_with_default(event, "version", NULL);
+        g_print("Version %s is available.\n", version ? version : "?");
     } else if (g_str_equal(name, "progress")) {
         const gint64 received = json_object_get_int_member_with_default(event, "received", 0);
         /* Null while it is not known, which gives 0. */
@@ -67,7 +67,7 @@ static void helper_ended(GObject *source, GAsyncResult *result, gpointer data)
     check->status = g_subprocess_get_if_exited(helper) ? g_subprocess_get_exit_status(helper)
                                                        : 128 + g_subprocess_get_term_sig(helper);
     if (check->status == 3)
-        g_print("There is no update.\n");
+        g_print("No update was found.\n");
     else if (check->status == 6)
         g_print("Automatic updating is switched off.\n");
     g_main_loop_quit(check->loop);

@@ -38,7 +38,7 @@ def handle(event: dict) -> None:
     zvupdate's, and means nothing to this host."""
     match event:
         case {"event": "offer", "version": version}:
-            print(f"Version {version} is available.")
+            print(f"Version {version or '?'} is available.")
         case {"event": "progress", "received": received, "total": int(total)} if total > 0:
             print(f"Downloading: {100 * received // total} %")
         case {"event": "ready", "path": path}:
@@ -74,7 +74,8 @@ async def check() -> int:
         loop.add_signal_handler(number, stop, helper)
 
     async for line in helper.stdout:
-        handle(json.loads(line))
+        if line.endswith(b"\n"):  # The last one may have been cut off.
+            handle(json.loads(line))
     return await helper.wait()
 
 
@@ -87,7 +88,7 @@ def main() -> int:
               "PATH", file=sys.stderr)
         return 1
     if status == 3:
-        print("There is no update.")
+        print("No update was found.")
     elif status == 6:
         print("Automatic updating is switched off.")
     return status if status >= 0 else 128 - status

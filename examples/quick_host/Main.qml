@@ -29,11 +29,13 @@ ApplicationWindow {
     }
     footer: RowLayout {
         Label {
+            Layout.fillWidth: true
             Layout.margins: 8
+            wrapMode: Text.Wrap
+            textFormat: Text.PlainText
             text: updater.status
         }
         ProgressBar {
-            Layout.fillWidth: true
             Layout.rightMargin: 8
             visible: updater.downloading
             value: updater.progress
@@ -49,13 +51,20 @@ ApplicationWindow {
         closePolicy: Popup.NoAutoClose
         title: qsTr("Version %1 of Sample App is ready to install").arg(updater.version)
 
+        // What the service sends is text, and shown as such: the version and the notes.
+        header: Label {
+            padding: 12
+            wrapMode: Text.Wrap
+            font.bold: true
+            textFormat: Text.PlainText
+            text: prompt.title
+        }
         contentItem: ColumnLayout {
             ScrollView {
                 Layout.fillWidth: true
                 Layout.fillHeight: true
                 TextArea {
                     readOnly: true
-                    // What the service sends is text, and shown as such.
                     textFormat: TextEdit.PlainText
                     wrapMode: TextEdit.Wrap
                     text: updater.notes
@@ -89,8 +98,8 @@ ApplicationWindow {
             }
         }
         onAccepted: {
-            updater.install()
-            Qt.quit() // The installer wants to replace this application.
+            if (updater.install())
+                Qt.quit() // The installer wants to replace this application.
         }
     }
 }

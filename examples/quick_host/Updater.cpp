@@ -37,15 +37,19 @@ void Updater::check()
         status_ = tr("Automatic updating is switched off.");
         break;
     default:
-        status_ = tr("There is no update.");
+        status_ = tr("No update was found.");
         break;
     }
     Q_EMIT changed();
 }
 
-void Updater::install()
+bool Updater::install()
 {
-    QDesktopServices::openUrl(QUrl::fromLocalFile(installer_));
+    if (QDesktopServices::openUrl(QUrl::fromLocalFile(installer_)))
+        return true;
+    status_ = tr("Please open the installer yourself: %1").arg(installer_);
+    Q_EMIT changed();
+    return false;
 }
 
 void Updater::neverAskAgain()

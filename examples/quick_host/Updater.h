@@ -33,8 +33,8 @@ public:
     /// Asks the update service, and fetches the installer if there is one. Blocks for as long as
     /// the service takes to answer, but not for the download.
     Q_INVOKABLE void check();
-    /// Opens the installer.
-    Q_INVOKABLE void install();
+    /// Opens the installer. False, and told in the status, when nothing on this desktop does.
+    Q_INVOKABLE bool install();
     /// Switches automatic updating off, so that later checks end at once.
     Q_INVOKABLE void neverAskAgain();
 

@@ -93,7 +93,7 @@ private:
             statusBar()->showMessage(tr("Automatic updating is switched off."));
             break;
         default:
-            statusBar()->showMessage(tr("There is no update."));
+            statusBar()->showMessage(tr("No update was found."));
             break;
         }
     }
