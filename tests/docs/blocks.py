@@ -21,8 +21,9 @@ from pathlib import Path
 from textwrap import dedent
 
 ROOT = Path(__file__).resolve().parents[2]
-BLOCK = re.compile(r'(?:^ *<!-- (?P<mark>.+?) -->\n+)?^ *```(?P<language>[\w+-]*)\n'
+BLOCK = re.compile(r'(?:^ *<!-- *(?P<mark>[^\n]*?) *-->\n+)?^ *```(?P<language>[\w+-]*)\n'
                    r'(?P<text>.*?)^ *```$', re.MULTILINE | re.DOTALL)
+MARK = re.compile(r'|file: \S+|not checked: .+')
 INDENTED = re.compile(r'^    (?:\./run|\S*zvupdate|cmake|ctest) (?:.*\n    )*.*\n', re.MULTILINE)
 
 # What a piece of a host may take for granted.
@@ -57,12 +58,18 @@ class Page:
     def check(self):
         text, count = self.path.read_text(), 0
         for match in BLOCK.finditer(text):
-            if match['language'] and not (match['mark'] or '').startswith('not checked: '):
+            mark, language = match['mark'] or '', match['language']
+            self.line = text.count('\n', 0, match.start('text')) + 1
+            if not MARK.fullmatch(mark) and (mark not in ('run', 'serve') or language != 'sh'):
+                raise Wrong(f'"{mark}" is no mark for this block')
+            if language and not mark.startswith('not checked: '):
                 count += 1
-                self.line = text.count('\n', 0, match.start('text')) + 1
-                self.take(match['mark'] or '', match['language'], dedent(match['text']))
+                self.take(mark, language, dedent(match['text']))
         self.line = 0  # What fails below names its place itself.
-        for match in INDENTED.finditer(BLOCK.sub('', text)):
+        rest = BLOCK.sub('', text)
+        if '```' in rest:
+            raise Wrong('there is a block that is not understood: ' + rest[rest.index('```'):][:80])
+        for match in INDENTED.finditer(rest):
             count += 1
             self.check_sh(dedent(match[0]))
         self.compile(self.pieces)
