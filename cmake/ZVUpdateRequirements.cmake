@@ -1,5 +1,5 @@
-# The oldest versions with which ZVUpdate is built and tested, said here once. CMake's own stands in
-# CMakeLists.txt, where CMake wants it.
+# The oldest versions that have what the code calls for, said here once; docs/packaging.md names those
+# with which it is built and tested. CMake's own stands in CMakeLists.txt, where CMake wants it.
 set(ZVUPDATE_QT_MINIMUM 6.4)
 set(ZVUPDATE_CURL_MINIMUM 7.87)
 set(ZVUPDATE_OPENSSL_MINIMUM 1.1)
