@@ -75,24 +75,28 @@ std::optional<QString> configure(const Arguments &arguments, NginxConfig *config
 }
 
 void report(const SiteContents &site, const SiteFolder &folder, const NginxConfig &config,
-            const QString &verb, qsizetype removed, const Arguments &arguments, Console &console)
+            bool isChanged, qsizetype removed, const Arguments &arguments, Console &console)
 {
     const int generation = folder.currentGeneration();
+    const bool isDryRun = arguments.isSet(u"dry-run"_s);
     if (arguments.isSet(u"json"_s))
-        return console.print(jsonLine({{u"result"_s, verb},
+        return console.print(jsonLine({{u"changed"_s, isChanged},
+                                       {u"dryRun"_s, isDryRun},
                                        {u"generation"_s, generation},
                                        {u"replies"_s, site.replies.size()},
                                        {u"installers"_s, site.installerFiles.size()},
                                        {u"token"_s, site.token},
                                        {u"removed"_s, removed}}));
-    console.say(u"%1: answers to %2 commands, %3 installers"_s.arg(verb)
+    const QString verb = !isChanged ? u"is unchanged"_s
+                         : isDryRun ? u"would be made"_s
+                                    : u"is made"_s;
+    console.say(u"The site %1; commands answered: %2, installers: %3"_s.arg(verb)
                     .arg(site.replies.size() + site.downloads.size())
                     .arg(site.installerFiles.size()));
-    if (verb != u"made"_s)
+    if (!isChanged || isDryRun)
         return;
-    console.say(u"This is generation %1; %2 files that no kept generation needs were removed."_s
-                    .arg(generation)
-                    .arg(removed));
+    console.say(
+        u"This is generation %1; files removed with old ones: %2"_s.arg(generation).arg(removed));
     console.say(u"Now: nginx -t && nginx -s reload"_s);
     if (generation == 1)
         console.say(u"The first time, include %1/current/nginx.conf as is said at its head."_s.arg(
@@ -133,8 +137,10 @@ int site(const Arguments &arguments, Console &console)
             return refuse(*trouble);
         removed = folder.removeOld(keep);
     }
-    const QString verb = isCurrent ? u"unchanged"_s : isDryRun ? u"would be made"_s : u"made"_s;
-    report(*contents, folder, config, verb, removed, arguments, console);
+    const QString verb = isCurrent  ? u"is unchanged"_s
+                         : isDryRun ? u"would be made"_s
+                                    : u"is made"_s;
+    report(*contents, folder, config, !isCurrent, removed, arguments, console);
     return Success;
 }
 
