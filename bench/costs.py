@@ -45,6 +45,8 @@ def linked(bench):
 def extremes(what, samples, least, limit=None):
     by_time = sorted((one for one in samples if one >= least),
                      key=lambda one: statistics.median(samples[one]))
+    if len(by_time) < 2:
+        raise Failed("there is no room in memory for two files to compare")
     return compare(7, what, "ns/byte", samples[by_time[-1]], samples[by_time[0]],
                    f"({by_time[-1] // MIB} against {by_time[0] // MIB} MiB)", limit)
 
