@@ -24,7 +24,7 @@ def static(bench):
     reply = post(bench, url + seal(CHECK))
     current = site / "current"
     nginx = bench.exits.enter_context(servers.nginx(
-        site, bench.folder / "nginx", http=f"include {current}/nginx.conf;",
+        site, bench.folder / "nginx", http=f"include {current}/hash.conf; include {current}/nginx.conf;",
         server=f"include {current}/locations.conf;\nlocation = /return {{\n"
                f"default_type application/json;\nreturn 200 '{reply}';\n}}"))
     checks = {"site": f"{nginx}Update/ZVDLCtl.dll?dt={seal(CHECK)}", "return": f"{nginx}return",

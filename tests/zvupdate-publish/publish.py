@@ -7,6 +7,7 @@ import http.client
 import json
 import os
 import pathlib
+import re
 import shutil
 import signal
 import socket
@@ -33,6 +34,8 @@ http {{
     log_format short "$request_method $status"; access_log {folder}/access.log short;
     client_body_temp_path {folder}/b; proxy_temp_path {folder}/p; fastcgi_temp_path {folder}/f;
     uwsgi_temp_path {folder}/u; scgi_temp_path {folder}/s;
+    include {folder}/site/current/hash.conf;
+    map $arg_other $other {{ default 1; }}
     include {folder}/site/current/nginx.conf;
     server {{
         listen 127.0.0.1:{port} sndbuf=16k backlog=512;
@@ -120,7 +123,7 @@ class Catalogue(Folder):
     def test_loses_nothing_when_several_are_at_work(self):
         self.add("1", self.file("installer", b"v1"))
         changed = self.releases()
-        changed["colour"] = changed["products"][0]["owner"] = {"name": "Ann"}
+        changed["colour"] = changed["products"][0]["owner"] = {"name": "x"}
         (self.catalogue / "releases.json").write_text(json.dumps(changed))
         with concurrent.futures.ThreadPoolExecutor(8) as pool:
             list(pool.map(lambda n: self.add(n, self.folder / "installer", "--force"),
@@ -306,11 +309,14 @@ class Site(Folder):
         served = self.folder / "site/installers" / hashlib.sha256(b"first").hexdigest()
         served.unlink()
         served.write_bytes(b"fIrst")
+        config = (self.folder / "site/current/nginx.conf").read_text()
+        (refusal,) = re.findall(r"default /(replies/\S+);", config)
+        (self.folder / "site" / refusal).write_text("no such page")
         self.add("3", self.file("installer", b"third"))
         output = self.verify(1)
         for reason in ("GET brings a file with the MD5", "Range is ignored",
                        'is offered "2", and should be offered "3"; a cache may be stale',
-                       "HEAD tells no length"):
+                       "HEAD tells no length", "gets no answer that clients understand"):
             self.assertIn(reason, output)
 
 

@@ -258,8 +258,9 @@ Command addCommand()
         .name = u"add"_s,
         .summary = u"Adds a release to the catalogue"_s,
         .details = {u"Size and digest are computed from the installer. One that lies outside the "
-                    "catalogue's folder is copied into it. Sign an installer before it is added: "
-                    "signing changes its bytes."_s,
+                    "catalogue's folder is copied into it, and what becomes of the original "
+                    "later is not published: sign an installer before it is added. One that lies "
+                    "in the folder is never to be written into, only replaced as a whole."_s,
                     u"zvupdate-service sees the release at once, a static site when it is made "
                     "anew."_s},
         .options = {CatalogueOption::catalogue(),

@@ -41,6 +41,10 @@ CommandOption CatalogueOption::dryRun()
 
 std::unique_ptr<QLockFile> CatalogueOption::lock(const QString &directory, QString *error)
 {
+    if (!QDir(directory).exists()) {
+        *error = u"%1: there is no such folder; make it, or give another"_s.arg(directory);
+        return nullptr;
+    }
     const QString path = QDir(directory).filePath(u".zvupdate-publish.lock"_s);
     auto lock = std::make_unique<QLockFile>(path);
     // One that is left over is told by its process, which is gone, and never by its age.

@@ -12,6 +12,16 @@ namespace {
 constexpr quint64 keysInBucket = 16;
 constexpr quint64 leastBuckets = 2048;
 
+constexpr auto hashText =
+    R"(# Made by "zvupdate-publish site"; changes are lost when it is made anew. See nginx.conf beside it.
+#
+# By the number and the length of the commands. nginx takes each of the two once, and before the
+# first map: where your configuration has them, leave this file out and give yours at least these
+# numbers.
+map_hash_max_size %BUCKETS%;
+map_hash_bucket_size %BUCKETSIZE%;
+)";
+
 constexpr auto mapsText =
     R"(# Made by "zvupdate-publish site"; changes are lost when it is made anew.
 #
@@ -21,6 +31,7 @@ constexpr auto mapsText =
 #     http {
 #         sendfile on;
 #         tcp_nopush on;
+#         include "%ROOT%/current/hash.conf";     # before every other map
 #         include "%ROOT%/current/nginx.conf";
 #         server {
 #             listen 80;                      # or 443 ssl, with ssl_certificate and its key
@@ -33,14 +44,10 @@ constexpr auto mapsText =
 # the site before, whole. Leave worker_shutdown_timeout unset: downloads from the old site then end
 # in their own time.
 
-# By the number and the length of the commands below. Where your configuration has these two
-# directives already, keep the larger number of each, and only once.
-map_hash_max_size %BUCKETS%;
-map_hash_bucket_size %BUCKETSIZE%;
-
-# A limit for each address that asks. It also meets everybody behind an office's or a provider's one
-# address, so think of them before you uncomment it, here and twice in locations.conf.
-# limit_req_zone $binary_remote_addr zone=zvupdate:10m rate=10r/s;
+# A limit for each address that asks, to be copied into your own http {} and server {}. It also meets
+# everybody behind an office's or a provider's one address, so think of them before.
+#     http {   limit_req_zone $binary_remote_addr zone=zvupdate:10m rate=10r/s;
+#     server { limit_req zone=zvupdate burst=20 nodelay;
 
 # What is asked with POST: a check for each product and outdated version, and the token. Maps take no
 # notice of upper and lower case, as the protocol demands.
@@ -80,7 +87,6 @@ location /replies/ {
     default_type application/json;
     gzip off;
     add_header Cache-Control "public, max-age=60";
-    # limit_req zone=zvupdate burst=20 nodelay;
 
     # Read, since for so few bytes that is cheaper. The files never change, so they are kept open.
     sendfile off;
@@ -96,7 +102,6 @@ location /installers/ {
     default_type application/octet-stream;
     gzip off;
     add_header Cache-Control "public, max-age=31536000, immutable";
-    # limit_req zone=zvupdate burst=20 nodelay;
     open_file_cache max=1000 inactive=60s;
     open_file_cache_valid 60s;
 }
@@ -120,17 +125,23 @@ quint64 longest(const QMap<QString, QString> &map)
 
 } // namespace
 
-QByteArray NginxConfig::maps(const SiteContents &site) const
+QByteArray NginxConfig::hash(const SiteContents &site)
 {
     const auto keys = static_cast<quint64>(std::max(site.replies.size(), site.downloads.size()));
     const quint64 length = std::max(longest(site.replies), longest(site.downloads));
     // A key takes its length and some 24 bytes.
     const quint64 bucketSize = std::bit_ceil(keysInBucket * (length + 24));
+    QString text = QString::fromUtf8(hashText);
+    text.replace(u"%BUCKETS%"_s, QString::number(std::bit_ceil(std::max(leastBuckets, 2 * keys))));
+    text.replace(u"%BUCKETSIZE%"_s, QString::number(bucketSize));
+    return text.toUtf8();
+}
+
+QByteArray NginxConfig::maps(const SiteContents &site) const
+{
     QString text = QString::fromUtf8(mapsText);
     text.replace(u"%ROOT%"_s, root);
     text.replace(u"%KEY%"_s, queryKey);
-    text.replace(u"%BUCKETS%"_s, QString::number(std::bit_ceil(std::max(leastBuckets, 2 * keys))));
-    text.replace(u"%BUCKETSIZE%"_s, QString::number(bucketSize));
     text.replace(u"%DEFAULT%"_s, site.defaultReply);
     text.replace(u"%REPLIES%"_s, lines(site.replies));
     text.replace(u"%DOWNLOADS%"_s, lines(site.downloads));

@@ -13,6 +13,8 @@ struct NginxConfig
     /// Where downloads are sent, without a slash at the end; empty when they stay here.
     QString downloadHost;
 
+    /// For inside http {}, before every map: how much room maps need.
+    static QByteArray hash(const SiteContents &site);
     /// For inside http {}: the maps from sealed commands to files.
     QByteArray maps(const SiteContents &site) const;
     /// For inside server {}: how the files are served.

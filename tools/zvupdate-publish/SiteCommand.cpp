@@ -28,7 +28,9 @@ std::optional<QString> takeBaseUrl(const QString &url, NginxConfig *config)
 {
     static const QRegularExpression form(u"^https?://[^/?#]+(/[^?#]*)\\?([A-Za-z0-9_]+)=$"_s);
     const auto match = form.match(url);
-    if (!match.hasMatch() || !isPlain(url))
+    // nginx compares the path as it is without escapes and doubled slashes.
+    if (!match.hasMatch() || !isPlain(url) || match.captured(1).contains(u'%') ||
+        match.captured(1).contains(u"//"_s))
         return u"--base-url: \"%1\" is not possible; give http://HOST/PATH?KEY="_s.arg(url);
     config->path = match.captured(1);
     config->queryKey = match.captured(2);
@@ -68,6 +70,8 @@ std::optional<QString> configure(const Arguments &arguments, NginxConfig *config
     // Made absolute without asking the disk, as the folder may not be there yet.
     config->root = arguments.value(u"root"_s).value_or(
         QDir::cleanPath(QDir::current().absoluteFilePath(*arguments.value(u"output"_s))));
+    if (!config->root.startsWith(u'/'))
+        return u"--root: \"%1\" is not possible; give a path from / on"_s.arg(config->root);
     if (!isPlain(config->root))
         return u"\"%1\" cannot stand in nginx's configuration; use a path without spaces, quotes "
                "and signs such as $"_s.arg(config->root);
@@ -122,7 +126,12 @@ int site(const Arguments &arguments, Console &console)
     const auto lock = isDryRun ? nullptr : CatalogueOption::lock(output, &error);
     if (!isDryRun && !lock)
         return refuse(error);
-    const auto catalogue = CatalogueFile::read(*arguments.value(u"catalogue"_s), false, &error);
+    // Nobody exchanges an installer while it is digested and placed.
+    const QString directory = *arguments.value(u"catalogue"_s);
+    const auto catalogueLock = isDryRun ? nullptr : CatalogueOption::lock(directory, &error);
+    if (!isDryRun && !catalogueLock)
+        return refuse(error);
+    const auto catalogue = CatalogueFile::read(directory, false, &error);
     if (!catalogue)
         return refuse(error);
     SiteFolder folder(output);

@@ -16,7 +16,7 @@ struct SiteContents
 {
     /// Every client gets the same token. It opens nothing and expires never; it only stands in the
     /// download commands, and changes when an installer has been replaced under the same name, so
-    /// that caches and half-finished downloads do not mix the two.
+    /// that caches do not mix the two.
     QString token;
     /// Files by sealed command: of those that are asked with POST, and of downloads.
     QMap<QString, QString> replies;

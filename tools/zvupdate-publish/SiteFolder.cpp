@@ -40,7 +40,9 @@ QJsonObject recordAt(const QString &generationPath)
 QList<std::pair<QString, QByteArray>> filesOfGeneration(const SiteContents &site,
                                                         const NginxConfig &config)
 {
-    return {{u"nginx.conf"_s, config.maps(site)},
+    // The record last: a generation that has it is whole.
+    return {{u"hash.conf"_s, NginxConfig::hash(site)},
+            {u"nginx.conf"_s, config.maps(site)},
             {u"locations.conf"_s, config.locations()},
             {u"site.json"_s, QJsonDocument(site.record()).toJson()}};
 }
@@ -91,6 +93,11 @@ std::optional<QString> SiteFolder::publish(const SiteContents &site, const Nginx
 qsizetype SiteFolder::removeOld(int generationsToKeep)
 {
     QList<int> numbers = generations();
+    // What a run has left that failed is none of those to keep.
+    numbers.removeIf([this](int number) {
+        const bool isWhole = !recordAt(generationPath(number)).isEmpty();
+        return !isWhole && QDir(generationPath(number)).removeRecursively();
+    });
     while (numbers.size() > generationsToKeep && numbers.first() != currentGeneration())
         QDir(generationPath(numbers.takeFirst())).removeRecursively();
     QSet<QString> wanted;

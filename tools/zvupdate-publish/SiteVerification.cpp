@@ -64,8 +64,7 @@ std::optional<QString> SiteVerification::run(const std::function<void(const Find
     token_ = reply->ID().value_or(QString());
     if (!reply->ok() || token_.isEmpty())
         return u"%1 gives no token; see whether it is the base URL, with its query key, and "
-               u"whether "
-               "the server runs"_s.arg(baseUrl_);
+               "whether the server runs"_s.arg(baseUrl_);
     for (const Catalogue::Product &product : catalogue_.products()) {
         for (const QString &version : catalogue_.outdated(product))
             tell({product.id, version, u"check"_s, check(product, version, true)});
@@ -84,10 +83,15 @@ QStringList SiteVerification::check(const Catalogue::Product &product, const QSt
     UpdateLogicFunc client;
     client.setMBaseURL(baseUrl_);
     const auto reply = client.doCheckUpdate(product.id, version);
+    if (!isOffered && reply->ok())
+        return {
+            u"is offered %1, and should be offered nothing"_s.arg(shown(reply->ZVUpdateVersion()))};
+    // A refusal says why; what says nothing is a page of the server's, or no answer.
+    if (!isOffered && !reply->msg())
+        return {u"gets no answer that clients understand, and should be told that there is nothing "
+                "newer"_s};
     if (!isOffered)
-        return reply->ok() ? QStringList(u"is offered %1, and should be offered nothing"_s.arg(
-                                 shown(reply->ZVUpdateVersion())))
-                           : QStringList();
+        return {};
     const Catalogue::Release &newest = product.releases.last();
     if (!reply->ok())
         return {u"is offered nothing, and should be offered \"%1\"; the service said %2"_s.arg(
@@ -158,6 +162,7 @@ std::optional<QString> SiteVerification::fetch(const QString &fileName, const QS
     UpdateLogicFunc client;
     client.setMBaseURL(baseUrl_);
     client.doStartDownload(token_, fileName, local);
+    // Looked at more often than waitOne() does, which would make many small installers slow.
     while (!client.doCheckDownloadStop()) {
         QCoreApplication::processEvents();
         QThread::msleep(1);

@@ -6,8 +6,6 @@
 #include <Console.h>
 #include <JsonLine.h>
 
-#include <algorithm>
-
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -54,7 +52,8 @@ int withdraw(const Arguments &arguments, Console &console)
     console.say((isDryRun ? u"Would withdraw %1 %2; %3"_s : u"Withdrew %1 %2; %3"_s)
                     .arg(id, version,
                          newest.isEmpty() ? u"nothing is left to offer"_s
-                                          : u"clients are offered %1"_s.arg(newest)));
+                                          : u"%1 is the newest now"_s.arg(newest)));
+    console.say(u"A static site offers it until it is made anew and the server has read that."_s);
     console.say(u"Who has it installed keeps it until a higher version is published."_s);
     return Success;
 }
@@ -68,7 +67,8 @@ Command withdrawCommand()
         .summary = u"Takes a release out of the catalogue"_s,
         .details =
             {u"Its installer stays in the folder. The version is remembered, so that clients "
-             "that have it are offered the next one, and it is not used again by mistake."_s},
+             "that have it are offered the next one, and it is not used again by mistake."_s,
+             u"zvupdate-service stops offering it at once, a static site when it is made anew."_s},
         .options = {CatalogueOption::catalogue(),
                     CatalogueOption::productId(),
                     {.name = u"version"_s,
