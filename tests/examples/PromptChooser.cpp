@@ -86,7 +86,7 @@ class PromptChooserPlugin : public QGenericPlugin
     Q_PLUGIN_METADATA(IID QGenericPluginFactoryInterface_iid FILE "PromptChooser.json")
 
 public:
-    QObject *create(const QString & /*key*/, const QString & /*specification*/) override
+    QObject *create(const QString & /*key*/, const QString & /*settings*/) override
     {
         return new PromptChooser; // Owned by the caller.
     }

@@ -160,11 +160,12 @@ std::optional<QString> enter(CatalogueFile *catalogue, const Addition &addition,
                              QJsonObject *record)
 {
     const Place place = placeFor(*catalogue, addition);
-    QString path = addition.installer;
+    const QString target = QDir(catalogue->directory()).filePath(place.relativePath);
+    const auto owner = place.isNew ? ownerOf(*catalogue, target) : std::nullopt;
+    if (owner)
+        return u"%1: is the installer of %2; choose another version"_s.arg(target, *owner);
+    const QString path = isDryRun ? addition.installer : target;
     if (place.isNew && !isDryRun) {
-        path = QDir(catalogue->directory()).filePath(place.relativePath);
-        if (const auto owner = ownerOf(*catalogue, path))
-            return u"%1: is the installer of %2; choose another version"_s.arg(path, *owner);
         QDir(catalogue->directory()).mkpath(u"installers"_s);
         // A copy of its own: what becomes of the original is its maker's business.
         if (const auto trouble =
