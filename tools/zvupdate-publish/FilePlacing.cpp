@@ -43,7 +43,7 @@ bool copyBytes(QFile *source, QFile *target)
     return target->flush();
 }
 
-bool isLinked(const QString &source, const QString &path)
+bool makeLink(const QString &source, const QString &path)
 {
     return link(QFile::encodeName(source).constData(), QFile::encodeName(path).constData()) == 0;
 }
@@ -59,7 +59,7 @@ std::optional<QString> fill(const QString &path, const QString &source,
     if (!to.open(QIODevice::WriteOnly))
         return u"%1: cannot be written: %2"_s.arg(path, to.errorString());
     if (!shareBlocks(from, to)) {
-        if (sharing == FilePlacing::Sharing::HardLink && to.remove() && isLinked(source, path))
+        if (sharing == FilePlacing::Sharing::HardLink && to.remove() && makeLink(source, path))
             return std::nullopt;
         if ((!to.isOpen() && !to.open(QIODevice::WriteOnly)) || !copyBytes(&from, &to))
             return u"%1: cannot be copied to %2: %3"_s.arg(source, path, reason());

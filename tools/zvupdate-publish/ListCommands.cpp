@@ -10,7 +10,7 @@
 #include <QJsonArray>
 #include <QJsonObject>
 
-#include <algorithm>
+#include <utility>
 
 using namespace Qt::StringLiterals;
 
