@@ -37,4 +37,15 @@ enum class NetworkError {
     Other,
 };
 
+/// The domain of errors that what lies at a download's local path has caused.
+ZVUPDATE_EXPORT extern const char fileErrorDomain[];
+
+/// The codes of fileErrorDomain, named by what was found there.
+enum class FileError {
+    InUse = 1,
+    IsDirectory,
+    NotAFile,
+    HasOtherNames,
+};
+
 } // namespace ZVPlatform
