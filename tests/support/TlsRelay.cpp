@@ -116,12 +116,12 @@ SSL_CTX *contextWith(TlsRelay::Certificate kind)
 
 // Takes the place of curl's own function in the test programs, as the library has no way to be told
 // of a further authority.
-CURLMcode curl_multi_add_handle(CURLM *multi, CURL *easy)
+CURLMcode curl_multi_add_handle(CURLM *multi_handle, CURL *curl_handle)
 {
-    curl_easy_setopt(easy, CURLOPT_CAINFO, Authority::instance().fileName().constData());
+    curl_easy_setopt(curl_handle, CURLOPT_CAINFO, Authority::instance().fileName().constData());
     static const auto curls =
         reinterpret_cast<decltype(&curl_multi_add_handle)>(dlsym(RTLD_NEXT, __func__));
-    return curls(multi, easy);
+    return curls(multi_handle, curl_handle);
 }
 
 TlsRelay::TlsRelay(const QString &serverUrl, Certificate certificate, Way way)
