@@ -35,6 +35,7 @@ enum class NetworkError {
     BadReply,
     ReplyTooLarge,
     Other,
+    ProxyRefused,
 };
 
 /// The domain of errors that what lies at a download's local path has caused.
