@@ -174,8 +174,9 @@ class Catalogue(Folder):
             def do_GET(self):
                 self.answer(b"v1")
                 with contextlib.suppress(OSError):
-                    while True:
-                        self.wfile.write(bytes(65536))
+                    # Held open rather than endless, which would fill the disk of who takes it all.
+                    self.wfile.write(bytes(16 << 20))
+                    self.connection.recv(1)
 
             do_HEAD = do_POST
 
