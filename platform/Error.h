@@ -45,8 +45,6 @@ ZVUPDATE_EXPORT extern const char fileErrorDomain[];
 enum class FileError {
     InUse = 1,
     IsDirectory,
-    NotAFile,
-    HasOtherNames,
 };
 
 } // namespace ZVPlatform

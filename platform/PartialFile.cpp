@@ -19,10 +19,6 @@ QString text(FileError what)
         return QStringLiteral("Another download is writing the same file.");
     case FileError::IsDirectory:
         return QStringLiteral("A directory is in the place of the file.");
-    case FileError::NotAFile:
-        return QStringLiteral("A link or a device is in the place of the file.");
-    case FileError::HasOtherNames:
-        return QStringLiteral("The file has a second name, by which others would see it change.");
     }
     return {};
 }
@@ -30,21 +26,6 @@ QString text(FileError what)
 Error fileError(FileError what)
 {
     return {QLatin1String(fileErrorDomain), static_cast<int>(what), text(what)};
-}
-
-// Why what has the file's name cannot be appended to, ever; nothing where it may work another time.
-std::optional<Error> obstacle(int error)
-{
-    switch (error) {
-    case EISDIR:
-        return fileError(FileError::IsDirectory);
-    case ELOOP:  // A link.
-    case EINVAL: // A device or a pipe,
-    case ENXIO:  // or a socket.
-        return fileError(FileError::NotAFile);
-    default:
-        return std::nullopt;
-    }
 }
 
 // How many of the bytes are in the file now.
@@ -78,17 +59,19 @@ std::optional<Error> PartialFile::append(const QByteArray &bytes)
     }
     if (file.state() == LockedFile::State::InUse || file.error() == EEXIST)
         return fileError(FileError::InUse);
-    if (file.state() == LockedFile::State::NotOpen)
-        return obstacle(file.error());
+    if (file.error() == EISDIR)
+        return fileError(FileError::IsDirectory);
 
+    // Whatever else keeps the bytes from the disk may have passed by the next piece; and what is in
+    // the place of the file, but no directory, is removed when the digest has turned out wrong.
     struct stat status = {};
-    if (fstat(file.descriptor(), &status) != 0)
+    if (file.state() != LockedFile::State::Open || fstat(file.descriptor(), &status) != 0)
         return std::nullopt;
     // Others append to it, too, or have cut it off: one of us goes on, and knows where it is.
     if (static_cast<quint64>(status.st_size) != size_)
         return fileError(FileError::InUse);
     if (status.st_nlink > 1)
-        return fileError(FileError::HasOtherNames);
+        return std::nullopt;
     constexpr mode_t others = S_IRWXG | S_IRWXO;
     if ((status.st_mode & others) != 0)
         fchmod(file.descriptor(), status.st_mode & ~others); // Made so by an earlier version.

@@ -22,9 +22,9 @@ public:
     quint64 size() const { return size_; }
 
     /// Appends bytes; makes the file when it is missing. Nothing outside the directory is written:
-    /// neither through a link nor into a file that has a second name. Returns why the file is not
-    /// this download's to write, and no later piece can be; a piece that could not be written
-    /// otherwise, as on a full disk, is lost, and no error.
+    /// neither through a link nor into a file that has a second name. Returns why the file never
+    /// will be this download's to write. A piece that could not be written otherwise, as on a full
+    /// disk, is lost, and no error.
     std::optional<Error> append(const QByteArray &bytes);
 
 private:

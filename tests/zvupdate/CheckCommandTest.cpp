@@ -328,6 +328,7 @@ TEST_F(CheckCommandTest, FailsWhenSomethingElseTakesTheInstallersName)
         EXPECT_EQ(last[u"event"], u"failed"_s) << qPrintable(output);
         EXPECT_TRUE(last[u"reason"].toString().contains(diskImage_)) << qPrintable(output);
         QDir().rmdir(diskImage_);
+        QFile::remove(temporary_); // Kept where a directory is in the installer's place.
     }
 }
 
