@@ -13,6 +13,7 @@
 
 #include <sys/mman.h>
 #include <sys/stat.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 namespace ZVPlatform {
@@ -22,7 +23,8 @@ namespace {
 constexpr size_t windowSize = 4 << 20; // bytes of the map that are in memory at once
 constexpr size_t pieceSize = 64 << 10; // bytes; small enough to be in the processor's cache
 
-/// MD5 by OpenSSL, which is faster than Qt's by a tenth; by Qt on machines where OpenSSL refuses it.
+/// MD5 by OpenSSL, which is faster than Qt's by a tenth; by Qt on machines where OpenSSL refuses
+/// it.
 class Md5
 {
 public:
@@ -77,38 +79,54 @@ public:
     FileMap(const FileMap &) = delete;
     FileMap &operator=(const FileMap &) = delete;
 
-    // Brings a window into memory, or says null where it cannot be read: touching a page of a
-    // failing disk, or behind the end of a file that was cut off, would end the process.
-    const char *populate(size_t offset, size_t length)
+    // Copies a part, or says false where it cannot be read. The system does the copying: touching
+    // a page of a failing disk, or behind the end of a file that was cut off, would end the
+    // process.
+    bool read(char *to, size_t offset, size_t length) const
     {
-#ifdef MADV_POPULATE_READ
-        if (bytes_ != MAP_FAILED && madvise(at(offset), length, MADV_POPULATE_READ) == 0)
-            return at(offset);
+#ifdef __linux__
+        const iovec target{to, length};
+        const iovec source{at(offset), length};
+        return bytes_ != MAP_FAILED && process_vm_readv(getpid(), &target, 1, &source, 1, 0) ==
+                                           static_cast<ssize_t>(length);
+#else
+        return false;
 #endif
-        return nullptr;
     }
 
-    void drop(size_t offset, size_t length) { madvise(at(offset), length, MADV_DONTNEED); }
+    // Has the window that begins there in memory, and not the one before it.
+    void moveWindow(size_t offset)
+    {
+        if (bytes_ == MAP_FAILED)
+            return;
+        if (offset >= windowSize)
+            madvise(at(offset - windowSize), windowSize, MADV_DONTNEED);
+#ifdef MADV_POPULATE_READ
+        madvise(at(offset), std::min(windowSize, size_ - offset), MADV_POPULATE_READ);
+#endif
+    }
 
 private:
-    char *at(size_t offset) const { return static_cast<char *>(bytes_) + offset; }
+    char *at(size_t offset) const
+    {
+        return static_cast<char *>(bytes_) + offset;
+    }
 
     const size_t size_;
     void *const bytes_;
 };
 
-// Adds what a map cannot show: of file systems that cannot map, and systems that cannot populate.
-bool addByReading(Md5 &md5, int descriptor, size_t offset, size_t length)
+// Where the map cannot be read: on file systems that cannot map, and where the copying is
+// forbidden.
+bool readFile(int descriptor, char *to, size_t offset, size_t length)
 {
-    std::vector<char> piece(std::min(pieceSize, length));
     while (length > 0) {
-        const ssize_t got = pread(descriptor, piece.data(), std::min(piece.size(), length),
-                                  static_cast<off_t>(offset));
+        const ssize_t got = pread(descriptor, to, length, static_cast<off_t>(offset));
         if (got < 0 && errno == EINTR)
             continue;
         if (got <= 0)
             return false;
-        md5.add(piece.data(), static_cast<size_t>(got));
+        to += got;
         offset += static_cast<size_t>(got);
         length -= static_cast<size_t>(got);
     }
@@ -142,16 +160,18 @@ std::optional<QByteArray> md5OfOpenFile(int descriptor, const std::function<bool
 
     Md5 md5;
     FileMap map(descriptor, size);
-    for (size_t offset = 0; offset < size; offset += windowSize) {
-        if (stopped())
-            return std::nullopt;
-        const size_t length = std::min(windowSize, size - offset);
-        if (const char *bytes = map.populate(offset, length)) {
-            md5.add(bytes, length);
-            map.drop(offset, length);
-        } else if (!addByReading(md5, descriptor, offset, length)) {
-            return digestOfNothing();
+    std::vector<char> piece(std::min(pieceSize, size));
+    for (size_t offset = 0; offset < size; offset += pieceSize) {
+        if (offset % windowSize == 0) {
+            if (stopped())
+                return std::nullopt;
+            map.moveWindow(offset);
         }
+        const size_t length = std::min(pieceSize, size - offset);
+        if (!map.read(piece.data(), offset, length) &&
+            !readFile(descriptor, piece.data(), offset, length))
+            return digestOfNothing();
+        md5.add(piece.data(), length);
     }
     return md5.result();
 }

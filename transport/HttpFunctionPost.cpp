@@ -102,6 +102,8 @@ public:
             reportError(obstacle_.value_or(*error));
         else // A connection never says more than the status it got, even when that is a success.
             reportError(httpError(status));
+        if (obstacle_ && !passesNetworkErrors_)
+            systemLog(obstacle_->localizedDescription);
         transport_->mThreadEnded_ = 1;
     }
 
