@@ -6,6 +6,7 @@
 #include "../platform/Locale.h"
 #include "../platform/LockedFile.h"
 #include "../platform/MainQueue.h"
+#include "../platform/PartialFile.h"
 #include "../platform/SystemLog.h"
 #include "../platform/Text.h"
 #include "../platform/UpdatePreferences.h"
@@ -217,6 +218,8 @@ int64_t ZVUpdateProc::fetch(const UpdateFiles &files, const CheckUpdateResponse 
         debugLog(QStringLiteral("server MD5 = ") + digest);
         UpdatePreferences::setLastDownloadDigest(digest.toLower());
         discard(files);
+    } else if (PartialFile::beginsInTheMiddle(files.temporaryPath)) {
+        Files::remove(files.temporaryPath);
     }
 
     const auto client = mCurrentDownloadUpdateLogic();

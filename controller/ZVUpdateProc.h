@@ -60,9 +60,9 @@ public:
     ZVUpdateProc();
 
     /// Stops the latest check's download, and the verification of a file, and waits until they have
-    /// ended, running the calling thread's event loop while a transfer ends, unless somebody else holds its client: then it goes on. Files stay as
-    /// they are, to be resumed by a later check. Downloads of earlier checks go on to their end,
-    /// but nobody verifies their files.
+    /// ended, running the calling thread's event loop while a transfer ends, unless somebody else
+    /// holds its client: then it goes on. Files stay as they are, to be resumed by a later check.
+    /// Downloads of earlier checks go on to their end, but nobody verifies their files.
     ~ZVUpdateProc() override;
 
     ZVUpdateProc(const ZVUpdateProc &) = delete;

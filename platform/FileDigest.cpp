@@ -11,7 +11,6 @@
 #include <memory>
 #include <vector>
 
-#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -19,10 +18,10 @@ namespace ZVPlatform {
 
 namespace {
 
-constexpr size_t windowSize = 4 << 20; // bytes of the map that are in memory at once
 constexpr size_t pieceSize = 64 << 10; // bytes; small enough to be in the processor's cache
 
-/// MD5 by OpenSSL, which is faster than Qt's by a tenth; by Qt on machines where OpenSSL refuses it.
+/// MD5 by OpenSSL, which is faster than Qt's by a tenth; by Qt on machines where OpenSSL refuses
+/// it.
 class Md5
 {
 public:
@@ -60,61 +59,6 @@ private:
     QCryptographicHash hash_{QCryptographicHash::Md5};
 };
 
-/// The first bytes of a file, mapped as a whole.
-class FileMap
-{
-public:
-    FileMap(int descriptor, size_t size)
-        : size_(size), bytes_(mmap(nullptr, size, PROT_READ, MAP_PRIVATE, descriptor, 0))
-    {
-    }
-    ~FileMap()
-    {
-        if (bytes_ != MAP_FAILED)
-            munmap(bytes_, size_);
-    }
-
-    FileMap(const FileMap &) = delete;
-    FileMap &operator=(const FileMap &) = delete;
-
-    // Brings a window into memory, or says null where it cannot be read: touching a page of a
-    // failing disk, or behind the end of a file that was cut off, would end the process.
-    const char *populate(size_t offset, size_t length)
-    {
-#ifdef MADV_POPULATE_READ
-        if (bytes_ != MAP_FAILED && madvise(at(offset), length, MADV_POPULATE_READ) == 0)
-            return at(offset);
-#endif
-        return nullptr;
-    }
-
-    void drop(size_t offset, size_t length) { madvise(at(offset), length, MADV_DONTNEED); }
-
-private:
-    char *at(size_t offset) const { return static_cast<char *>(bytes_) + offset; }
-
-    const size_t size_;
-    void *const bytes_;
-};
-
-// Adds what a map cannot show: of file systems that cannot map, and systems that cannot populate.
-bool addByReading(Md5 &md5, int descriptor, size_t offset, size_t length)
-{
-    std::vector<char> piece(std::min(pieceSize, length));
-    while (length > 0) {
-        const ssize_t got = pread(descriptor, piece.data(), std::min(piece.size(), length),
-                                  static_cast<off_t>(offset));
-        if (got < 0 && errno == EINTR)
-            continue;
-        if (got <= 0)
-            return false;
-        md5.add(piece.data(), static_cast<size_t>(got));
-        offset += static_cast<size_t>(got);
-        length -= static_cast<size_t>(got);
-    }
-    return true;
-}
-
 QByteArray digestOfNothing()
 {
     return Md5().result();
@@ -140,18 +84,21 @@ std::optional<QByteArray> md5OfOpenFile(int descriptor, const std::function<bool
     if (size == 0)
         return digestOfNothing();
 
+    // Read rather than mapped: where a page of a map cannot be had, as on a failing disk or behind
+    // the end of a file that is cut off meanwhile, the process is ended. It costs a twentieth.
     Md5 md5;
-    FileMap map(descriptor, size);
-    for (size_t offset = 0; offset < size; offset += windowSize) {
+    std::vector<char> piece(std::min(pieceSize, size));
+    for (size_t offset = 0; offset < size;) {
         if (stopped())
             return std::nullopt;
-        const size_t length = std::min(windowSize, size - offset);
-        if (const char *bytes = map.populate(offset, length)) {
-            md5.add(bytes, length);
-            map.drop(offset, length);
-        } else if (!addByReading(md5, descriptor, offset, length)) {
+        const ssize_t got = pread(descriptor, piece.data(), std::min(piece.size(), size - offset),
+                                  static_cast<off_t>(offset));
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got <= 0)
             return digestOfNothing();
-        }
+        md5.add(piece.data(), static_cast<size_t>(got));
+        offset += static_cast<size_t>(got);
     }
     return md5.result();
 }

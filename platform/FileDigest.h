@@ -10,12 +10,11 @@ namespace ZVPlatform {
 
 /// The MD5 digest (16 bytes) of a file. One that is missing or cannot be read to its end counts as
 /// empty. Of a file of 4 GiB or more only the first (size modulo 2^32) bytes count: the service
-/// computes its digests with a 32-bit length, too. Reads on the calling thread; the process grows
-/// by some MiB meanwhile, whatever the file's size.
+/// computes its digests with a 32-bit length, too. Reads the whole file on the calling thread.
 QByteArray md5OfFile(const QString &path);
 
 /// The same of a regular file that is open for reading, wherever its names lead by now. Asks
-/// stopped() every few MiB; absent once that holds.
+/// stopped() again and again; absent once that holds.
 std::optional<QByteArray> md5OfOpenFile(int descriptor, const std::function<bool()> &stopped);
 
 } // namespace ZVPlatform

@@ -25,7 +25,8 @@ public:
     /// nor "..", no separator, no NUL, not too long for a file system.
     static bool isPlainName(const QString &name);
 
-    /// Whether the operating system can be told of such a path: neither empty nor with a NUL inside.
+    /// Whether the operating system can be told of such a path: neither empty nor with a NUL
+    /// inside.
     static bool isExpressible(const QString &path);
 
     /// Whether anything is there; a link counts as what it points to.

@@ -7,9 +7,9 @@
 
 namespace ZVPlatform {
 
-/// A regular file that is open under its name, and locked against every other LockedFile of this and
-/// other processes for as long as it lives, so that it does not change while it is verified, moved,
-/// removed or appended to.
+/// A regular file that is open under its name, and locked against every other LockedFile of this
+/// and other processes for as long as it lives, so that it does not change while it is verified,
+/// moved, removed or appended to.
 ///
 /// The lock is one that only those can take who may write to the file. Locks of others who merely
 /// read it, such as backups, are not heeded; nor is there one on file systems without locks. A file
@@ -20,7 +20,8 @@ public:
     enum class State {
         /// It is open, and locked where it can be.
         Open,
-        /// Another has it locked and did not let go of it within a second, or before stopped() held.
+        /// Another has it locked and did not let go of it within a second, or before stopped()
+        /// held.
         InUse,
         /// There is no such file, or it is no regular one, or it may not be opened: see error().
         NotOpen,
@@ -51,9 +52,9 @@ public:
     /// NotOpen with EEXIST when somebody else was faster.
     void create();
 
-    /// Gives the file another name in one step: whenever the process ends, one of the two names holds
-    /// the whole file. Replaces nothing but a link that leads nowhere. Bytes are copied only where
-    /// the file system cannot rename.
+    /// Gives the file another name in one step: whenever the process ends, one of the two names
+    /// holds the whole file. Replaces nothing but a link that leads nowhere. Bytes are copied only
+    /// where the file system cannot rename.
     Moved moveTo(const QString &path);
 
     /// Removes the file, if the name still is its own.

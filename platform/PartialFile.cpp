@@ -3,6 +3,8 @@
 #include "Files.h"
 #include "LockedFile.h"
 
+#include <QFile>
+
 #include <cerrno>
 
 #include <sys/stat.h>
@@ -11,6 +13,9 @@
 namespace ZVPlatform {
 
 namespace {
+
+// Marks a file that was begun in the middle. To regular files the bit means nothing else.
+constexpr mode_t middleMark = S_ISVTX;
 
 QString text(FileError what)
 {
@@ -49,13 +54,23 @@ quint64 writeAt(int descriptor, quint64 offset, const QByteArray &bytes)
 
 PartialFile::PartialFile(const QString &path) : path_(path), size_(Files::size(path)) {}
 
+bool PartialFile::beginsInTheMiddle(const QString &path)
+{
+    struct stat status = {};
+    return Files::isExpressible(path) && lstat(QFile::encodeName(path).constData(), &status) == 0 &&
+           S_ISREG(status.st_mode) && (status.st_mode & middleMark) != 0;
+}
+
 std::optional<Error> PartialFile::append(const QByteArray &bytes)
 {
     LockedFile file(path_);
     if (file.error() == ENOENT) {
         file.create();
-        if (file.state() == LockedFile::State::Open)
+        if (file.state() == LockedFile::State::Open && size_ > 0) {
             size_ = 0;
+            beganInTheMiddle_ = true;
+            fchmod(file.descriptor(), S_IRUSR | S_IWUSR | middleMark);
+        }
     }
     if (file.state() == LockedFile::State::InUse || file.error() == EEXIST)
         return fileError(FileError::InUse);
@@ -68,7 +83,8 @@ std::optional<Error> PartialFile::append(const QByteArray &bytes)
     if (file.state() != LockedFile::State::Open || fstat(file.descriptor(), &status) != 0)
         return std::nullopt;
     // Others append to it, too, or have cut it off: one of us goes on, and knows where it is.
-    if (static_cast<quint64>(status.st_size) != size_)
+    const bool isMarked = (status.st_mode & middleMark) != 0;
+    if (static_cast<quint64>(status.st_size) != size_ || isMarked != beganInTheMiddle_)
         return fileError(FileError::InUse);
     if (status.st_nlink > 1)
         return std::nullopt;

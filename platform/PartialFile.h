@@ -18,6 +18,10 @@ public:
     /// The file with that name, or none; what it holds already is to be continued.
     explicit PartialFile(const QString &path);
 
+    /// Whether what has that name was begun in the middle, when a download had lost its file. Only
+    /// that download goes on with it, and no other should.
+    static bool beginsInTheMiddle(const QString &path);
+
     /// The size in bytes that the file has as far as this download knows.
     quint64 size() const { return size_; }
 
@@ -30,6 +34,7 @@ public:
 private:
     const QString path_;
     quint64 size_;
+    bool beganInTheMiddle_ = false;
 };
 
 } // namespace ZVPlatform

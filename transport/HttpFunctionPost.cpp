@@ -63,7 +63,8 @@ class HttpFunctionPost::Callbacks : public HttpTransferObserver
 public:
     Callbacks(std::shared_ptr<HttpFunctionPost> transport, PartialFile file,
               HttpTransfer::Delivery delivery)
-        : transport_(std::move(transport)), file_(std::move(file)),
+        : transport_(std::move(transport)),
+          file_(std::move(file)),
           passesNetworkErrors_(delivery == HttpTransfer::Delivery::Queue)
     {
     }
@@ -102,6 +103,8 @@ public:
             reportError(obstacle_.value_or(*error));
         else // A connection never says more than the status it got, even when that is a success.
             reportError(httpError(status));
+        if (obstacle_ && !passesNetworkErrors_)
+            systemLog(obstacle_->localizedDescription);
         transport_->mThreadEnded_ = 1;
     }
 
@@ -218,21 +221,21 @@ void HttpFunctionPost::startSession(const HttpRequest &request, PartialFile file
 void HttpFunctionPost::startConnection(const HttpRequest &request, PartialFile file)
 {
     const auto delivery = HttpTransfer::Delivery::MainThread;
-    MainQueue::async([this, request, delivery,
-                      callbacks = std::make_shared<Callbacks>(shared_from_this(), std::move(file),
-                                                              delivery)] {
-        const auto connection = std::make_shared<HttpTransfer>(
-            request, callbacks, std::make_shared<SerialQueue>(QStringLiteral("URL_Connection")),
-            delivery);
-        currentConnection_.set(connection);
-        connection->resume();
-    });
+    MainQueue::async(
+        [this, request, delivery,
+         callbacks = std::make_shared<Callbacks>(shared_from_this(), std::move(file), delivery)] {
+            const auto connection = std::make_shared<HttpTransfer>(
+                request, callbacks, std::make_shared<SerialQueue>(QStringLiteral("URL_Connection")),
+                delivery);
+            currentConnection_.set(connection);
+            connection->resume();
+        });
 }
 
 int64_t HttpFunctionPost::threadStop()
 {
-    // The flag comes first: cancelling waits for a call that the main thread is making, which may be
-    // the verification of the file, and that ends when it sees the flag.
+    // The flag comes first: cancelling waits for a call that the main thread is making, which may
+    // be the verification of the file, and that ends when it sees the flag.
     if (const auto task = currentDownloadTask_.get()) {
         mThreadEndFlag_ = 1;
         task->cancel();

@@ -117,6 +117,8 @@ TEST_F(FilesTest, ADownloadGrowsARegularFileOrStops)
     EXPECT_FALSE(file.append("c"));
     EXPECT_FALSE(file.append("d"));
     EXPECT_EQ(content("file"), "cd");
+    EXPECT_TRUE(PartialFile::beginsInTheMiddle(path("file")));
+    EXPECT_TRUE(PartialFile(path("file")).append("e")) << "That one would take it for a beginning.";
 
     writeFile(path("outside"), "old");
     writeFile(path("once"), "old");
