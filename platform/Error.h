@@ -35,6 +35,7 @@ enum class NetworkError {
     BadReply,
     ReplyTooLarge,
     Other,
+    RedirectRefused,
 };
 
 } // namespace ZVPlatform

@@ -9,11 +9,13 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
+#include <limits>
 #include <thread>
 
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 namespace ZVPlatform {
@@ -174,6 +176,15 @@ quint64 Files::size(const QString &path)
     if (!isExpressible(path) || lstat(QFile::encodeName(path).constData(), &status) != 0)
         return 0;
     return S_ISREG(status.st_mode) ? static_cast<quint64>(status.st_size) : 0;
+}
+
+quint64 Files::room(const QString &path)
+{
+    struct statvfs status = {};
+    const QByteArray directory = QFile::encodeName(QFileInfo(path).path());
+    const bool isKnown = statvfs(directory.constData(), &status) == 0 && status.f_blocks > 0;
+    return isKnown ? quint64(status.f_bavail) * status.f_frsize
+                   : std::numeric_limits<quint64>::max();
 }
 
 void Files::append(const QString &path, const QByteArray &bytes)

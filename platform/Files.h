@@ -34,6 +34,10 @@ public:
     /// The size in bytes of a regular file; 0 when there is none.
     static quint64 size(const QString &path);
 
+    /// The bytes that the user may still write to the file system of a path's directory; the
+    /// largest number when that cannot be learnt.
+    static quint64 room(const QString &path);
+
     /// Appends bytes to a regular file, which is created when missing. Opened and closed each time;
     /// never follows a link, so that nothing outside the directory is written. Waits while the file
     /// is under a FileGuard, for a minute at most. A failure loses the bytes.

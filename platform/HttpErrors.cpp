@@ -67,6 +67,8 @@ QString text(NetworkError what)
         return QStringLiteral("The server's reply is not valid HTTP.");
     case NetworkError::ReplyTooLarge:
         return QStringLiteral("The server's reply is too large.");
+    case NetworkError::RedirectRefused:
+        return QStringLiteral("The server redirected to an address that is not allowed.");
     case NetworkError::Other:
         break;
     }

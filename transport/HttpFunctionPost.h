@@ -121,6 +121,7 @@ private:
     class Callbacks;
 
     QString sealedUrl(const QString &sealed) const { return mUrl() + sealed; }
+    void endWithoutThread(const QString &localFilePath);
     void startSession(const ZVPlatform::HttpRequest &request);
     void startConnection(const ZVPlatform::HttpRequest &request);
     template <class Call>
