@@ -65,7 +65,8 @@ public:
     }
 
     HttpHandle &handle() const { return handle_; }
-    const HttpResponse &response() const { return response_; }
+    /// What the receiver was told: nothing of a redirect that was followed.
+    HttpResponse response() const { return reported_ ? response_ : HttpResponse(); }
     /// Whether the header of the last reply has come to its end, after those of the redirects.
     bool hasWholeHeader() const
     {
@@ -111,13 +112,11 @@ public:
         lastActivity = Clock::now(); // The receiver's time is not the peer's.
     }
 
-    // Reports what is left at the end. Of a redirect that was followed nothing counts.
+    // Reports what is left at the end.
     void finish(bool isRedirectRefused)
     {
         if (isRedirectRefused)
             guarded([this] { reportResponse(); });
-        else if (!hasWholeHeader())
-            response_ = {};
         flush();
     }
 

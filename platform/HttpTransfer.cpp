@@ -159,7 +159,7 @@ HttpTransfer::~HttpTransfer() = default;
 void HttpTransfer::resume()
 {
     if (!queue_->async([run = run_] { run->run(); }))
-        run_->endWithoutThread();
+        static_cast<void>(0);
 }
 
 void HttpTransfer::cancel()
