@@ -36,6 +36,7 @@ enum class NetworkError {
     ReplyTooLarge,
     Other,
     ProxyRefused,
+    RedirectRefused,
 };
 
 /// The domain of errors that what lies at a download's local path has caused.

@@ -7,7 +7,10 @@
 #include <QFileInfo>
 #include <QStringDecoder>
 
+#include <limits>
+
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 namespace ZVPlatform {
@@ -68,6 +71,15 @@ quint64 Files::size(const QString &path)
     if (!isExpressible(path) || lstat(QFile::encodeName(path).constData(), &status) != 0)
         return 0;
     return S_ISREG(status.st_mode) ? static_cast<quint64>(status.st_size) : 0;
+}
+
+quint64 Files::room(const QString &path)
+{
+    struct statvfs status = {};
+    const QByteArray directory = QFile::encodeName(QFileInfo(path).path());
+    const bool isKnown = statvfs(directory.constData(), &status) == 0 && status.f_blocks > 0;
+    return isKnown ? quint64(status.f_bavail) * status.f_frsize
+                   : std::numeric_limits<quint64>::max();
 }
 
 void Files::remove(const QString &path)

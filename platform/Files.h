@@ -41,6 +41,10 @@ public:
     /// The size in bytes of a regular file; 0 when there is none.
     static quint64 size(const QString &path);
 
+    /// The bytes that the user may still write to the file system of a path's directory; the
+    /// largest number when that cannot be learnt.
+    static quint64 room(const QString &path);
+
     /// Removes a file or a link; a directory stays, and so does a file that another process has
     /// locked for more than a second: it is that one's to deal with.
     static void remove(const QString &path);

@@ -69,6 +69,8 @@ QString text(NetworkError what)
         return QStringLiteral("The server's reply is too large.");
     case NetworkError::ProxyRefused:
         return QStringLiteral("The proxy refused to connect to the server.");
+    case NetworkError::RedirectRefused:
+        return QStringLiteral("The server redirected to an address that is not allowed.");
     case NetworkError::Other:
         break;
     }

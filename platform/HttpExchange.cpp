@@ -17,6 +17,7 @@ constexpr qsizetype largestPiece = 256 * 1024; // bytes handed to a receiver at 
 // What curl reads at once: small enough to be in the processor's cache while it is gathered.
 constexpr long readBuffer = 64 * 1024;
 constexpr long mostRedirects = 10;
+constexpr qsizetype mostHeaderBytes = 256 * 1024; // in all of an exchange
 
 std::atomic<std::chrono::milliseconds> currentIdleTimeout{std::chrono::seconds(60)};
 
@@ -25,6 +26,11 @@ struct FreeHeaders
     void operator()(curl_slist *list) const { curl_slist_free_all(list); }
 };
 using HeaderList = std::unique_ptr<curl_slist, FreeHeaders>;
+
+bool isSecure(const QString &url)
+{
+    return url.startsWith(QLatin1String("https:"), Qt::CaseInsensitive);
+}
 
 HeaderList headerList(const std::vector<HttpHeader> &headers)
 {
@@ -59,13 +65,29 @@ public:
     }
 
     HttpHandle &handle() const { return handle_; }
-    const HttpResponse &response() const { return response_; }
+    /// What the receiver was told: nothing of a redirect that was followed.
+    HttpResponse response() const { return reported_ ? response_ : HttpResponse(); }
     /// Whether the header of the last reply has come to its end, after those of the redirects.
     bool hasWholeHeader() const
     {
         long redirects = 0;
         curl_easy_getinfo(handle_.easy, CURLINFO_REDIRECT_COUNT, &redirects);
         return wholeHeaders_ > redirects;
+    }
+    /// Whether curl has ended at a redirect, since it leads where no exchange goes.
+    bool isRedirectRefused(CURLcode result, bool mustBeSecure) const
+    {
+        long redirects = 0;
+        const char *address = nullptr;
+        curl_easy_getinfo(handle_.easy, CURLINFO_REDIRECT_COUNT, &redirects);
+        curl_easy_getinfo(handle_.easy, CURLINFO_EFFECTIVE_URL, &address);
+        const QString target = QString::fromUtf8(address);
+        const bool isAllowed =
+            isSecure(target) ||
+            (!mustBeSecure && target.startsWith(QLatin1String("http:"), Qt::CaseInsensitive));
+        return redirects > 0 && !hasWholeHeader() &&
+               (result == CURLE_URL_MALFORMAT ||
+                (result == CURLE_UNSUPPORTED_PROTOCOL && !isAllowed));
     }
     bool isAsked() const
     {
@@ -80,32 +102,70 @@ public:
         curl_easy_getinfo(handle_.easy, CURLINFO_HTTP_CONNECTCODE, &status);
         return status >= 300;
     }
-    bool refused() const { return refused_; }
+    /// Why the exchange was broken off on this side, if it was.
+    std::optional<NetworkError> brokenOff() const { return brokenOff_; }
     bool hasPending() const { return !pending_.isEmpty(); }
 
     // Reports the reply's beginning, if it has not been, and what has been gathered of its body.
     void flush()
     {
-        if (response_.status != 0 && !reported_) {
-            reported_ = true;
-            receiver_.didReceiveResponse(response_);
-        }
-        if (!pending_.isEmpty() && !refused_)
-            refused_ = !receiver_.didReceiveData(pending_);
+        guarded([this] {
+            if (hasWholeHeader())
+                reportResponse();
+            if (!pending_.isEmpty() && !brokenOff_ && !receiver_.didReceiveData(pending_))
+                brokenOff_ = NetworkError::ReplyTooLarge;
+        });
         pending_.resize(0);          // Keeps the memory for the next piece.
         lastActivity = Clock::now(); // The receiver's time is not the peer's.
+    }
+
+    // Reports what is left at the end.
+    void finish(bool isRedirectRefused)
+    {
+        if (isRedirectRefused)
+            guarded([this] { reportResponse(); });
+        flush();
     }
 
     HeaderList headers; // As long as the exchange: curl does not copy them.
     Clock::time_point lastActivity = Clock::now();
 
 private:
+    void reportResponse()
+    {
+        if (!std::exchange(reported_, true))
+            receiver_.didReceiveResponse(response_);
+    }
+
+    // For what may run out of memory: nothing is thrown through the frames of curl.
+    template <class Work>
+    void guarded(Work &&work)
+    {
+        try {
+            work();
+        } catch (...) {
+            brokenOff_ = NetworkError::Other;
+        }
+    }
+
     static size_t header(char *line, size_t, size_t length, void *self)
     {
         const QByteArrayView text(line, static_cast<qsizetype>(length));
-        if (text == "\r\n" || text == "\n")
-            static_cast<Callbacks *>(self)->headersComplete();
-        return length;
+        return static_cast<Callbacks *>(self)->takeHeaderLine(text) ? length
+                                                                    : 0; // Makes curl fail.
+    }
+
+    bool takeHeaderLine(QByteArrayView line)
+    {
+        headerBytes_ += line.size();
+        if (headerBytes_ > mostHeaderBytes) {
+            flush(); // What stood before the trailers has come.
+            brokenOff_ = NetworkError::ReplyTooLarge;
+            return false;
+        }
+        if (line == "\r\n" || line == "\n")
+            headersComplete();
+        return true;
     }
 
     void headersComplete()
@@ -124,19 +184,21 @@ private:
     {
         return static_cast<Callbacks *>(self)->gather(bytes, static_cast<qsizetype>(length))
                    ? length
-                   : 0; // Makes curl fail.
+                   : 0;
     }
 
     bool gather(const char *bytes, qsizetype length)
     {
         if (pending_.size() + length > largestPiece)
             flush();
-        if (refused_ || cancelled_)
+        if (brokenOff_ || cancelled_)
             return false;
-        if (pending_.isEmpty())
-            pending_.reserve(largestPiece);
-        pending_.append(bytes, length);
-        return true;
+        guarded([&] {
+            if (pending_.isEmpty())
+                pending_.reserve(largestPiece);
+            pending_.append(bytes, length);
+        });
+        return !brokenOff_;
     }
 
     HttpReceiver &receiver_;
@@ -144,8 +206,9 @@ private:
     const std::atomic<bool> &cancelled_;
     HttpResponse response_;
     long wholeHeaders_ = 0;
+    qsizetype headerBytes_ = 0;
     bool reported_ = false;
-    bool refused_ = false;
+    std::optional<NetworkError> brokenOff_;
     QByteArray pending_;
 };
 
@@ -161,14 +224,15 @@ std::optional<Error> HttpExchange::run(HttpReceiver &receiver)
         return networkError(NetworkError::Other);
 
     Callbacks callbacks(receiver, *handle, cancelled_);
-    prepare(callbacks);
+    if (!prepare(callbacks))
+        return networkError(NetworkError::Other);
     {
         const std::lock_guard lock(mutex_);
         running_ = handle.get();
     }
     curl_multi_add_handle(handle->multi, handle->easy);
     const std::optional<Error> error = drive(callbacks);
-    callbacks.flush();
+    callbacks.finish(error && error->code == static_cast<int>(NetworkError::RedirectRefused));
     handle->noteConnection(!error);
     curl_multi_remove_handle(handle->multi, handle->easy);
     {
@@ -198,11 +262,11 @@ void HttpExchange::setIdleTimeout(std::chrono::milliseconds timeout)
     currentIdleTimeout = timeout;
 }
 
-void HttpExchange::prepare(Callbacks &callbacks)
+// False when curl cannot be held to the protocols that are allowed.
+bool HttpExchange::prepare(Callbacks &callbacks)
 {
     CURL *easy = callbacks.handle().easy;
     const QByteArray url = request_.url.toUtf8();
-    const bool secure = request_.url.startsWith(QLatin1String("https:"), Qt::CaseInsensitive);
     callbacks.headers = headerList(request_.headers);
     callbacks.install();
 
@@ -216,9 +280,7 @@ void HttpExchange::prepare(Callbacks &callbacks)
         curl_easy_setopt(easy, CURLOPT_POSTFIELDSIZE, 0L);
     }
 
-    curl_easy_setopt(easy, CURLOPT_PROTOCOLS_STR, "http,https");
-    // A reply that was asked for under protection is not fetched without it.
-    curl_easy_setopt(easy, CURLOPT_REDIR_PROTOCOLS_STR, secure ? "https" : "http,https");
+    curl_easy_setopt(easy, CURLOPT_PATH_AS_IS, 1L);
     curl_easy_setopt(easy, CURLOPT_FOLLOWLOCATION, 1L);
     curl_easy_setopt(easy, CURLOPT_MAXREDIRS, mostRedirects);
     // The later versions of HTTP have no place for the Connection field that is sent.
@@ -228,24 +290,37 @@ void HttpExchange::prepare(Callbacks &callbacks)
     curl_easy_setopt(easy, CURLOPT_QUICK_EXIT, 1L); // Does not wait for a look-up of a host name.
     curl_easy_setopt(easy, CURLOPT_BUFFERSIZE, readBuffer);
     curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(idleTimeout().count()));
+
+    // A reply that was asked for under protection is not fetched without it.
+    const char *const further = isSecure(request_.url) ? "https" : "http,https";
+    return curl_easy_setopt(easy, CURLOPT_PROTOCOLS_STR, "http,https") == CURLE_OK &&
+           curl_easy_setopt(easy, CURLOPT_REDIR_PROTOCOLS_STR, further) == CURLE_OK;
 }
 
-// Until curl is done with the exchange, or it is cancelled or has been idle for too long.
+// Until curl is done with the exchange, or it is cancelled or has taken too long.
 std::optional<Error> HttpExchange::drive(Callbacks &callbacks)
 {
     CURLM *multi = callbacks.handle().multi;
+    const auto begin = Clock::now();
     for (;;) {
+        const bool isCancelled = cancelled_; // What has arrived by then still counts.
         int running = 0;
         curl_multi_perform(multi, &running);
         if (running == 0)
             return outcome(callbacks);
-        if (cancelled_)
+        if (isCancelled)
             return networkError(NetworkError::Cancelled);
 
         // While more is waiting to be read it is gathered first; an idle socket holds nothing back.
-        const auto idleLeft = callbacks.lastActivity + idleTimeout() - Clock::now();
-        const auto wait =
-            std::chrono::duration_cast<std::chrono::milliseconds>(idleLeft).count() + 1;
+        const auto now = Clock::now();
+        Clock::duration left = callbacks.lastActivity + idleTimeout() - now;
+        if (request_.timeLimit) {
+            const Clock::duration leftInAll = begin + *request_.timeLimit - now;
+            if (leftInAll <= Clock::duration::zero())
+                return networkError(NetworkError::TimedOut);
+            left = std::min(left, leftInAll);
+        }
+        const auto wait = std::chrono::duration_cast<std::chrono::milliseconds>(left).count() + 1;
         int active = 0;
         curl_multi_poll(multi, nullptr, 0,
                         callbacks.hasPending() ? 0 : static_cast<int>(std::max<qint64>(wait, 0)),
@@ -265,13 +340,15 @@ std::optional<Error> HttpExchange::outcome(Callbacks &callbacks) const
     int left = 0;
     const CURLMsg *message = curl_multi_info_read(callbacks.handle().multi, &left);
     const CURLcode result = message ? message->data.result : CURLE_FAILED_INIT;
-    if (callbacks.refused())
-        return networkError(NetworkError::ReplyTooLarge);
+    if (const auto reason = callbacks.brokenOff())
+        return networkError(*reason);
     // To curl, a connection that ends within the header has brought an empty reply.
     if (result == CURLE_OK && !callbacks.hasWholeHeader())
         return networkError(NetworkError::ConnectionLost);
     if (result == CURLE_OK)
         return std::nullopt;
+    if (!cancelled_ && callbacks.isRedirectRefused(result, isSecure(request_.url)))
+        return networkError(NetworkError::RedirectRefused);
     // curl takes what does not begin like HTTP for a version of it that is not allowed.
     if (result == CURLE_UNSUPPORTED_PROTOCOL && callbacks.isAsked() && !callbacks.hasWholeHeader())
         return networkError(NetworkError::BadReply);

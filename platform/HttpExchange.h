@@ -33,14 +33,16 @@ public:
     virtual void didReceiveResponse(const HttpResponse &response) = 0;
 
     /// The next bytes of the body, in order: what has arrived by now, up to 256 KiB. Answering
-    /// false breaks the exchange off with NetworkError::ReplyTooLarge.
+    /// false breaks the exchange off with NetworkError::ReplyTooLarge; so does an exception, with
+    /// NetworkError::Other.
     virtual bool didReceiveData(const QByteArray &bytes) = 0;
 };
 
 /// One HTTP exchange on the calling thread, by the rules that hold for all of them: http and https
 /// only, redirects included; a few redirects are followed; proxies come from the environment;
-/// certificates are verified; 60 seconds of idleness end it, however long a busy one takes.
-/// Connections are kept for the next exchange.
+/// certificates are verified; 60 seconds of idleness end it, and so do more than 256 KiB of what is
+/// not body: header lines, those of interim replies, redirects and trailers included. Connections
+/// are kept for the next exchange.
 class HttpExchange
 {
 public:
@@ -57,7 +59,8 @@ public:
     /// Any thread.
     void cancel();
 
-    /// How the latest reply began; a redirect that could not be followed counts. After run().
+    /// How the reply began; a redirect that was refused counts, one that was followed does not.
+    /// After run().
     const HttpResponse &response() const { return response_; }
 
     /// The time without any sign of the peer after which an exchange fails.
@@ -67,7 +70,7 @@ public:
 private:
     class Callbacks;
 
-    void prepare(Callbacks &callbacks);
+    bool prepare(Callbacks &callbacks);
     std::optional<Error> drive(Callbacks &callbacks);
     std::optional<Error> outcome(Callbacks &callbacks) const;
 

@@ -6,7 +6,7 @@ namespace ZVPlatform {
 
 namespace {
 
-constexpr qsizetype largestBody = 16 * 1024 * 1024; // bytes
+constexpr qsizetype largestBody = 2 * 1024 * 1024; // bytes
 
 } // namespace
 

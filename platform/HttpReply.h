@@ -17,7 +17,7 @@ struct HttpReply
 };
 
 /// Runs an exchange on the calling thread, without running its event loop. A body of more than
-/// 16 MiB is an error.
+/// 2 MiB is an error.
 HttpReply sendSynchronously(const HttpRequest &request);
 
 } // namespace ZVPlatform

@@ -3,6 +3,8 @@
 #include <QByteArray>
 #include <QString>
 
+#include <chrono>
+#include <optional>
 #include <vector>
 
 namespace ZVPlatform {
@@ -22,6 +24,9 @@ struct HttpRequest
     HttpMethod method = HttpMethod::Get;
     QString url;
     std::vector<HttpHeader> headers;
+    /// What the exchange may take in all, however busy the peer is. Without one only idleness ends
+    /// it.
+    std::optional<std::chrono::milliseconds> timeLimit = {};
 };
 
 } // namespace ZVPlatform

@@ -1,5 +1,6 @@
 #include "HttpTransfer.h"
 
+#include "HttpErrors.h"
 #include "MainQueue.h"
 #include "SerialQueue.h"
 
@@ -24,6 +25,14 @@ public:
     {
         const std::optional<Error> error = exchange_.run(*this);
         deliver([error](HttpTransferObserver &observer) { observer.didFinish(error); });
+        letObserverGo();
+    }
+
+    void endWithoutThread()
+    {
+        make([](HttpTransferObserver &observer) {
+            observer.didFinish(networkError(NetworkError::Other));
+        });
         letObserverGo();
     }
 
@@ -77,20 +86,23 @@ private:
         Ticket(const Ticket &) = delete;
         Ticket &operator=(const Ticket &) = delete;
 
-        void make(const Call &call)
-        {
-            std::shared_ptr<HttpTransferObserver> observer; // Goes after the lock.
-            const std::lock_guard lock(run_->delivering_);
-            if (run_->silent_)
-                return;
-            observer = run_->observer_; // Which may cancel the transfer, and be let go by it.
-            call(*observer);
-            run_->delivered_ = true;
-        }
+        void make(const Call &call) { run_->make(call); }
 
     private:
         const std::shared_ptr<Run> run_;
     };
+
+    // Makes the call here and now, unless nobody is listening any more.
+    void make(const Call &call)
+    {
+        std::shared_ptr<HttpTransferObserver> observer; // Goes after the lock.
+        const std::lock_guard lock(delivering_);
+        if (silent_)
+            return;
+        observer = observer_; // Which may cancel the transfer, and be let go by it.
+        call(*observer);
+        delivered_ = true;
+    }
 
     // Makes the call and waits for it. False when it was not made: nobody is listening any more.
     bool deliver(const Call &call)
@@ -150,7 +162,8 @@ HttpTransfer::~HttpTransfer() = default;
 
 void HttpTransfer::resume()
 {
-    queue_->async([run = run_] { run->run(); });
+    if (!queue_->async([run = run_] { run->run(); }))
+        run_->endWithoutThread();
 }
 
 void HttpTransfer::cancel()

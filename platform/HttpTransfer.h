@@ -44,7 +44,8 @@ public:
     HttpTransfer(const HttpTransfer &) = delete;
     HttpTransfer &operator=(const HttpTransfer &) = delete;
 
-    /// Starts the transfer. To be called once.
+    /// Starts the transfer. To be called once, and with Delivery::MainThread on that. When the
+    /// system has no thread for it, the observer hears of its end before this returns.
     void resume();
 
     /// Stops the transfer at once. With Delivery::Queue the observer still hears of the end, which

@@ -9,11 +9,12 @@ namespace ZVPlatform {
 
 // Reading JSON that may hold anything. Any thread may call these.
 
-/// The object that a JSON text holds; empty when the text is absent, broken or not an object.
+/// The object that a JSON text holds; empty when the text is absent, broken, not an object,
+/// or has more values than any reply.
 QJsonObject jsonObject(const std::optional<QString> &text);
 
-/// A field that ought to be a text. A number reads as its digits; a field that is missing or of
-/// any other type is absent.
+/// A field that ought to be a text. A number reads as its digits; one beyond 64 bits, and a field
+/// that is missing or of any other type, is absent.
 std::optional<QString> textField(const QJsonObject &object, QStringView key);
 
 } // namespace ZVPlatform

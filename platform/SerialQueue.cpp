@@ -5,6 +5,7 @@
 #include <condition_variable>
 #include <deque>
 #include <mutex>
+#include <system_error>
 #include <utility>
 
 namespace ZVPlatform {
@@ -29,15 +30,21 @@ SerialQueue::~SerialQueue()
     state_->changed.notify_one();
 }
 
-void SerialQueue::async(std::function<void()> job)
+bool SerialQueue::async(std::function<void()> job)
 {
+    if (!worker_) {
+        try {
+            worker_ = std::make_unique<Worker>(label_, [state = state_] { state->run(); });
+        } catch (const std::system_error &) {
+            return false;
+        }
+    }
     {
         const std::lock_guard lock(state_->mutex);
         state_->jobs.push_back(std::move(job));
     }
     state_->changed.notify_one();
-    if (!worker_)
-        worker_ = std::make_unique<Worker>(label_, [state = state_] { state->run(); });
+    return true;
 }
 
 void SerialQueue::State::run()

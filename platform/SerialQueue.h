@@ -23,8 +23,9 @@ public:
 
     const QString &label() const { return label_; }
 
-    /// Queues a job and returns at once. From one thread at a time.
-    void async(std::function<void()> job);
+    /// Queues a job and returns at once. False, without queueing it, when the system has no thread
+    /// for the queue. From one thread at a time.
+    [[nodiscard]] bool async(std::function<void()> job);
 
 private:
     struct State;

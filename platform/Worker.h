@@ -14,6 +14,7 @@ namespace ZVPlatform {
 class Worker
 {
 public:
+    /// Throws std::system_error when the system has no thread for it.
     Worker(const QString &label, std::function<void()> body);
     ~Worker();
 

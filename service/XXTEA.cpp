@@ -8,6 +8,7 @@
 #include <array>
 #include <cstring>
 #include <new>
+#include <utility>
 
 namespace {
 
@@ -91,10 +92,24 @@ std::optional<QString> toBase64(const std::optional<QByteArray> &bytes)
     return QString::fromLatin1(bytes->toBase64());
 }
 
-/// Whatever is not of the Base64 alphabet is skipped, so every text has some bytes, if only none.
-QByteArray fromBase64(const QString &base64)
+/// Whatever is not of the Base64 alphabet is skipped; what is left must be padded to whole groups.
+std::optional<QByteArray> fromBase64(const QString &base64)
 {
-    return QByteArray::fromBase64(base64.toLatin1());
+    constexpr QByteArrayView others = "+/=";
+    QByteArray characters;
+    for (const char character : base64.toLatin1()) {
+        const char letter = static_cast<char>(character | 0x20);
+        if ((letter >= 'a' && letter <= 'z') || (character >= '0' && character <= '9') ||
+            others.contains(character))
+            characters.append(character);
+    }
+    if (characters.size() % 4 != 0)
+        return std::nullopt;
+    auto decoded =
+        QByteArray::fromBase64Encoding(characters, QByteArray::AbortOnBase64DecodingErrors);
+    if (!decoded)
+        return std::nullopt;
+    return std::move(*decoded);
 }
 
 } // namespace
@@ -185,7 +200,8 @@ std::optional<QByteArray> XXTEA::decrypt(const QByteArray &data, const QString &
 
 std::optional<QByteArray> XXTEA::decryptBase64String(const QString &base64, const QByteArray &key)
 {
-    return decrypt(fromBase64(base64), key);
+    const std::optional<QByteArray> data = fromBase64(base64);
+    return data ? decrypt(*data, key) : std::nullopt;
 }
 
 std::optional<QByteArray> XXTEA::decryptBase64String(const QString &base64,
@@ -210,7 +226,8 @@ std::optional<QString> XXTEA::decryptToString(const QByteArray &data, const QStr
 std::optional<QString> XXTEA::decryptBase64StringToString(const QString &base64,
                                                           const QByteArray &key)
 {
-    return decryptToString(fromBase64(base64), key);
+    const std::optional<QByteArray> data = fromBase64(base64);
+    return data ? decryptToString(*data, key) : std::nullopt;
 }
 
 std::optional<QString> XXTEA::decryptBase64StringToString(const QString &base64,

@@ -40,7 +40,8 @@ public:
     /// deciphers to does not fit the block (a wrong key or altered bytes).
     static std::optional<QByteArray> decrypt(const QByteArray &data, const QByteArray &key);
     static std::optional<QByteArray> decrypt(const QByteArray &data, const QString &stringKey);
-    /// As decrypt(), from Base64 text in which characters outside the alphabet are passed over.
+    /// As decrypt(), from Base64 text in which characters outside the alphabet are passed over;
+    /// absent also when its padding is broken.
     static std::optional<QByteArray> decryptBase64String(const QString &base64,
                                                          const QByteArray &key);
     static std::optional<QByteArray> decryptBase64String(const QString &base64,

@@ -1,5 +1,7 @@
 #include "HttpFunctionPost.h"
 
+#include "../platform/Files.h"
+#include "../platform/HttpErrors.h"
 #include "../platform/HttpReply.h"
 #include "../platform/HttpTransfer.h"
 #include "../platform/MainQueue.h"
@@ -10,6 +12,7 @@
 #include "../service/HttpFunctionURLEncode.h"
 #include "DownloadMode.h"
 
+#include <chrono>
 #include <limits>
 #include <utility>
 
@@ -20,6 +23,8 @@ double kZVAppKitVersionNumber = 1343.0;
 namespace {
 
 constexpr double firstVersionWithSessions = 1343.0;
+constexpr std::chrono::minutes commandTimeLimit(5);
+constexpr quint64 roomToLeave = 64 * 1024 * 1024; // bytes
 
 // Whose delegate the thread is just telling how its download ended.
 thread_local const HttpFunctionPost *reporting = nullptr;
@@ -77,6 +82,8 @@ public:
     void didReceiveResponse(const HttpResponse &response) override
     {
         transport_->lastResponse_ = response.status;
+        fits_ = response.expectedContentLength >= 0 &&
+                static_cast<quint64>(response.expectedContentLength) <= Files::room(path());
         // What no file can be is not expected, whatever is announced.
         const auto resumedAt = static_cast<int64_t>(transport_->downloadedBytes_);
         const int64_t mostToCome = std::numeric_limits<int64_t>::max() - resumedAt;
@@ -89,6 +96,11 @@ public:
     {
         if (!isSuccess(transport_->lastResponse_))
             return true;
+        // What is longer than it may be is not let fill the disk.
+        if (!fits_ && Files::room(path()) < roomToLeave + static_cast<quint64>(bytes.size())) {
+            transport_->threadStop();
+            return true;
+        }
         obstacle_ = file_.append(bytes);
         transport_->downloadedBytes_ += static_cast<uint64_t>(bytes.size());
         return !obstacle_;
@@ -109,11 +121,13 @@ public:
     }
 
 private:
+    QString path() const { return transport_->mCancelDownloadTempFile().value_or(QString()); }
+
     void reportFile()
     {
-        const QString path = transport_->mCancelDownloadTempFile().value_or(QString());
-        transport_->report(
-            [&](HttpFunctionPostDelegate &delegate) { delegate.downloadFinishWithFilePath(path); });
+        transport_->report([this](HttpFunctionPostDelegate &delegate) {
+            delegate.downloadFinishWithFilePath(path());
+        });
     }
 
     void reportError(const Error &error)
@@ -126,6 +140,7 @@ private:
     PartialFile file_;
     std::optional<Error> obstacle_; // Why the file is not this download's to write.
     const bool passesNetworkErrors_;
+    bool fits_ = false; ///< Whether the announced length does into the room there was.
 };
 
 std::shared_ptr<HttpFunctionPost> HttpFunctionPost::getPost(const QString &url,
@@ -156,7 +171,8 @@ std::optional<QString> HttpFunctionPost::DoPost(const QString &params,
                            sealedUrl(sealed),
                            {{"Connection", "Keep-Alive"},
                             {"Content-Type", "application/x-www-form-urlencoded"},
-                            {"Content-Length", "0"}}});
+                            {"Content-Length", "0"}},
+                           commandTimeLimit});
     if (reply.error) {
         systemLog(QStringLiteral("connect error: ") + reply.error->localizedDescription);
         return std::nullopt;
@@ -170,7 +186,8 @@ uint64_t HttpFunctionPost::getFileSize(const QString &params)
     if (sealed.isEmpty())
         return 0;
 
-    const HttpReply reply = sendSynchronously({HttpMethod::Head, sealedUrl(sealed), {}});
+    const HttpReply reply =
+        sendSynchronously({HttpMethod::Head, sealedUrl(sealed), {}, commandTimeLimit});
     return reply.error ? 0 : static_cast<uint64_t>(reply.response.expectedContentLength);
 }
 
@@ -181,9 +198,11 @@ int64_t HttpFunctionPost::DoDownloadAsync(const QString &params, const QString &
             std::make_unique<SerialQueue>(QStringLiteral("Download_Queue_HttpFunction"));
     const QString url = sealedUrl(HttpFunctionURLEncode::encode(params));
     usesConnection_ = kZVAppKitVersionNumber < firstVersionWithSessions;
-    mDownloadQueue_->async([self = shared_from_this(), url, localFilePath] {
+    const bool isQueued = mDownloadQueue_->async([self = shared_from_this(), url, localFilePath] {
         self->DownloadFile(url, localFilePath);
     });
+    if (!isQueued)
+        endWithoutThread(localFilePath);
     return 1;
 }
 
@@ -202,6 +221,17 @@ void HttpFunctionPost::DownloadFile(const QString &url, const QString &localFile
     else
         startSession(request, std::move(file));
     mOpen_ = 1;
+}
+
+// As a download to which no reply came.
+void HttpFunctionPost::endWithoutThread(const QString &localFilePath)
+{
+    if (mOpen_ != 0)
+        return;
+    mCancelDownloadTempFile_.set(localFilePath);
+    mOpen_ = 1;
+    Callbacks(shared_from_this(), PartialFile(localFilePath), HttpTransfer::Delivery::Queue)
+        .didFinish(networkError(NetworkError::Other));
 }
 
 void HttpFunctionPost::startSession(const HttpRequest &request, PartialFile file)

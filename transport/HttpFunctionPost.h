@@ -125,6 +125,7 @@ private:
     class Callbacks;
 
     QString sealedUrl(const QString &sealed) const { return mUrl() + sealed; }
+    void endWithoutThread(const QString &localFilePath);
     void startSession(const ZVPlatform::HttpRequest &request, ZVPlatform::PartialFile file);
     void startConnection(const ZVPlatform::HttpRequest &request, ZVPlatform::PartialFile file);
     template <class Call>

@@ -40,10 +40,10 @@ TEST(SerialQueue, RunsItsJobsInOrderOnOneThreadAndFinishesThem)
     {
         SerialQueue queue(QStringLiteral("A label of more than fifteen bytes"));
         for (int i = 0; i < 100; ++i)
-            queue.async([&, i] {
+            EXPECT_TRUE(queue.async([&, i] {
                 order.push_back(i);
                 threads.push_back(std::this_thread::get_id());
-            });
+            }));
     } // Here it has run them all.
     ASSERT_EQ(order.size(), 100u);
     EXPECT_TRUE(std::is_sorted(order.begin(), order.end()));
@@ -56,15 +56,15 @@ TEST(SerialQueue, MayGoInAJobOfItsOwn)
     std::atomic<bool> isLastOwner = false;
     std::atomic<bool> isGone = false;
     auto owner = std::make_shared<SerialQueue>(QStringLiteral("queue"));
-    owner->async([&, held = owner]() mutable {
+    EXPECT_TRUE(owner->async([&, held = owner]() mutable {
         EXPECT_TRUE(waitFor([&] { return isLastOwner.load(); }, Meanwhile::Sleep));
         held.reset();
         isGone = true;
-    });
+    }));
     owner.reset();
     isLastOwner = true;
     EXPECT_TRUE(waitFor([&] { return isGone.load(); }));
-    SerialQueue(QStringLiteral("next")).async([] {}); // Joins the thread that is left.
+    EXPECT_TRUE(SerialQueue(QStringLiteral("next")).async([] {})); // Joins the thread left over.
 }
 
 TEST(MainQueue, RunsJobsInOrderInTheEventLoopOnly)

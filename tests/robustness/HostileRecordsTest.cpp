@@ -30,6 +30,10 @@ const Value values[] = {
     {"-1", u"-1"_s, true},
     {"2103", u"2103"_s, true},
     {"9007199254740993", u"9007199254740993"_s, true},
+    {"9223372036854775807", u"9223372036854775807"_s, true},
+    {"18446744073709551615", {}, true},
+    {"-9223372036854775809", {}, true},
+    {"1e300", {}, true},
     {"2.5", u"2.5"_s, true},
     {R"("")", u""_s, false},
     {R"("yes")", u"yes"_s, true},
@@ -154,7 +158,7 @@ TEST_F(ControllerTest, OddReplyTextsAreReadOrRefused)
         return sealed(QString::fromUtf8(object)).toUtf8();
     };
     const QByteArray offer = reply('{' + inner + '}');
-    const QByteArray tooLong(16 * 1024 * 1024, ' ');
+    const QByteArray tooLong(2 * 1024 * 1024, ' ');
     const std::pair<QByteArray, Text> cases[] = {
         {offer, u"2"_s},
         {"\xEF\xBB\xBF" + offer, u"2"_s},               // a byte order mark
@@ -172,6 +176,10 @@ TEST_F(ControllerTest, OddReplyTextsAreReadOrRefused)
         {tooLong.chopped(2 * offer.size()) + offer, u"2"_s},
         {"{\"a\":" + QByteArray(100000, '[') + QByteArray(100000, ']') + ',' + offer.mid(1), {}},
         {QByteArray(1000000, '{'), {}},
+        // The parser takes memory for each value, whatever its length.
+        {"{\"a\":[" + QByteArray("[],").repeated(30'000) + "0]," + offer.mid(1), u"2"_s},
+        {"{\"a\":[" + QByteArray("[],").repeated(40'000) + "0]," + offer.mid(1), {}},
+        {"{\"a\":\"\\\"" + QByteArray("[],").repeated(40'000) + "\"," + offer.mid(1), u"2"_s},
         {reply('{' + inner + "} x"), {}},
         {reply('{' + inner + ",\"ZVUpdVersion\":\"3\"}"), u"3"_s},
         {reply("{\"ZVMemo\":{\"datas\":[" + QByteArray(50000, '[') + "]}," + inner + '}'), {}},

@@ -73,6 +73,13 @@ TEST(XXTEA, ConvertsTextsKeysAndBase64Alike)
     };
     expectAgreement(key);
     expectAgreement(stringKey);
+    const QString brokenTexts[] = {base64.chopped(1), base64 + QStringLiteral("="),
+                                   base64 + QStringLiteral("===="), QStringLiteral("A===") + base64,
+                                   QStringLiteral("AA=A") + base64};
+    for (const QString &broken : brokenTexts) {
+        EXPECT_EQ(XXTEA::decryptBase64String(broken, key), std::nullopt) << qPrintable(broken);
+        EXPECT_EQ(XXTEA::decryptBase64StringToString(broken, key), std::nullopt);
+    }
     EXPECT_EQ(xxteaEncrypt(data, key), cipher);
     EXPECT_EQ(xxteaDecrypt(cipher, key), data);
 }

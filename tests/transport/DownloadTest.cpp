@@ -12,10 +12,51 @@
 
 #include <mutex>
 
+#include <dlfcn.h>
+#include <pthread.h>
+#include <sys/statvfs.h>
+
 using namespace ZVPlatform;
+using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using Reply = ScriptedServer::Reply;
+
+namespace {
+
+std::atomic<int> threadsToBeMade = -1; // Before there are no more; -1 for no such limit.
+std::atomic<int64_t> roomOnDisk = -1;  // -1 for what there is.
+
+template <class Function>
+Function *original(const char *name)
+{
+    return reinterpret_cast<Function *>(dlsym(RTLD_NEXT, name));
+}
+
+} // namespace
+
+// In the place of the system's, to have them fail.
+
+extern "C" int pthread_create(pthread_t *thread, const pthread_attr_t *attributes,
+                              void *(*body)(void *), void *argument)
+{
+    if (threadsToBeMade == 0)
+        return EAGAIN;
+    if (threadsToBeMade > 0)
+        --threadsToBeMade;
+    return original<decltype(pthread_create)>("pthread_create")(thread, attributes, body, argument);
+}
+
+extern "C" int statvfs(const char *path, struct statvfs *status)
+{
+    const int result = original<int(const char *, struct statvfs *)>("statvfs")(path, status);
+    if (roomOnDisk >= 0) {
+        const quint64 used = Files::size(QString::fromUtf8(path) + QStringLiteral("/P1_2103.bin"));
+        status->f_frsize = 1;
+        status->f_bavail = static_cast<fsblkcnt_t>(roomOnDisk) - used;
+    }
+    return result;
+}
 
 namespace {
 
@@ -203,6 +244,56 @@ TEST_P(Download, HappensOnceATransport)
     EXPECT_FALSE(Files::exists(second));
 }
 
+TEST_P(Download, AsksAlsoWithoutParameters)
+{
+    ScriptedServer server(Reply::whole(200, "content"));
+    transport_ = HttpFunctionPost::getPost(server.baseUrl(), nullptr);
+    transport_->DoDownloadAsync(QString(), path_);
+    ASSERT_TRUE(waitForEnd());
+    EXPECT_EQ(server.requests().at(0).target, "/Update/ZVDLCtl.dll?dt=");
+    EXPECT_EQ(readFile(path_), "content");
+}
+
+// A redirect that was followed is no reply; when nothing comes of it there is none.
+TEST_P(Download, HasNoStatusWhileTheTargetOfARedirectIsSilent)
+{
+    const auto never = std::make_shared<Gate>();
+    ScriptedServer server([&](const ScriptedServer::Request &request) {
+        return request.target == "/moved" ? Reply().wait(never)
+                                          : Reply::whole(302, "here", {"Location: /moved"});
+    });
+    start(server);
+    ASSERT_TRUE(wait([&] { return never->isReached(); }));
+    transport_->threadStop();
+    ASSERT_TRUE(waitForEnd());
+    EXPECT_EQ(transport_->lastResponse(), 0);
+    ASSERT_TRUE(waitForLastOwner());
+    EXPECT_EQ(outcomes().size(), isSession_ ? 1u : 0u);
+    EXPECT_THAT(outcomes(), Each("HTTP Error 0"));
+}
+
+// In front of the download queue, and of what carries the transfer.
+TEST_P(Download, FailsLikeAnyOtherWithoutAThread)
+{
+    if (ZVUPDATE_SANITIZED)
+        GTEST_SKIP() << "a sanitizer has a thread function of its own";
+    ScriptedServer server(Reply::whole(200, "content"));
+    for (const int made : {0, 1}) {
+        SCOPED_TRACE(made);
+        std::vector<std::string> heard;
+        Delegate delegate([&](const std::string &outcome) { heard.push_back(outcome); });
+        transport_ = HttpFunctionPost::getPost(server.baseUrl(), &delegate);
+        threadsToBeMade = made;
+        EXPECT_EQ(transport_->DoDownloadAsync(command, path_), 1);
+        const bool hasEnded = waitForEnd();
+        threadsToBeMade = -1;
+        ASSERT_TRUE(hasEnded);
+        EXPECT_EQ(transport_->mCancelDownloadTempFile(), path_);
+        EXPECT_THAT(heard, ElementsAre("HTTP Error 0"));
+    }
+    EXPECT_TRUE(server.requests().empty());
+}
+
 TEST_P(Download, NeedsNeitherADelegateNorAnOwner)
 {
     const auto gate = std::make_shared<Gate>();
@@ -319,6 +410,8 @@ const Ending endings[] = {
     {"until the connection's end", {}, broken("200 OK" + end + "new"), "new", "file"},
     {"after an interim reply", "", raw("102 Wait" + end).send("HTTP/1.1 204 None" + end), "",
      "file"},
+    {"the last success", {}, Reply::whole(299, "new"), "new", "file"},
+    {"the first that is none", "old", Reply::whole(300, "page"), "old", "HTTP Error 300"},
     {"not found", "old", Reply::whole(404, "page"), "old", "HTTP Error 404"},
     {"server error", {}, Reply::whole(500, "page"), {}, "HTTP Error 500"},
     {"complete already", "old", Reply::whole(416, "page"), "old", "HTTP Error 416"},
@@ -333,6 +426,7 @@ const Ending endings[] = {
     {"redirect loop", {}, redirect("/again"), {}, "HTTP Error 302"},
     {"redirect to a file", {}, redirect("file:///etc/hostname"), {}, "HTTP Error 302"},
     {"redirect to ftp", {}, redirect("ftp://127.0.0.1/f"), {}, "HTTP Error 302"},
+    {"redirect to nobody", {}, redirect("http://127.0.0.1:1/"), {}, "HTTP Error 0"},
 };
 
 } // namespace
@@ -373,6 +467,8 @@ struct Silence
 const Silence silences[] = {
     {"before the reply", "", "H", 0, "HTTP Error 0", "HTTP Error 0"},
     {"in the header", "HTTP/1.1 206 Part\r\nConte", "n", 0, "HTTP Error 0", "HTTP Error 0"},
+    {"after the header", "HTTP/1.1 206 Part\r\nTransfer-Encoding: chunked" + end, "a", 0,
+     network(NetworkError::Cancelled), network(NetworkError::TimedOut)},
     {"in the body", "HTTP/1.1 206 Part" + half, "x", 10, network(NetworkError::Cancelled),
      network(NetworkError::TimedOut)},
 };
@@ -427,7 +523,47 @@ TEST_P(Download, IsEndedByTheTimeOutInEverySilence)
         ASSERT_TRUE(ended);
 
         EXPECT_GE(std::chrono::steady_clock::now() - begin, timeout);
-        const std::string connection = silence.received ? "HTTP Error 206" : "HTTP Error 0";
+        const bool isAnswered = silence.timedOut == network(NetworkError::TimedOut);
+        const std::string connection = isAnswered ? "HTTP Error 206" : "HTTP Error 0";
         EXPECT_THAT(outcomes(), ElementsAre(isSession_ ? silence.timedOut : connection));
+    }
+}
+
+// Of what has no length, or one that does not fit, so much is taken that 64 MiB are left.
+TEST_P(Download, LeavesRoomOnTheDisk)
+{
+    constexpr int64_t leave = 64 << 20;
+    const QByteArray content(1'000'000, 'x');
+    const auto whole = Reply::whole(200, content);
+    const auto endless = raw("200 OK" + end).send(content).wait(std::make_shared<Gate>());
+    const struct
+    {
+        Reply reply;
+        int64_t room;
+        bool isFetched;
+    } rows[] = {
+        {whole, 1'000'000, true},
+        {whole, 999'999, false},
+        {broken("200 OK" + end + content), leave + 1'000'000, true},
+        {endless, leave, false},
+        {endless, leave + 500'000, false},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(&row - rows);
+        ScriptedServer server(row.reply);
+        roomOnDisk = row.room;
+        start(server);
+        const bool hasEnded = waitForEnd();
+        roomOnDisk = -1;
+        ASSERT_TRUE(hasEnded && waitForLastOwner());
+        std::vector<std::string> expected = {row.isFetched ? success_
+                                                           : network(NetworkError::Cancelled)};
+        if (!row.isFetched && !isSession_)
+            expected.clear();
+        EXPECT_EQ(outcomes(), expected);
+        const auto size = static_cast<int64_t>(Files::size(path_));
+        EXPECT_LE(size, row.isFetched ? content.size() : std::max<int64_t>(row.room - leave, 0));
+        EXPECT_TRUE(size > 0 || row.room <= leave) << "What there is room for is taken.";
+        EXPECT_TRUE(content.startsWith(readFile(path_)));
     }
 }

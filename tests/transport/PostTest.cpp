@@ -1,4 +1,5 @@
-#include "platform/HttpExchange.h"
+#include "platform/HttpReply.h"
+#include "support/FaultRelay.h"
 #include "support/LogCapture.h"
 #include "support/ScriptedServer.h"
 #include "transport/HttpFunctionPost.h"
@@ -29,12 +30,14 @@ uint64_t probe(const QString &url)
 // Port 1 is reserved for a service that nobody runs.
 const QString refusingUrl = QStringLiteral("http://127.0.0.1:1/?dt=");
 
-void expectOneConnectError(const LogCapture &log)
+void expectOneConnectError(const LogCapture &log, const char *reason)
 {
-    ASSERT_EQ(log.lines().size(), 1);
-    EXPECT_THAT(log.lines().first().toStdString(), StartsWith("connect error: "));
-    EXPECT_GT(log.lines().first().size(), 20) << "The line says why.";
+    EXPECT_EQ(log.lines(), QStringList(QStringLiteral("connect error: ") + QLatin1String(reason)));
 }
+
+const char *const lost = "The connection was lost before the reply was complete.";
+const char *const redirectRefused = "The server redirected to an address that is not allowed.";
+const char *const unreachable = "The server could not be reached.";
 
 } // namespace
 
@@ -85,7 +88,7 @@ TEST(Post, ReturnsTheBodyWhateverTheStatus)
         {500, "broken", QStringLiteral("broken")},
         {200, "", QString()},
         {200, "caf\xE9", std::nullopt},
-        {200, QByteArray(16 << 20, 'x'), QString(16 << 20, u'x')},
+        {200, QByteArray(2 << 20, 'x'), QString(2 << 20, u'x')},
     };
     for (const auto &row : rows) {
         ScriptedServer server(Reply::whole(row.status, row.body));
@@ -97,39 +100,69 @@ TEST(Post, ReturnsTheBodyWhateverTheStatus)
 TEST(Post, WithoutAWholeReplyIsLoggedOnce)
 {
     const QByteArray begun = "HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nhalf";
-    const Reply replies[] = {
-        Reply().close(),
-        Reply().reset(),
-        Reply().send(begun).close(),
-        Reply().send("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n4\r\nhalf").close(),
-        Reply().send("no HTTP at all\r\n\r\n").close(),
-        Reply::whole(200, QByteArray((16 << 20) + 1, 'x')),
-        Reply::whole(302, {}, {"Location: /again"}),
-        Reply::whole(302, {}, {"Location: file:///etc/hostname"}),
-        Reply::whole(302, {}, {"Location: ftp://127.0.0.1/file"}),
+    const auto redirect = [](const QByteArray &location) {
+        return Reply::whole(302, {}, {"Location: " + location});
     };
-    for (const Reply &reply : replies) {
-        SCOPED_TRACE(&reply - replies);
+    const struct
+    {
+        Reply reply;
+        const char *reason;
+        size_t requests = 1;
+    } rows[] = {
+        {Reply().close(), lost},
+        {Reply().reset(), lost},
+        {Reply().send(begun).close(), lost},
+        {Reply().send("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n4\r\nhalf").close(),
+         lost},
+        {Reply().send("no HTTP at all\r\n\r\n").close(), "The server's reply is not valid HTTP."},
+        {Reply::whole(200, QByteArray((2 << 20) + 1, 'x')), "The server's reply is too large."},
+        {redirect("/again"), "The server redirected too many times.", 11},
+        {redirect("file:///etc/hostname"), redirectRefused},
+        {redirect("ftp://127.0.0.1/file"), redirectRefused},
+        {redirect("http://[/"), redirectRefused},
+        {redirect("http://127.0.0.1:1/"), unreachable},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(&row - rows);
         const LogCapture log;
-        ScriptedServer server(reply);
+        ScriptedServer server(row.reply);
         EXPECT_EQ(post(server.baseUrl()), std::nullopt);
-        expectOneConnectError(log);
-        EXPECT_LE(server.requests().size(), 11u) << "A few redirects are followed, not many.";
+        expectOneConnectError(log, row.reason);
+        EXPECT_EQ(server.requests().size(), row.requests);
     }
+}
+
+TEST(Post, FollowsTenRedirectsAndLeavesThePathAsItIs)
+{
+    int redirects = 0;
+    ScriptedServer server([&](const ScriptedServer::Request &) {
+        return ++redirects <= 10 ? Reply::whole(307, {}, {"Location: /next"})
+                                 : Reply::whole(200, "reply");
+    });
+    EXPECT_EQ(post(server.url(QStringLiteral("/./a/../b?dt="))), QStringLiteral("reply"));
+    EXPECT_THAT(server.requests()[0].target.toStdString(), StartsWith("/./a/../b?dt=7D44"));
 }
 
 TEST(Post, WithoutAServerOrAValidUrlIsLoggedOnce)
 {
     ScriptedServer server(Reply::whole(200, "reply"));
-    for (const QString &url :
-         {refusingUrl, QString(server.baseUrl() + u'\n'),
-          QString(server.baseUrl() + QChar(QChar::Null)), QStringLiteral("file:///etc/passwd?dt="),
-          QStringLiteral("http://?dt=")}) {
+    const char *const badUrl = "The address is not a valid URL.";
+    const std::pair<QString, const char *> rows[] = {
+        {refusingUrl, unreachable},
+        {QString(server.baseUrl() + u'\n'), badUrl},
+        {QString(server.baseUrl() + QChar(QChar::Null)), badUrl},
+        {QStringLiteral("http://?dt="), badUrl},
+        {QStringLiteral("file:///etc/passwd?dt="), "The address is neither http nor https."},
+        // No name server is asked for a name with so long a part.
+        {QStringLiteral("http://") + QString(64, u'x') + QStringLiteral("/?dt="),
+         "The server's name could not be found."},
+    };
+    for (const auto &[url, reason] : rows) {
         SCOPED_TRACE(qPrintable(url));
         const LogCapture log;
         EXPECT_EQ(probe(url), 0u) << "Not logged.";
         EXPECT_EQ(post(url), std::nullopt);
-        expectOneConnectError(log);
+        expectOneConnectError(log, reason);
     }
     EXPECT_TRUE(server.requests().empty());
 }
@@ -160,4 +193,71 @@ TEST(Probe, ReturnsTheAnnouncedLengthWhateverTheStatus)
         EXPECT_EQ(server.requests()[0].headerLines.size(), 2) << "Host and Accept only.";
     }
     EXPECT_TRUE(log.lines().isEmpty());
+}
+
+namespace {
+
+int codeOf(const std::optional<Error> &error)
+{
+    return error ? error->code : 0;
+}
+
+/// Takes its time for the first bytes, or cannot take them.
+class DifficultReceiver : public HttpReceiver
+{
+public:
+    explicit DifficultReceiver(std::chrono::milliseconds time) : time_(time) {}
+
+    void didReceiveResponse(const HttpResponse &) override {}
+    bool didReceiveData(const QByteArray &) override
+    {
+        if (time_.count() == 0)
+            throw std::bad_alloc();
+        std::this_thread::sleep_for(time_);
+        end = std::chrono::steady_clock::now();
+        return true;
+    }
+
+    std::chrono::steady_clock::time_point end;
+
+private:
+    const std::chrono::milliseconds time_;
+};
+
+} // namespace
+
+// The peer is never idle for long.
+TEST(Exchange, EndsWhenItsTimeInAllIsUp)
+{
+    ScriptedServer server(Reply::whole(200, QByteArray(100'000, 'x')));
+    const FaultRelay relay(server.baseUrl(), FaultRelay::drip(FaultRelay::ToClient, 0, 1,
+                                                              std::chrono::milliseconds(1)));
+    HttpRequest request{HttpMethod::Get, relay.baseUrl(), {}};
+    request.timeLimit = std::chrono::milliseconds(200);
+    EXPECT_EQ(codeOf(sendSynchronously(request).error), static_cast<int>(NetworkError::TimedOut));
+}
+
+TEST(Exchange, DoesNotTakeTheReceiversTimeForThePeers)
+{
+    const auto former = HttpExchange::idleTimeout();
+    const auto timeout = std::chrono::milliseconds(200);
+    ScriptedServer server(Reply()
+                              .send("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nhalf")
+                              .wait(std::make_shared<Gate>()));
+    DifficultReceiver receiver(timeout);
+    HttpExchange::setIdleTimeout(timeout);
+    const auto error = HttpExchange({HttpMethod::Get, server.url(), {}}).run(receiver);
+    HttpExchange::setIdleTimeout(former);
+    EXPECT_EQ(codeOf(error), static_cast<int>(NetworkError::TimedOut));
+    EXPECT_GE(std::chrono::steady_clock::now() - receiver.end, timeout);
+}
+
+TEST(Exchange, IsOverWhenItsReceiverThrows)
+{
+    for (const qsizetype size : {10, 1'000'000}) {
+        ScriptedServer server(Reply::whole(200, QByteArray(size, 'x')));
+        DifficultReceiver receiver(std::chrono::milliseconds(0));
+        const auto error = HttpExchange({HttpMethod::Get, server.url(), {}}).run(receiver);
+        EXPECT_EQ(codeOf(error), static_cast<int>(NetworkError::Other));
+    }
 }
