@@ -48,16 +48,6 @@ public:
         return true;
     }
 
-    /// Downloads the installer without verifying it, for which the whole file is mapped.
-    static bool download(const QString &path)
-    {
-        UpdateLogicFunc client;
-        const auto token = client.doGetToken()->ID();
-        client.doStartDownload(token.value_or(QString()), QStringLiteral("P1_2.exe"), path);
-        client.waitOne();
-        return !client.doGetDownloadProgress().failure && QFile::remove(path);
-    }
-
     void UpdateFileReady(const QString &path) override { ready_ = path; }
     void windowClosedUpdateAction() override {}
     void windowClosedCancelAction() override {}
@@ -97,9 +87,8 @@ void printHoldings()
 
 } // namespace
 
-/// many-checks DIRECTORY session|connection STEP...: takes each step, so many checks or a
-/// "download", and prints what the process holds after it. In the first checks things are made that
-/// are kept.
+/// many-checks DIRECTORY session|connection NUMBER...: makes so many checks, step by step, and
+/// prints what the process holds after each. In the first checks things are made that are kept.
 int main(int argc, char **argv)
 {
     QCoreApplication application(argc, argv);
@@ -107,7 +96,7 @@ int main(int argc, char **argv)
     QCoreApplication::setApplicationName(QStringLiteral("zvupdate"));
     const QStringList arguments = QCoreApplication::arguments();
     if (arguments.size() < 4) {
-        std::fputs("usage: many-checks DIRECTORY session|connection NUMBER|download...\n", stderr);
+        std::fputs("usage: many-checks DIRECTORY session|connection NUMBER...\n", stderr);
         return 2;
     }
     if (arguments[2] == QLatin1String("connection"))
@@ -115,10 +104,7 @@ int main(int argc, char **argv)
 
     ManyChecks checks(arguments[1]);
     for (const QString &step : arguments.mid(3)) {
-        const bool isDone = step == QLatin1String("download")
-                                ? ManyChecks::download(arguments[1] + QLatin1String("/P1_2.bin"))
-                                : checks.run(step.toInt());
-        if (!isDone)
+        if (!checks.run(step.toInt()))
             return EXIT_FAILURE;
         printHoldings();
     }
