@@ -31,6 +31,13 @@ protected:
         state_->alive = false;
     }
 
+    /// Whether the calling thread is in the middle of a call to this delegate. Never waits.
+    bool isCalledHere() const
+    {
+        const std::unique_lock lock(state_->calling, std::try_to_lock);
+        return lock && state_->calls > 0;
+    }
+
 private:
     template <class T>
     friend class DelegateRef;
@@ -40,6 +47,7 @@ private:
         // Recursive, since a delegate may be destroyed in the middle of a call to itself.
         std::recursive_mutex calling;
         bool alive = true;
+        int calls = 0; // Each within the one before it.
     };
 
     std::shared_ptr<State> state_ = std::make_shared<State>();
@@ -78,8 +86,11 @@ public:
             return;
         const auto state = state_;
         const std::lock_guard lock(state->calling);
-        if (state->alive)
-            call(*delegate_);
+        if (!state->alive)
+            return;
+        ++state->calls;
+        call(*delegate_);
+        --state->calls;
     }
 
 private:

@@ -58,9 +58,8 @@ UpdateLogicFunc::~UpdateLogicFunc()
         doStopDownload();
         return doCheckDownloadStop();
     };
-    const auto download = mDownload();
-    const bool isWithinReport = download && download->isReportingHere();
-    while (!stopped() && !isWithinReport)
+    // Within a call from one of its downloads nothing ends that has to call, too.
+    while (!stopped() && !isCalledHere())
         runCurrentRunLoop(waitStep, stopped);
     retire();
     releaseDownload();

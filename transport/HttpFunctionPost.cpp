@@ -278,11 +278,6 @@ int64_t HttpFunctionPost::threadStop()
     return 0;
 }
 
-bool HttpFunctionPost::isReportingHere() const
-{
-    return reporting == this;
-}
-
 bool HttpFunctionPost::isStopRequestedHere()
 {
     return reporting && reporting->mThreadEndFlag_ == 1;

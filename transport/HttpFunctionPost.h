@@ -68,10 +68,6 @@ public:
     /// Whether a download was started and is over, its delegate's call included.
     bool isThreadStop() const;
 
-    /// Whether the calling thread is just telling the delegate how the download ended, so that
-    /// waiting for the end would wait for itself.
-    bool isReportingHere() const;
-
     /// Whether the calling thread is just telling the delegate of a download that was asked to stop
     /// meanwhile, so that what the delegate does with the file is not wanted any more.
     static bool isStopRequestedHere();

@@ -217,6 +217,24 @@ TEST_P(Client, MayGoInTheMiddleOfItsDelegatesCall)
     EXPECT_EQ(file(), "new");
 }
 
+TEST_P(Client, MayGoInTheCallOfAReplacedDownload)
+{
+    const auto gate = std::make_shared<Gate>();
+    ScriptedServer first(Reply().send(halfAFile).wait(gate).send("abcdefghij"));
+    ScriptedServer second(silentAfter(halfAFile));
+    delegate_.onFinish = [this] { client_.reset(); };
+    start(first);
+    ASSERT_TRUE(waitFor([this] { return file() == "0123456789"; }));
+    const QString other = directory_.filePath(QStringLiteral("B.bin"));
+    start(second, other);
+    ASSERT_TRUE(waitFor([&] { return readFile(other) == "0123456789"; }));
+    gate->open();
+    ASSERT_TRUE(waitFor([this] { return delegate_.finished == 1; }));
+    EXPECT_EQ(client_, nullptr);
+    EXPECT_TRUE(waitFor([] { return libraryThreads() == 0; }));
+    EXPECT_EQ(readFile(other), "0123456789");
+}
+
 TEST_P(Client, LetsAReplacedDownloadGoOn)
 {
     const auto gate = std::make_shared<Gate>();
