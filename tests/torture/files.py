@@ -19,10 +19,6 @@ PAGE = os.sysconf("SC_PAGE_SIZE")
 SIZE = 256 * KIB
 
 
-def tmpfs(path, size):
-    return road.mounted(path, "-t", "tmpfs", "-o", f"size={size},mode=755", "tmpfs")
-
-
 def make_room(path):
     subprocess.run(["mount", "-o", "remount,size=16m", path], check=True)
 
@@ -35,7 +31,7 @@ def full_disk(options):
         pages = range(1, SIZE // PAGE + 4, 1 if options.long else 16)
         for count, mode in itertools.product(pages, road.MODES):
             way.clear()
-            with tmpfs(way.save, count * PAGE):
+            with road.tmpfs(way.save, count * PAGE):
                 way.plant_older_image()
                 outcome = way.check(mode=mode)
                 way.holds()
@@ -62,7 +58,7 @@ def full_disk_for_copy(options):
                                 "inject=rename,renameat2:error=EXDEV", paths=[way.partial])
         for count, mode in itertools.product(pages, road.MODES):
             way.clear()
-            with tmpfs(way.save, count * PAGE):
+            with road.tmpfs(way.save, count * PAGE):
                 way.plant_older_image()
                 outcome = way.check(mode=mode, wrapper=no_rename)
                 way.holds()
@@ -81,7 +77,7 @@ def full_disk_for_preferences(options):
     with road.Road(options, SIZE) as way:
         for count, mode in itertools.product(pages, road.MODES):
             way.clear()
-            with tmpfs(way.settings_folder, 6 * PAGE):
+            with road.tmpfs(way.settings_folder, 6 * PAGE):
                 (way.settings_folder / "filler").write_bytes(bytes((6 - count) * PAGE))
                 outcome = way.check(mode=mode)
                 way.holds()

@@ -72,6 +72,10 @@ def mounted(path, *arguments):
         subprocess.run(["umount", "--lazy", str(path)], check=True)
 
 
+def tmpfs(path, size):
+    return mounted(path, "-t", "tmpfs", "-o", f"size={size},mode=755", "tmpfs")
+
+
 def strace(*arguments, paths=(), log="/dev/null"):
     selection = [part for path in paths for part in ("-P", str(path))]
     return ["strace", "-f", "-qq", "-o", str(log), *arguments, *selection]
