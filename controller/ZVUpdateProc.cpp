@@ -102,10 +102,21 @@ int64_t ZVUpdateProc::updateWithDelegate(ZVUpdateProcDelegate *delegate)
     setDelegate(delegate);
     if (!Files::exists(*directory))
         Files::createDirectory(*directory);
-    const auto files = check(*productID, *productVersion, *directory);
-    if (!files)
+    const auto client = std::make_shared<UpdateLogicFunc>();
+    client->setDelegate(this);
+    ReplacedClients::keep(mCurrentDownloadUpdateLogic());
+    setMCurrentDownloadUpdateLogic(client);
+
+    // The reply and the client are kept for those who ask later; the check goes on with its own.
+    const auto reply = client->doCheckUpdate(*productID, *productVersion);
+    setMLastCheckUpdateResponse(reply);
+    const QString version = reply->ZVUpdateVersion().value_or(QString());
+    const QString digest = reply->ZVMD5().value_or(QString());
+    const auto files = UpdateFiles::named(*directory, *productID, version);
+    if (!reply->ok() || version.isEmpty() || digest.isEmpty() || !files)
         return endCheck(ZVNoUpdate);
-    return fetch(*files, *mLastCheckUpdateResponse());
+    debugLog(QStringLiteral("checkUpdate OK ... ") + reply->debugDescription());
+    return fetch(*client, *files, digest);
 }
 
 QString ZVUpdateProc::getDefaultLangID() const
@@ -176,30 +187,10 @@ bool ZVUpdateProc::isTimeToCheck()
     return !nextCheck || *nextCheck <= QDateTime::currentDateTimeUtc();
 }
 
-// Asks the service and keeps its reply. Absent when there is no update: the reply says so, or lacks
-// what an update needs.
-std::optional<UpdateFiles> ZVUpdateProc::check(const QString &productID,
-                                               const QString &productVersion,
-                                               const QString &directory)
-{
-    const auto client = std::make_shared<UpdateLogicFunc>();
-    client->setDelegate(this);
-    ReplacedClients::keep(mCurrentDownloadUpdateLogic());
-    setMCurrentDownloadUpdateLogic(client);
-
-    const auto reply = client->doCheckUpdate(productID, productVersion);
-    setMLastCheckUpdateResponse(reply);
-    if (!reply->ok() || reply->ZVUpdateVersion().value_or(QString()).isEmpty() ||
-        reply->ZVMD5().value_or(QString()).isEmpty())
-        return std::nullopt;
-    return UpdateFiles::named(directory, productID, *reply->ZVUpdateVersion());
-}
-
 // Has the offered installer on disk, or starts its download.
-int64_t ZVUpdateProc::fetch(const UpdateFiles &files, const CheckUpdateResponse &reply)
+int64_t ZVUpdateProc::fetch(UpdateLogicFunc &client, const UpdateFiles &files,
+                            const QString &digest)
 {
-    const QString digest = *reply.ZVMD5();
-    debugLog(QStringLiteral("checkUpdate OK ... ") + reply.debugDescription());
     const auto lastDownloadDigest = UpdatePreferences::lastDownloadDigest();
 
     // A directory is nobody's installer, but stays, and so does what has been fetched.
@@ -222,14 +213,13 @@ int64_t ZVUpdateProc::fetch(const UpdateFiles &files, const CheckUpdateResponse 
         Files::remove(files.temporaryPath);
     }
 
-    const auto client = mCurrentDownloadUpdateLogic();
-    const auto tokenReply = client->doGetToken();
+    const auto tokenReply = client.doGetToken();
     if (!tokenReply->ok())
         return endCheck(ZVNoUpdate);
     debugLog(QStringLiteral("doGetToken OK ... ") + tokenReply->debugDescription());
 
     const QString token = tokenReply->ID().value_or(QString());
-    const uint64_t remoteSize = client->doGetFileSize(token, files.serviceFileName);
+    const uint64_t remoteSize = client.doGetFileSize(token, files.serviceFileName);
     if (remoteSize == Files::size(files.temporaryPath) &&
         installVerified(files.temporaryPath, files.diskImagePath, digest) == Verified::Yes)
         return endCheck(ZVInstallerReady);
@@ -237,7 +227,7 @@ int64_t ZVUpdateProc::fetch(const UpdateFiles &files, const CheckUpdateResponse 
     // A file of the full size but with another digest is not removed: the download resumes it, and
     // the service has the last word.
     debugLog(QStringLiteral("fileSize ... ") + QString::number(static_cast<int64_t>(remoteSize)));
-    client->doStartDownload(token, files.serviceFileName, files.temporaryPath);
+    client.doStartDownload(token, files.serviceFileName, files.temporaryPath);
     return endCheck(ZVDownloadStarted);
 }
 
@@ -273,19 +263,20 @@ ZVUpdateProc::Verified ZVUpdateProc::installVerified(const QString &temporaryPat
     return Verified::Yes;
 }
 
-// The notification owns the controller until it has run, and looks its delegate up only then. A
+// The notification owns the controller until it has run, unless nobody owns it by a shared pointer:
+// then it finds out whether the controller is still there. It looks its delegate up only then. A
 // controller that is being destroyed, and waits for this very call, sends none. Ownership is taken
 // only to be passed on: the last owner must not let go on the thread of a download, where a window
 // cannot be destroyed.
 void ZVUpdateProc::scheduleFileReady(const QString &path)
 {
-    if (!delegate())
+    if (!delegate() || isEnding_)
         return;
-    auto self = weak_from_this().lock();
-    if (!self)
-        return;
-    MainQueue::async([controller = std::move(self), path] {
-        if (ZVUpdateProcDelegate *host = controller->delegate())
+    MainQueue::async([owned = weak_from_this().lock(),
+                      unowned = DelegateRef<UpdateLogicFuncDelegate>(this), path] {
+        const auto *controller = owned ? owned.get() : static_cast<ZVUpdateProc *>(unowned.get());
+        ZVUpdateProcDelegate *host = controller ? controller->delegate() : nullptr;
+        if (host)
             host->UpdateFileReady(path);
     });
 }

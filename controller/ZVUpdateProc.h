@@ -22,10 +22,16 @@ struct UpdateFiles;
 /// it is and where update files may be kept, then asks it to update; the controller finds, fetches
 /// and verifies a newer installer and tells the host's delegate.
 ///
-/// Always owned by std::shared_ptr: the shared controller, or one made with std::make_shared. Its
+/// Usually the shared controller; others may be made, too. One that std::shared_ptr owns stays
+/// until a notification that is on its way has been made, any other takes that with it. Its
 /// functions are to be called from one thread, in practice the main thread, unless they say
 /// otherwise; the getters of properties may be called from any thread. An absent text
 /// (std::nullopt) counts as not configured.
+///
+/// The host needs an application object (QCoreApplication or one derived from it), made before the
+/// first check, and a loop on its thread that dispatches its events: Qt's, or a GLib main loop
+/// where Qt uses GLib. Without the object everything else happens, but nobody is told, which the
+/// log says.
 class ZVUPDATE_EXPORT ZVUpdateProc final : public UpdateLogicFuncDelegate,
                                            public UpdateInfoWindowControllerDelegate,
                                            public std::enable_shared_from_this<ZVUpdateProc>
@@ -87,7 +93,8 @@ public:
     /// download that fails or brings a wrong file is not reported, and the next check deals with
     /// it. Without a delegate (null) the file is fetched all the same and stays under its temporary
     /// name until a check with a delegate. The delegate is not owned; with the last two results the
-    /// former one stays.
+    /// former one stays. Otherwise it hears from now on what earlier checks' downloads bring, too:
+    /// null during a download takes that download's delegate away.
     int64_t updateWithDelegate(ZVUpdateProcDelegate *delegate);
 
     /// Shows the library's own window for the update that the latest check has found: what is new,
@@ -172,9 +179,7 @@ public:
 
 private:
     bool isTimeToCheck();
-    std::optional<UpdateFiles> check(const QString &productID, const QString &productVersion,
-                                     const QString &directory);
-    int64_t fetch(const UpdateFiles &files, const CheckUpdateResponse &reply);
+    int64_t fetch(UpdateLogicFunc &client, const UpdateFiles &files, const QString &digest);
     static void discard(const UpdateFiles &files);
     enum class Verified { Yes, No, NotNow };
     Verified installVerified(const QString &temporaryPath, const QString &diskImagePath,

@@ -28,18 +28,21 @@ void appendWithShorterForms(QStringList &languages, const QString &language)
     appendOnce(languages, code);
 }
 
-// Qt puts a locale that it has data for in the place of one that it has none for, en_US in that of
-// en_TW, and the region is lost. Empty where the locale does not come from the environment.
-QString identifierFromEnvironment()
+// As the environment has it, of the variables that say in which language to speak: what Qt calls
+// the system's locale is that of numbers. Nor does a locale become another one that Qt has data
+// for, en_TW that of en_US.
+QString localeIdentifier()
 {
-#ifndef Q_OS_DARWIN
-    for (const char *variable : {"LC_ALL", "LC_NUMERIC", "LANG"}) { // As Qt looks for it.
+#ifdef Q_OS_DARWIN
+    return QLocale::system().name();
+#else
+    for (const char *variable : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
         const QString value = qEnvironmentVariable(variable);
         if (!value.isEmpty())
             return value.section(QLatin1Char('.'), 0, 0).section(QLatin1Char('@'), 0, 0);
     }
-#endif
     return {};
+#endif
 }
 
 bool isC(const QLocale &locale)
@@ -51,12 +54,8 @@ bool isC(const QLocale &locale)
 
 QString currentLocaleIdentifier()
 {
-    const QLocale locale = QLocale::system();
-    const QString asGiven = identifierFromEnvironment();
-    // With LANGUAGE set, Qt takes the language from there, and only the name tells C.
-    if (isC(locale) || asGiven == QLatin1String("C") || asGiven == QLatin1String("POSIX"))
-        return QStringLiteral("en");
-    return asGiven.isEmpty() ? locale.name() : asGiven;
+    const QString identifier = localeIdentifier();
+    return isC(QLocale(identifier)) ? QStringLiteral("en") : identifier;
 }
 
 QStringList preferredLanguages()

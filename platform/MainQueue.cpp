@@ -1,5 +1,7 @@
 #include "MainQueue.h"
 
+#include "SystemLog.h"
+
 #include <QCoreApplication>
 #include <QEvent>
 #include <QObject>
@@ -55,8 +57,10 @@ void MainQueue::async(std::function<void()> job)
     const std::lock_guard lock(mutex);
     if (!receiver) {
         const QCoreApplication *application = QCoreApplication::instance();
-        if (!application)
+        if (!application) {
+            systemLog(QStringLiteral("Nobody can be told: there is no QCoreApplication."));
             return;
+        }
         receiver = new Receiver;
         receiver->moveToThread(application->thread());
         qAddPostRoutine(dropReceiver);

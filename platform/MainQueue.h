@@ -10,7 +10,7 @@ class MainQueue
 {
 public:
     /// Queues a job. Any thread. Without an application object, or when that goes before the job's
-    /// turn, the job is destroyed without having run.
+    /// turn, the job is destroyed without having run; in the first case the log says so.
     static void async(std::function<void()> job);
 };
 

@@ -4,6 +4,7 @@
 #include "../support/WaitFor.h"
 
 #include <QDir>
+#include <QSettings>
 
 #include <sys/stat.h>
 
@@ -122,6 +123,37 @@ TEST_F(ControllerTest, DownloadsUnlessThereIsAFileOfTheRightSize)
     EXPECT_EQ(check(), 1) << "the missing file has the size and the digest of an empty one";
     EXPECT_TRUE(waitForDownload());
     EXPECT_EQ(host.heard, QStringList());
+}
+
+TEST_F(ControllerTest, DownloadsWithoutATokenWhereTheServiceGivesNone)
+{
+    service.setOffer({.tokenId = {}});
+    EXPECT_EQ(check(), 1);
+    EXPECT_TRUE(waitForDownload());
+    EXPECT_EQ(service.requests().last(), u"GET cmd=download&tk=&fn=P_2.exe");
+    EXPECT_EQ(host.heard, QStringList(diskImage));
+}
+
+TEST_F(ControllerTest, KeepsWhatTheLatestCheckHasFound)
+{
+    EXPECT_EQ(check(), 1);
+    EXPECT_TRUE(waitForDownload());
+    EXPECT_EQ(controller->updateWithDelegate(nullptr), 2);
+    EXPECT_EQ(controller->delegate(), nullptr);
+    const auto reply = controller->mLastCheckUpdateResponse();
+    const auto client = controller->mCurrentDownloadUpdateLogic();
+    EXPECT_TRUE(reply && client);
+    QSettings().setValue(QLatin1String(kZVAutoUpdateOnOffKey), false);
+    EXPECT_EQ(check(), 6);
+    EXPECT_EQ(controller->mLastCheckUpdateResponse(), reply);
+    EXPECT_EQ(controller->mCurrentDownloadUpdateLogic(), client);
+}
+
+TEST_F(ControllerTest, GoesOnWithItsOwnClient)
+{
+    service.setOffer(
+        {.meanwhile = [this] { controller->setMCurrentDownloadUpdateLogic(nullptr); }});
+    EXPECT_EQ(check(), 1);
 }
 
 TEST_F(ControllerTest, TakesAnEmptyDirectoryForTheWorkingDirectory)

@@ -126,6 +126,21 @@ TEST_F(Completion, KeepsTheControllerUntilTheHostHasBeenTold)
     EXPECT_TRUE(watched.expired());
 }
 
+TEST_F(Completion, NotifiesForAControllerThatNobodySharesWhileItIsThere)
+{
+    for (const bool isThere : {true, false}) {
+        setUp(nullptr);
+        auto unshared = std::make_unique<ZVUpdateProc>();
+        unshared->setMLastCheckUpdateResponse(replyWith(digest));
+        unshared->setDelegate(&host);
+        unshared->downloadFinishWithFilePath(temporary);
+        if (!isThere)
+            unshared.reset();
+        runMainQueue();
+        EXPECT_EQ(host.heard, isThere ? QStringList(diskImage) : QStringList());
+    }
+}
+
 TEST_F(Completion, LeavesAFileThatAnotherWriterHasLockedToTheNextCheck)
 {
     setUp(&host);

@@ -55,10 +55,15 @@ Reply fileReply(const Offer &offer, const Request &request)
 
 Reply answer(const Offer &offer, const Request &request)
 {
-    if (request.command().startsWith("cmd=checkupd&"_L1))
+    if (request.command().startsWith("cmd=checkupd&"_L1)) {
+        offer.meanwhile();
         return Reply::whole(200, checkReply(offer));
-    if (request.command() == "cmd=gettoken"_L1)
-        return Reply::whole(200, offer.tokenOk ? "{\"ok\":true,\"id\":\"T\"}" : "{\"id\":\"T\"}");
+    }
+    if (request.command() == "cmd=gettoken"_L1) {
+        const QString id =
+            offer.tokenId.isNull() ? QString() : u",\"id\":"_s + quoted(offer.tokenId);
+        return Reply::whole(200, u"{\"ok\":%1%2}"_s.arg(offer.tokenOk).arg(id).toUtf8());
+    }
     return fileReply(offer, request);
 }
 

@@ -4,6 +4,7 @@
 
 #include <QStringList>
 
+#include <functional>
 #include <memory>
 #include <optional>
 
@@ -18,11 +19,14 @@ struct Offer
     std::optional<QString> version = QStringLiteral("2");
     std::optional<QString> digest = digestOf(installer());
     bool tokenOk = true;
+    QString tokenId = QStringLiteral("T");
     QByteArray file = installer();
     /// Where a download from the start stops after the first half.
     std::shared_ptr<Gate> gate = nullptr;
     /// The answer to a question for the size, unless it is what the file needs.
     std::optional<ScriptedServer::Reply> sizeReply = std::nullopt;
+    /// What happens on the server's thread while a check waits for its reply.
+    std::function<void()> meanwhile = [] {};
 };
 
 /// The update service, to which the library is directed through the developer's override file for

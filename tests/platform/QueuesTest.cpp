@@ -86,7 +86,8 @@ TEST(MainQueue, RunsJobsInOrderInTheEventLoopOnly)
 // Such tests run first, while there is only one thread.
 TEST(MainQueueDeathTest, DropsJobsWhenTheApplicationGoes)
 {
-    EXPECT_EXIT(_exit(applicationDropsItsJobs() ? 0 : 1), testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(_exit(applicationDropsItsJobs() ? 0 : 1), testing::ExitedWithCode(0),
+                "no QCoreApplication");
 }
 
 TEST(RunLoop, EndsByConditionOrByTimeAndRunsEventsMeanwhile)

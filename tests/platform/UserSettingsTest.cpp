@@ -62,26 +62,31 @@ TEST(Locale, IsTheOneOfTheEnvironment)
     }
     const struct
     {
-        const char *lang;
-        const char *language;
+        const char *environment;
         const char *expected;
     } rows[] = {
-        {"zh_TW.UTF-8", "", "<zh_TW: zh-TW zh-Hant-TW zh-Hant zh>"},
-        {"zh_CN.UTF-8", "", "<zh_CN: zh-CN zh-Hans-CN zh-Hans zh>"},
-        {"zh_HK.UTF-8", "", "<zh_HK: zh-HK zh-Hant-HK zh-Hant zh>"},
-        {"en_US.UTF-8", "", "<en_US: en-US en-Latn-US en-Latn en>"},
-        {"C", "", "<en: en>"},
-        {"POSIX", "", "<en: en>"},
-        {"C.UTF-8", "", "<en: en>"},
-        {"en_TW.UTF-8", "en", "<en_TW: en "},
-        {"en_US.UTF-8", "zh_TW:de", "<en_US: zh-TW zh-Hant-TW zh-Hant zh de "},
-        {"C.UTF-8", "zh_TW:de", "<en: zh-TW zh-Hant-TW zh-Hant zh de "},
+        {"LC_ALL=zh_TW.UTF-8", "<zh_TW: zh-TW zh-Hant-TW zh-Hant zh>"},
+        {"LC_ALL=zh_CN.UTF-8", "<zh_CN: zh-CN zh-Hans-CN zh-Hans zh>"},
+        {"LC_ALL=zh_HK.UTF-8", "<zh_HK: zh-HK zh-Hant-HK zh-Hant zh>"},
+        {"LC_ALL=en_US.UTF-8", "<en_US: en-US en-Latn-US en-Latn en>"},
+        {"LANG=zh_TW.UTF-8 LC_NUMERIC=C", "<zh_TW: zh-TW zh-Hant-TW zh-Hant zh>"},
+        {"LANG=en_US.UTF-8 LC_NUMERIC=zh_TW.UTF-8", "<en_US: en-US en-Latn-US en-Latn en>"},
+        {"LANG=en_US.UTF-8 LC_MESSAGES=zh_TW", "<zh_TW: zh-TW zh-Hant-TW zh-Hant zh>"},
+        {"LANG=zh_TW LC_MESSAGES=zh_TW LC_ALL=zh_CN", "<zh_CN: zh-CN zh-Hans-CN zh-Hans zh>"},
+        {"LC_NUMERIC=zh_TW.UTF-8", "<en: "},
+        {"LC_ALL=C", "<en: en>"},
+        {"LC_ALL=POSIX", "<en: en>"},
+        {"LC_ALL=C.UTF-8", "<en: en>"},
+        {"LC_ALL=en_TW.UTF-8 LANGUAGE=en", "<en_TW: en "},
+        {"LC_ALL=en_US.UTF-8 LANGUAGE=zh_TW:de", "<en_US: zh-TW zh-Hant-TW zh-Hant zh de "},
+        {"LC_ALL=C.UTF-8 LANGUAGE=zh_TW:de", "<en: zh-TW zh-Hant-TW zh-Hant zh de "},
     };
     const QByteArray program = QFile::encodeName(QCoreApplication::applicationFilePath());
     for (const auto &row : rows) {
-        const QByteArray command = QByteArray("LC_ALL='") + row.lang + "' LANGUAGE='" +
-                                   row.language + "' ZVUPDATE_TEST_PRINTS_LOCALE=1 '" + program +
-                                   "' --gtest_filter=Locale.IsTheOneOfTheEnvironment";
+        const QByteArray command =
+            QByteArray("env -u LC_ALL -u LC_MESSAGES -u LC_NUMERIC -u LANG -u LANGUAGE ") +
+            row.environment + " ZVUPDATE_TEST_PRINTS_LOCALE=1 '" + program +
+            "' --gtest_filter=Locale.IsTheOneOfTheEnvironment";
         // Not QProcess: it shares memory with its child at first, which blinds thread sanitizer.
         FILE *const output = ::popen(command.constData(), "r");
         ASSERT_NE(output, nullptr);

@@ -17,6 +17,7 @@ QString runHost(const QString &kind, const QString &locale, const QString &prefe
     QProcess process;
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.remove(u"LC_ALL"_s);
+    environment.remove(u"LC_MESSAGES"_s);
     environment.insert(u"LANG"_s, locale);
     environment.insert(u"LANGUAGE"_s, preferredLanguages);
     environment.insert(u"DBUS_SYSTEM_BUS_ADDRESS"_s, u"unix:path=/nonexistent/bus"_s);
