@@ -39,7 +39,8 @@ set_target_properties(zvupdate_core_objects PROPERTIES
     CXX_VISIBILITY_PRESET hidden
     VISIBILITY_INLINES_HIDDEN ON)
 target_compile_definitions(zvupdate_core_objects PRIVATE
-    ZVUPDATE_SERVICE_URL="${ZVUPDATE_SERVICE_URL}")
+    ZVUPDATE_SERVICE_URL="${ZVUPDATE_SERVICE_URL}"
+    $<$<BOOL:${ZVUPDATE_OVERRIDE_FILE}>:ZVUPDATE_OVERRIDE_FILE>)
 target_include_directories(zvupdate_core_objects PUBLIC ${PROJECT_SOURCE_DIR})
 target_link_libraries(zvupdate_core_objects
     PUBLIC Qt6::Core CURL::libcurl OpenSSL::Crypto Threads::Threads

@@ -8,8 +8,9 @@
 namespace ZVPlatform {
 
 /// The user's standard preferences: the settings of the host application, shared with its other
-/// processes. Reading answers nothing for a key that is absent or holds something else. Any
-/// thread.
+/// processes. Reading answers nothing for a key that is absent or holds something else. Writing
+/// waits for other processes for two seconds at most; what cannot be written is lost, which the log
+/// says. Without a home directory nothing is written. Any thread.
 class Preferences
 {
 public:
@@ -24,8 +25,8 @@ public:
 
     static void remove(const QString &key);
 
-    /// Writes what has been set and reads what other processes have written. False when the
-    /// preferences cannot be read or written.
+    /// Reads what other processes have written. False when the preferences cannot be read, or the
+    /// last change could not be written.
     static bool synchronise();
 };
 

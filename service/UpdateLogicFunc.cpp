@@ -13,13 +13,16 @@ namespace {
 
 constexpr std::chrono::milliseconds waitStep(500);
 
-// Developers point the system at another service with this file. What it holds is used as it
-// stands, a line end included.
 QString baseURL()
 {
-    const auto override =
-        Files::readText(Files::expandTilde(QStringLiteral("~/Documents/ConsoleZVUpdate.mac")));
-    return override.value_or(QStringLiteral(ZVUPDATE_SERVICE_URL));
+#ifdef ZVUPDATE_OVERRIDE_FILE
+    // Developers point the system at another service with this file. What it holds is used as it
+    // stands, a line end included.
+    if (const auto override =
+            Files::readText(Files::expandTilde(QStringLiteral("~/Documents/ConsoleZVUpdate.mac"))))
+        return *override;
+#endif
+    return QStringLiteral(ZVUPDATE_SERVICE_URL);
 }
 
 // Arguments go into a command as they are: sealed, they need no escaping.

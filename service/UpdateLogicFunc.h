@@ -39,7 +39,8 @@ class ZVUPDATE_EXPORT UpdateLogicFunc final : public HttpFunctionPostDelegate
 {
 public:
     /// A client of the service whose base URL stands in "~/Documents/ConsoleZVUpdate.mac", exactly
-    /// as that file has it, or, without a readable file, of the one the library was built for.
+    /// as that file has it, or, without a readable file, or in a library that was built without
+    /// ZVUPDATE_OVERRIDE_FILE, of the one the library was built for.
     UpdateLogicFunc();
 
     /// Stops a running download and waits until it has ended, running the calling thread's event

@@ -1,5 +1,6 @@
 #include "platform/Locale.h"
 #include "platform/Preferences.h"
+#include "support/LogCapture.h"
 #include "support/TestFiles.h"
 
 #include <QCoreApplication>
@@ -8,6 +9,10 @@
 #include <gmock/gmock.h>
 
 #include <cstdio>
+#include <functional>
+
+#include <sys/stat.h>
+#include <unistd.h>
 
 using namespace ZVPlatform;
 using testing::HasSubstr;
@@ -50,6 +55,33 @@ TEST(Preferences, ShowWhatAnotherProcessHasWritten)
     ASSERT_TRUE(QFile::remove(path));
     ASSERT_TRUE(Preferences::synchronise());
     EXPECT_EQ(Preferences::boolean(QStringLiteral("flag")), std::nullopt);
+}
+
+TEST(Preferences, DoNotWaitForWhatIsInTheLocksPlace)
+{
+    const QString lock = QSettings().fileName() + QStringLiteral(".lock");
+    const QByteArray path = QFile::encodeName(lock);
+    const std::tuple<const char *, std::function<bool()>, bool> rows[] = {
+        {"left empty", [&] { return writeFile(lock, {}), true; }, true},
+        {"of another machine", [&] { return writeFile(lock, "1\nhost\nelsewhere\n"), true; }, true},
+        {"directory", [&] { return mkdir(path.constData(), 0700) == 0; }, false},
+        {"pipe", [&] { return mkfifo(path.constData(), 0600) == 0; }, false},
+        {"link to nowhere", [&] { return symlink("nowhere", path.constData()) == 0; }, false}};
+    const QString key = QStringLiteral("key");
+    for (const auto &[name, place, isWritten] : rows) {
+        SCOPED_TRACE(name);
+        Preferences::setText(key, QStringLiteral("before"));
+        EXPECT_TRUE(Preferences::synchronise());
+        ASSERT_TRUE(place());
+        const LogCapture log;
+        Preferences::setText(key, QStringLiteral("after"));
+        Preferences::remove(QStringLiteral("other"));
+        EXPECT_EQ(Preferences::synchronise(), isWritten);
+        EXPECT_EQ(Preferences::text(key),
+                  isWritten ? QStringLiteral("after") : QStringLiteral("before"));
+        EXPECT_EQ(log.lines().size(), isWritten ? 0 : 1);
+        std::remove(path.constData());
+    }
 }
 
 // The environment is read once a process, so each row has one of its own, which runs this test.

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QJsonObject>
+#include <QMap>
 #include <QProcess>
 #include <QStringList>
 
@@ -16,9 +17,12 @@ public:
         QString errors;
     };
 
-    /// Starts it, if that is given with an open file as its standard output.
+    using Environment = QMap<QString, QString>;
+
+    /// Starts it, if that is given with an open file as its standard output, and with these
+    /// variables of the environment changed; a null value takes one away.
     explicit Tool(const QStringList &arguments, int standardOutput = -1,
-                  const QString &locale = {});
+                  const Environment &changed = {});
     ~Tool();
 
     /// Starts it and waits for its end.
