@@ -1,5 +1,4 @@
-// The time of sealing and unsealing, of the cipher and the hexadecimal digits within them, and of
-// making a record of a reply.
+// The time of sealing and unsealing, of the cipher within them, and of making a record of a reply.
 #include "service/CheckUpdateResponse.h"
 #include "service/HttpFunctionURLEncode.h"
 #include "service/XXTEA.h"
@@ -57,12 +56,6 @@ void decipher(benchmark::State &state)
     measure(state, [&] { return XXTEA::decrypt(data, key()); });
 }
 
-void readHex(benchmark::State &state)
-{
-    const QString sealed = HttpFunctionURLEncode::encode(plainText(state.range(0)));
-    measure(state, [&] { return HttpFunctionURLEncode::dataFromHexString(sealed); });
-}
-
 // A reply as services send it, with notes of some sentences in each of the three languages.
 void makeRecord(benchmark::State &state)
 {
@@ -90,6 +83,5 @@ BENCHMARK(seal)->RangeMultiplier(4)->Range(smallest, largest);
 BENCHMARK(unseal)->RangeMultiplier(4)->Range(smallest, largest);
 BENCHMARK(encipher)->RangeMultiplier(4)->Range(smallest, largest);
 BENCHMARK(decipher)->RangeMultiplier(4)->Range(smallest, largest);
-BENCHMARK(readHex)->RangeMultiplier(4)->Range(smallest, largest);
 BENCHMARK(makeRecord);
 BENCHMARK_MAIN();

@@ -108,7 +108,7 @@ def flatness(median, name, what, limit=None):
 
 
 def sealing(bench):
-    """What a text's sealing takes beyond its cipher is the digits. A second run, which changes
+    """Sealing takes as long per byte for long texts as for short ones. A second run, which changes
     nothing but that the allocator keeps what is freed, shows the share of new memory pages."""
     median = medians(bench)
     kept = medians(bench, GLIBC_TUNABLES="glibc.malloc.mmap_threshold=2147483648:"
@@ -117,12 +117,5 @@ def sealing(bench):
         yield Row(6, f"{name} 16 bytes", "ns", median[name, 16])
         yield flatness(median, name, "dearest size from 1 KiB up against cheapest", limit=1.20)
         yield flatness(kept, name, "the same, freed memory kept")
-    for length in (KIB, 64 * KIB, 16 * MIB):
-        written = median["seal", length] - median["encipher", length]
-        yield Row(6, f"writing the digits of {length} bytes", "ns/byte", written / length,
-                  median["encipher", length] / length, "enciphering", limit=0.1)
-        yield Row(6, f"reading the digits of {length} bytes", "ns/byte",
-                  median["readHex", length] / length, median["decipher", length] / length,
-                  "deciphering", limit=0.1)
     yield Row(6, "a reply with three notes to a record", "µs", median["makeRecord", 0] / 1000,
               limit=20)

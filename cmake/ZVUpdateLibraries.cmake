@@ -17,7 +17,9 @@ add_library(zvupdate_core_objects OBJECT
     platform/HttpTransfer.cpp
     platform/Json.cpp
     platform/Locale.cpp
+    platform/LockedFile.cpp
     platform/MainQueue.cpp
+    platform/PartialFile.cpp
     platform/Preferences.cpp
     platform/RunLoop.cpp
     platform/SerialQueue.cpp

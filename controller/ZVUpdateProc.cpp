@@ -1,9 +1,12 @@
 #include "ZVUpdateProc.h"
 
 #include "../platform/ApplicationEnd.h"
+#include "../platform/FileDigest.h"
 #include "../platform/Files.h"
 #include "../platform/Locale.h"
+#include "../platform/LockedFile.h"
 #include "../platform/MainQueue.h"
+#include "../platform/PartialFile.h"
 #include "../platform/SystemLog.h"
 #include "../platform/Text.h"
 #include "../platform/UpdatePreferences.h"
@@ -67,6 +70,7 @@ ZVUpdateProc::ZVUpdateProc() = default;
 
 ZVUpdateProc::~ZVUpdateProc()
 {
+    isEnding_ = true;
     // From here on no download of this or an earlier check finds anybody to report to.
     UpdateLogicFuncDelegate::retire();
     setMCurrentDownloadUpdateLogic(nullptr);
@@ -123,7 +127,10 @@ void ZVUpdateProc::downloadFinishWithFilePath(const QString &path)
     const auto response = mLastCheckUpdateResponse();
     const auto digest = response ? response->ZVMD5() : std::nullopt;
     const bool debug = mDebug();
-    if (installVerified(path, UpdateFiles::diskImagePathFor(path), digest)) {
+    const Verified verified = installVerified(path, UpdateFiles::diskImagePathFor(path), digest);
+    if (verified == Verified::NotNow)
+        return;
+    if (verified == Verified::Yes) {
         // Without a main queue the notification may have been the last owner: "this" may be gone.
         if (debug)
             systemLog(QStringLiteral("ZVUpdateProc downloadFinishWithFilePath:") + path);
@@ -195,7 +202,8 @@ int64_t ZVUpdateProc::fetch(const UpdateFiles &files, const CheckUpdateResponse 
     debugLog(QStringLiteral("checkUpdate OK ... ") + reply.debugDescription());
     const auto lastDownloadDigest = UpdatePreferences::lastDownloadDigest();
 
-    if (Files::exists(files.diskImagePath)) {
+    // A directory is nobody's installer, but stays, and so does what has been fetched.
+    if (Files::exists(files.diskImagePath) && !Files::isDirectory(files.diskImagePath)) {
         if (hasDigest(files.diskImagePath, digest)) {
             debugLog(QStringLiteral("下載好，與線上的MD5相同"));
             scheduleFileReady(files.diskImagePath);
@@ -210,6 +218,8 @@ int64_t ZVUpdateProc::fetch(const UpdateFiles &files, const CheckUpdateResponse 
         debugLog(QStringLiteral("server MD5 = ") + digest);
         UpdatePreferences::setLastDownloadDigest(digest.toLower());
         discard(files);
+    } else if (PartialFile::beginsInTheMiddle(files.temporaryPath)) {
+        Files::remove(files.temporaryPath);
     }
 
     const auto client = mCurrentDownloadUpdateLogic();
@@ -221,7 +231,7 @@ int64_t ZVUpdateProc::fetch(const UpdateFiles &files, const CheckUpdateResponse 
     const QString token = tokenReply->ID().value_or(QString());
     const uint64_t remoteSize = client->doGetFileSize(token, files.serviceFileName);
     if (remoteSize == Files::size(files.temporaryPath) &&
-        installVerified(files.temporaryPath, files.diskImagePath, digest))
+        installVerified(files.temporaryPath, files.diskImagePath, digest) == Verified::Yes)
         return endCheck(ZVInstallerReady);
 
     // A file of the full size but with another digest is not removed: the download resumes it, and
@@ -232,19 +242,35 @@ int64_t ZVUpdateProc::fetch(const UpdateFiles &files, const CheckUpdateResponse 
 }
 
 // Verifies a complete temporary file and, when somebody wants to hear of it, gives it its final
-// name. False when its digest is not the one announced.
-bool ZVUpdateProc::installVerified(const QString &temporaryPath, const QString &diskImagePath,
-                                   const std::optional<QString> &digest)
+// name. What is verified is what gets the name: the file is locked meanwhile. One that another has
+// locked, or that is not wanted any more, stays as it is, for the next check to deal with.
+ZVUpdateProc::Verified ZVUpdateProc::installVerified(const QString &temporaryPath,
+                                                     const QString &diskImagePath,
+                                                     const std::optional<QString> &digest)
 {
-    const FileGuard guard(temporaryPath); // What is verified is what gets the name.
-    if (!hasDigest(temporaryPath, digest))
-        return false;
-    if (delegate()) {
-        if (!Files::move(temporaryPath, diskImagePath))
-            Files::remove(temporaryPath);
-        scheduleFileReady(diskImagePath);
-    }
-    return true;
+    const auto isUnwanted = [this] { return isEnding_ || UpdateLogicFunc::isStopRequestedHere(); };
+    LockedFile file(temporaryPath, isUnwanted);
+    if (file.state() == LockedFile::State::InUse)
+        return Verified::NotNow;
+    if (file.state() == LockedFile::State::NotOpen)
+        return Verified::No; // The digest of no bytes, but not the file that was announced.
+    const auto found = md5OfOpenFile(file.descriptor(), isUnwanted);
+    if (!found)
+        return Verified::NotNow;
+    if (!isSameDigest(QString::fromLatin1(found->toHex()), digest))
+        return Verified::No;
+    if (!delegate())
+        return Verified::Yes;
+
+    const LockedFile::Moved moved = file.moveTo(diskImagePath);
+    if (moved == LockedFile::Moved::NotThisFile)
+        return Verified::NotNow;
+    if (moved == LockedFile::Moved::No && Files::isDirectory(diskImagePath))
+        systemLog(QStringLiteral("A directory is in the place of the installer: ") + diskImagePath);
+    else if (moved == LockedFile::Moved::No)
+        file.remove();
+    scheduleFileReady(diskImagePath);
+    return Verified::Yes;
 }
 
 // The notification owns the controller until it has run, and looks its delegate up only then. A

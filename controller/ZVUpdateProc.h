@@ -59,10 +59,10 @@ public:
     /// A controller that is not configured, has no delegate and does not log.
     ZVUpdateProc();
 
-    /// Stops the latest check's download and waits until it has ended, running the calling thread's
-    /// event loop meanwhile, unless somebody else holds its client: then it goes on. Files stay as
-    /// they are, to be resumed by a later check. Downloads of earlier checks go on to their end,
-    /// but nobody verifies their files.
+    /// Stops the latest check's download, and the verification of a file, and waits until they have
+    /// ended, running the calling thread's event loop while a transfer ends, unless somebody else
+    /// holds its client: then it goes on. Files stay as they are, to be resumed by a later check.
+    /// Downloads of earlier checks go on to their end, but nobody verifies their files.
     ~ZVUpdateProc() override;
 
     ZVUpdateProc(const ZVUpdateProc &) = delete;
@@ -176,8 +176,9 @@ private:
                                      const QString &directory);
     int64_t fetch(const UpdateFiles &files, const CheckUpdateResponse &reply);
     static void discard(const UpdateFiles &files);
-    bool installVerified(const QString &temporaryPath, const QString &diskImagePath,
-                         const std::optional<QString> &digest);
+    enum class Verified { Yes, No, NotNow };
+    Verified installVerified(const QString &temporaryPath, const QString &diskImagePath,
+                             const std::optional<QString> &digest);
     void scheduleFileReady(const QString &path);
     void debugLog(const QString &message) const;
 
@@ -189,4 +190,5 @@ private:
     ZVPlatform::Guarded<std::optional<QString>> mProductVersion_;
     ZVPlatform::Guarded<std::optional<QString>> mSaveFileDirectory_;
     std::atomic<bool> mDebug_ = false;
+    std::atomic<bool> isEnding_ = false;
 };

@@ -3,6 +3,7 @@
 namespace ZVPlatform {
 
 const char networkErrorDomain[] = "Network Error";
+const char fileErrorDomain[] = "File Error";
 
 QString Error::debugDescription() const
 {

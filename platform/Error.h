@@ -35,6 +35,16 @@ enum class NetworkError {
     BadReply,
     ReplyTooLarge,
     Other,
+    ProxyRefused,
+};
+
+/// The domain of errors that what lies at a download's local path has caused.
+ZVUPDATE_EXPORT extern const char fileErrorDomain[];
+
+/// The codes of fileErrorDomain, named by what was found there.
+enum class FileError {
+    InUse = 1,
+    IsDirectory,
 };
 
 } // namespace ZVPlatform

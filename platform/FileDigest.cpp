@@ -6,47 +6,101 @@
 
 #include <openssl/evp.h>
 
+#include <algorithm>
+#include <cerrno>
+#include <memory>
+#include <vector>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
 namespace ZVPlatform {
 
 namespace {
 
-constexpr auto algorithm = QCryptographicHash::Md5;
+constexpr size_t pieceSize = 64 << 10; // bytes; small enough to be in the processor's cache
 
-// For the rare file system that cannot map files, and machines on which OpenSSL refuses MD5.
-QByteArray md5ByReading(QFile &file, qint64 size)
+/// MD5 by OpenSSL, which is faster than Qt's by a tenth; by Qt on machines where OpenSSL refuses
+/// it.
+class Md5
 {
-    QCryptographicHash hash(algorithm);
-    while (size > 0) {
-        const QByteArray piece = file.read(qMin<qint64>(size, 1 << 20));
-        if (piece.isEmpty())
-            break;
-        hash.addData(piece);
-        size -= piece.size();
+public:
+    Md5()
+    {
+        if (context_ && !EVP_DigestInit_ex(context_.get(), EVP_md5(), nullptr))
+            context_.reset();
     }
-    return hash.result();
+
+    void add(const char *bytes, size_t length)
+    {
+        if (context_)
+            EVP_DigestUpdate(context_.get(), bytes, length);
+        else
+            hash_.addData({bytes, static_cast<qsizetype>(length)});
+    }
+
+    QByteArray result()
+    {
+        if (!context_)
+            return hash_.result();
+        QByteArray digest(EVP_MD_size(EVP_md5()), Qt::Uninitialized);
+        EVP_DigestFinal_ex(context_.get(), reinterpret_cast<unsigned char *>(digest.data()),
+                           nullptr);
+        return digest;
+    }
+
+private:
+    struct Free
+    {
+        void operator()(EVP_MD_CTX *context) const { EVP_MD_CTX_free(context); }
+    };
+
+    std::unique_ptr<EVP_MD_CTX, Free> context_{EVP_MD_CTX_new()};
+    QCryptographicHash hash_{QCryptographicHash::Md5};
+};
+
+QByteArray digestOfNothing()
+{
+    return Md5().result();
 }
 
 } // namespace
 
 QByteArray md5OfFile(const QString &path)
 {
-    const QByteArray digestOfNothing = QCryptographicHash::hash({}, algorithm);
     QFile file(path);
     // Only a regular file is opened: opening a pipe would wait for its other end.
     if (path.contains(QChar(QChar::Null)) || !QFileInfo(path).isFile() ||
         !file.open(QIODevice::ReadOnly))
-        return digestOfNothing;
+        return digestOfNothing();
+    return *md5OfOpenFile(file.handle(), [] { return false; });
+}
 
-    const auto size = static_cast<qint64>(static_cast<quint32>(file.size()));
+std::optional<QByteArray> md5OfOpenFile(int descriptor, const std::function<bool()> &stopped)
+{
+    struct stat status = {};
+    fstat(descriptor, &status);
+    const size_t size = static_cast<quint32>(status.st_size);
     if (size == 0)
-        return digestOfNothing;
-    // OpenSSL's MD5 is faster than Qt's by a tenth.
-    QByteArray digest(16, Qt::Uninitialized);
-    auto *const result = reinterpret_cast<unsigned char *>(digest.data());
-    const uchar *bytes = file.map(0, size);
-    if (bytes && EVP_Digest(bytes, static_cast<size_t>(size), result, nullptr, EVP_md5(), nullptr))
-        return digest;
-    return md5ByReading(file, size);
+        return digestOfNothing();
+
+    // Read rather than mapped: where a page of a map cannot be had, as on a failing disk or behind
+    // the end of a file that is cut off meanwhile, the process is ended. It costs a twentieth.
+    Md5 md5;
+    std::vector<char> piece(std::min(pieceSize, size));
+    for (size_t offset = 0; offset < size;) {
+        if (stopped())
+            return std::nullopt;
+        const ssize_t got = pread(descriptor, piece.data(), std::min(piece.size(), size - offset),
+                                  static_cast<off_t>(offset));
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got <= 0)
+            return digestOfNothing();
+        md5.add(piece.data(), static_cast<size_t>(got));
+        offset += static_cast<size_t>(got);
+    }
+    return md5.result();
 }
 
 } // namespace ZVPlatform

@@ -3,12 +3,18 @@
 #include <QByteArray>
 #include <QString>
 
+#include <functional>
+#include <optional>
+
 namespace ZVPlatform {
 
-/// The MD5 digest (16 bytes) of a file, taken in one call over the whole mapped file. A file that
-/// is missing or cannot be read counts as empty. Of a file of 4 GiB or more only the first (size
-/// modulo 2^32) bytes count: the service computes its digests with a 32-bit length, too. Reads the
-/// whole file on the calling thread.
+/// The MD5 digest (16 bytes) of a file. One that is missing or cannot be read to its end counts as
+/// empty. Of a file of 4 GiB or more only the first (size modulo 2^32) bytes count: the service
+/// computes its digests with a 32-bit length, too. Reads the whole file on the calling thread.
 QByteArray md5OfFile(const QString &path);
+
+/// The same of a regular file that is open for reading, wherever its names lead by now. Asks
+/// stopped() again and again; absent once that holds.
+std::optional<QByteArray> md5OfOpenFile(int descriptor, const std::function<bool()> &stopped);
 
 } // namespace ZVPlatform

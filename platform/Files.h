@@ -25,8 +25,15 @@ public:
     /// nor "..", no separator, no NUL, not too long for a file system.
     static bool isPlainName(const QString &name);
 
+    /// Whether the operating system can be told of such a path: neither empty nor with a NUL
+    /// inside.
+    static bool isExpressible(const QString &path);
+
     /// Whether anything is there; a link counts as what it points to.
     ZVUPDATE_EXPORT static bool exists(const QString &path);
+
+    /// Whether a directory is there; a link counts as what it points to.
+    static bool isDirectory(const QString &path);
 
     /// Creates a directory with those above it.
     static void createDirectory(const QString &path);
@@ -34,18 +41,9 @@ public:
     /// The size in bytes of a regular file; 0 when there is none.
     static quint64 size(const QString &path);
 
-    /// Appends bytes to a regular file, which is created when missing. Opened and closed each time;
-    /// never follows a link, so that nothing outside the directory is written. Waits while the file
-    /// is under a FileGuard, for a minute at most. A failure loses the bytes.
-    static void append(const QString &path, const QByteArray &bytes);
-
-    /// Removes a file or a link; a directory stays.
+    /// Removes a file or a link; a directory stays, and so does a file that another process has
+    /// locked for more than a second: it is that one's to deal with.
     static void remove(const QString &path);
-
-    /// Gives a file another name in one step: whenever the process ends, one of the two names holds
-    /// the whole file. Fails when something has the new name already, and then changes nothing.
-    /// Bytes are copied only where the file system cannot rename.
-    static bool move(const QString &from, const QString &to);
 
     /// The text of a file, in UTF-8 unless a byte order mark says otherwise; absent when the file
     /// cannot be read or is not text in that encoding.
@@ -53,22 +51,6 @@ public:
 
     /// The path with a leading "~" exchanged for the user's home directory.
     static QString expandTilde(const QString &path);
-};
-
-/// Keeps every append() of this or another process off a file for as long as it lives, so that a
-/// file can be verified and moved without changing in between. Guards nothing when there is no such
-/// file, or the file system has no locks.
-class FileGuard
-{
-public:
-    explicit FileGuard(const QString &path);
-    ~FileGuard();
-
-    FileGuard(const FileGuard &) = delete;
-    FileGuard &operator=(const FileGuard &) = delete;
-
-private:
-    int descriptor_ = -1;
 };
 
 } // namespace ZVPlatform

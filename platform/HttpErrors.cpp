@@ -67,6 +67,8 @@ QString text(NetworkError what)
         return QStringLiteral("The server's reply is not valid HTTP.");
     case NetworkError::ReplyTooLarge:
         return QStringLiteral("The server's reply is too large.");
+    case NetworkError::ProxyRefused:
+        return QStringLiteral("The proxy refused to connect to the server.");
     case NetworkError::Other:
         break;
     }

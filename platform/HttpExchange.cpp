@@ -73,6 +73,13 @@ public:
         curl_easy_getinfo(handle_.easy, CURLINFO_REQUEST_SIZE, &sent);
         return sent > 0;
     }
+    /// Whether a proxy was asked for a tunnel and answered anything but that there is one.
+    bool isRefusedByProxy() const
+    {
+        long status = 0;
+        curl_easy_getinfo(handle_.easy, CURLINFO_HTTP_CONNECTCODE, &status);
+        return status >= 300;
+    }
     bool refused() const { return refused_; }
     bool hasPending() const { return !pending_.isEmpty(); }
 
@@ -268,6 +275,8 @@ std::optional<Error> HttpExchange::outcome(Callbacks &callbacks) const
     // curl takes what does not begin like HTTP for a version of it that is not allowed.
     if (result == CURLE_UNSUPPORTED_PROTOCOL && callbacks.isAsked() && !callbacks.hasWholeHeader())
         return networkError(NetworkError::BadReply);
+    if (!cancelled_ && callbacks.isRefusedByProxy())
+        return networkError(NetworkError::ProxyRefused);
     return cancelled_ ? networkError(NetworkError::Cancelled) : errorFromCurl(result);
 }
 

@@ -52,7 +52,10 @@ public:
 
     bool didReceiveData(const QByteArray &bytes) override
     {
-        return deliver([bytes](HttpTransferObserver &observer) { observer.didReceiveData(bytes); });
+        const bool isDelivered = deliver([this, bytes](HttpTransferObserver &observer) {
+            isWanted_ = observer.didReceiveData(bytes);
+        });
+        return isDelivered && isWanted_;
     }
 
 private:
@@ -133,6 +136,7 @@ private:
     bool inDelivery_ = false; // Guarded by mutex_.
     bool cancelled_ = false;  // Guarded by mutex_.
     std::atomic<bool> delivered_ = false;
+    std::atomic<bool> isWanted_ = true;
 };
 
 HttpTransfer::HttpTransfer(HttpRequest request, std::shared_ptr<HttpTransferObserver> observer,

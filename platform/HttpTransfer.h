@@ -18,7 +18,8 @@ public:
     virtual ~HttpTransferObserver() = default;
 
     virtual void didReceiveResponse(const HttpResponse &response) = 0;
-    virtual void didReceiveData(const QByteArray &bytes) = 0;
+    /// The next bytes of the body. Answering false ends the transfer with an error.
+    virtual bool didReceiveData(const QByteArray &bytes) = 0;
     /// The transfer has ended: with a whole reply when there is no error.
     virtual void didFinish(const std::optional<Error> &error) = 0;
 };

@@ -110,6 +110,11 @@ int64_t UpdateLogicFunc::doStopDownload()
     return 1;
 }
 
+bool UpdateLogicFunc::isStopRequestedHere()
+{
+    return HttpFunctionPost::isStopRequestedHere();
+}
+
 UpdateDownloadProgress UpdateLogicFunc::doGetDownloadProgress() const
 {
     UpdateDownloadProgress progress;

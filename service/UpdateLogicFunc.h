@@ -74,6 +74,10 @@ public:
     /// download that has not begun its transfer yet is not stopped: ask again.
     int64_t doStopDownload();
 
+    /// Whether the calling thread is telling a delegate of a finished download that was asked to
+    /// stop meanwhile: then what the delegate does with the file is not wanted any more.
+    static bool isStopRequestedHere();
+
     /// How far the current or last download has come.
     UpdateDownloadProgress doGetDownloadProgress() const;
 

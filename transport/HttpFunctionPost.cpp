@@ -1,9 +1,9 @@
 #include "HttpFunctionPost.h"
 
-#include "../platform/Files.h"
 #include "../platform/HttpReply.h"
 #include "../platform/HttpTransfer.h"
 #include "../platform/MainQueue.h"
+#include "../platform/PartialFile.h"
 #include "../platform/SerialQueue.h"
 #include "../platform/SystemLog.h"
 #include "../platform/Text.h"
@@ -20,6 +20,9 @@ double kZVAppKitVersionNumber = 1343.0;
 namespace {
 
 constexpr double firstVersionWithSessions = 1343.0;
+
+// Whose delegate the thread is just telling how its download ended.
+thread_local const HttpFunctionPost *reporting = nullptr;
 
 bool isSuccess(int status)
 {
@@ -48,9 +51,9 @@ std::vector<HttpHeader> downloadHeaders(uint64_t offset)
 template <class Call>
 void HttpFunctionPost::report(Call &&call)
 {
-    reportingThread_ = std::this_thread::get_id();
+    const HttpFunctionPost *const outer = std::exchange(reporting, this);
     delegate_.get().call(call);
-    reportingThread_ = std::thread::id();
+    reporting = outer;
 }
 
 /// What a running transfer calls. It owns the transport for as long as the transfer lasts, and its
@@ -58,8 +61,10 @@ void HttpFunctionPost::report(Call &&call)
 class HttpFunctionPost::Callbacks : public HttpTransferObserver
 {
 public:
-    Callbacks(std::shared_ptr<HttpFunctionPost> transport, HttpTransfer::Delivery delivery)
+    Callbacks(std::shared_ptr<HttpFunctionPost> transport, PartialFile file,
+              HttpTransfer::Delivery delivery)
         : transport_(std::move(transport)),
+          file_(std::move(file)),
           passesNetworkErrors_(delivery == HttpTransfer::Delivery::Queue)
     {
     }
@@ -80,12 +85,13 @@ public:
             transport_->expectedBytes_ = resumedAt + response.expectedContentLength;
     }
 
-    void didReceiveData(const QByteArray &bytes) override
+    bool didReceiveData(const QByteArray &bytes) override
     {
         if (!isSuccess(transport_->lastResponse_))
-            return;
-        Files::append(transport_->mCancelDownloadTempFile().value_or(QString()), bytes);
+            return true;
+        obstacle_ = file_.append(bytes);
         transport_->downloadedBytes_ += static_cast<uint64_t>(bytes.size());
+        return !obstacle_;
     }
 
     void didFinish(const std::optional<Error> &error) override
@@ -94,9 +100,11 @@ public:
         if (!error && isSuccess(status))
             reportFile();
         else if (error && isSuccess(status) && passesNetworkErrors_)
-            reportError(*error);
+            reportError(obstacle_.value_or(*error));
         else // A connection never says more than the status it got, even when that is a success.
             reportError(httpError(status));
+        if (obstacle_ && !passesNetworkErrors_)
+            systemLog(obstacle_->localizedDescription);
         transport_->mThreadEnded_ = 1;
     }
 
@@ -115,6 +123,8 @@ private:
     }
 
     const std::shared_ptr<HttpFunctionPost> transport_;
+    PartialFile file_;
+    std::optional<Error> obstacle_; // Why the file is not this download's to write.
     const bool passesNetworkErrors_;
 };
 
@@ -182,24 +192,25 @@ void HttpFunctionPost::DownloadFile(const QString &url, const QString &localFile
     if (mOpen_ != 0)
         return;
     mCancelDownloadTempFile_.set(localFilePath);
-    const uint64_t offset = Files::size(localFilePath);
-    resumedAt_ = offset;
-    downloadedBytes_ = offset;
+    PartialFile file(localFilePath);
+    resumedAt_ = file.size();
+    downloadedBytes_ = file.size();
 
-    const HttpRequest request{HttpMethod::Get, url, downloadHeaders(offset)};
+    const HttpRequest request{HttpMethod::Get, url, downloadHeaders(file.size())};
     if (usesConnection_)
-        startConnection(request);
+        startConnection(request, std::move(file));
     else
-        startSession(request);
+        startSession(request, std::move(file));
     mOpen_ = 1;
 }
 
-void HttpFunctionPost::startSession(const HttpRequest &request)
+void HttpFunctionPost::startSession(const HttpRequest &request, PartialFile file)
 {
     constexpr auto delivery = HttpTransfer::Delivery::Queue;
     const auto session = std::make_shared<SerialQueue>(QStringLiteral("URL_Session"));
     const auto task = std::make_shared<HttpTransfer>(
-        request, std::make_shared<Callbacks>(shared_from_this(), delivery), session, delivery);
+        request, std::make_shared<Callbacks>(shared_from_this(), std::move(file), delivery),
+        session, delivery);
     currentSession_.set(session);
     currentDownloadTask_.set(task);
     task->resume();
@@ -207,31 +218,44 @@ void HttpFunctionPost::startSession(const HttpRequest &request)
 
 // The callbacks come with the connection, but are made here: should the main thread never get to
 // make the connection, their end says that the download is over.
-void HttpFunctionPost::startConnection(const HttpRequest &request)
+void HttpFunctionPost::startConnection(const HttpRequest &request, PartialFile file)
 {
     const auto delivery = HttpTransfer::Delivery::MainThread;
-    MainQueue::async([this, request, delivery,
-                      callbacks = std::make_shared<Callbacks>(shared_from_this(), delivery)] {
-        const auto connection = std::make_shared<HttpTransfer>(
-            request, callbacks, std::make_shared<SerialQueue>(QStringLiteral("URL_Connection")),
-            delivery);
-        currentConnection_.set(connection);
-        connection->resume();
-    });
+    MainQueue::async(
+        [this, request, delivery,
+         callbacks = std::make_shared<Callbacks>(shared_from_this(), std::move(file), delivery)] {
+            const auto connection = std::make_shared<HttpTransfer>(
+                request, callbacks, std::make_shared<SerialQueue>(QStringLiteral("URL_Connection")),
+                delivery);
+            currentConnection_.set(connection);
+            connection->resume();
+        });
 }
 
 int64_t HttpFunctionPost::threadStop()
 {
+    // The flag comes first: cancelling waits for a call that the main thread is making, which may
+    // be the verification of the file, and that ends when it sees the flag.
     if (const auto task = currentDownloadTask_.get()) {
-        task->cancel();
         mThreadEndFlag_ = 1;
+        task->cancel();
     }
     if (const auto connection = currentConnection_.get()) {
+        mThreadEndFlag_ = 1;
         connection->cancel();
         mThreadEnded_ = 1;
-        mThreadEndFlag_ = 1;
     }
     return 0;
+}
+
+bool HttpFunctionPost::isReportingHere() const
+{
+    return reporting == this;
+}
+
+bool HttpFunctionPost::isStopRequestedHere()
+{
+    return reporting && reporting->mThreadEndFlag_ == 1;
 }
 
 bool HttpFunctionPost::isThreadStop() const

@@ -12,10 +12,10 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
-#include <thread>
 
 namespace ZVPlatform {
 class HttpTransfer;
+class PartialFile;
 class SerialQueue;
 struct HttpResponse;
 } // namespace ZVPlatform
@@ -70,7 +70,11 @@ public:
 
     /// Whether the calling thread is just telling the delegate how the download ended, so that
     /// waiting for the end would wait for itself.
-    bool isReportingHere() const { return reportingThread_ == std::this_thread::get_id(); }
+    bool isReportingHere() const;
+
+    /// Whether the calling thread is just telling the delegate of a download that was asked to stop
+    /// meanwhile, so that what the delegate does with the file is not wanted any more.
+    static bool isStopRequestedHere();
 
     /// The size in bytes that the local file had when the download began.
     uint64_t resumedAt() const { return resumedAt_; }
@@ -121,8 +125,8 @@ private:
     class Callbacks;
 
     QString sealedUrl(const QString &sealed) const { return mUrl() + sealed; }
-    void startSession(const ZVPlatform::HttpRequest &request);
-    void startConnection(const ZVPlatform::HttpRequest &request);
+    void startSession(const ZVPlatform::HttpRequest &request, ZVPlatform::PartialFile file);
+    void startConnection(const ZVPlatform::HttpRequest &request, ZVPlatform::PartialFile file);
     template <class Call>
     void report(Call &&call);
 
@@ -139,7 +143,6 @@ private:
 
     std::atomic<bool> usesConnection_ =
         false; // As the host had it when the download was asked for.
-    std::atomic<std::thread::id> reportingThread_;
     std::atomic<uint64_t> resumedAt_ = 0;
     std::atomic<uint64_t> downloadedBytes_ = 0;
     std::atomic<int64_t> expectedBytes_ = -1;

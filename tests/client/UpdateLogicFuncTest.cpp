@@ -46,14 +46,15 @@ protected:
         EXPECT_TRUE(waitFor([] { return libraryThreads() == 0; }));
     }
 
-    void start(const ScriptedServer &server)
+    void start(const ScriptedServer &server) { start(server, path_); }
+
+    void start(const ScriptedServer &server, const QString &path)
     {
         if (!client_)
             client_ = std::make_shared<UpdateLogicFunc>();
         client_->setMBaseURL(server.baseUrl());
         client_->setDelegate(&delegate_);
-        EXPECT_EQ(client_->doStartDownload(QStringLiteral("T1"), QStringLiteral("A.exe"), path_),
-                  1);
+        EXPECT_EQ(client_->doStartDownload(QStringLiteral("T1"), QStringLiteral("A.exe"), path), 1);
     }
 
     QByteArray file() const { return readFile(path_); }
@@ -220,15 +221,17 @@ TEST_P(Client, LetsAReplacedDownloadGoOn)
 {
     const auto gate = std::make_shared<Gate>();
     ScriptedServer first(Reply().send(halfAFile).wait(gate).send("abcdefghij"));
-    ScriptedServer second(Reply::whole(206, "+new"));
+    ScriptedServer second(Reply::whole(200, "other"));
     start(first);
     ASSERT_TRUE(waitFor([this] { return file() == "0123456789"; }));
-    start(second);
+    const QString other = directory_.filePath(QStringLiteral("B.bin"));
+    start(second, other);
     client_->waitOne();
     EXPECT_EQ(delegate_.finished, 1);
     gate->open();
     ASSERT_TRUE(waitFor([this] { return delegate_.finished == 2; }));
-    EXPECT_EQ(file(), "0123456789+newabcdefghij");
+    EXPECT_EQ(file(), "0123456789abcdefghij");
+    EXPECT_EQ(readFile(other), "other");
 }
 
 TEST_P(Client, MayGoOnAThreadWithoutAnEventLoop)

@@ -1,6 +1,6 @@
 #include "ControllerTest.h"
 
-#include "../../platform/Files.h"
+#include "../../platform/LockedFile.h"
 #include "../support/TestFiles.h"
 #include "../support/WaitFor.h"
 
@@ -126,26 +126,45 @@ TEST_F(Completion, KeepsTheControllerUntilTheHostHasBeenTold)
     EXPECT_TRUE(watched.expired());
 }
 
-TEST_F(Completion, WaitsForAnAppenderAndTheControllersEndWaitsForIt)
+TEST_F(Completion, LeavesAFileThatAnotherWriterHasLockedToTheNextCheck)
 {
     setUp(&host);
-    place(temporary, good.left(999));
-    auto appending = std::make_unique<ZVPlatform::FileGuard>(temporary);
+    const ZVPlatform::LockedFile halted(temporary);
+    finish(temporary);
+    runMainQueue();
+    EXPECT_EQ(contentOf(temporary), good);
+    EXPECT_EQ(contentOf(diskImage), std::nullopt);
+    EXPECT_EQ(host.heard, QStringList());
+}
+
+TEST_F(Completion, OfALargeFileEndsWithTheController)
+{
+    setUp(&host);
+    ASSERT_TRUE(QFile::resize(temporary, Q_INT64_C(4'000'000'000)));
     UpdateLogicFunc client;
     client.setDelegate(controller.get());
     std::thread completion([&] { client.downloadFinishWithFilePath(temporary); });
-    EXPECT_TRUE(waitFor([&] { return descriptorsOf(temporary) == 2; }));
-    std::thread appender([&, watched = std::weak_ptr(controller)] {
-        EXPECT_TRUE(waitFor([&] { return watched.expired(); }, Meanwhile::Sleep));
-        writeFile(temporary, good);
-        appending.reset();
-    });
+    EXPECT_TRUE(waitFor([&] { return descriptorsOf(temporary) == 1; }, Meanwhile::Sleep));
     controller.reset();
-    EXPECT_EQ(contentOf(diskImage), good);
-    appender.join();
     completion.join();
+    EXPECT_TRUE(QFileInfo::exists(temporary)) << "It would be gone if it had been digested whole.";
+    EXPECT_EQ(host.heard, QStringList());
+}
+
+TEST_F(Completion, RemovesOnlyALinkToNowhereAndKeepsTheFileForADirectory)
+{
+    setUp(&host);
+    ASSERT_TRUE(QFile::link(saved(u"nowhere"_s), diskImage));
+    finish(temporary);
+    EXPECT_EQ(contentOf(diskImage), good);
     runMainQueue();
-    EXPECT_EQ(host.heard, QStringList()) << "from a controller that is gone";
+
+    setUp(&host);
+    ASSERT_TRUE(QDir().mkpath(diskImage));
+    finish(temporary);
+    runMainQueue();
+    EXPECT_EQ(contentOf(temporary), good) << "It need not be fetched again.";
+    EXPECT_TRUE(QFileInfo(diskImage).isDir());
 }
 
 } // namespace

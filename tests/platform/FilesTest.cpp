@@ -1,20 +1,25 @@
 #include "platform/Files.h"
+#include "platform/LockedFile.h"
+#include "platform/PartialFile.h"
 #include "support/TestFiles.h"
-#include "support/WaitFor.h"
 
 #include <QDir>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <chrono>
-#include <thread>
+#include <cerrno>
+#include <memory>
 
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
-using ZVPlatform::FileGuard;
+using ZVPlatform::FileError;
 using ZVPlatform::Files;
+using ZVPlatform::LockedFile;
+using ZVPlatform::PartialFile;
 
 namespace {
 
@@ -61,48 +66,104 @@ TEST_F(FilesTest, OnlyOneFileNameIsAPlainName)
         EXPECT_FALSE(Files::isPlainName(name)) << qPrintable(name);
 }
 
-TEST_F(FilesTest, AMoveReplacesNothing)
+TEST_F(FilesTest, AMoveReplacesNothingButALinkToNowhere)
 {
+    using Moved = LockedFile::Moved;
     writeFile(path("from"), "new");
     writeFile(path("taken"), "old");
-    ASSERT_TRUE(QFile::link(path("nowhere"), path("dangling")));
+    ASSERT_TRUE(QFile::link(path("taken"), path("link")));
     ASSERT_TRUE(QDir().mkdir(path("directory")));
-    for (const char *taken : {"taken", "dangling", "directory"})
-        EXPECT_FALSE(Files::move(path("from"), path(taken))) << taken;
-    EXPECT_FALSE(Files::move(path("missing"), path("to")));
-    EXPECT_FALSE(Files::move(path("from"), path("no/such/directory")));
-    EXPECT_FALSE(Files::move(path("from"), path("to") + QChar(QChar::Null)));
+    LockedFile file(path("from"));
+    for (const char *taken : {"taken", "link", "directory"})
+        EXPECT_EQ(file.moveTo(path(taken)), Moved::No) << taken;
+    EXPECT_EQ(file.moveTo(path("no/such/directory")), Moved::No);
+    EXPECT_EQ(file.moveTo(path("to") + QChar(QChar::Null)), Moved::No);
     EXPECT_EQ(content("from"), "new");
     EXPECT_EQ(content("taken"), "old");
     const auto all = QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot;
     EXPECT_EQ(QDir(directory_.path()).entryList(all).size(), 4) << "Nothing was made.";
 
-    EXPECT_TRUE(Files::move(path("from"), path("to")));
-    EXPECT_EQ(content("to"), "new");
+    ASSERT_TRUE(QFile::link(path("nowhere"), path("dangling")));
+    EXPECT_EQ(file.moveTo(path("dangling")), Moved::Yes);
+    EXPECT_EQ(content("dangling"), "new");
     EXPECT_FALSE(Files::exists(path("from")));
 }
 
-TEST_F(FilesTest, AnAppendGoesToARegularFileOrNowhere)
+TEST_F(FilesTest, WhatHasTakenTheNameIsNeitherMovedNorRemoved)
 {
-    Files::append(path("file"), "a");
-    Files::append(path("file"), QByteArray(100'000, 'b'));
-    Files::append(path("file"), {});
+    writeFile(path("file"), "verified");
+    LockedFile file(path("file"));
+    ASSERT_TRUE(QFile::remove(path("file")));
+    writeFile(path("file"), "another");
+    EXPECT_EQ(file.moveTo(path("to")), LockedFile::Moved::NotThisFile);
+    file.remove();
+    EXPECT_EQ(content("file"), "another");
+    EXPECT_FALSE(Files::exists(path("to")));
+}
+
+TEST_F(FilesTest, ADownloadGrowsARegularFileOrStops)
+{
+    PartialFile file(path("file"));
+    EXPECT_FALSE(file.append("a"));
+    EXPECT_FALSE(file.append(QByteArray(100'000, 'b')));
+    EXPECT_FALSE(file.append({}));
     EXPECT_EQ(content("file"), 'a' + QByteArray(100'000, 'b'));
     EXPECT_EQ(Files::size(path("file")), 100'001u);
+    EXPECT_EQ(file.size(), 100'001u);
+    const auto rights = QFile(path("file")).permissions();
+    EXPECT_FALSE(rights & (QFile::ReadGroup | QFile::ReadOther)) << rights;
+    // Missing it begins anew, wherever the download is by then.
+    ASSERT_TRUE(QFile::remove(path("file")));
+    EXPECT_FALSE(file.append("c"));
+    EXPECT_FALSE(file.append("d"));
+    EXPECT_EQ(content("file"), "cd");
+    EXPECT_TRUE(PartialFile::beginsInTheMiddle(path("file")));
+    EXPECT_TRUE(PartialFile(path("file")).append("e")) << "That one would take it for a beginning.";
 
     writeFile(path("outside"), "old");
+    writeFile(path("once"), "old");
+    ASSERT_EQ(::link(qPrintable(path("once")), qPrintable(path("twice"))), 0);
     ASSERT_TRUE(QFile::link(path("outside"), path("link")));
     ASSERT_TRUE(QFile::link(path("nowhere"), path("dangling")));
     ASSERT_EQ(::mkfifo(qPrintable(path("pipe")), 0600), 0);
-    for (const QString &target :
-         {path("link"), path("dangling"), path("pipe"), directory_.path(),
-          path("no/such/directory"), QString(), QString(path("file") + QChar(QChar::Null))})
-        Files::append(target, "x");
+    const std::pair<QString, std::optional<FileError>> rows[] = {
+        {path("link"), std::nullopt},
+        {path("dangling"), std::nullopt},
+        {path("pipe"), std::nullopt},
+        {path("twice"), std::nullopt},
+        {directory_.path(), FileError::IsDirectory},
+        {path("no/such/directory"), std::nullopt},
+        {QString(), std::nullopt},
+        {path("file") + QChar(QChar::Null), std::nullopt},
+    };
+    for (const auto &[target, error] : rows) {
+        const auto found = PartialFile(target).append("x");
+        EXPECT_EQ(found ? found->code : 0, error ? static_cast<int>(*error) : 0)
+            << qPrintable(target);
+        EXPECT_TRUE(!found || !found->localizedDescription.isEmpty());
+    }
     EXPECT_EQ(content("outside"), "old");
+    EXPECT_EQ(content("once"), "old");
     EXPECT_FALSE(Files::exists(path("nowhere")));
-    EXPECT_EQ(Files::size(path("file")), 100'001u);
+    EXPECT_EQ(content("file"), "cd");
     EXPECT_EQ(Files::size(path("link")), 0u) << "A link is no regular file.";
     EXPECT_EQ(Files::size(directory_.path()), 0u);
+}
+
+TEST_F(FilesTest, OfTwoDownloadsIntoOneFileOneGoesOn)
+{
+    writeFile(path("file"), "part");
+    PartialFile first(path("file"));
+    PartialFile second(path("file"));
+    PartialFile missing(path("new"));
+    PartialFile faster(path("new"));
+    EXPECT_FALSE(first.append("+1"));
+    EXPECT_TRUE(second.append("+2"));
+    EXPECT_FALSE(first.append("+3"));
+    EXPECT_EQ(content("file"), "part+1+3");
+    EXPECT_FALSE(faster.append("1"));
+    EXPECT_TRUE(missing.append("2"));
+    EXPECT_EQ(content("new"), "1");
 }
 
 TEST_F(FilesTest, ARemovalLeavesDirectoriesAndTheTargetsOfLinks)
@@ -118,30 +179,43 @@ TEST_F(FilesTest, ARemovalLeavesDirectoriesAndTheTargetsOfLinks)
     EXPECT_FALSE(Files::exists(path("file")));
 }
 
-TEST_F(FilesTest, AGuardedFileIsAppendedToAfterwards)
+TEST_F(FilesTest, ALockKeepsOtherWritersAway)
 {
-    for (const bool isMoved : {false, true}) {
-        writeFile(path("file"), "old");
-        auto guard = std::make_unique<FileGuard>(path("file"));
-        std::atomic<bool> hasAppended = false;
-        std::thread appender([&] {
-            Files::append(path("file"), "+new");
-            hasAppended = true;
-        });
-        // Long enough for an append that nothing holds up.
-        const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(50);
-        ASSERT_TRUE(
-            waitFor([&] { return hasAppended || std::chrono::steady_clock::now() >= end; }));
-        EXPECT_FALSE(hasAppended);
-        EXPECT_EQ(content("file"), "old");
-        EXPECT_EQ(isMoved && Files::move(path("file"), path("verified")), isMoved);
-        guard.reset();
-        appender.join();
-        EXPECT_EQ(content("file"), isMoved ? "+new" : "old+new");
-    }
+    writeFile(path("file"), "old");
+    auto file = std::make_unique<LockedFile>(path("file"));
+    PartialFile download(path("file"));
+    EXPECT_TRUE(download.append("+new")) << "It waits, though not for ever.";
+    Files::remove(path("file"));
+    EXPECT_EQ(content("file"), "old");
+    int asked = 0;
+    EXPECT_EQ(LockedFile(path("file"), [&] { return ++asked == 2; }).state(),
+              LockedFile::State::InUse);
+    EXPECT_EQ(asked, 2) << "A stop ends the wait.";
+
+    ASSERT_EQ(file->moveTo(path("verified")), LockedFile::Moved::Yes);
+    file.reset();
+    EXPECT_FALSE(download.append("+new"));
+    EXPECT_EQ(content("file"), "+new");
     EXPECT_EQ(content("verified"), "old") << "What was moved away stays as it was.";
-    const FileGuard nothing(path("missing"));
+    EXPECT_EQ(LockedFile(path("missing")).error(), ENOENT);
     EXPECT_FALSE(Files::exists(path("missing")));
+}
+
+TEST_F(FilesTest, WhoOnlyReadsAFileLocksNobodyOut)
+{
+    writeFile(path("file"), "old");
+    const int reader = ::open(qPrintable(path("file")), O_RDONLY | O_CLOEXEC);
+    struct flock whole = {};
+    whole.l_type = F_RDLCK;
+    ASSERT_EQ(::flock(reader, LOCK_EX), 0);
+    ASSERT_EQ(::fcntl(reader, F_SETLK, &whole), 0);
+    ASSERT_EQ(::fcntl(reader, F_OFD_SETLK, &whole), 0);
+    EXPECT_FALSE(PartialFile(path("file")).append("+new"));
+    EXPECT_EQ(content("file"), "old+new");
+    EXPECT_EQ(LockedFile(path("file")).moveTo(path("to")), LockedFile::Moved::Yes);
+    Files::remove(path("to"));
+    EXPECT_FALSE(Files::exists(path("to")));
+    ::close(reader);
 }
 
 TEST_F(FilesTest, TextIsReadInTheEncodingThatItShows)

@@ -19,8 +19,8 @@ public:
                    qPrintable(home_.errorString()), qPrintable(QDir::tempPath()));
         qputenv("HOME", QFile::encodeName(home_.path()));
         qputenv("XDG_CONFIG_HOME", QFile::encodeName(home_.filePath(QStringLiteral(".config"))));
-        for (const char *proxy :
-             {"http_proxy", "https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY"})
+        for (const char *proxy : {"http_proxy", "https_proxy", "HTTPS_PROXY", "all_proxy",
+                                  "ALL_PROXY", "no_proxy", "NO_PROXY"})
             qunsetenv(proxy);
         // Without this the C library looks at its file for each conversion, under a lock of its own
         // that thread sanitizer does not see.

@@ -2,7 +2,9 @@
 """Lets zvupdate meet full disks, read-only ones, things in the place of its files, damaged
 preferences, directories that go away and other processes of its kind."""
 
+import collections
 import contextlib
+import fcntl
 import itertools
 import os
 import random
@@ -91,14 +93,16 @@ def full_disk_for_preferences(options):
 
 
 FAILING_CALLS = {
-    "write": ("ENOSPC", "EIO", "EDQUOT"),
+    "write": ("ENOSPC", "EIO"),
+    "pwrite64": ("ENOSPC", "EIO", "EDQUOT", "EINTR"),
     "openat": ("ENOSPC", "EACCES", "EMFILE", "EIO"),
     "renameat2": ("ENOSPC", "EIO", "EINVAL", "EXDEV", "EACCES"),
     "rename": ("ENOSPC", "EXDEV"),
     "linkat": ("ENOSPC", "EPERM"),
     "unlink": ("EIO", "EROFS"),
     "mkdir": ("ENOSPC", "EACCES"),
-    "flock": ("ENOLCK", "EINTR"),
+    "fcntl": ("ENOLCK", "EAGAIN", "EINTR"),
+    "flock": ("ENOLCK",),
     "close": ("EIO",),
     "newfstatat": ("EIO",),
     "statx": ("EIO",),
@@ -108,16 +112,16 @@ FAILING_CALLS = {
 def failing_calls(options):
     """The first, second, ... call of each kind fails: that one alone, and it and all after it."""
     road.no_strace_under_sanitizers(options)
-    calls = FAILING_CALLS if options.long else {"write": ["ENOSPC"], "renameat2": ["EIO", "EXDEV"]}
+    calls = FAILING_CALLS if options.long else {"pwrite64": ["ENOSPC"], "renameat2": ["EIO", "EXDEV"]}
     variants = complete = 0
     with road.Road(options, SIZE) as way:
         log = way.base / "strace.log"
-        lock = way.settings.with_name(way.settings.name + ".lock")
+        lock = way.settings_lock
         places = [(way.save, way.partial, way.image), (way.settings_folder, way.settings, lock)]
         for paths in places if options.long else places[:1]:
             for call, errors in calls.items():
                 for error, onwards in itertools.product(errors, ("", "+")):
-                    # A lock that is always said to be interrupted is waited for, as it should be.
+                    # A write that is always said to be interrupted is repeated, as it should be.
                     if (error, onwards) == ("EINTR", "+"):
                         continue
                     # Qt takes half a minute at each lock that it could not remove.
@@ -211,6 +215,7 @@ OBSTACLES = {
     "full directory": lambda path, _: (path / "in" / "it").mkdir(parents=True),
     "dangling link": lambda path, outside: path.symlink_to(outside / "nothing"),
     "link to a file": lambda path, outside: path.symlink_to(outside / "treasure"),
+    "hard link": lambda path, outside: os.link(outside / "treasure", path),
     "link to itself": lambda path, _: path.symlink_to(path),
     "pipe": lambda path, _: os.mkfifo(path),
 }
@@ -240,6 +245,15 @@ def obstacles(options):
             way.holds()
             road.expect(outcome.status in (0, 1), f"{kind} as {name}: {outcome}")
             road.expect(outcome.status == 1 or way.image.is_file(), f"{kind} as {name}: {outcome}")
+            if "directory" in kind and name != "preferences":
+                road.expect("A directory is in the place of the" in outcome.errors, str(outcome))
+            if "directory" in kind and name == "image":
+                fetched = way.fetched_whole()
+                again = way.check(mode=mode)
+                road.expect(again.status == 1 and way.fetched_whole() == fetched,
+                            f"{kind} as {name}, fetched again: {again}")
+            if (kind, name) == ("dangling link", "image"):
+                road.expect(outcome.status == 0 and not path.is_symlink(), str(outcome))
             held.setdefault(outcome.status, set()).add(f"{kind} as {name}")
             way.clear()
             way.arrives(most_runs=1)
@@ -267,8 +281,7 @@ def replace(way, _):
 
 
 def shorten(way, share):
-    """To a part of what it is, as another program might. Where that happens while the file is
-    mapped for its digest, the process ends by SIGBUS, which is a known limit and is counted."""
+    """To a part of what it is, as another program might, perhaps while it is digested."""
     with contextlib.suppress(FileNotFoundError):
         os.truncate(way.partial, int(way.partial_size() * share))
 
@@ -276,7 +289,7 @@ def shorten(way, share):
 def vanishing(options):
     """The directory, or what is in the file, goes at random moments."""
     moments = random.Random(options.seed)
-    variants = missed = cut_off = 0
+    variants = missed = 0
     with road.Road(options, 64 << 20 if options.long else 16 << 20) as way:
         start = time.monotonic()
         way.check()
@@ -296,8 +309,7 @@ def vanishing(options):
                 missed += 1
             act(way, moments.random())
             process.send_signal(signal.SIGCONT)
-            outcome = way.finish(process, may_end_by=signal.SIGBUS if act is shorten else None)
-            cut_off += outcome.status < 0
+            outcome = way.finish(process)
             # What stands in the directory's place from the start is a wrong argument.
             road.expect(outcome.status < 2 or (act is replace and outcome.status == 2),
                         f"{act.__name__}: {outcome}")
@@ -310,8 +322,7 @@ def vanishing(options):
                 way.plant_older_image()
             way.arrives(most_runs=3)
             variants += 1
-    return variants - missed, (f"what was lost was fetched by the next runs; {cut_off} ended by SIGBUS "
-                               "when their file was cut off while it was mapped")
+    return variants - missed, "what was lost was fetched by the next runs"
 
 
 def long_files(options):
@@ -376,22 +387,118 @@ def damaged_preferences(options):
 
 
 def crowd(options):
-    """Several processes at once on one directory. They may spoil each other's download."""
-    rounds = 50 if options.long else 2
-    complete = spoilt = 0
+    """Several processes at once on one directory, with the same and with different preferences;
+    some are killed and the network of others breaks."""
+    rounds = 500 if options.long else 2
+    moments = random.Random(options.seed)
+    ends = collections.Counter()
     with road.Road(options, 4 << 20) as way:
-        for count, _ in itertools.product((2, 4), range(rounds)):
-            way.clear()
-            modes = itertools.cycle(road.MODES)
-            processes = [way.start(mode=next(modes)) for _ in range(count)]
-            for outcome in [way.finish(process) for process in processes]:
-                road.expect(outcome.status in (0, 1), str(outcome))
-                complete += outcome.status == 0
-                spoilt += outcome.status == 1
+        homes = (None, way.another_home())
+        start = time.monotonic()
+        way.check()
+        usual = time.monotonic() - start
+        fates = ("nothing", "kill") if options.sanitized else ("nothing", "kill", "break")
+        for number in range(rounds):
+            way.clear(with_settings=moments.random() < 0.5)
+            known = homes[:1 + number % 2]
+            processes = []
+            for _ in range(moments.randint(2, 4)):
+                fate = moments.choice(fates)
+                reads = moments.randrange(1, 200)
+                broken = road.strace("--seccomp-bpf", "-e", "trace=recvfrom", "-e",
+                                     f"inject=recvfrom:error=ECONNRESET:when={reads}+")
+                processes.append((fate, way.start(mode=moments.choice(road.MODES),
+                                                  home=moments.choice(known),
+                                                  wrapper=broken if fate == "break" else ())))
+                time.sleep(moments.uniform(0, usual / 4))
+            for fate, process in processes:
+                if fate == "kill":
+                    with contextlib.suppress(subprocess.TimeoutExpired):
+                        process.wait(moments.uniform(0, usual))
+                    process.kill()
+            for fate, process in processes:
+                outcome = way.finish(process, may_end_by=signal.SIGKILL if fate == "kill" else None)
+                # A check whose first question finds no network is told that there is no update.
+                road.expect(outcome.status in (0, 1, 3, -signal.SIGKILL), str(outcome))
+                ends[outcome.status] += 1
             way.holds()
-            way.arrives(most_runs=3)
-    return 2 * rounds, (f"{complete} of the processes had an installer in the end, {spoilt} threw a "
-                        "spoilt download away; at most three further runs complete it")
+            ends["late"] += not way.image.exists()
+            # Who still downloads when another is done makes a file anew, and may be killed then.
+            way.arrives(home=moments.choice(known), may_leave=[way.partial])
+            ends["left"] += way.partial.exists()
+    started = sum(count for end, count in ends.items() if isinstance(end, int))
+    return rounds, (f"of {started} processes {ends[0]} had the installer, "
+                    f"{ends[-signal.SIGKILL]} were killed and the others failed; in {ends['late']} "
+                    "rounds the checks afterwards brought it, of which two are enough; in "
+                    f"{ends['left']} a partial file stayed beside it")
+
+
+def halted(options):
+    """A process stands still while it appends, with the file complete or not; another one comes."""
+    tries = 25 if options.long else 2
+    moments = random.Random(options.seed)
+    variants = whole = 0
+    with road.Road(options, 16 << 20) as way:
+        homes = (None, way.another_home())
+        acts = (signal.SIGCONT, signal.SIGKILL)
+        for home, act, _ in itertools.product(homes, acts, range(tries)):
+            process = halt_with_lock(way, moments)
+            size = way.partial_size()
+            outcome = way.check(home=home)
+            road.expect(outcome.status == 1 and not way.image.exists(), f"{size}: {outcome}")
+            road.expect(way.partial_size() == size, "the file was changed under the lock")
+            process.send_signal(act)
+            first = way.finish(process, may_end_by=act if act == signal.SIGKILL else None)
+            road.expect(first.status == (0 if act == signal.SIGCONT else -act), str(first))
+            way.arrives(home=home)
+            whole += size == len(way.installer)
+            variants += 1
+    return variants, (f"the other one failed and changed nothing ({whole} times with the file "
+                      "complete); continued, the first one completed it, and killed, further checks")
+
+
+def halt_with_lock(way, moments):
+    """A process that is stopped with the partial file locked, and not the preferences, too."""
+    deadline = time.monotonic() + road.PATIENCE
+    while True:
+        road.expect(time.monotonic() < deadline, "no process was ever seen with the lock")
+        way.clear()
+        process = way.start(mode=moments.choice(road.MODES))
+        from_size = moments.uniform(0, len(way.installer))
+        while process.poll() is None:
+            if way.partial_size() < from_size:
+                continue
+            process.send_signal(signal.SIGSTOP)
+            end = os.waitid(os.P_PID, process.pid, os.WSTOPPED | os.WEXITED | os.WNOWAIT)
+            if (end.si_code == os.CLD_STOPPED and way.lock_is_held() and
+                    not way.settings_lock.exists()):
+                return process
+            process.send_signal(signal.SIGCONT)
+            time.sleep(moments.uniform(0, 0.002))
+        way.finish(process)
+
+
+def locks_of_readers(options):
+    """Whoever may read an old file, which others could read, has locks on it that a reader gets."""
+    variants = 0
+    with road.Road(options, 4 << 20) as way:
+        half = len(way.installer) // 2
+        for mode in road.MODES:
+            way.arrives()
+            way.put_away(way.image)
+            way.partial.write_bytes(way.installer[:half])
+            way.partial.chmod(0o644)
+            with open(way.partial, "rb") as first, open(way.partial, "rb") as second:
+                fcntl.flock(first, fcntl.LOCK_EX)
+                fcntl.lockf(second, fcntl.LOCK_SH)
+                outcome = way.check(mode=mode)
+            way.holds()
+            road.expect(outcome.status == 0, f"{mode}: {outcome}")
+            road.expect(way.starts()[-1] == half, f"began at {way.starts()}")
+            road.expect(way.image.stat().st_mode & 0o077 == 0, "others still may read it")
+            way.clear()
+            variants += 1
+    return variants, "resumed and complete at once, and nobody else may read the file any more"
 
 
 if __name__ == "__main__":
@@ -407,4 +514,6 @@ if __name__ == "__main__":
         "long-files": long_files,
         "damaged-preferences": damaged_preferences,
         "crowd": crowd,
+        "halted": halted,
+        "locks-of-readers": locks_of_readers,
     })

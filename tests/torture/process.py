@@ -82,8 +82,8 @@ def random_moments(options):
     return kills, (f"{journeys} installers complete, {resumed} downloads resumed where the file on "
                    "disk ended and none elsewhere")
 
-CHANGES = ("write", "ftruncate", "fsync", "fdatasync", "linkat", "rename", "renameat2", "unlink",
-           "mkdir", "flock", "fchmod", "chmod")
+CHANGES = ("write", "pwrite64", "ftruncate", "fsync", "fdatasync", "linkat", "rename", "renameat2",
+           "unlink", "mkdir", "flock", "fcntl", "fchmod", "chmod")
 LOOKS = ("openat", "close", "access", "statx", "newfstatat")
 
 def each_call(options):
@@ -94,12 +94,12 @@ def each_call(options):
     variants = 0
     with road.Road(options, 400_000) as way:
         ledger = Ledger(way)
-        lock = way.settings.with_name(way.settings.name + ".lock")
+        lock = way.settings_lock
         places = [((way.save, way.partial, way.image), CHANGES + LOOKS),
                   ((way.settings_folder, way.settings, lock), CHANGES + LOOKS),
                   ((), CHANGES)]
         if not options.long:
-            places = [((way.partial, way.image), ("write", "renameat2")), ((), ("rename",))]
+            places = [((way.partial, way.image), ("pwrite64", "renameat2")), ((), ("rename",))]
         for mode in road.MODES if options.long else ("session",):
             for paths, calls in places:
                 for call in calls:

@@ -1,7 +1,9 @@
+#include "platform/FileDigest.h"
 #include "support/TestFiles.h"
 #include "transport/ZVMisc.h"
 
 #include <QTemporaryDir>
+#include <QTemporaryFile>
 
 #include <gtest/gtest.h>
 
@@ -34,4 +36,20 @@ TEST(Digest, IsTheOneOfTheBytesThatCount)
     EXPECT_EQ(ZVMisc::getFileMD5(path("a")), QStringLiteral("7707d6ae4e027c70eea2a935c2296f21"));
     EXPECT_EQ(ZVMisc::getFileMD5(path("huge")), abc);
     EXPECT_EQ(ZVMisc::getFileMD5(path("four")), nothing);
+}
+
+TEST(Digest, OfAFileThatIsCutOffMeanwhileIsThatOfNoBytesAndAStopEndsIt)
+{
+    QTemporaryFile file;
+    ASSERT_TRUE(file.open());
+    ASSERT_TRUE(file.resize(64 << 20));
+    int asked = 0;
+    const auto cutOff = ZVPlatform::md5OfOpenFile(file.handle(), [&] {
+        return ++asked == 2 && !file.resize(4096); // False, but shorter than what was read.
+    });
+    EXPECT_EQ(cutOff, QByteArray::fromHex("d41d8cd98f00b204e9800998ecf8427e"));
+    ASSERT_TRUE(file.resize(64 << 20));
+    asked = 0;
+    EXPECT_EQ(ZVPlatform::md5OfOpenFile(file.handle(), [&] { return ++asked == 2; }), std::nullopt);
+    EXPECT_EQ(asked, 2);
 }

@@ -2,8 +2,10 @@
 """Tries zvupdate-publish: the catalogue, and its static sites behind a real nginx."""
 
 import concurrent.futures
+import contextlib
 import hashlib
 import http.client
+import http.server
 import json
 import os
 import pathlib
@@ -61,7 +63,7 @@ class Folder(unittest.TestCase):
 
     def publish(self, command, *arguments, status=0):
         done = subprocess.run([BIN / "zvupdate-publish", command, *map(str, arguments)], text=True,
-                              capture_output=True, check=False)
+                              capture_output=True, check=False, timeout=120)
         self.assertEqual(done.returncode, status, done.stdout + done.stderr)
         return done.stdout + done.stderr
 
@@ -80,6 +82,10 @@ class Catalogue(Folder):
         before = self.releases()
         self.file("empty", b" \n")
         self.file("latin", b"d\xe9j\xe0 vu")
+        # Sealed, each byte takes two; the reply may have 2 MiB.
+        self.file("fits", b"n" * (1024 * 1024 - 1024))
+        self.file("long", b"n" * (1024 * 1024))
+        os.mkfifo(self.folder / "pipe")
         for version, more, status, reason in (
                 ("2103", (), 1, "exists"), ("2103.0", (), 1, "exists"),
                 ("2102", (), 1, "older than 2103"), ("x", (), 1, "no number"),
@@ -87,6 +93,9 @@ class Catalogue(Folder):
                 ("9" * 250, (), 1, "not one plain file name"),
                 ("2104", ("--notes", f"en={self.folder}/empty"), 1, "is empty"),
                 ("2104", ("--notes", f"en={self.folder}/latin"), 1, "not UTF-8"),
+                ("2104", ("--notes", f"en={self.folder}/long"), 1, "may have 2097152 bytes"),
+                ("2104", ("--notes", f"en={self.folder}/pipe"), 1, "give a file"),
+                ("2104", ("--installer", self.folder / "pipe"), 1, "give a file"),
                 ("2104", ("--notes", "en"), 2, "LANGUAGE=FILE"),
                 ("2104", ("--supersedes", "2104"), 1, "not older")):
             with self.subTest(version=version, more=more):
@@ -100,6 +109,7 @@ class Catalogue(Folder):
         self.assertEqual((self.catalogue / "installers" / "P_3_4").read_bytes(), b"v2")
         before = self.releases()
         self.assertIn('"v2...1"', self.add("2.1", installer, "--force", "--dry-run"))
+        self.add("2104", installer, "--dry-run", "--notes", f"en={self.folder}/fits")
         output = self.add("2104", installer, "--dry-run", "--notes", f"zh-TW={self.notes}")
         self.assertIn('no notes in "en"', output)
         self.assertNotIn('no notes in "zh-TW"', output)
@@ -119,6 +129,65 @@ class Catalogue(Folder):
                                                "nginx", "--output", self.folder / "site", *more,
                                                status=status))
             self.assertFalse((self.folder / "site" / "current").exists())
+
+    def test_refuses_bytes_that_are_no_text(self):
+        latin = os.fsencode(self.folder) + b"/d\xe9"
+        for program, *arguments in (
+                ("zvupdate", "check", "--product-id", "P", "--product-version", "1"),
+                ("zvupdate-publish", "list", "--catalogue", self.catalogue), ("zvupdate-service",)):
+            done = subprocess.run([BIN / program, *arguments, b"--directory", latin],
+                                  capture_output=True, check=False, timeout=60)
+            self.assertEqual((done.returncode, done.stderr.count(b"\n")), (2, 1), done.stderr)
+            self.assertIn(b"not UTF-8", done.stderr)
+        self.assertNotIn("d\N{REPLACEMENT CHARACTER}", os.listdir(self.folder))
+
+    def test_gets_over_what_killed_runs_have_left(self):
+        installer = self.file("installer.new", b"v1")
+        self.add("1", installer)
+        placed = self.catalogue / "installers"
+        (placed / "P1_2.new.new").write_bytes(b"hal")
+        lock = self.catalogue / ".zvupdate-publish.lock"
+        for contents, holder in (("7\nzvupdate-publish\nelsewhere\n", "process 7 on elsewhere"),
+                                 ("", "not put down a name")):
+            lock.write_text(contents)
+            output = self.add("2", installer, status=1)
+            self.assertRegex(output, f"since 2.*{holder}.*remove this file")
+        lock.unlink()
+        os.mkfifo(lock)
+        self.assertIn("is no file; remove it", self.add("2", installer, status=1))
+        lock.unlink()
+        self.add("2", self.file("installer", b"v2"))
+        self.assertEqual(set(os.listdir(placed)), {"P1_1.new", "P1_2"})
+
+    def test_verify_does_not_wait_for_an_endless_installer(self):
+        self.add("1", self.file("installer", b"v1"))
+
+        class Endless(http.server.BaseHTTPRequestHandler):
+            def answer(self, body):
+                self.send_response(200)
+                self.end_headers()
+                self.wfile.write(body)
+
+            def do_POST(self):
+                self.answer(b'{"ok":true,"id":"T"}')
+
+            def do_GET(self):
+                self.answer(b"v1")
+                with contextlib.suppress(OSError):
+                    # Held open rather than endless, which would fill the disk of who takes it all.
+                    self.wfile.write(bytes(16 << 20))
+                    self.connection.recv(1)
+
+            do_HEAD = do_POST
+
+            def log_message(self, *_):
+                pass
+        with http.server.ThreadingHTTPServer(("127.0.0.1", 0), Endless) as server:
+            threading.Thread(target=server.serve_forever).start()
+            output = self.publish("verify", f"http://127.0.0.1:{server.server_port}{PATH}",
+                                  "--catalogue", self.catalogue, status=1)
+            server.shutdown()
+        self.assertIn("brings more than the installer", output)
 
     def test_loses_nothing_when_several_are_at_work(self):
         self.add("1", self.file("installer", b"v1"))

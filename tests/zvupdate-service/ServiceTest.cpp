@@ -7,10 +7,14 @@
 #include <ZVUpdate/transport/ZVMisc.h>
 
 #include <QCryptographicHash>
+#include <QDir>
 #include <QFile>
 #include <QUrl>
 
 #include <gtest/gtest.h>
+
+#include <sys/stat.h>
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
@@ -145,6 +149,33 @@ TEST_F(ServiceTest, WantsAGoodTokenAndAFileThatExists)
     const QString command = service_.download(u"P&ver=1_2103.exe"_s);
     EXPECT_TRUE(waitFor([&] { return service_.request("HEAD", command).status == 403; }));
     EXPECT_EQ(service_.request("HEAD", service_.download(u"P&ver=1_2103.exe"_s)).status, 200);
+}
+
+TEST_F(ServiceTest, ServesNothingThatHasTakenAFilesPlace)
+{
+    ASSERT_TRUE(service_.start());
+    const QString command = service_.download(u"P&ver=1_2103.exe"_s);
+    const QString other = service_.served(u"../private"_s);
+    RunningService::write(other, "private");
+    const auto replace = [this](const QString &name) {
+        QFile::remove(service_.served(name));
+        return QFile::encodeName(service_.served(name)).toStdString();
+    };
+    ASSERT_EQ(symlink(QFile::encodeName(other).constData(), replace(u"files/new.bin"_s).c_str()),
+              0);
+    EXPECT_EQ(service_.request("GET", command).status, 404);
+    ASSERT_EQ(mkfifo(replace(u"files/new.bin"_s).c_str(), 0600), 0);
+    EXPECT_EQ(service_.request("GET", command).status, 404);
+    for (const QString &name : {u"releases.json"_s, u"faults"_s}) {
+        ASSERT_EQ(mkfifo(replace(name).c_str(), 0600), 0);
+        EXPECT_EQ(service_.request("GET", command).status, 404) << qPrintable(name);
+    }
+    // A folder above the file counts, too.
+    QDir root(service_.served({}));
+    ASSERT_TRUE(root.rename(u"files"_s, u"before"_s) && root.mkpath(u"elsewhere"_s));
+    RunningService::write(root.filePath(u"elsewhere/new.bin"_s), "private");
+    ASSERT_TRUE(QFile::link(root.filePath(u"elsewhere"_s), root.filePath(u"files"_s)));
+    EXPECT_EQ(service_.request("GET", command).status, 404);
 }
 
 TEST_F(ServiceTest, NoticesChangesInTheFolder)

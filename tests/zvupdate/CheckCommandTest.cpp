@@ -15,6 +15,7 @@
 
 #include <array>
 #include <csignal>
+#include <functional>
 #include <memory>
 
 #include <fcntl.h>
@@ -222,6 +223,45 @@ TEST_F(CheckCommandTest, StopsWhenNobodyReadsItsOutputAnyMore)
     EXPECT_TRUE(errors.contains(u"standard output cannot be written"_s)) << qPrintable(errors);
 }
 
+TEST_F(CheckCommandTest, StopsWhenItsReaderHasStoppedReading)
+{
+    const struct
+    {
+        bool isFullFromTheStart;
+        int signal;
+    } cases[] = {{true, SIGINT}, {true, SIGTERM}, {false, SIGINT}, {false, SIGTERM}};
+    for (const auto &[isFullFromTheStart, signal] : cases) {
+        Offer offer;
+        offer.gate = std::make_shared<Gate>();
+        service_->setOffer(offer);
+        QFile::remove(temporary_);
+        std::array<int, 2> pipe = {};
+        ASSERT_EQ(pipe2(pipe.data(), O_CLOEXEC), 0);
+        // A description of its own, as the one that the program gets is to wait for its reader.
+        const int filler = open(u"/proc/self/fd/%1"_s.arg(pipe[1]).toLatin1().constData(),
+                                O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+        const auto fill = [filler] {
+            while (write(filler, "\n", 1) == 1) {
+            }
+        };
+        if (isFullFromTheStart)
+            fill();
+        Tool tool(check(), pipe[1]);
+        if (isFullFromTheStart) {
+            ASSERT_TRUE(waitFor([&] { return tool.catches(signal); }));
+        } else {
+            QByteArray events(4096, ' ');
+            while (!events.contains("progress"))
+                ASSERT_GT(read(pipe[0], events.data(), static_cast<size_t>(events.size())), 0);
+            fill();
+        }
+        tool.send(signal);
+        EXPECT_EQ(tool.end().status, 128 + signal) << isFullFromTheStart;
+        for (const int end : {pipe[0], pipe[1], filler})
+            close(end);
+    }
+}
+
 TEST_F(CheckCommandTest, EndsWithTheStatusOfWhatHappened)
 {
     struct Case
@@ -270,12 +310,26 @@ TEST_F(CheckCommandTest, EndsWithTheStatusOfWhatHappened)
     }
 }
 
-TEST_F(CheckCommandTest, FailsWhenTheInstallerCannotGetItsName)
+TEST_F(CheckCommandTest, FailsWhenSomethingElseTakesTheInstallersName)
 {
-    QDir().mkpath(diskImage_);
-    const auto [status, output, errors] = Tool::run(check());
-    EXPECT_EQ(status, 1);
-    EXPECT_TRUE(eventsOf(output).last()[u"reason"].toString().contains(diskImage_));
+    const std::function<void()> takers[] = {[this] { QDir().mkpath(diskImage_); },
+                                            [this] { writeFile(diskImage_, "another's"); }};
+    for (const auto &take : takers) {
+        Offer offer;
+        offer.gate = std::make_shared<Gate>();
+        service_->setOffer(offer);
+        Tool tool(check());
+        ASSERT_TRUE(waitForHalf(offer));
+        take();
+        offer.gate->open();
+        const auto [status, output, errors] = tool.end();
+        EXPECT_EQ(status, 1);
+        const QJsonObject last = eventsOf(output).last();
+        EXPECT_EQ(last[u"event"], u"failed"_s) << qPrintable(output);
+        EXPECT_TRUE(last[u"reason"].toString().contains(diskImage_)) << qPrintable(output);
+        QDir().rmdir(diskImage_);
+        QFile::remove(temporary_); // Kept where a directory is in the installer's place.
+    }
 }
 
 TEST_F(CheckCommandTest, SkipsACheckThatTheUserHasSwitchedOff)

@@ -1,5 +1,6 @@
 #include "Tool.h"
 
+#include <QFile>
 #include <QJsonDocument>
 
 #include <gtest/gtest.h>
@@ -64,6 +65,16 @@ Tool::End Tool::end()
 void Tool::send(int signal) const
 {
     ::kill(static_cast<pid_t>(process_.processId()), signal);
+}
+
+bool Tool::catches(int signal) const
+{
+    QFile file(QStringLiteral("/proc/%1/status").arg(process_.processId()));
+    if (!file.open(QIODevice::ReadOnly))
+        return false;
+    const QByteArray status = file.readAll();
+    const qsizetype start = status.indexOf("SigCgt:\t") + 8;
+    return status.sliced(start, 16).toULongLong(nullptr, 16) >> (signal - 1) & 1;
 }
 
 QList<QJsonObject> eventsIn(const QString &text)

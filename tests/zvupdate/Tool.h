@@ -29,6 +29,8 @@ public:
     bool waitForOutput(const QString &text);
     End end();
     void send(int signal) const;
+    /// Whether it has a handler for the signal.
+    bool catches(int signal) const;
 
 private:
     void readOutput() { output_ += process_.readAllStandardOutput(); }

@@ -6,6 +6,8 @@
 #include <Arguments.h>
 #include <Console.h>
 #include <JsonLine.h>
+#include <RegularFile.h>
+#include <Replies.h>
 #include <VersionOrder.h>
 #include <ZVUpdate/ZVUpdate.h>
 
@@ -44,15 +46,35 @@ QStringList languages()
             QString::fromUtf8(kZVLanguageCode_zh_CN)};
 }
 
+QString tooLong()
+{
+    return u"--notes: with these notes clients would refuse the reply, which may have %1 bytes; "
+           "shorten them"_s.arg(Replies::longest);
+}
+
+// What is wrong with the notes, if anything: each client gets those in all languages.
+std::optional<QString> checkNotes(const Addition &addition)
+{
+    Catalogue::Release release{addition.version, {}, {}, {}};
+    for (auto note = addition.notes.begin(); note != addition.notes.end(); ++note)
+        release.notes.append({note.key(), note->toString()});
+    const QString digest(32, u'0'); // As long as every MD5.
+    if (Replies::newRelease(release, digest).size() > Replies::longest)
+        return tooLong();
+    return std::nullopt;
+}
+
 std::optional<QString> readNotes(const QStringList &values, Addition *addition)
 {
     for (const QString &value : values) {
         const QString language = value.section(u'=', 0, 0);
         const QString path = value.section(u'=', 1);
-        QFile file(path);
-        if (!file.open(QIODevice::ReadOnly))
-            return u"--notes: %1 cannot be read: %2; check the path"_s.arg(path,
-                                                                           file.errorString());
+        const FileDescriptor opened = RegularFile::open(path);
+        QFile file;
+        if (!opened.isOpen() || !file.open(opened.get(), QIODevice::ReadOnly))
+            return u"--notes: %1 cannot be read; give a file"_s.arg(path);
+        if (file.size() > Replies::longest)
+            return tooLong();
         QStringDecoder decoder(QStringDecoder::Utf8);
         const QString text = QString(decoder(file.readAll())).trimmed();
         if (decoder.hasError())
@@ -230,6 +252,8 @@ int add(const Arguments &arguments, Console &console)
                      addition.version.split(QString(), Qt::SkipEmptyParts).join(u'.')));
     if (const auto trouble = readNotes(arguments.values(u"notes"_s), &addition))
         return refuse(*trouble);
+    if (const auto trouble = checkNotes(addition))
+        return refuse(*trouble);
     if (const auto trouble = checkInstaller(&addition))
         return refuse(*trouble);
 
@@ -242,6 +266,8 @@ int add(const Arguments &arguments, Console &console)
     auto catalogue = CatalogueFile::read(directory, true, &error);
     if (!catalogue)
         return refuse(error);
+    if (!isDryRun)
+        catalogue->removeUnfinished();
     if (const auto trouble = checkVersion(*catalogue, addition, arguments.isSet(u"force"_s)))
         return refuse(*trouble);
     QJsonObject record;

@@ -1,8 +1,12 @@
 #include "CatalogueFile.h"
 
+#include "FilePlacing.h"
+
 #include <CatalogueReader.h>
 #include <VersionOrder.h>
 
+#include <QDir>
+#include <QFile>
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -42,21 +46,18 @@ std::optional<CatalogueFile> CatalogueFile::read(const QString &directory, bool 
         *error = u"%1: is not a folder; make it, or give --catalogue another"_s.arg(directory);
         return std::nullopt;
     }
-    QFile file(Catalogue::path(directory));
-    if (!file.exists() && isNewAllowed)
+    if (!QFileInfo::exists(Catalogue::path(directory)) && isNewAllowed)
         return result;
-    if (!file.open(QIODevice::ReadOnly)) {
-        *error = u"%1: cannot be read: %2"_s.arg(file.fileName(), file.errorString());
+    const auto json = Catalogue::contents(directory, error);
+    if (!json)
         return std::nullopt;
-    }
-    const QByteArray json = file.readAll();
-    CatalogueReader reader(directory, json);
+    CatalogueReader reader(directory, *json);
     const auto products = reader.read();
     if (!products) {
-        *error = file.fileName() + u':' + reader.error();
+        *error = Catalogue::path(directory) + u':' + reader.error();
         return std::nullopt;
     }
-    result.root_ = QJsonDocument::fromJson(json).object();
+    result.root_ = QJsonDocument::fromJson(*json).object();
     result.products_ = *products;
     const QJsonArray records = result.root_.value(u"products"_s).toArray();
     for (const auto &record : records)
@@ -124,6 +125,21 @@ void CatalogueFile::withdraw(const QString &productId, const QString &version)
     product.insert(u"releases"_s, releases);
     product.insert(u"withdrawn"_s, QJsonArray::fromStringList(withdrawn(productId) + gone));
     setProductRecord(productId, product);
+}
+
+void CatalogueFile::removeUnfinished() const
+{
+    QStringList kept;
+    for (const Catalogue::Product &product : products_) {
+        for (const Catalogue::Release &release : product.releases)
+            kept.append(release.installerPath);
+    }
+    const QDir folder(directory_ + u"/installers"_s);
+    const auto files = folder.entryInfoList({u'*' + FilePlacing::unfinishedSuffix}, QDir::Files);
+    for (const QFileInfo &file : files) {
+        if (!kept.contains(file.canonicalFilePath()))
+            QFile::remove(file.filePath());
+    }
 }
 
 std::optional<QString> CatalogueFile::save() const

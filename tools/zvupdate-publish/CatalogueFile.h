@@ -37,6 +37,10 @@ public:
     void add(const QString &productId, const QJsonObject &release);
     void withdraw(const QString &productId, const QString &version);
 
+    /// Removes what runs that were killed have left of installers that they were copying here. For
+    /// who holds the lock.
+    void removeUnfinished() const;
+
     /// Writes the file anew, unless the service would refuse it. What is wrong, if anything.
     std::optional<QString> save() const;
 

@@ -1,6 +1,8 @@
 #include "CatalogueOption.h"
 
 #include <QDir>
+#include <QFileInfo>
+#include <QSysInfo>
 
 #include <chrono>
 
@@ -10,6 +12,35 @@ namespace {
 
 // Placing and digesting an installer may take its time.
 constexpr std::chrono::milliseconds longestWait = std::chrono::minutes(1);
+// For one of whom it cannot be told whether it is still at work.
+constexpr std::chrono::milliseconds shortWait = std::chrono::seconds(2);
+
+struct Holder
+{
+    QString host;
+    QString name;
+};
+
+// Who holds the lock; of an empty file, or one that is no lock, nobody knows.
+std::optional<Holder> holderOf(const QLockFile &lock)
+{
+    qint64 process = 0;
+    Holder holder;
+    QString program;
+    if (!lock.getLockInfo(&process, &holder.host, &program))
+        return std::nullopt;
+    holder.name = u"%1, process %2 on %3"_s.arg(program).arg(process).arg(holder.host);
+    return holder;
+}
+
+QString heldBy(const QString &path, const std::optional<Holder> &holder)
+{
+    const QString since = QFileInfo(path).lastModified().toUTC().toString(Qt::ISODate);
+    const QString name = holder ? holder->name : u"somebody who has not put down a name"_s;
+    return u"%1: has been held since %2 by %3; wait for its end, or, if nothing of it is at work "
+           u"any "
+           "more, remove this file and try again"_s.arg(path, since, name);
+}
 
 } // namespace
 
@@ -49,10 +80,20 @@ std::unique_ptr<QLockFile> CatalogueOption::lock(const QString &directory, QStri
     auto lock = std::make_unique<QLockFile>(path);
     // One that is left over is told by its process, which is gone, and never by its age.
     lock->setStaleLockTime(0);
-    if (lock->tryLock(static_cast<int>(longestWait.count())))
+    // What is no file is no lock, and would never be released.
+    if (QFileInfo(path).isSymLink() || (QFileInfo::exists(path) && !QFileInfo(path).isFile())) {
+        *error = u"%1: is no file; remove it"_s.arg(path);
+        return nullptr;
+    }
+    if (lock->tryLock(static_cast<int>(shortWait.count())))
+        return lock;
+    auto holder = holderOf(*lock);
+    const auto rest = longestWait - shortWait;
+    if (holder && holder->host == QSysInfo::machineHostName() &&
+        lock->tryLock(static_cast<int>(rest.count())))
         return lock;
     *error = lock->error() == QLockFile::LockFailedError
-                 ? u"%1: another zvupdate-publish is at work; wait for it to end"_s.arg(path)
+                 ? heldBy(path, holder)
                  : u"%1: cannot be made; make the folder writable"_s.arg(path);
     return nullptr;
 }

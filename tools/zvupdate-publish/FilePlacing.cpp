@@ -74,7 +74,7 @@ std::optional<QString> fill(const QString &path, const QString &source,
 std::optional<QString> FilePlacing::place(const QString &source, const QString &target,
                                           Sharing sharing)
 {
-    const QString temporary = target + u".new"_s;
+    const QString temporary = target + unfinishedSuffix;
     QFile::remove(temporary);
     auto trouble = fill(temporary, source, sharing);
     if (!trouble && std::rename(QFile::encodeName(temporary).constData(),

@@ -7,6 +7,9 @@
 /// Puts a file's contents at another path.
 namespace FilePlacing {
 
+/// What a file is named with until it is whole. A run that is killed leaves it.
+inline const QString unfinishedSuffix = QStringLiteral(".new");
+
 /// Whether the new file may be the old one under a second name, so that who writes into the one
 /// changes the other.
 enum class Sharing { None, HardLink };

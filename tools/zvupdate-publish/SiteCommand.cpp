@@ -134,6 +134,8 @@ int site(const Arguments &arguments, Console &console)
     const auto catalogue = CatalogueFile::read(directory, false, &error);
     if (!catalogue)
         return refuse(error);
+    if (!isDryRun)
+        catalogue->removeUnfinished();
     SiteFolder folder(output);
     const auto contents = SiteContents::of(*catalogue, folder.currentRecord(), &error);
     if (!contents)

@@ -125,7 +125,7 @@ QStringList SiteVerification::download(const Catalogue::Product &product,
 
     const QString local = folder_.filePath(u"installer"_s);
     QFile::remove(local);
-    if (const auto trouble = fetch(name, local))
+    if (const auto trouble = fetch(name, local, size))
         return differences + QStringList(u"GET: "_s + *trouble);
     const QStringList whole = compare(local, release, u"GET"_s);
     if (!whole.isEmpty())
@@ -135,7 +135,8 @@ QStringList SiteVerification::download(const Catalogue::Product &product,
     const qint64 here = std::max<qint64>(size - resumedBytes, size > 1 ? 1 : size);
     if (here == size || !QFile::resize(local, here))
         return differences;
-    if (const auto trouble = fetch(name, local))
+    // The whole installer, behind what is here, is what an ignored Range brings.
+    if (const auto trouble = fetch(name, local, here + size))
         return differences + QStringList(u"GET with Range: "_s + *trouble);
     if (QFileInfo(local).size() == here + size)
         return differences + QStringList(u"Range is ignored: the whole installer came again"_s);
@@ -156,16 +157,24 @@ QStringList SiteVerification::compare(const QString &local, const Catalogue::Rel
     return {};
 }
 
-// Why nothing came, if so.
-std::optional<QString> SiteVerification::fetch(const QString &fileName, const QString &local) const
+// Why the file did not come, if so. One that grows past the longest that it may be is not waited
+// for: it may have no end.
+std::optional<QString> SiteVerification::fetch(const QString &fileName, const QString &local,
+                                               qint64 longest) const
 {
     UpdateLogicFunc client;
     client.setMBaseURL(baseUrl_);
     client.doStartDownload(token_, fileName, local);
     // Looked at more often than waitOne() does, which would make many small installers slow.
+    bool isTooLong = false;
     while (!client.doCheckDownloadStop()) {
+        isTooLong |= client.doGetDownloadProgress().received > static_cast<uint64_t>(longest);
+        if (isTooLong)
+            client.doStopDownload();
         QCoreApplication::processEvents();
         QThread::msleep(1);
     }
+    if (isTooLong)
+        return u"brings more than the installer, and was stopped"_s;
     return client.doGetDownloadProgress().failure;
 }

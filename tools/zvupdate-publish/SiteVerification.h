@@ -34,7 +34,8 @@ private:
     QStringList download(const Catalogue::Product &product, const Catalogue::Release &release);
     QStringList compare(const QString &local, const Catalogue::Release &release,
                         const QString &what) const;
-    std::optional<QString> fetch(const QString &fileName, const QString &local) const;
+    std::optional<QString> fetch(const QString &fileName, const QString &local,
+                                 qint64 longest) const;
 
     const QString baseUrl_;
     const CatalogueFile &catalogue_;

@@ -25,6 +25,8 @@ int withdraw(const Arguments &arguments, Console &console)
     auto catalogue = CatalogueFile::read(directory, false, &error);
     if (!catalogue)
         return refuse(error);
+    if (!isDryRun)
+        catalogue->removeUnfinished();
 
     const QString id = *arguments.value(u"product-id"_s);
     const QString version = *arguments.value(u"version"_s);

@@ -18,5 +18,6 @@ int main(int argc, char *argv[])
         u"" ZVUPDATE_VERSION ""_s,
         {addCommand(), listCommand(), showCommand(), withdrawCommand(), siteCommand(),
          verifyCommand()}};
-    return program.run(QCoreApplication::arguments().sliced(1), console);
+    const auto arguments = program.decoded(argc, argv, console);
+    return arguments ? program.run(*arguments, console) : WrongArguments;
 }

@@ -1,24 +1,38 @@
 #include "Catalogue.h"
 
 #include "CatalogueReader.h"
+#include "RegularFile.h"
 
 #include <QDir>
 #include <QFile>
 
+#include <cerrno>
+#include <system_error>
+
 std::optional<Catalogue> Catalogue::load(const QString &directory, QString *error)
 {
-    QFile file(path(directory));
-    if (!file.open(QIODevice::ReadOnly)) {
-        *error = QStringLiteral("%1: cannot be read: %2").arg(file.fileName(), file.errorString());
+    const auto json = contents(directory, error);
+    if (!json)
         return std::nullopt;
-    }
-    CatalogueReader reader(directory, file.readAll());
+    CatalogueReader reader(directory, *json);
     const auto products = reader.read();
     if (!products) {
-        *error = file.fileName() + u':' + reader.error();
+        *error = path(directory) + u':' + reader.error();
         return std::nullopt;
     }
     return Catalogue(*products);
+}
+
+std::optional<QByteArray> Catalogue::contents(const QString &directory, QString *error)
+{
+    const FileDescriptor opened = RegularFile::open(path(directory));
+    QFile file;
+    if (opened.isOpen() && file.open(opened.get(), QIODevice::ReadOnly))
+        return file.readAll();
+    *error =
+        QStringLiteral("%1: cannot be read: %2")
+            .arg(path(directory), QString::fromStdString(std::generic_category().message(errno)));
+    return std::nullopt;
 }
 
 QString Catalogue::path(const QString &directory)

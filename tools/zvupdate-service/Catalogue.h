@@ -42,6 +42,9 @@ public:
     /// The catalogue file of a folder.
     static QString path(const QString &directory);
 
+    /// What releases.json holds. Absent when it cannot be read; error is then one line.
+    static std::optional<QByteArray> contents(const QString &directory, QString *error);
+
     /// The name under which clients ask for the installer of a product's version.
     static QString clientFileName(const QString &productId, const QString &version);
 

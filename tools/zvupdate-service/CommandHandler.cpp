@@ -1,14 +1,12 @@
 #include "CommandHandler.h"
 
 #include "RangeHeader.h"
+#include "RegularFile.h"
 #include "Replies.h"
 #include "VersionOrder.h"
 
 #include <ZVUpdate/service/HttpFunctionURLEncode.h>
 
-#include <QFile>
-
-#include <fcntl.h>
 #include <sys/stat.h>
 
 using namespace Qt::StringLiterals;
@@ -130,7 +128,7 @@ Reply CommandHandler::download(const Command::Download &command, const QByteArra
     if (!path)
         return failure(404, "no release has this file");
 
-    FileDescriptor file(::open(QFile::encodeName(*path).constData(), O_RDONLY | O_CLOEXEC));
+    FileDescriptor file = RegularFile::openWithoutLinks(*path);
     struct stat attributes = {};
     if (!file.isOpen() || ::fstat(file.get(), &attributes) != 0)
         return failure(404, "the installer cannot be read");

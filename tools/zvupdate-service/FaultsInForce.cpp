@@ -1,5 +1,6 @@
 #include "FaultsInForce.h"
 
+#include "RegularFile.h"
 #include "ServiceLog.h"
 
 #include <QDir>
@@ -50,8 +51,11 @@ Faults FaultsInForce::now()
 
 std::optional<QByteArray> FaultsInForce::contents() const
 {
-    QFile file(path_);
-    return file.open(QIODevice::ReadOnly) ? std::optional(file.read(kLongestFile)) : std::nullopt;
+    const FileDescriptor opened = RegularFile::open(path_);
+    QFile file;
+    if (!opened.isOpen() || !file.open(opened.get(), QIODevice::ReadOnly))
+        return std::nullopt;
+    return file.read(kLongestFile);
 }
 
 std::optional<Faults> FaultsInForce::parse(const std::optional<QByteArray> &contents,

@@ -1,5 +1,7 @@
 #include "FileDigests.h"
 
+#include "RegularFile.h"
+
 #include <QCryptographicHash>
 #include <QFile>
 
@@ -19,8 +21,9 @@ std::optional<QString> FileDigests::md5(const QString &path)
         known != entries_.constEnd() && stamp && known->stamp == stamp)
         return known->md5;
 
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
+    const FileDescriptor opened = RegularFile::openWithoutLinks(path);
+    QFile file;
+    if (!opened.isOpen() || !file.open(opened.get(), QIODevice::ReadOnly))
         return std::nullopt;
     QCryptographicHash hash(QCryptographicHash::Md5);
     // Clients count a file's bytes in 32 bits, and check only so many.

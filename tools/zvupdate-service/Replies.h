@@ -8,6 +8,9 @@
 /// The JSON texts that answer commands.
 namespace Replies {
 
+/// Clients refuse a reply of more bytes than this.
+constexpr qsizetype longest = 2 * 1024 * 1024;
+
 /// The command did not succeed, and why.
 QByteArray refusal(const QString &reason);
 

@@ -79,6 +79,12 @@ int serve(const ServiceOptions &options)
 
 int main(int argc, char *argv[])
 {
+    // As text they would be others, and a path the name of another folder.
+    for (int i = 1; i < argc; ++i) {
+        if (QString::fromUtf8(argv[i]).toUtf8() != argv[i])
+            return fail(2, u"\"%1\" is not UTF-8; give an argument that is"_s.arg(
+                               QString::fromUtf8(argv[i])));
+    }
     const QCoreApplication application(argc, argv);
     QString error;
     const auto options = ServiceOptions::parse(QCoreApplication::arguments(), &error);

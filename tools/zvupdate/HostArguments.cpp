@@ -6,6 +6,9 @@
 
 #include <QDir>
 
+#include <filesystem>
+#include <system_error>
+
 using namespace Qt::StringLiterals;
 
 CommandOption HostArguments::productID()
@@ -34,6 +37,12 @@ QString HostArguments::absoluteDirectory(const Arguments &arguments)
 
 std::optional<QString> HostArguments::problem(const QString &productID, const QString &directory)
 {
+    // A relative directory has been made absolute with a name that is not the current one's.
+    std::error_code error;
+    const QString current = QDir::currentPath();
+    if (directory.startsWith(current) &&
+        std::filesystem::current_path(error).string() != current.toStdString())
+        return u"--directory: the current directory's name is not UTF-8; give an absolute path"_s;
     if (UpdateFiles::named(directory, productID, u"1"_s))
         return std::nullopt;
     return u"--product-id: \"%1\" cannot be part of a file name; give the identifier by which the "

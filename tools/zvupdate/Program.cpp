@@ -31,6 +31,20 @@ void Program::openMissingStreams()
     }
 }
 
+std::optional<QStringList> Program::decoded(int argc, char *argv[], Console &console) const
+{
+    QStringList arguments;
+    for (int i = 1; i < argc; ++i) {
+        arguments.append(QString::fromUtf8(argv[i]));
+        if (arguments.last().toUtf8() != argv[i]) {
+            console.complain(
+                u"%1: \"%2\" is not UTF-8; give an argument that is"_s.arg(name, arguments.last()));
+            return std::nullopt;
+        }
+    }
+    return arguments;
+}
+
 int Program::dispatch(const QStringList &arguments, Console &console) const
 {
     const QString wanted = arguments.value(0);

@@ -20,6 +20,10 @@ struct Program
     /// Gives standard streams that are missing something harmless to stand for them.
     static void openMissingStreams();
 
+    /// The arguments as text. Absent when one is not UTF-8, which is then told: as text it would be
+    /// another one, and a path the name of another file.
+    std::optional<QStringList> decoded(int argc, char *argv[], Console &console) const;
+
 private:
     int dispatch(const QStringList &arguments, Console &console) const;
     int runCommand(const Command &command, const QStringList &rest, Console &console) const;

@@ -4,28 +4,37 @@
 #include <atomic>
 #include <cerrno>
 #include <csignal>
+#include <ctime>
 #include <utility>
 
 #include <fcntl.h>
+#include <poll.h>
 #include <unistd.h>
 
 namespace {
 
 constexpr std::array stopSignals = {SIGINT, SIGTERM};
+constexpr itimerspec patience = {.it_interval = {},
+                                 .it_value = {.tv_sec = 0, .tv_nsec = 500'000'000}};
 
 // What the handler of a signal needs. Constant while handlers are installed, but for the switch.
 std::array<QByteArray, stopSignals.size()> lastWordsOf;
 int lastWordsDescriptor = -1;
 std::array<int, 2> channel = {-1, -1};
+timer_t timer = {}; // Sends SIGALRM when the handler's way has taken too long.
 std::atomic<bool> endsAtOnce = true;
-static_assert(std::atomic<bool>::is_always_lock_free);
+std::atomic<int> handedOver = 0; // The signal that is on that way.
+static_assert(std::atomic<bool>::is_always_lock_free && std::atomic<int>::is_always_lock_free);
 
-// Only what POSIX allows in a handler; a failed write leaves nothing to be done.
+// Only what POSIX allows in a handler. A failed write leaves nothing to be done, and one that would
+// wait for a reader is not begun.
 [[noreturn]] void endProcess(int signal)
 {
     const QByteArray &words = lastWordsOf[signal == stopSignals[0] ? 0 : 1];
-    [[maybe_unused]] const ssize_t written =
-        write(lastWordsDescriptor, words.constData(), static_cast<size_t>(words.size()));
+    pollfd output = {.fd = lastWordsDescriptor, .events = POLLOUT, .revents = 0};
+    if (poll(&output, 1, 0) == 1) [[maybe_unused]]
+        const ssize_t written =
+            write(lastWordsDescriptor, words.constData(), static_cast<size_t>(words.size()));
     _exit(128 + signal);
 }
 
@@ -34,12 +43,19 @@ extern "C" void handleStopSignal(int signal)
     if (endsAtOnce.exchange(true))
         endProcess(signal);
     const int error = errno;
+    handedOver = signal;
+    timer_settime(timer, 0, &patience, nullptr);
     const auto number = static_cast<char>(signal);
     [[maybe_unused]] const ssize_t written = write(channel[1], &number, 1);
     errno = error;
 }
 
-void install(void (*handler)(int))
+extern "C" void handleImpatience(int /*signal*/)
+{
+    endProcess(handedOver);
+}
+
+void install(void (*handler)(int), void (*alarmHandler)(int))
 {
     struct sigaction action = {};
     action.sa_handler = handler;
@@ -47,6 +63,8 @@ void install(void (*handler)(int))
     sigemptyset(&action.sa_mask);
     for (const int signal : stopSignals)
         sigaction(signal, &action, nullptr);
+    action.sa_handler = alarmHandler;
+    sigaction(SIGALRM, &action, nullptr);
 }
 
 } // namespace
@@ -57,13 +75,18 @@ StopSignals::StopSignals(int descriptor,
     lastWordsDescriptor = descriptor;
     for (size_t i = 0; i < stopSignals.size(); ++i)
         lastWordsOf[i] = lastWords(name(stopSignals[i]));
-    if (pipe2(channel.data(), O_CLOEXEC | O_NONBLOCK) == 0)
-        install(handleStopSignal);
+    sigevent event = {};
+    event.sigev_notify = SIGEV_SIGNAL;
+    event.sigev_signo = SIGALRM;
+    if (pipe2(channel.data(), O_CLOEXEC | O_NONBLOCK) == 0 &&
+        timer_create(CLOCK_MONOTONIC, &event, &timer) == 0)
+        install(handleStopSignal, handleImpatience);
 }
 
 StopSignals::~StopSignals()
 {
-    install(SIG_DFL);
+    timer_delete(timer);
+    install(SIG_DFL, SIG_DFL);
     notifier_.reset();
     for (int &end : channel)
         close(std::exchange(end, -1));

@@ -24,8 +24,9 @@ public:
     StopSignals(const StopSignals &) = delete;
     StopSignals &operator=(const StopSignals &) = delete;
 
-    /// From now on the first signal is handed to the handler, by the event loop. A second one still
-    /// ends the process at once, should the handler's way take too long.
+    /// From now on the first signal is handed to the handler, by the event loop. Should its way
+    /// take longer than half a second, or a second signal come, the process ends at once after all:
+    /// whoever reads its output may have stopped reading, and then nothing gets on.
     void take(Handler handler);
 
     /// From now on signals end the process at once again.

@@ -62,9 +62,7 @@ int UpdateCheck::run()
     if (result != ZVUpdateProc::ZVDownloadStarted && result != ZVUpdateProc::ZVInstallerReady)
         return static_cast<int>(result);
 
-    signals_.take([this](int signal) {
-        stop({128 + signal, stoppedBy(StopSignals::name(signal))});
-    });
+    takeSignals();
     look();
     return QCoreApplication::exec();
 }
@@ -74,14 +72,21 @@ void UpdateCheck::UpdateFileReady(const QString &path)
     if (stop_ || isOver_)
         return;
     reportProgress();
-    // The library does not say when the file could not get its final name.
-    if (!QFileInfo(path).isFile())
-        return fail({u"The installer could not be put at %1."_s.arg(path),
-                     u"Remove what is in its way, or choose another --directory."_s});
+    signals_.leave(); // Digesting may take long.
+    if (const auto failure = unfit(path))
+        return fail(*failure);
+    takeSignals();
     reporter_.ready(path);
     if (settings_.productName)
         return showWindow();
     finish(Success);
+}
+
+void UpdateCheck::takeSignals()
+{
+    signals_.take([this](int signal) {
+        stop({128 + signal, stoppedBy(StopSignals::name(signal))});
+    });
 }
 
 void UpdateCheck::stop(const Stop &stop)
@@ -211,6 +216,19 @@ CheckFailure UpdateCheck::discarded() const
             "another file than it hands out."_s};
 }
 
+// Why what has the installer's name is not to be told of, if so. The library says neither that the
+// file could not get its name nor that somebody else's has it.
+std::optional<CheckFailure> UpdateCheck::unfit(const QString &path) const
+{
+    if (!QFileInfo(path).isFile())
+        return CheckFailure{u"The installer could not be put at %1."_s.arg(path),
+                            u"Remove what is in its way, or choose another --directory."_s};
+    if (!isAsAnnounced(path))
+        return CheckFailure{u"What lies at %1 is not the installer announced."_s.arg(path),
+                            u"Remove it, or choose a --directory that nobody else writes to."_s};
+    return std::nullopt;
+}
+
 // The names of what the service offers; absent when it offers nothing.
 std::optional<UpdateFiles> UpdateCheck::files() const
 {
@@ -226,11 +244,16 @@ std::optional<QString> UpdateCheck::verifiedFile() const
     const auto offered = files();
     if (settings_.withDelegate || !offered)
         return std::nullopt;
-    const auto digest = controller_->mLastCheckUpdateResponse()->ZVMD5();
     for (const QString &path : {offered->diskImagePath, offered->temporaryPath}) {
-        if (QFileInfo(path).isFile() &&
-            ZVMisc::getFileMD5(path) == digest.value_or(QString()).toLower())
+        if (isAsAnnounced(path))
             return path;
     }
     return std::nullopt;
+}
+
+bool UpdateCheck::isAsAnnounced(const QString &path) const
+{
+    const auto digest = controller_->mLastCheckUpdateResponse()->ZVMD5();
+    return QFileInfo(path).isFile() &&
+           ZVMisc::getFileMD5(path) == digest.value_or(QString()).toLower();
 }

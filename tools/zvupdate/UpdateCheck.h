@@ -37,6 +37,7 @@ private:
     void windowClosedUpdateAction() override { windowAction_ = WindowAction::Update; }
     void windowClosedCancelAction() override { windowAction_ = WindowAction::Cancel; }
 
+    void takeSignals();
     void stop(const Stop &stop);
     void look();
     void reportProgress();
@@ -48,8 +49,10 @@ private:
 
     CheckFailure interrupted(const QString &reason) const;
     CheckFailure discarded() const;
+    std::optional<CheckFailure> unfit(const QString &path) const;
     std::optional<UpdateFiles> files() const;
     std::optional<QString> verifiedFile() const;
+    bool isAsAnnounced(const QString &path) const;
 
     const CheckSettings settings_;
     CheckReporter &reporter_;

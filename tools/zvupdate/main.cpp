@@ -29,19 +29,18 @@ void handOverToWindowProgram(char *argv[])
 int main(int argc, char *argv[])
 {
     Program::openMissingStreams();
-    QStringList arguments;
-    for (int i = 1; i < argc; ++i)
-        arguments.append(QString::fromLocal8Bit(argv[i]));
-
+    const Program program{u"zvupdate"_s,
+                          u"Checks for updates of an application, fetches and verifies them."_s,
+                          u"" ZVUPDATE_VERSION ""_s, allCommands()};
     Console console;
-    if (arguments.contains(u"--show-window"_s) && !PromptWindow::isHere()) {
+    const auto arguments = program.decoded(argc, argv, console);
+    if (!arguments)
+        return WrongArguments;
+    if (arguments->contains(u"--show-window"_s) && !PromptWindow::isHere()) {
         handOverToWindowProgram(argv);
         console.complain(u"zvupdate: --show-window: the program zvupdate-window cannot be "
                          "started; install it beside this one"_s);
         return WrongArguments;
     }
-    const Program program{u"zvupdate"_s,
-                          u"Checks for updates of an application, fetches and verifies them."_s,
-                          u"" ZVUPDATE_VERSION ""_s, allCommands()};
-    return program.run(arguments, console);
+    return program.run(*arguments, console);
 }
