@@ -42,6 +42,8 @@ add_library(zvupdate_window_objects OBJECT
     controller/ZVUpdateProcWindow.cpp
     platform/ApplicationIcon.cpp
     platform/Bundle.cpp
+    platform/KeyGuard.cpp
+    platform/PlainTextView.cpp
     platform/PowerOffObserver.cpp
     platform/WindowLayout.cpp
     platform/WindowSystem.cpp

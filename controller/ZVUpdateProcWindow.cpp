@@ -26,6 +26,7 @@ int64_t ZVUpdateProc::showDefaultUpdateWindowWithProductName(const QString &prod
     const auto response = mLastCheckUpdateResponse();
     if (!response || !response->ok())
         return ZVNoUpdate;
+    const auto former = mUpdateInfoWindowCtrl();
     setMUpdateInfoWindowCtrl(nullptr);
 
     const auto directory = mSaveFileDirectory();
@@ -46,6 +47,8 @@ int64_t ZVUpdateProc::showDefaultUpdateWindowWithProductName(const QString &prod
     window->setMUpdateFilePath(files->diskImagePath);
     window->setMUpdateInfo(getUpdateMessageWithLang(getDefaultLangID()));
     window->reloadWindow();
+    if (former)
+        window->takePlaceOf(*former);
     window->showWindow();
     return ZVWindowShown;
 }

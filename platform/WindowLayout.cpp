@@ -2,10 +2,12 @@
 
 #include <QApplication>
 #include <QBuffer>
+#include <QCheckBox>
 #include <QDialog>
 #include <QDialogButtonBox>
 #include <QFile>
 #include <QPushButton>
+#include <QStyleOptionButton>
 #include <QUiLoader>
 #include <QXmlStreamReader>
 
@@ -14,6 +16,62 @@
 namespace ZVPlatform {
 
 namespace {
+
+constexpr char relativeFontSize[] = "relativeFontSize";
+
+// Has texts that are larger or smaller than the others follow the window's font.
+class Dialog final : public QDialog
+{
+public:
+    using QDialog::QDialog;
+
+    void applyRelativeFontSizes()
+    {
+        const auto children = findChildren<QWidget *>();
+        for (QWidget *child : children) {
+            const qreal factor = child->property(relativeFontSize).toReal();
+            if (factor <= 0)
+                continue;
+            QFont relative = font();
+            if (relative.pointSizeF() > 0)
+                relative.setPointSizeF(relative.pointSizeF() * factor);
+            else
+                relative.setPixelSize(qRound(relative.pixelSize() * factor));
+            relative.setBold(child->font().bold());
+            child->setFont(relative);
+        }
+    }
+
+protected:
+    void changeEvent(QEvent *event) override
+    {
+        QDialog::changeEvent(event);
+        if (event->type() == QEvent::FontChange)
+            applyRelativeFontSizes();
+    }
+};
+
+// Underlines the letter of its shortcut where the desktop does so. The text itself stays free of
+// marks.
+template <class Button>
+class ButtonWithShortcut final : public Button
+{
+public:
+    using Button::Button;
+
+protected:
+    void initStyleOption(QStyleOptionButton *option) const override
+    {
+        Button::initStyleOption(option);
+        const QKeySequence shortcut = this->shortcut();
+        if (shortcut.isEmpty())
+            return;
+        const QChar letter(static_cast<char16_t>(shortcut[0].key()));
+        const qsizetype position = option->text.indexOf(letter, 0, Qt::CaseInsensitive);
+        if (position >= 0)
+            option->text.insert(position, QLatin1Char('&'));
+    }
+};
 
 class Loader final : public QUiLoader
 {
@@ -25,15 +83,26 @@ public:
 
     QWidget *createWidget(const QString &className, QWidget *parent, const QString &name) override
     {
-        const auto factory = factories_.constFind(className);
-        if (factory == factories_.constEnd())
+        QWidget *widget = make(className, parent);
+        if (!widget)
             return QUiLoader::createWidget(className, parent, name);
-        QWidget *widget = (*factory)(parent);
         widget->setObjectName(name);
         return widget;
     }
 
 private:
+    QWidget *make(const QString &className, QWidget *parent) const
+    {
+        if (className == QLatin1String("QDialog"))
+            return new Dialog(parent);
+        if (className == QLatin1String("QPushButton"))
+            return new ButtonWithShortcut<QPushButton>(parent);
+        if (className == QLatin1String("QCheckBox"))
+            return new ButtonWithShortcut<QCheckBox>(parent);
+        const auto factory = factories_.constFind(className);
+        return factory == factories_.constEnd() ? nullptr : (*factory)(parent);
+    }
+
     const WindowLayout::Factories &factories_;
 };
 
@@ -77,12 +146,13 @@ QDialog *WindowLayout::load(const QString &path, const Factories &factories)
     QBuffer buffer(&layout);
     buffer.open(QIODevice::ReadOnly);
     std::unique_ptr<QWidget> widget(Loader(factories).load(&buffer));
-    auto *dialog = qobject_cast<QDialog *>(widget.get());
+    auto *dialog = dynamic_cast<Dialog *>(widget.get());
     if (!dialog)
         return nullptr;
     const auto boxes = dialog->findChildren<QDialogButtonBox *>();
     for (QDialogButtonBox *box : boxes)
         arrangeButtons(box);
+    dialog->applyRelativeFontSizes();
     dialog->setAttribute(Qt::WA_QuitOnClose, false);
     QObject::connect(qApp, &QCoreApplication::aboutToQuit, dialog, &QObject::deleteLater);
     widget.release();

@@ -23,7 +23,9 @@ public:
     /// the application destroys it.
     ///
     /// The push buttons of a QDialogButtonBox come in the order that the user's desktop wants:
-    /// those whose property "acceptsDialog" is true stand for yes, the others for no.
+    /// those whose property "acceptsDialog" is true stand for yes, the others for no. The letters
+    /// of the buttons' shortcuts are underlined where that is the custom. A property
+    /// "relativeFontSize" makes a widget's font that much larger than the window's.
     static QDialog *load(const QString &path, const Factories &factories);
 };
 

@@ -4,9 +4,15 @@
 #include <QDesktopServices>
 #include <QFileInfo>
 #include <QInputMethodQueryEvent>
+#include <QLayout>
+#include <QScreen>
+#include <QStyle>
 #include <QThread>
 #include <QUrl>
 #include <QWidget>
+#include <QWindow>
+
+#include <algorithm>
 
 namespace ZVPlatform {
 
@@ -23,6 +29,56 @@ bool isUserTyping()
     return query.value(Qt::ImEnabled).toBool() && !query.value(Qt::ImReadOnly).toBool();
 }
 
+// What the screen has for a window, within such a frame as it will be given.
+QRect roomFor(const QWidget *window)
+{
+    const int title = window->style()->pixelMetric(QStyle::PM_TitleBarHeight, nullptr, window);
+    const int edge = window->style()->pixelMetric(QStyle::PM_MdiSubWindowFrameWidth);
+    return window->screen()->availableGeometry().adjusted(edge, title, -edge, -edge);
+}
+
+QSize leastSize(QLayout *layout, int width)
+{
+    const QSize least = layout->totalMinimumSize();
+    const int wanted = std::max(width, least.width());
+    const int height = layout->totalMinimumHeightForWidth(wanted);
+    return {wanted, std::max(least.height(), height)};
+}
+
+// A window is never smaller than what its layout needs. Where the screen does not hold even that,
+// smaller letters are better than buttons out of reach.
+void fitToScreen(QWidget *window)
+{
+    QLayout *layout = window->layout();
+    if (!layout)
+        return;
+    constexpr qreal smallestFont = 6; // points
+    const QSize room = roomFor(window).size();
+    const int width = std::min(window->width(), room.width());
+    window->ensurePolished();
+    layout->activate();
+    QSize least = leastSize(layout, width);
+    QFont font = window->font();
+    while ((least.width() > room.width() || least.height() > room.height()) &&
+           font.pointSizeF() > smallestFont) {
+        font.setPointSizeF(font.pointSizeF() - 1);
+        window->setFont(font);
+        layout->activate();
+        least = leastSize(layout, width);
+    }
+    const int wanted = layout->totalHeightForWidth(least.width());
+    const int usual = std::min(window->height(), room.height());
+    window->resize(least.width(), std::max(least.height(), std::min(wanted, usual)));
+}
+
+void keepOnScreen(QWidget *window)
+{
+    const QRect room = window->screen()->availableGeometry();
+    const QSize size = window->frameGeometry().size();
+    window->move(std::max(room.left(), std::min(window->x(), room.right() + 1 - size.width())),
+                 std::max(room.top(), std::min(window->y(), room.bottom() + 1 - size.height())));
+}
+
 } // namespace
 
 bool WindowSystem::isAvailable()
@@ -33,17 +89,24 @@ bool WindowSystem::isAvailable()
 
 void WindowSystem::show(QWidget *window)
 {
-    const bool isTyping = isUserTyping();
-    window->setAttribute(Qt::WA_ShowWithoutActivating, isTyping);
+    const bool mayActivate =
+        QGuiApplication::applicationState() == Qt::ApplicationActive && !isUserTyping();
+    window->setAttribute(Qt::WA_ShowWithoutActivating, !mayActivate);
     const bool mayBeCovered = window->isVisible();
     window->setWindowState(window->windowState() & ~Qt::WindowMinimized);
+    const bool isNew = !window->windowHandle();
+    if (isNew)
+        fitToScreen(window);
+    // A window that was moved, or shown before, has its place; others get one from the desktop.
+    if (!mayBeCovered && (!isNew || window->testAttribute(Qt::WA_Moved)))
+        keepOnScreen(window);
     window->show();
     if (mayBeCovered)
         window->raise();
-    if (isTyping)
-        QApplication::alert(window);
-    else
+    if (mayActivate)
         window->activateWindow();
+    else
+        QApplication::alert(window);
 }
 
 void WindowSystem::discard(QWidget *window)

@@ -14,8 +14,10 @@ public:
     /// thread. Elsewhere Qt would end the process.
     static bool isAvailable();
 
-    /// Shows a window. It gets the keyboard as new windows of this desktop do, except while the
-    /// user is typing in another window of the host: then it only asks for attention.
+    /// Shows a window. It gets the keyboard if the host has it and the user is not typing there;
+    /// otherwise it only asks for attention. When it is shown for the first time it is made as
+    /// high as what it holds, up to the size that it has, and fitted to the screen; shown again,
+    /// it is where it was.
     static void show(QWidget *window);
 
     /// Takes a window off the screen, and destroys it when whatever it is doing has ended.

@@ -3,7 +3,9 @@
 #include "../platform/ApplicationIcon.h"
 #include "../platform/Bundle.h"
 #include "../platform/Files.h"
+#include "../platform/KeyGuard.h"
 #include "../platform/Locale.h"
+#include "../platform/PlainTextView.h"
 #include "../platform/PowerOffObserver.h"
 #include "../platform/Text.h"
 #include "../platform/UpdatePreferences.h"
@@ -15,6 +17,7 @@
 #include <QDialog>
 #include <QLabel>
 #include <QPushButton>
+#include <QScrollBar>
 #include <QShortcut>
 #include <QTextEdit>
 
@@ -45,6 +48,7 @@ void setTitle(QAbstractButton *button, const QString &title)
     const QKeySequence shortcut = button->shortcut();
     button->setText(QString(title).replace(QLatin1String("&"), QLatin1String("&&")));
     button->setShortcut(shortcut);
+    button->setAccessibleDescription(shortcut.toString(QKeySequence::NativeText));
 }
 
 void setStringValue(QLabel *field, const QString &value)
@@ -61,6 +65,15 @@ void setWindowTitle(QDialog *window, const QString &title)
     if (window)
         window->setWindowTitle(
             QString(title).replace(QLatin1String("[*]"), QLatin1String("[*][*]")));
+}
+
+// The keys that turn pages do so wherever the focus is.
+void scrollByKeys(QDialog *window, QScrollBar *bar)
+{
+    for (const auto &[key, action] : {std::pair(Qt::Key_PageUp, QScrollBar::SliderPageStepSub),
+                                      std::pair(Qt::Key_PageDown, QScrollBar::SliderPageStepAdd)})
+        QObject::connect(new QShortcut(key, window), &QShortcut::activated, bar,
+                         [bar, action = action] { bar->triggerAction(action); });
 }
 
 } // namespace
@@ -106,10 +119,17 @@ void UpdateInfoWindowController::reloadWindow()
     setTitle(notNowButton_, localized("Not now"));
     // From the default table, whichever that is.
     setTitle(updateButton_, bundle.localizedString(QStringLiteral("Update")));
+    const QString notes = mUpdateInfo().value_or(QString());
+    const bool hasNotes = !notes.trimmed().isEmpty();
+    if (updateInfoTitleTextField_)
+        updateInfoTitleTextField_->setVisible(hasNotes);
     if (updateInfoTextField_) {
-        updateInfoTextField_->setPlainText(mUpdateInfo().value_or(QString()));
+        PlainTextView::setText(updateInfoTextField_, notes);
         updateInfoTextField_->setAccessibleName(whatsNew);
+        updateInfoTextField_->setVisible(hasNotes);
     }
+    if (auto *headlineField = qobject_cast<VerticalCenterTextField *>(updateTitleTextField_))
+        headlineField->setShrinkingPart(product);
     if (updateButton_)
         updateButton_->setDefault(true);
     if (window_)
@@ -120,6 +140,13 @@ void UpdateInfoWindowController::showWindow()
 {
     if (QDialog *window = this->window())
         WindowSystem::show(window);
+}
+
+void UpdateInfoWindowController::takePlaceOf(const UpdateInfoWindowController &former)
+{
+    const bool wasShown = former.window_ && former.window_->windowHandle();
+    if (QDialog *window = wasShown ? this->window() : nullptr)
+        window->move(former.window_->pos());
 }
 
 void UpdateInfoWindowController::updateAction()
@@ -146,7 +173,8 @@ void UpdateInfoWindowController::cancelAction()
 void UpdateInfoWindowController::systemPowerOffNotification()
 {
     if (window_)
-        window_->close(); // Which takes it off the screen first.
+        window_->close();
+    windowWillClose(); // Also when something has refused.
 }
 
 void UpdateInfoWindowController::windowWillClose()
@@ -165,9 +193,19 @@ QPushButton *UpdateInfoWindowController::updateButton() const
     return updateButton_;
 }
 
+void UpdateInfoWindowController::setUpdateButton(QPushButton *button)
+{
+    updateButton_ = button;
+}
+
 QPushButton *UpdateInfoWindowController::notNowButton() const
 {
     return notNowButton_;
+}
+
+void UpdateInfoWindowController::setNotNowButton(QPushButton *button)
+{
+    notNowButton_ = button;
 }
 
 QCheckBox *UpdateInfoWindowController::dontReminedMe() const
@@ -175,9 +213,19 @@ QCheckBox *UpdateInfoWindowController::dontReminedMe() const
     return dontReminedMe_;
 }
 
+void UpdateInfoWindowController::setDontReminedMe(QCheckBox *box)
+{
+    dontReminedMe_ = box;
+}
+
 QTextEdit *UpdateInfoWindowController::updateInfoTextField() const
 {
     return updateInfoTextField_;
+}
+
+void UpdateInfoWindowController::setUpdateInfoTextField(QTextEdit *field)
+{
+    updateInfoTextField_ = field;
 }
 
 QLabel *UpdateInfoWindowController::updateInfoTitleTextField() const
@@ -185,9 +233,19 @@ QLabel *UpdateInfoWindowController::updateInfoTitleTextField() const
     return updateInfoTitleTextField_;
 }
 
+void UpdateInfoWindowController::setUpdateInfoTitleTextField(QLabel *field)
+{
+    updateInfoTitleTextField_ = field;
+}
+
 QLabel *UpdateInfoWindowController::updateTitleTextField() const
 {
     return updateTitleTextField_;
+}
+
+void UpdateInfoWindowController::setUpdateTitleTextField(QLabel *field)
+{
+    updateTitleTextField_ = field;
 }
 
 // Connects what the layout holds; a part that it lacks stays null.
@@ -200,7 +258,9 @@ void UpdateInfoWindowController::loadWindow()
             {{QStringLiteral("VerticalCenterTextField"),
               [](QWidget *parent) -> QWidget * { return new VerticalCenterTextField(parent); }},
              {QStringLiteral("ApplicationIcon"),
-              [](QWidget *parent) -> QWidget * { return new ApplicationIcon(parent); }}});
+              [](QWidget *parent) -> QWidget * { return new ApplicationIcon(parent); }},
+             {QStringLiteral("PlainTextView"),
+              [](QWidget *parent) -> QWidget * { return new PlainTextView(parent); }}});
     if (!window_)
         return;
 
@@ -228,6 +288,9 @@ void UpdateInfoWindowController::awakeFromNib()
                     &QPushButton::click);
         updateButton_->setFocus();
     }
+    if (updateInfoTextField_)
+        scrollByKeys(window_, updateInfoTextField_->verticalScrollBar());
+    new KeyGuard(window_); // Owned by the window.
     reloadWindow();
     const auto *observer = new PowerOffObserver(window_);
     connect(observer, &PowerOffObserver::powerOffImminent, this, &Self::systemPowerOffNotification);

@@ -28,6 +28,23 @@ class QPushButton;
 class ZVUPDATE_EXPORT UpdateInfoWindowController final : public QObject
 {
     Q_OBJECT
+    Q_MOC_INCLUDE(<QCheckBox>)
+    Q_MOC_INCLUDE(<QLabel>)
+    Q_MOC_INCLUDE(<QPushButton>)
+    Q_MOC_INCLUDE(<QTextEdit>)
+    Q_PROPERTY(QPushButton *updateButton READ updateButton WRITE setUpdateButton)
+    Q_PROPERTY(QPushButton *notNowButton READ notNowButton WRITE setNotNowButton)
+    Q_PROPERTY(QCheckBox *dontReminedMe READ dontReminedMe WRITE setDontReminedMe)
+    Q_PROPERTY(QTextEdit *updateInfoTextField READ updateInfoTextField WRITE setUpdateInfoTextField)
+    Q_PROPERTY(QLabel *updateInfoTitleTextField READ updateInfoTitleTextField WRITE
+                   setUpdateInfoTitleTextField)
+    Q_PROPERTY(QLabel *updateTitleTextField READ updateTitleTextField WRITE setUpdateTitleTextField)
+    Q_PROPERTY(std::optional<QString> mProductName READ mProductName WRITE setMProductName)
+    Q_PROPERTY(std::optional<QString> mUpdateProductVersion READ mUpdateProductVersion WRITE
+                   setMUpdateProductVersion)
+    Q_PROPERTY(std::optional<QString> mUpdateInfo READ mUpdateInfo WRITE setMUpdateInfo)
+    Q_PROPERTY(std::optional<QString> mUpdateFilePath READ mUpdateFilePath WRITE setMUpdateFilePath)
+    Q_PROPERTY(UpdateInfoWindowControllerDelegate *delegate READ delegate WRITE setDelegate)
 
 public:
     /// Takes the name of a layout in the library's bundle. The layout is loaded on the first call
@@ -43,9 +60,12 @@ public:
     /// Fills the window with the texts below and with the labels in the user's language.
     void reloadWindow();
 
-    /// Puts the window on the screen. It does not take the keyboard from a window of the host in
-    /// which the user is typing.
+    /// Puts the window on the screen. It takes the keyboard neither from another application nor
+    /// from a window of the host in which the user is typing.
     void showWindow();
+
+    /// Has the window appear where another one is or was; does nothing if that was never there.
+    void takePlaceOf(const UpdateInfoWindowController &former);
 
     /// "Update": opens the installer, closes the window and tells the delegate 1. Does nothing when
     /// there is no installer.
@@ -97,12 +117,19 @@ public:
 
     ///@{
     /// What the layout has under these names; null where it has nothing, or before it is loaded.
+    /// To set one says what is filled from then on; it connects nothing.
     QPushButton *updateButton() const;
+    void setUpdateButton(QPushButton *button);
     QPushButton *notNowButton() const;
+    void setNotNowButton(QPushButton *button);
     QCheckBox *dontReminedMe() const;
+    void setDontReminedMe(QCheckBox *box);
     QTextEdit *updateInfoTextField() const;
+    void setUpdateInfoTextField(QTextEdit *field);
     QLabel *updateInfoTitleTextField() const;
+    void setUpdateInfoTitleTextField(QLabel *field);
     QLabel *updateTitleTextField() const;
+    void setUpdateTitleTextField(QLabel *field);
     ///@}
 
 private:

@@ -11,6 +11,7 @@ namespace {
 
 constexpr int widestHint = 60;   // average characters
 constexpr int narrowestHint = 8; // the same
+constexpr int highestHint = 4;   // lines
 
 // The text of one field, broken into lines of a width, or of the width that each line wants.
 class Lines
@@ -103,6 +104,12 @@ void VerticalCenterTextField::setBackgroundStyle(BackgroundStyle style)
     update();
 }
 
+void VerticalCenterTextField::setShrinkingPart(const QString &part)
+{
+    shrinkingPart_ = part;
+    update();
+}
+
 QSize VerticalCenterTextField::sizeHint() const
 {
     const QSize margins = marginsAround();
@@ -123,7 +130,9 @@ QSize VerticalCenterTextField::minimumSizeHint() const
 int VerticalCenterTextField::heightForWidth(int width) const
 {
     const QSize margins = marginsAround();
-    return static_cast<int>(std::ceil(textHeight(width - margins.width()))) + margins.height();
+    const qreal height = std::min(textHeight(width - margins.width()),
+                                  highestHint * QFontMetricsF(font()).lineSpacing());
+    return static_cast<int>(std::ceil(height)) + margins.height();
 }
 
 void VerticalCenterTextField::paintEvent(QPaintEvent *)
@@ -131,6 +140,12 @@ void VerticalCenterTextField::paintEvent(QPaintEvent *)
     QPainter painter(this);
     drawFrame(&painter);
     drawInteriorWithFrame(&painter, contentsRect());
+
+    const QSizeF size = titleRectForBounds(contentsRect()).size();
+    const bool isWhole = textHeight(size.width()) <= size.height();
+    // Which Qt would take for HTML if it looks like that.
+    const QString html = QLatin1String("<qt>") + text().toHtmlEscaped() + QLatin1String("</qt>");
+    setToolTip(isWhole ? QString() : Qt::mightBeRichText(text()) ? html : text());
 }
 
 // Where a label puts its text: within its margin, and indented from the edge to which it is
@@ -160,11 +175,31 @@ qreal VerticalCenterTextField::textHeight(qreal width) const
     return text().isEmpty() ? 0 : Lines(text(), *this, width).height();
 }
 
+// As much of the part that may shrink as there is room for.
+QString VerticalCenterTextField::textWithin(const QSizeF &size) const
+{
+    const qsizetype start = shrinkingPart_.isEmpty() ? -1 : text().indexOf(shrinkingPart_);
+    if (start < 0 || textHeight(size.width()) <= size.height())
+        return text();
+    const auto keeping = [this, start](qsizetype kept) {
+        const QString part =
+            shrinkingPart_.left((kept + 1) / 2) + QChar(0x2026) + shrinkingPart_.right(kept / 2);
+        return QString(text()).replace(start, shrinkingPart_.size(), part);
+    };
+    qsizetype kept = 0;
+    for (qsizetype tooMany = shrinkingPart_.size(); tooMany - kept > 1;) {
+        const qsizetype middle = (kept + tooMany) / 2;
+        const bool fits = Lines(keeping(middle), *this, size.width()).height() <= size.height();
+        (fits ? kept : tooMany) = middle;
+    }
+    return keeping(kept);
+}
+
 void VerticalCenterTextField::drawText(QPainter *painter, const QRectF &rect) const
 {
     if (text().isEmpty())
         return;
-    const Lines lines(text(), *this, rect.width());
+    const Lines lines(textWithin(rect.size()), *this, rect.width());
     const int visible = lines.visibleIn(rect.height());
     for (int index = 0; index < visible; ++index) {
         const QTextLine line = lines.at(index);

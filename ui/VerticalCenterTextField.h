@@ -4,7 +4,8 @@
 
 /// A text field that centres its text vertically, and draws it in white while it is highlighted on
 /// a dark background. Its text is always plain; it is wrapped at the field's width, and where the
-/// height does not suffice the last visible line ends in an ellipsis.
+/// height does not suffice it is shortened, and is the field's tool tip as a whole: first the part
+/// that may shrink gives up its middle, then the last visible line ends in an ellipsis.
 ///
 /// Only the window's layout makes such fields.
 class VerticalCenterTextField : public QLabel
@@ -31,6 +32,9 @@ public:
     BackgroundStyle backgroundStyle() const { return backgroundStyle_; }
     void setBackgroundStyle(BackgroundStyle style);
 
+    /// The part of the text, such as a name in a sentence, that is the first to be shortened.
+    void setShrinkingPart(const QString &part);
+
     QSize sizeHint() const override;
     QSize minimumSizeHint() const override;
     int heightForWidth(int width) const override;
@@ -42,8 +46,10 @@ private:
     QRectF labelRectForBounds(const QRectF &bounds) const;
     QSize marginsAround() const;
     qreal textHeight(qreal width) const;
+    QString textWithin(const QSizeF &size) const;
     void drawText(QPainter *painter, const QRectF &rect) const;
 
+    QString shrinkingPart_;
     bool highlighted_ = false;
     BackgroundStyle backgroundStyle_ = Light;
 };

@@ -64,6 +64,12 @@ TEST_F(PresentationTest, FillsAWindowThatReplacesTheFormerOne)
         EXPECT_EQ(shown->mProductName(), u"Sample App"_s);
         EXPECT_EQ(shown->mUpdateInfo(), std::nullopt);
         EXPECT_EQ(shown->delegate(), updater.get());
+
+        // Each where its predecessor was.
+        QDialog *window = shown->window();
+        const QPoint place(13, 17);
+        EXPECT_EQ(window->pos() == place, version != u"2103"_s) << qPrintable(version);
+        window->move(place);
     }
     EXPECT_EQ(visibleWindows(), 1);
 }

@@ -5,12 +5,15 @@
 #include <platform/UpdatePreferences.h>
 #include <ui/UpdateInfoWindowController.h>
 
+#include <QAccessible>
 #include <QApplication>
 #include <QCheckBox>
 #include <QClipboard>
 #include <QDialog>
+#include <QElapsedTimer>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMetaProperty>
 #include <QPushButton>
 #include <QScrollBar>
 #include <QSessionManager>
@@ -54,6 +57,13 @@ protected:
         events.watch(controller->window());
     }
 
+    // The window answers keys from then on.
+    void showAndSettle()
+    {
+        show();
+        QTest::qWait(501);
+    }
+
     const QTemporaryDir directory;
     const QString installer = directory.filePath(u"P1 #1%20?.dmg"_s);
     WindowEvents events;
@@ -94,8 +104,19 @@ void escape(Controller &c)
     QTest::keyClick(c.updateInfoTextField(), Qt::Key_Escape);
 }
 
-void sessionEnd(Controller &)
+void sessionEnd(Controller &c)
 {
+    struct Refusal final : QObject
+    {
+        using QObject::QObject;
+        bool eventFilter(QObject *, QEvent *event) override
+        {
+            if (event->type() == QEvent::Close)
+                event->ignore();
+            return event->type() == QEvent::Close;
+        }
+    };
+    c.window()->installEventFilter(new Refusal(c.window()));
     // Whoever hears of the session's end does not look at the manager.
     QObject manager;
     Q_EMIT qApp->commitDataRequest(reinterpret_cast<QSessionManager &>(manager));
@@ -107,7 +128,7 @@ class LeavingTest : public UpdateInfoWindowTest, public testing::WithParamInterf
 
 TEST_P(LeavingTest, DoesItsPartsInOrder)
 {
-    show();
+    showAndSettle();
     controller->dontReminedMe()->setTristate(true);
     controller->dontReminedMe()->setCheckState(GetParam().dontRemind);
     GetParam().leave(*controller);
@@ -141,7 +162,7 @@ TEST_F(UpdateInfoWindowTest, UpdateWithoutTheFileDoesNothing)
 TEST_F(UpdateInfoWindowTest, ReturnIsUpdateWhereverTheFocusIs)
 {
     for (qsizetype place = 0; place < 4; ++place) {
-        show();
+        showAndSettle();
         const QList<QWidget *> places = {controller->updateButton(), controller->notNowButton(),
                                          controller->dontReminedMe(),
                                          controller->updateInfoTextField()};
@@ -151,15 +172,56 @@ TEST_F(UpdateInfoWindowTest, ReturnIsUpdateWhereverTheFocusIs)
     }
 }
 
+TEST_F(UpdateInfoWindowTest, DoesNotAnswerAKeyThatWasMeantForAnotherWindow)
+{
+    QPushButton host;
+    host.show();
+    host.activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(&host));
+    QTest::keyPress(&host, Qt::Key_Return);
+    show();
+    QElapsedTimer active;
+    active.start();
+    const auto repeat = [this] {
+        for (const bool down : {true, false})
+            QTest::simulateEvent(controller->window(), down, Qt::Key_Return, Qt::NoModifier,
+                                 u"\r"_s, true);
+    };
+    while (!active.hasExpired(800)) {
+        repeat();
+        QTest::qWait(20);
+    }
+    QTest::keyRelease(controller->window(), Qt::Key_Return);
+    EXPECT_EQ(events.list(), QStringList());
+    QTest::keyClick(controller->window(), Qt::Key_Return);
+    EXPECT_EQ(events.list(), updated);
+
+    // Nor one that goes down while the user has hardly seen the window.
+    controller->window()->hide();
+    show();
+    const QStringList before = events.list();
+    QTest::keyPress(controller->window(), Qt::Key_Return);
+    QTest::qWait(501);
+    repeat();
+    QTest::keyRelease(controller->window(), Qt::Key_Return);
+    EXPECT_EQ(events.list(), before);
+}
+
 TEST_F(UpdateInfoWindowTest, IsUsableFromTheKeyboard)
 {
-    show();
+    controller->setMUpdateInfo(QString(500, u'\n') + u"notes"_s);
+    showAndSettle();
     EXPECT_EQ(QApplication::focusWidget(), controller->updateButton());
     const QList<QWidget *> order = {controller->notNowButton(), controller->updateInfoTextField(),
                                     controller->dontReminedMe(), controller->updateButton()};
     for (QWidget *next : order) {
         QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
         EXPECT_EQ(QApplication::focusWidget(), next) << qPrintable(next->objectName());
+        const QScrollBar *bar = controller->updateInfoTextField()->verticalScrollBar();
+        QTest::keyClick(next, Qt::Key_PageDown);
+        EXPECT_GT(bar->value(), 0) << qPrintable(next->objectName());
+        QTest::keyClick(next, Qt::Key_PageUp);
+        EXPECT_EQ(bar->value(), 0) << qPrintable(next->objectName());
     }
     QTest::keyClick(controller->window(), Qt::Key_D, Qt::AltModifier);
     EXPECT_TRUE(QTest::qWaitFor([this] { return controller->dontReminedMe()->isChecked(); }));
@@ -174,7 +236,7 @@ TEST_F(UpdateInfoWindowTest, ShowsTextsLetterForLetter)
         u"<h1>1</h1>\n&amp; & 2\n\nمرحبا\n"_s + QString(5000, u'W') + QString(500, u'\n');
     controller->setMProductName(product);
     controller->setMUpdateInfo(notes);
-    show();
+    showAndSettle();
     EXPECT_EQ(controller->window()->windowHandle()->title(), product + u" Update"_s);
     EXPECT_EQ(controller->updateTitleTextField()->text(),
               u"The latest version %1 v2.1.0.3 is ready to install now."_s.arg(product));
@@ -188,6 +250,115 @@ TEST_F(UpdateInfoWindowTest, ShowsTextsLetterForLetter)
     QTest::keySequence(field, QKeySequence::Copy);
     EXPECT_EQ(QApplication::clipboard()->text(), notes);
 }
+
+TEST_F(UpdateInfoWindowTest, IsAsHighAsItsNotes)
+{
+    int former = 0;
+    for (const QString &notes : {u" \n"_s, u"short"_s, QString(1000, u'\n') + u"long"_s}) {
+        controller.emplace(u"UpdateInfoWindowController"_s);
+        controller->setMUpdateInfo(notes);
+        show();
+        EXPECT_GT(controller->window()->height(), former);
+        EXPECT_EQ(controller->updateInfoTextField()->isVisible(), former > 0);
+        EXPECT_EQ(controller->updateInfoTitleTextField()->isVisible(), former > 0);
+        former = controller->window()->height();
+    }
+    EXPECT_EQ(former, 420);
+}
+
+TEST_F(UpdateInfoWindowTest, ShortensTheProductsNameInTheMiddle)
+{
+    show();
+    QLabel *headline = controller->updateTitleTextField();
+    EXPECT_EQ(headline->toolTip(), QString());
+    EXPECT_GT(headline->fontInfo().pointSizeF(), 1.1 * QApplication::font().pointSizeF());
+    QList<QImage> pictures;
+    for (const QChar inTheMiddle : {u'a', u'a', u'b'}) {
+        const QString around(400, u'W');
+        controller->setMProductName(u"<b>"_s + around + inTheMiddle + around);
+        controller->reloadWindow();
+        pictures.append(headline->grab().toImage());
+        EXPECT_TRUE(headline->toolTip().contains(headline->text().toHtmlEscaped()));
+    }
+    EXPECT_EQ(pictures[1], pictures[2]);
+    controller->setMUpdateProductVersion(u"v2.1.0.4"_s);
+    controller->reloadWindow();
+    EXPECT_NE(headline->grab().toImage(), pictures[2]);
+}
+
+TEST_F(UpdateInfoWindowTest, NamesAndUnderlinesItsKeys)
+{
+    show();
+    const QList<std::pair<QAbstractButton *, QString>> keys = {
+        {controller->updateButton(), u"Alt+U"_s},
+        {controller->notNowButton(), u"Alt+N"_s},
+        {controller->dontReminedMe(), u"Alt+D"_s}};
+    for (const auto &[button, key] : keys) {
+        QAccessibleInterface *accessible = QAccessible::queryAccessibleInterface(button);
+        EXPECT_EQ(accessible->text(QAccessible::Description), key);
+        EXPECT_EQ(accessible->text(QAccessible::Name), button->text());
+        const QImage marked = button->grab().toImage();
+        button->setShortcut({});
+        EXPECT_NE(button->grab().toImage(), marked) << qPrintable(key);
+    }
+}
+
+TEST_F(UpdateInfoWindowTest, HasItsFieldsAsProperties)
+{
+    const QMetaObject &meta = Controller::staticMetaObject;
+    for (const char *name :
+         {"updateButton", "notNowButton", "dontReminedMe", "updateInfoTextField",
+          "updateInfoTitleTextField", "updateTitleTextField", "mProductName",
+          "mUpdateProductVersion", "mUpdateInfo", "mUpdateFilePath", "delegate"}) {
+        const QMetaProperty property = meta.property(meta.indexOfProperty(name));
+        ASSERT_TRUE(property.isReadable() && property.isWritable()) << name;
+        const QVariant value = property.read(&*controller);
+        controller->window();
+        EXPECT_TRUE(property.write(&*controller, value)) << name;
+        EXPECT_EQ(property.read(&*controller), value) << name;
+    }
+}
+
+struct Flood
+{
+    const char *name;
+    QString notes;
+};
+
+class FloodTest : public UpdateInfoWindowTest, public testing::WithParamInterface<Flood>
+{
+};
+
+// They are the most that a reply can hold. A second is what each may take; the rest is for a busy
+// machine.
+TEST_P(FloodTest, IsShownAtOnceAndCopiedUnchanged)
+{
+    controller->setMUpdateInfo(GetParam().notes);
+    QElapsedTimer time;
+    time.start();
+    show();
+    controller->window()->grab();
+    EXPECT_LT(time.elapsed(), 30'000);
+    QTextEdit *field = controller->updateInfoTextField();
+    EXPECT_TRUE(field->toPlainText() == GetParam().notes);
+    field->selectAll();
+    field->copy();
+    EXPECT_TRUE(QApplication::clipboard()->text() == GetParam().notes);
+}
+
+QString joinedEmoji(qsizetype count)
+{
+    return u"\U0001F469"_s + u"\u200d\U0001F469"_s.repeated(count - 1);
+}
+
+INSTANTIATE_TEST_SUITE_P(Notes, FloodTest,
+                         testing::Values(Flood{"Word", QString(1'000'000, u'W')},
+                                         Flood{"JoinedEmoji", joinedEmoji(50'000)},
+                                         Flood{"Marks", u"a"_s + QString(500'000, u'\u0301')},
+                                         Flood{"NewLines", QString(500'000, u'\n')},
+                                         Flood{"RightToLeft", QString(500'000, u'م')},
+                                         Flood{"BothWays", u"aא"_s.repeated(350'000)}),
+                         [](const auto &flood) { return flood.param.name; });
 
 TEST_F(UpdateInfoWindowTest, IsAGuest)
 {

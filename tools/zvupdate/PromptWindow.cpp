@@ -107,5 +107,7 @@ bool PromptWindow::show(ZVUpdateProc &controller, const QString &productName,
     if (!window)
         return false;
     new EndObserver(window, closed); // Owned by the window.
+    // The library leaves the keyboard to whoever has it; this program has no other window.
+    window->activateWindow();
     return true;
 }
