@@ -19,6 +19,9 @@ public:
 
     QSize sizeHint() const override;
     QSize minimumSizeHint() const override;
+
+protected:
+    QMimeData *createMimeDataFromSelection() const override;
 };
 
 } // namespace ZVPlatform
