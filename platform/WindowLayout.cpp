@@ -51,8 +51,9 @@ protected:
     }
 };
 
-// Underlines the letter of its shortcut where the desktop does so. The text itself stays free of
-// marks.
+// Underlines the letter of its shortcut where the desktop does so; the text itself stays free of
+// marks. Shows that it has the focus also before the user turns to the keyboard: the default button
+// looks alike otherwise.
 template <class Button>
 class ButtonWithShortcut final : public Button
 {
@@ -63,6 +64,7 @@ protected:
     void initStyleOption(QStyleOptionButton *option) const override
     {
         Button::initStyleOption(option);
+        option->state.setFlag(QStyle::State_KeyboardFocusChange);
         const QKeySequence shortcut = this->shortcut();
         if (shortcut.isEmpty())
             return;

@@ -265,6 +265,8 @@ TEST_F(UpdateInfoWindowTest, IsAsHighAsItsNotes)
         former = controller->window()->height();
     }
     EXPECT_EQ(former, 420);
+    const QTextEdit *field = controller->updateInfoTextField();
+    EXPECT_EQ(field->cursorRect(QTextCursor(field->document())).topLeft(), QPoint(12, 12));
 }
 
 TEST_F(UpdateInfoWindowTest, ShortensTheProductsNameInTheMiddle)
@@ -302,6 +304,37 @@ TEST_F(UpdateInfoWindowTest, NamesAndUnderlinesItsKeys)
         button->setShortcut({});
         EXPECT_NE(button->grab().toImage(), marked) << qPrintable(key);
     }
+}
+
+TEST_F(UpdateInfoWindowTest, TellsTheFocusedButtonFromTheDefaultOne)
+{
+    show();
+    QWidget *update = controller->updateButton();
+    QWidget *notNow = controller->notNowButton();
+    QList<QImage> pictures;
+    for (QWidget *focused : {update, notNow}) {
+        focused->setFocus();
+        pictures << update->grab().toImage() << notNow->grab().toImage();
+    }
+    EXPECT_NE(pictures[0], pictures[2]);
+    EXPECT_NE(pictures[1], pictures[3]);
+}
+
+TEST_F(UpdateInfoWindowTest, ReappearsWhereItsPredecessorWas)
+{
+    show();
+    const QPoint place(40, 50);
+    controller->window()->move(place);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return controller->window()->pos() == place; }));
+    controller->window()->hide();
+    controller->showWindow();
+    EXPECT_EQ(controller->window()->pos(), place);
+
+    controller->window()->hide();
+    Controller successor(u"UpdateInfoWindowController"_s);
+    successor.takePlaceOf(*controller);
+    successor.showWindow();
+    EXPECT_EQ(successor.window()->pos(), place);
 }
 
 TEST_F(UpdateInfoWindowTest, HasItsFieldsAsProperties)
