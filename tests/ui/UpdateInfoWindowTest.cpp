@@ -183,10 +183,9 @@ TEST_F(UpdateInfoWindowTest, DoesNotAnswerAKeyThatWasMeantForAnotherWindow)
     show();
     QElapsedTimer active;
     active.start();
-    const auto repeat = [this] {
-        for (const bool down : {true, false})
-            QTest::simulateEvent(controller->window(), down, Qt::Key_Return, Qt::NoModifier,
-                                 u"\r"_s, true);
+    const auto repeat = [this](Qt::Key key = Qt::Key_Return) {
+        for (const bool down : {false, true})
+            QTest::simulateEvent(controller->window(), down, key, Qt::NoModifier, u"\r"_s, true);
     };
     while (!active.hasExpired(800)) {
         repeat();
@@ -206,6 +205,24 @@ TEST_F(UpdateInfoWindowTest, DoesNotAnswerAKeyThatWasMeantForAnotherWindow)
     repeat();
     QTest::keyRelease(controller->window(), Qt::Key_Return);
     EXPECT_EQ(events.list(), before);
+
+    // Nor one that repeats for the first time after that.
+    controller->window()->hide();
+    const QStringList hidden = events.list();
+    controller->setMUpdateInfo(QString(500, u'\n') + u"notes"_s);
+    showAndSettle();
+    repeat();
+    EXPECT_EQ(events.list(), hidden);
+    QTest::keyRelease(controller->window(), Qt::Key_Return);
+
+    // A key that counts does so each time that it repeats.
+    QTest::keyPress(controller->window(), Qt::Key_PageDown);
+    const QScrollBar *bar = controller->updateInfoTextField()->verticalScrollBar();
+    const int once = bar->value();
+    repeat(Qt::Key_PageDown);
+    repeat(Qt::Key_PageDown);
+    EXPECT_EQ(bar->value(), 3 * once);
+    QTest::keyRelease(controller->window(), Qt::Key_PageDown);
 }
 
 TEST_F(UpdateInfoWindowTest, IsUsableFromTheKeyboard)
