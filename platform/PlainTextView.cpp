@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <memory>
 
 namespace ZVPlatform {
 
@@ -154,9 +153,9 @@ QMimeData *PlainTextView::createMimeDataFromSelection() const
     QString selected = textCursor().selectedText();
     selected.replace(QChar(QChar::ParagraphSeparator), QLatin1Char('\n'));
     selected.replace(QChar(QChar::LineSeparator), QLatin1Char('\n'));
-    auto data = std::make_unique<QMimeData>();
-    data->setText(selected);
-    return data.release();
+    auto *const mimeData = new QMimeData; // The caller's.
+    mimeData->setText(selected);
+    return mimeData;
 }
 
 QSize PlainTextView::minimumSizeHint() const
