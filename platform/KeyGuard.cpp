@@ -32,28 +32,35 @@ bool KeyGuard::eventFilter(QObject *watched, QEvent *event)
     case QEvent::ShortcutOverride:
     case QEvent::KeyPress: {
         const auto *key = static_cast<QKeyEvent *>(event);
-        if (counts(key->key(), key->isAutoRepeat()))
+        if (counts(*key))
             return false;
         event->accept();
         return true;
     }
     case QEvent::KeyRelease: {
         const auto *key = static_cast<QKeyEvent *>(event);
-        return !key->isAutoRepeat() && !held_.take(key->key());
+        if (key->isAutoRepeat())
+            return false;
+        lastRelease_ = key->timestamp();
+        return !held_.take(key->key());
     }
     default:
         return false;
     }
 }
 
-// Decided when the key is seen for the first time, and for as long as it is down.
-bool KeyGuard::counts(int key, bool isAutoRepeat)
+// Decided when the key is seen for the first time, and for as long as it is down. X sends a release
+// and a press of the same time for each repetition, which Qt takes for a new press when they do not
+// arrive together.
+bool KeyGuard::counts(const QKeyEvent &key)
 {
-    const auto known = held_.constFind(key);
+    const auto known = held_.constFind(key.key());
     if (known != held_.constEnd())
         return *known;
     const bool hasSettled = activeFor_.isValid() && activeFor_.hasExpired(settlingTime);
-    return *held_.insert(key, hasSettled && !isAutoRepeat);
+    const bool isRepeated =
+        key.isAutoRepeat() || (lastRelease_ != 0 && key.timestamp() == lastRelease_);
+    return *held_.insert(key.key(), hasSettled && !isRepeated);
 }
 
 } // namespace ZVPlatform

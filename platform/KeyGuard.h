@@ -4,6 +4,7 @@
 #include <QHash>
 #include <QObject>
 
+class QKeyEvent;
 class QWidget;
 
 namespace ZVPlatform {
@@ -23,10 +24,11 @@ public:
     bool eventFilter(QObject *watched, QEvent *event) override;
 
 private:
-    bool counts(int key, bool isAutoRepeat);
+    bool counts(const QKeyEvent &key);
 
     QElapsedTimer activeFor_;
-    QHash<int, bool> held_; // Keys that are down, and whether they count.
+    QHash<int, bool> held_;   // Keys that are down, and whether they count.
+    quint64 lastRelease_ = 0; // Its time stamp.
 };
 
 } // namespace ZVPlatform

@@ -5,7 +5,6 @@
 #include <QTextCursor>
 #include <QTextDocument>
 #include <QTextDocumentFragment>
-#include <QTimer>
 
 #include <algorithm>
 #include <cmath>
@@ -26,27 +25,55 @@ constexpr qsizetype longestWord = 500;
 // the text falls into runs of different formats.
 constexpr qsizetype longestRunOfMarks = 64;
 
-// Characters that are put in at once: few enough to be there in a moment, whatever they are.
-constexpr qsizetype beginning = 20'000;
-constexpr qsizetype piece = 50'000;
+// A paragraph costs much more than a line within one. Nobody reads so many lines, which may then
+// share paragraphs.
+constexpr qsizetype mostParagraphs = 10000;
+constexpr qsizetype sharedParagraph = 1000; // characters, about
 
-// How often a field was given a text.
-constexpr char givenTexts[] = "givenTexts";
+// A text of this length is higher than any window, and is not laid out once more to find that out.
+constexpr qsizetype surelyScrolls = 100000;
+
+bool endsWord(QChar character)
+{
+    constexpr char16_t figureSpace = 0x2007;
+    constexpr char16_t narrowSpace = 0x202f;
+    return character.isSpace() && character != QChar(QChar::Nbsp) &&
+           character != QChar(figureSpace) && character != QChar(narrowSpace);
+}
 
 bool hasOverlongWord(const QString &text)
 {
     qsizetype length = 0;
     return std::any_of(text.cbegin(), text.cend(), [&length](QChar character) {
-        length = character.isSpace() ? 0 : length + 1;
+        length = endsWord(character) ? 0 : length + 1;
         return length > longestWord;
     });
 }
 
-// Cuts runs of marks by a format that differs in nothing that is seen.
-void divideMarks(QTextCursor cursor, const QString &text, qsizetype start, qsizetype end)
+// The layout loses count at 2^23 pixels, and is then never done. Until here each character may have
+// a line of its own; the lines behind are made so low that they need no more than as much again.
+constexpr int readableHeight = 4'000'000; // pixels
+
+void shareParagraphs(QString &text)
 {
+    qsizetype start = 0;
+    for (qsizetype position = 0; position < text.size(); ++position) {
+        if (text.at(position) != QLatin1Char('\n'))
+            continue;
+        if (position - start >= sharedParagraph)
+            start = position + 1;
+        else
+            text[position] = QChar(QChar::LineSeparator);
+    }
+}
+
+// Cuts runs of marks by a format that differs in nothing that is seen.
+void divideMarks(QTextDocument *document, const QString &text)
+{
+    QTextCursor cursor(document);
+    cursor.beginEditBlock();
     qsizetype marks = 0;
-    for (qsizetype position = start; position < end; ++position) {
+    for (qsizetype position = 0; position < text.size(); ++position) {
         marks = text.at(position).isMark() ? marks + 1 : 0;
         if (marks == 0 || marks % (2 * longestRunOfMarks) != 0)
             continue;
@@ -56,25 +83,20 @@ void divideMarks(QTextCursor cursor, const QString &text, qsizetype start, qsize
         cursor.setPosition(static_cast<int>(position + 1), QTextCursor::KeepAnchor);
         cursor.setCharFormat(other);
     }
+    cursor.endEditBlock();
 }
 
-// Puts in a text up to a position, and the rest while the event loop runs. What follows the
-// beginning comes in whole paragraphs, each of which is laid out once more when it grows.
-void fill(QTextEdit *field, const QString &text, qsizetype start, qsizetype end, int given)
+void boundHeight(QTextDocument *document)
 {
-    if (field->property(givenTexts).toInt() != given)
+    const int readable = readableHeight / QFontMetrics(document->defaultFont()).lineSpacing();
+    if (document->characterCount() <= readable)
         return;
-    QTextCursor cursor(field->document());
-    cursor.beginEditBlock();
-    cursor.movePosition(QTextCursor::End);
-    cursor.insertText(text.sliced(start, end - start), QTextCharFormat());
-    divideMarks(cursor, text, start, end);
-    cursor.endEditBlock();
-    if (end == text.size())
-        return;
-    const qsizetype paragraph = text.indexOf(QLatin1Char('\n'), std::min(end + piece, text.size()));
-    const qsizetype next = paragraph < 0 ? text.size() : paragraph + 1;
-    QTimer::singleShot(0, field, [=] { fill(field, text, end, next, given); });
+    QTextCursor cursor(document);
+    cursor.setPosition(readable);
+    cursor.movePosition(QTextCursor::End, QTextCursor::KeepAnchor);
+    QTextCharFormat low;
+    low.setProperty(QTextFormat::FontPixelSize, 1);
+    cursor.mergeCharFormat(low);
 }
 
 } // namespace
@@ -91,32 +113,49 @@ void PlainTextView::setText(QTextEdit *field, const QString &text)
     QString plain = text;
     // Reads the same from a text field, which takes its time over them in one paragraph.
     plain.replace(QLatin1String("\r\n"), QLatin1String("\n"));
+    plain.replace(QLatin1Char('\r'), QLatin1Char('\n'));
     plain.replace(QChar(QChar::LineSeparator), QLatin1Char('\n'));
+    plain.replace(QChar(QChar::ParagraphSeparator), QLatin1Char('\n'));
     if (field->toPlainText() == plain)
         return;
     field->setWordWrapMode(hasOverlongWord(plain) ? QTextOption::WrapAnywhere
                                                   : QTextOption::WrapAtWordBoundaryOrAnywhere);
-    const int given = field->property(givenTexts).toInt() + 1;
-    field->setProperty(givenTexts, given);
-    field->clear();
-    fill(field, plain, 0, std::min(beginning, plain.size()), given);
+    field->setVerticalScrollBarPolicy(plain.size() > surelyScrolls ? Qt::ScrollBarAlwaysOn
+                                                                   : Qt::ScrollBarAsNeeded);
+    if (plain.count(QLatin1Char('\n')) > mostParagraphs)
+        shareParagraphs(plain);
+    field->setPlainText(plain);
+    divideMarks(field->document(), plain);
+    boundHeight(field->document());
     field->updateGeometry();
 }
 
 QSize PlainTextView::sizeHint() const
 {
     constexpr int enough = 4000; // characters fill the usual height
-    QTextCursor start(document());
-    start.setPosition(std::min(enough, document()->characterCount() - 1), QTextCursor::KeepAnchor);
+    QTextCursor beginning(document());
+    beginning.setPosition(std::min(enough, document()->characterCount() - 1),
+                          QTextCursor::KeepAnchor);
     QTextDocument sample;
     sample.setDefaultFont(font());
     sample.setDocumentMargin(padding);
     sample.setDefaultTextOption(document()->defaultTextOption());
-    sample.setPlainText(start.selection().toPlainText());
+    sample.setPlainText(beginning.selection().toPlainText());
     const int frame = 2 * frameWidth();
     sample.setTextWidth(usualSize.width() - frame);
     const int height = static_cast<int>(std::ceil(sample.size().height())) + frame;
     return {usualSize.width(), std::min(height, usualSize.height())};
+}
+
+// The text as it came, at once, rather than one without its special spaces and in several formats.
+QMimeData *PlainTextView::createMimeDataFromSelection() const
+{
+    QString selected = textCursor().selectedText();
+    selected.replace(QChar(QChar::ParagraphSeparator), QLatin1Char('\n'));
+    selected.replace(QChar(QChar::LineSeparator), QLatin1Char('\n'));
+    auto *const mimeData = new QMimeData; // The caller's.
+    mimeData->setText(selected);
+    return mimeData;
 }
 
 QSize PlainTextView::minimumSizeHint() const
@@ -124,15 +163,6 @@ QSize PlainTextView::minimumSizeHint() const
     const int around = 2 * (padding + frameWidth());
     const int lines = std::min(fewestLines, document()->blockCount());
     return QSize(around, around + lines * QFontMetrics(font()).lineSpacing());
-}
-
-// As text alone: there is nothing else in it, and to write it as HTML takes seconds for a long one.
-QMimeData *PlainTextView::createMimeDataFromSelection() const
-{
-    auto *copied = new QMimeData;
-    copied->setText(
-        textCursor().selectedText().replace(QChar::ParagraphSeparator, QLatin1Char('\n')));
-    return copied;
 }
 
 } // namespace ZVPlatform

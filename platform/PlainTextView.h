@@ -13,9 +13,8 @@ class PlainTextView final : public QTextEdit
 public:
     explicit PlainTextView(QWidget *parent);
 
-    /// Puts a text into a field: its beginning at once, and the rest of one that is longer than any
-    /// notes are from the event loop. What is read from it or copied is the text itself; where it
-    /// has words without end, all of its lines are broken wherever they are full.
+    /// Puts a text into a field. What is read from it or copied is the text itself; where it has
+    /// words without end, all of its lines are broken wherever they are full.
     static void setText(QTextEdit *field, const QString &text);
 
     QSize sizeHint() const override;

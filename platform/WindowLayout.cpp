@@ -6,6 +6,7 @@
 #include <QDialog>
 #include <QDialogButtonBox>
 #include <QFile>
+#include <QPainter>
 #include <QPushButton>
 #include <QStyleOptionButton>
 #include <QUiLoader>
@@ -51,8 +52,9 @@ protected:
     }
 };
 
-// Underlines the letter of its shortcut where the desktop does so. The text itself stays free of
-// marks.
+// Underlines the letter of its shortcut where the desktop does so; the text itself stays free of
+// marks. A dotted line says that it has the focus, since some styles draw the default button as if
+// it had.
 template <class Button>
 class ButtonWithShortcut final : public Button
 {
@@ -70,6 +72,17 @@ protected:
         const qsizetype position = option->text.indexOf(letter, 0, Qt::CaseInsensitive);
         if (position >= 0)
             option->text.insert(position, QLatin1Char('&'));
+    }
+
+    void paintEvent(QPaintEvent *event) override
+    {
+        Button::paintEvent(event);
+        if (!this->hasFocus())
+            return;
+        constexpr int inset = 3;
+        QPainter painter(this);
+        painter.setPen(QPen(this->palette().color(this->foregroundRole()), 1, Qt::DotLine));
+        painter.drawRect(this->rect().adjusted(inset, inset, -inset - 1, -inset - 1));
     }
 };
 
