@@ -1,5 +1,7 @@
 #include "PromptWindow.h"
 
+#include "Keyboard.h"
+
 #include <ZVUpdate/ui/UpdateInfoWindowController.h>
 
 #include <QApplication>
@@ -100,6 +102,8 @@ std::unique_ptr<QCoreApplication> PromptWindow::makeApplication(int &count, char
 bool PromptWindow::show(ZVUpdateProc &controller, const QString &productName,
                         const std::function<void()> &closed)
 {
+    // The library takes the keyboard from nobody; where nobody has it, this program does.
+    const bool isKeyboardFree = Keyboard::isFree();
     if (controller.showDefaultUpdateWindowWithProductName(productName) !=
         ZVUpdateProc::ZVWindowShown)
         return false;
@@ -107,7 +111,7 @@ bool PromptWindow::show(ZVUpdateProc &controller, const QString &productName,
     if (!window)
         return false;
     new EndObserver(window, closed); // Owned by the window.
-    // The library leaves the keyboard to whoever has it; this program has no other window.
-    window->activateWindow();
+    if (isKeyboardFree)
+        window->activateWindow();
     return true;
 }
