@@ -3,8 +3,8 @@
 #include "SystemLog.h"
 #include "Text.h"
 
+#include <QCoreApplication>
 #include <QDir>
-#include <QFile>
 #include <QFileInfo>
 #include <QLockFile>
 #include <QSettings>
@@ -19,76 +19,142 @@ namespace ZVPlatform {
 
 namespace {
 
-// A process that writes settings has its lock for some milliseconds.
-constexpr std::chrono::milliseconds longestWait(1500);
-constexpr std::chrono::milliseconds longestLock(1000);
+// To write the settings takes milliseconds. A lock that is older and that nobody holds was left by
+// a process that has been killed, perhaps before it had written into the lock whose it is.
+constexpr std::chrono::milliseconds leftLockAge(1000);
+constexpr std::chrono::milliseconds longestLockWait(1500);
 
 std::mutex settingsMutex;
-bool lastWriteFailed = false; // Guarded by settingsMutex.
+
+QString organisation()
+{
+#ifdef __APPLE__
+    const QString name = QCoreApplication::organizationDomain();
+#else
+    const QString name = QCoreApplication::organizationName();
+#endif
+    return name.isEmpty() ? QStringLiteral("Unknown Organization") : name;
+}
+
+/// The two files of the user's that Qt opens as the settings: the application's, and below it the
+/// organisation's.
+struct SettingsFiles
+{
+    QString application;
+    QString organisation;
+};
+
+// Nothing without a home: Qt would have the root directory, or the current one, stand in for it.
+std::optional<SettingsFiles> settingsFiles()
+{
+    // Qt tells where settings are only when it has opened them, so others are asked for.
+    const QString others = QStringLiteral("zvupdate-nothing");
+    const QFileInfo example(
+        QSettings(QSettings::defaultFormat(), QSettings::UserScope, others).fileName());
+    const QString ending = example.fileName().mid(others.size());
+    const QDir directory = example.absoluteDir();
+    if (!qgetenv("HOME").startsWith('/') &&
+        directory == QDir(QDir::homePath() + QLatin1String("/.config")))
+        return std::nullopt;
+    const QString base = directory.filePath(organisation());
+    const QString application = QCoreApplication::applicationName();
+    const QString own = application.isEmpty() ? base : base + u'/' + application;
+    return SettingsFiles{own + ending, base + ending};
+}
+
+// Whether opening what has this name can neither wait for another process nor go on for ever.
+bool isFileOrNothing(const QString &path)
+{
+    struct stat status = {};
+    return stat(QFile::encodeName(path).constData(), &status) != 0 || S_ISREG(status.st_mode);
+}
+
+// The same of a lock, where Qt also trips over a link that leads nowhere.
+bool isLockOrNothing(const QString &path)
+{
+    struct stat status = {};
+    return lstat(QFile::encodeName(path).constData(), &status) != 0 || S_ISREG(status.st_mode);
+}
+
+// Whether Qt, which waits for the lock without end, will get it at once. A lock that was left is
+// removed, and for one that is held is waited, but no second time before it was let go of.
+bool isLockFree(const QString &path)
+{
+    static bool isWaitedFor = true;
+    if (!isLockOrNothing(path) || !isLockOrNothing(path + QLatin1String(".rmlock")))
+        return false;
+    QLockFile lock(path);
+    lock.setStaleLockTime(static_cast<int>(leftLockAge.count()));
+    // Where there can be no lock at all, Qt does not wait for it.
+    const bool isFree = lock.tryLock(isWaitedFor ? static_cast<int>(longestLockWait.count()) : 0) ||
+                        lock.error() != QLockFile::LockFailedError;
+    isWaitedFor = isFree;
+    return isFree;
+}
 
 /// The settings while one thread uses them. Qt would share them, and the texts in them, between
 /// threads by means that thread sanitizer does not see.
 class LockedSettings
 {
 public:
-    std::optional<QVariant> stored(const QString &key)
+    LockedSettings()
     {
-        const QVariant value = settings_.value(key);
+        if (files_ && isFileOrNothing(files_->application) && isFileOrNothing(files_->organisation))
+            settings_.emplace(QSettings::defaultFormat(), QSettings::UserScope, organisation(),
+                              QCoreApplication::applicationName());
+    }
+
+    std::optional<QVariant> stored(const QString &key) const
+    {
+        const QVariant value = settings_ ? settings_->value(key) : QVariant();
         if (!value.isValid() || value.isNull())
             return std::nullopt;
         return value;
     }
 
-    /// Makes a change and writes it. What cannot be written is told in the log, the first time.
-    template <class Change>
-    void write(Change &&change)
+    /// Stores a value, or, when it is invalid, removes what is stored.
+    void store(const QString &key, const QVariant &value)
     {
-        const bool isFree = hasHome() && isLockFree();
-        if (isFree) {
-            change(settings_);
-            settings_.sync();
+        if (!canBeWritten()) {
+            tellUnwritten(key);
+            return;
         }
-        const bool failed = !isFree || settings_.status() != QSettings::NoError;
-        if (failed && !lastWriteFailed)
-            systemLog(QStringLiteral("The preferences cannot be written: ") + settings_.fileName());
-        lastWriteFailed = failed;
+        if (value.isValid())
+            settings_->setValue(key, value);
+        else
+            settings_->remove(key);
+        settings_->sync();
+        if (settings_->status() == QSettings::AccessError)
+            tellUnwritten(key);
     }
 
-    /// Reads what others have written. False when that, or the last change, has failed.
     bool synchronise()
     {
-        settings_.sync();
-        return settings_.status() == QSettings::NoError && !lastWriteFailed;
+        if (!canBeWritten())
+            return false;
+        settings_->sync();
+        return settings_->status() == QSettings::NoError;
     }
 
 private:
-    // Without a home of its own a process has that of the whole system, to Qt, or one that depends
-    // on where it was started.
-    bool hasHome() const
+    // What Qt is given when it cannot be written is tried again with each later use, and waited
+    // for.
+    bool canBeWritten() const
     {
-        const QString config = QDir(QDir::homePath()).absoluteFilePath(QStringLiteral(".config/"));
-        const QString file = QFileInfo(settings_.fileName()).absoluteFilePath();
-        return QDir::isAbsolutePath(qEnvironmentVariable("HOME")) ||
-               !QDir::cleanPath(file).startsWith(QDir::cleanPath(config));
+        return settings_ && isLockFree(settings_->fileName() + QLatin1String(".lock"));
     }
 
-    // Qt waits for the lock for as long as it takes, and then for half a minute if a killed process
-    // has left it half made. Once it was in the way, it is not waited for again until it is free.
-    bool isLockFree() const
+    void tellUnwritten(const QString &key) const
     {
-        const QString path = settings_.fileName() + QLatin1String(".lock");
-        struct stat status = {};
-        if (lstat(QFile::encodeName(path).constData(), &status) != 0)
-            return true;
-        if (!S_ISREG(status.st_mode))
-            return false;
-        QLockFile lock(path);
-        lock.setStaleLockTime(static_cast<int>(longestLock.count()));
-        return lock.tryLock(lastWriteFailed ? 0 : static_cast<int>(longestWait.count()));
+        systemLog(QStringLiteral("preference %1 not written: %2")
+                      .arg(key, files_ ? files_->application + QLatin1String(" or its lock is not "
+                                                                             "accessible")
+                                       : QStringLiteral("HOME names no directory")));
     }
 
     const std::lock_guard<std::mutex> lock_{settingsMutex};
-    QSettings settings_;
+    const std::optional<SettingsFiles> files_ = settingsFiles();
+    std::optional<QSettings> settings_;
 };
 
 QString unshared(const QString &text)
@@ -100,7 +166,7 @@ QString unshared(const QString &text)
 
 std::optional<bool> Preferences::boolean(const QString &key)
 {
-    LockedSettings settings;
+    const LockedSettings settings;
     const auto value = settings.stored(key);
     if (!value)
         return std::nullopt;
@@ -112,12 +178,12 @@ std::optional<bool> Preferences::boolean(const QString &key)
 
 void Preferences::setBoolean(const QString &key, bool value)
 {
-    LockedSettings().write([&](QSettings &settings) { settings.setValue(key, value); });
+    LockedSettings().store(key, value);
 }
 
 std::optional<QDateTime> Preferences::date(const QString &key)
 {
-    LockedSettings settings;
+    const LockedSettings settings;
     const auto value = settings.stored(key);
     const QDateTime date = value ? value->toDateTime() : QDateTime();
     if (!date.isValid())
@@ -127,12 +193,12 @@ std::optional<QDateTime> Preferences::date(const QString &key)
 
 void Preferences::setDate(const QString &key, const QDateTime &value)
 {
-    LockedSettings().write([&](QSettings &settings) { settings.setValue(key, value); });
+    LockedSettings().store(key, value);
 }
 
 std::optional<QString> Preferences::text(const QString &key)
 {
-    LockedSettings settings;
+    const LockedSettings settings;
     const auto value = settings.stored(key);
     if (!value || !value->canConvert<QString>())
         return std::nullopt;
@@ -141,17 +207,24 @@ std::optional<QString> Preferences::text(const QString &key)
 
 void Preferences::setText(const QString &key, const QString &value)
 {
-    LockedSettings().write([&](QSettings &settings) { settings.setValue(key, unshared(value)); });
+    LockedSettings().store(key, unshared(value));
 }
 
 void Preferences::remove(const QString &key)
 {
-    LockedSettings().write([&](QSettings &settings) { settings.remove(key); });
+    LockedSettings().store(key, {});
 }
 
 bool Preferences::synchronise()
 {
     return LockedSettings().synchronise();
+}
+
+QString Preferences::path()
+{
+    const std::lock_guard<std::mutex> lock(settingsMutex);
+    const auto files = settingsFiles();
+    return files ? files->application : QString();
 }
 
 } // namespace ZVPlatform

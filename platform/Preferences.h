@@ -8,9 +8,9 @@
 namespace ZVPlatform {
 
 /// The user's standard preferences: the settings of the host application, shared with its other
-/// processes. Reading answers nothing for a key that is absent or holds something else. Writing
-/// waits for other processes for two seconds at most; what cannot be written is lost, which the log
-/// says. Without a home directory nothing is written. Any thread.
+/// processes. Reading answers nothing for a key that is absent, holds something else or cannot be
+/// read; what cannot be written is dropped, with a line in the system log. Neither takes more than
+/// two seconds, whatever lies in the way. Without a home directory there are none. Any thread.
 class Preferences
 {
 public:
@@ -25,9 +25,12 @@ public:
 
     static void remove(const QString &key);
 
-    /// Reads what other processes have written. False when the preferences cannot be read, or the
-    /// last change could not be written.
+    /// Writes what has been set and reads what other processes have written. False when the
+    /// preferences cannot be read or written.
     static bool synchronise();
+
+    /// The file that they are kept in; empty without a home directory.
+    static QString path();
 };
 
 } // namespace ZVPlatform

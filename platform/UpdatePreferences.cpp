@@ -61,3 +61,8 @@ bool UpdatePreferences::synchronise()
 {
     return Preferences::synchronise();
 }
+
+QString UpdatePreferences::path()
+{
+    return Preferences::path();
+}

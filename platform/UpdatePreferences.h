@@ -43,4 +43,7 @@ public:
     /// Exchanges what has been set with the host's other processes. False when the preferences
     /// cannot be read or written.
     static bool synchronise();
+
+    /// The file that they are kept in; empty where there is no home directory to keep it in.
+    static QString path();
 };

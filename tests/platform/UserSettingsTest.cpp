@@ -4,6 +4,9 @@
 #include "support/TestFiles.h"
 
 #include <QCoreApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QLockFile>
 #include <QSettings>
 
 #include <gmock/gmock.h>
@@ -16,6 +19,26 @@
 
 using namespace ZVPlatform;
 using testing::HasSubstr;
+
+namespace {
+
+// Runs one test of this program in a process of its own, and returns what that prints. Not
+// QProcess: it shares memory with its child at first, which blinds thread sanitizer.
+std::string printedByTest(const QByteArray &name, const QByteArray &environment)
+{
+    const QByteArray command = environment + " '" +
+                               QFile::encodeName(QCoreApplication::applicationFilePath()) +
+                               "' --gtest_filter=" + name;
+    FILE *const output = ::popen(command.constData(), "r");
+    QFile pipe;
+    if (output == nullptr || !pipe.open(output, QIODevice::ReadOnly))
+        qFatal("%s cannot be run", command.constData());
+    const QByteArray printed = pipe.readAll();
+    EXPECT_EQ(::pclose(output), 0) << printed.constData();
+    return printed.toStdString();
+}
+
+} // namespace
 
 TEST(Preferences, KeepWhatTheyAreGiven)
 {
@@ -57,31 +80,99 @@ TEST(Preferences, ShowWhatAnotherProcessHasWritten)
     EXPECT_EQ(Preferences::boolean(QStringLiteral("flag")), std::nullopt);
 }
 
-TEST(Preferences, DoNotWaitForWhatIsInTheLocksPlace)
+TEST(Preferences, AreNeverWaitedForLong)
 {
-    const QString lock = QSettings().fileName() + QStringLiteral(".lock");
-    const QByteArray path = QFile::encodeName(lock);
-    const std::tuple<const char *, std::function<bool()>, bool> rows[] = {
-        {"left empty", [&] { return writeFile(lock, {}), true; }, true},
-        {"of another machine", [&] { return writeFile(lock, "1\nhost\nelsewhere\n"), true; }, true},
-        {"directory", [&] { return mkdir(path.constData(), 0700) == 0; }, false},
-        {"pipe", [&] { return mkfifo(path.constData(), 0600) == 0; }, false},
-        {"link to nowhere", [&] { return symlink("nowhere", path.constData()) == 0; }, false}};
+    const QString file = QSettings().fileName();
+    const QString lock = file + QStringLiteral(".lock");
+    const auto fifo = [](const QString &path) {
+        EXPECT_EQ(mkfifo(QFile::encodeName(path).constData(), 0600), 0);
+    };
+    const auto directory = [](const QString &path) { EXPECT_TRUE(QDir().mkpath(path)); };
+    const auto linkTo = [](const char *target) {
+        return [target](const QString &path) {
+            EXPECT_EQ(symlink(target, QFile::encodeName(path).constData()), 0);
+        };
+    };
+    const auto content = [](const char *bytes) {
+        return [bytes](const QString &path) { writeFile(path, bytes); };
+    };
+    QLockFile other(lock);
+    const struct
+    {
+        const char *name;
+        QString path;
+        std::function<void(const QString &)> make;
+        bool isRead;
+        bool isWritten;
+    } rows[] = {
+        {"empty lock", lock, content(""), true, true},
+        {"foreign lock", lock, content("not of Qt"), true, true},
+        {"lock of another host", lock, content("1\nhost\nelsewhere\n\n\n"), true, true},
+        {"lock that is held", lock, [&](const QString &) { EXPECT_TRUE(other.lock()); }, true,
+         false},
+        {"directory for a lock", lock, directory, true, false},
+        {"pipe for a lock", lock, fifo, true, false},
+        {"link for a lock", lock, linkTo("/nowhere"), true, false},
+        {"directory", file, directory, false, false},
+        {"pipe", file, fifo, false, false},
+        {"endless file", file, linkTo("/dev/zero"), false, false},
+    };
     const QString key = QStringLiteral("key");
-    for (const auto &[name, place, isWritten] : rows) {
-        SCOPED_TRACE(name);
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.name);
         Preferences::setText(key, QStringLiteral("before"));
-        EXPECT_TRUE(Preferences::synchronise());
-        ASSERT_TRUE(place());
+        ASSERT_TRUE(Preferences::synchronise());
+        if (row.path == file) {
+            ASSERT_TRUE(QFile::remove(file));
+        }
+        row.make(row.path);
+
         const LogCapture log;
+        QElapsedTimer timer;
+        timer.start();
+        const auto read = Preferences::text(key);
         Preferences::setText(key, QStringLiteral("after"));
-        Preferences::remove(QStringLiteral("other"));
-        EXPECT_EQ(Preferences::synchronise(), isWritten);
-        EXPECT_EQ(Preferences::text(key),
-                  isWritten ? QStringLiteral("after") : QStringLiteral("before"));
-        EXPECT_EQ(log.lines().size(), isWritten ? 0 : 1);
-        std::remove(path.constData());
+        EXPECT_EQ(Preferences::synchronise(), row.isWritten);
+        EXPECT_LT(timer.elapsed(), 15000); // Qt itself waits thirty seconds or for ever.
+        EXPECT_EQ(read.has_value(), row.isRead);
+        EXPECT_EQ(log.lines().size(), row.isWritten ? 0 : 1);
+
+        other.unlock();
+        if (!QFile::remove(row.path))
+            QDir().rmdir(row.path);
     }
+    Preferences::remove(key);
+    EXPECT_TRUE(Preferences::synchronise());
+}
+
+TEST(Preferences, AreNowhereWithoutAHome)
+{
+    if (qEnvironmentVariableIsSet("ZVUPDATE_TEST_HOME")) {
+        qputenv("HOME", qgetenv("ZVUPDATE_TEST_HOME"));
+        if (qEnvironmentVariableIsEmpty("ZVUPDATE_TEST_HOME"))
+            qunsetenv("HOME");
+        qunsetenv("XDG_CONFIG_HOME");
+        const LogCapture log;
+        Preferences::setBoolean(QStringLiteral("flag"), true);
+        const bool isKept = Preferences::boolean(QStringLiteral("flag")).has_value();
+        std::printf("<%d %d %s %s>", isKept, Preferences::synchronise(),
+                    qPrintable(Preferences::path()), qPrintable(log.lines().join(u';')));
+        return;
+    }
+    const QByteArray nowhere = "<0 0  preference flag not written: HOME names no directory>";
+    const QString home = QDir::homePath();
+    const QString kept = home + QStringLiteral("/.config/ZVUpdateTests/ZVUpdateTests.conf");
+    const std::pair<QByteArray, QByteArray> rows[] = {
+        {"", nowhere},
+        {"not/absolute", nowhere},
+        {QFile::encodeName(home), "<1 1 " + QFile::encodeName(kept) + " >"},
+    };
+    for (const auto &[value, expected] : rows)
+        EXPECT_THAT(printedByTest("Preferences.AreNowhereWithoutAHome",
+                                  "ZVUPDATE_TEST_HOME='" + value + "'"),
+                    HasSubstr(expected.toStdString()));
+    EXPECT_FALSE(QFile::exists(QStringLiteral("/.config/ZVUpdateTests")));
+    EXPECT_FALSE(QFile::exists(QStringLiteral("not/absolute")));
 }
 
 // The environment is read once a process, so each row has one of its own, which runs this test.
@@ -113,18 +204,10 @@ TEST(Locale, IsTheOneOfTheEnvironment)
         {"LC_ALL=en_US.UTF-8 LANGUAGE=zh_TW:de", "<en_US: zh-TW zh-Hant-TW zh-Hant zh de "},
         {"LC_ALL=C.UTF-8 LANGUAGE=zh_TW:de", "<en: zh-TW zh-Hant-TW zh-Hant zh de "},
     };
-    const QByteArray program = QFile::encodeName(QCoreApplication::applicationFilePath());
-    for (const auto &row : rows) {
-        const QByteArray command =
-            QByteArray("env -u LC_ALL -u LC_MESSAGES -u LC_NUMERIC -u LANG -u LANGUAGE ") +
-            row.environment + " ZVUPDATE_TEST_PRINTS_LOCALE=1 '" + program +
-            "' --gtest_filter=Locale.IsTheOneOfTheEnvironment";
-        // Not QProcess: it shares memory with its child at first, which blinds thread sanitizer.
-        FILE *const output = ::popen(command.constData(), "r");
-        ASSERT_NE(output, nullptr);
-        QFile pipe;
-        ASSERT_TRUE(pipe.open(output, QIODevice::ReadOnly));
-        EXPECT_THAT(pipe.readAll().toStdString(), HasSubstr(row.expected)) << command.data();
-        EXPECT_EQ(::pclose(output), 0);
-    }
+    const QByteArray without = "env -u LC_ALL -u LC_MESSAGES -u LC_NUMERIC -u LANG -u LANGUAGE "
+                               "ZVUPDATE_TEST_PRINTS_LOCALE=1 ";
+    for (const auto &row : rows)
+        EXPECT_THAT(printedByTest("Locale.IsTheOneOfTheEnvironment", without + row.environment),
+                    HasSubstr(row.expected))
+            << row.environment;
 }

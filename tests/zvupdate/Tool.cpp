@@ -16,15 +16,13 @@ extern "C" const char *__tsan_default_options()
     return "die_after_fork=0";
 }
 
-Tool::Tool(const QStringList &arguments, int standardOutput, const Environment &changed)
+Tool::Tool(const QStringList &arguments, int standardOutput, const QString &locale)
 {
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    for (auto variable = changed.begin(); variable != changed.end(); ++variable) {
-        environment.remove(variable.key());
-        if (!variable->isNull())
-            environment.insert(variable.key(), *variable);
+    if (!locale.isEmpty()) {
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("LC_ALL"), locale);
+        process_.setProcessEnvironment(environment);
     }
-    process_.setProcessEnvironment(environment);
     if (standardOutput >= 0)
         process_.setChildProcessModifier([standardOutput] { dup2(standardOutput, STDOUT_FILENO); });
     process_.start(QStringLiteral(ZVUPDATE_PROGRAM), arguments, QIODevice::ReadOnly);

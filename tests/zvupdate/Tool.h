@@ -1,7 +1,6 @@
 #pragma once
 
 #include <QJsonObject>
-#include <QMap>
 #include <QProcess>
 #include <QStringList>
 
@@ -17,12 +16,9 @@ public:
         QString errors;
     };
 
-    using Environment = QMap<QString, QString>;
-
-    /// Starts it, if that is given with an open file as its standard output, and with these
-    /// variables of the environment changed; a null value takes one away.
+    /// Starts it, if that is given with an open file as its standard output.
     explicit Tool(const QStringList &arguments, int standardOutput = -1,
-                  const Environment &changed = {});
+                  const QString &locale = {});
     ~Tool();
 
     /// Starts it and waits for its end.

@@ -6,7 +6,6 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QRegularExpression>
-#include <QSettings>
 #include <QStorageInfo>
 #include <QUrl>
 
@@ -114,11 +113,13 @@ void Doctor::examineClock()
 
 void Doctor::examinePreferences()
 {
-    const QString path = QSettings().fileName();
+    const QString path = UpdatePreferences::path();
     const QFileInfo file(path);
-    if (!UpdatePreferences::synchronise())
+    if (path.isEmpty())
+        wrong(u"preferences"_s, u"HOME names no directory to keep them in."_s, u"Set it."_s);
+    else if (!UpdatePreferences::synchronise())
         wrong(u"preferences"_s, u"%1 cannot be read."_s.arg(path),
-              u"Make it readable, or remove it if it is damaged."_s);
+              u"Make it readable, or remove it if it is damaged, and %1.lock with it."_s.arg(path));
     else if (!isUsable(existingPart(file.path())) || (file.exists() && !file.isWritable()))
         wrong(u"preferences"_s, u"%1 cannot be written."_s.arg(path),
               u"Make it and its folder writable."_s);

@@ -6,7 +6,6 @@
 
 #include <ZVUpdate/ZVUpdate.h>
 
-#include <QSettings>
 #include <QTimeZone>
 
 using namespace Qt::StringLiterals;
@@ -75,10 +74,13 @@ int preferences(const Arguments &arguments, Console &console)
             *automatic == unset ? std::nullopt : std::optional(*automatic == u"on"_s));
     if (nextCheck)
         UpdatePreferences::setNextCheckDate(date);
-    if (!UpdatePreferences::synchronise())
-        return refuse(Failure,
-                      u"%1 cannot be read or written; make it and its folder accessible"_s.arg(
-                          QSettings().fileName()));
+    if (!UpdatePreferences::synchronise()) {
+        const QString path = UpdatePreferences::path();
+        return refuse(Failure, path.isEmpty()
+                                   ? u"HOME names no directory to keep them in; set it"_s
+                                   : u"%1 cannot be read or written; make it, its folder and "
+                                     "%1.lock accessible"_s.arg(path));
+    }
 
     if (arguments.isSet(u"json"_s))
         showToPrograms(console);
