@@ -104,8 +104,9 @@ int64_t ZVUpdateProc::updateWithDelegate(ZVUpdateProcDelegate *delegate)
         Files::createDirectory(*directory);
     const auto client = std::make_shared<UpdateLogicFunc>();
     client->setDelegate(this);
-    ReplacedClients::keep(mCurrentDownloadUpdateLogic());
+    auto former = mCurrentDownloadUpdateLogic();
     setMCurrentDownloadUpdateLogic(client);
+    ReplacedClients::keep(std::move(former));
 
     // The reply and the client are kept for those who ask later; the check goes on with its own.
     const auto reply = client->doCheckUpdate(*productID, *productVersion);
@@ -116,7 +117,11 @@ int64_t ZVUpdateProc::updateWithDelegate(ZVUpdateProcDelegate *delegate)
     if (!reply->ok() || version.isEmpty() || digest.isEmpty() || !files)
         return endCheck(ZVNoUpdate);
     debugLog(QStringLiteral("checkUpdate OK ... ") + reply->debugDescription());
-    return fetch(*client, *files, digest);
+    const int64_t result = fetch(*client, *files, digest);
+    // Another check may have replaced the client before there was a download to keep it for.
+    if (client != mCurrentDownloadUpdateLogic())
+        ReplacedClients::keep(client);
+    return result;
 }
 
 QString ZVUpdateProc::getDefaultLangID() const

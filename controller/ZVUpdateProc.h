@@ -23,10 +23,10 @@ struct UpdateFiles;
 /// and verifies a newer installer and tells the host's delegate.
 ///
 /// Usually the shared controller; others may be made, too. One that std::shared_ptr owns stays
-/// until a notification that is on its way has been made, any other takes that with it. Its
-/// functions are to be called from one thread, in practice the main thread, unless they say
-/// otherwise; the getters of properties may be called from any thread. An absent text
-/// (std::nullopt) counts as not configured.
+/// until a notification that is on its way has been made; any other takes that with it, and is to
+/// be destroyed on the main thread. Its functions are to be called from one thread, in practice the
+/// main thread, unless they say otherwise; the getters of properties may be called from any thread.
+/// An absent text (std::nullopt) counts as not configured.
 ///
 /// The host needs an application object (QCoreApplication or one derived from it), made before the
 /// first check, and a loop on its thread that dispatches its events: Qt's, or a GLib main loop

@@ -14,8 +14,8 @@ public:
     virtual ~ZVUpdateProcDelegate() = default;
 
     /// A verified installer lies at path. Called from the event loop, never inside the call that
-    /// asked for the update. Look before you use the file: where it could not be given that name, as
-    /// in a directory that may only be read, there is none.
+    /// asked for the update. Look before you use the file: where it could not be given that name,
+    /// as in a directory that may only be read, there is none.
     virtual void UpdateFileReady(const QString &path) = 0;
 
     /// The user chose to update in the prompt window; the installer has been opened.

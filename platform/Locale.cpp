@@ -55,7 +55,11 @@ bool isC(const QLocale &locale)
 QString currentLocaleIdentifier()
 {
     const QString identifier = localeIdentifier();
-    return isC(QLocale(identifier)) ? QStringLiteral("en") : identifier;
+    const QLocale locale(identifier);
+    if (isC(locale))
+        return QStringLiteral("en");
+    // Of a language without a region Qt knows the usual one, by which it chooses the labels, too.
+    return identifier.contains(QLatin1Char('_')) ? identifier : locale.name();
 }
 
 QStringList preferredLanguages()

@@ -54,10 +54,11 @@ void dropReceiver()
 
 void MainQueue::async(std::function<void()> job)
 {
-    const std::lock_guard lock(mutex);
+    std::unique_lock lock(mutex);
     if (!receiver) {
         const QCoreApplication *application = QCoreApplication::instance();
         if (!application) {
+            lock.unlock(); // What the host does with a line of the log is its own affair.
             systemLog(QStringLiteral("Nobody can be told: there is no QCoreApplication."));
             return;
         }

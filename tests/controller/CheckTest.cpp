@@ -151,9 +151,14 @@ TEST_F(ControllerTest, KeepsWhatTheLatestCheckHasFound)
 
 TEST_F(ControllerTest, GoesOnWithItsOwnClient)
 {
-    service.setOffer(
-        {.meanwhile = [this] { controller->setMCurrentDownloadUpdateLogic(nullptr); }});
+    const auto gate = std::make_shared<Gate>();
+    service.setOffer({.gate = gate, .meanwhile = [this] {
+                          controller->setMCurrentDownloadUpdateLogic(nullptr); // As another's does.
+                      }});
     EXPECT_EQ(check(), 1);
+    gate->open();
+    EXPECT_TRUE(waitFor([&] { return !host.heard.isEmpty(); }));
+    EXPECT_EQ(contentOf(diskImage), good);
 }
 
 TEST_F(ControllerTest, TakesAnEmptyDirectoryForTheWorkingDirectory)

@@ -200,6 +200,7 @@ TEST(Locale, IsTheOneOfTheEnvironment)
         {"LC_ALL=C", "<en: en>"},
         {"LC_ALL=POSIX", "<en: en>"},
         {"LC_ALL=C.UTF-8", "<en: en>"},
+        {"LC_ALL=zh", "<zh_CN: zh zh-Hans-CN zh-Hans "},
         {"LC_ALL=en_TW.UTF-8 LANGUAGE=en", "<en_TW: en "},
         {"LC_ALL=en_US.UTF-8 LANGUAGE=zh_TW:de", "<en_US: zh-TW zh-Hant-TW zh-Hant zh de "},
         {"LC_ALL=C.UTF-8 LANGUAGE=zh_TW:de", "<en: zh-TW zh-Hant-TW zh-Hant zh de "},

@@ -20,6 +20,7 @@ QString runHost(const QString &kind, const QString &locale, const QString &prefe
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.remove(u"LC_ALL"_s);
     environment.remove(u"LC_MESSAGES"_s);
+    environment.insert(u"LC_NUMERIC"_s, u"C"_s); // How to write numbers says nothing of words.
     environment.insert(u"LANG"_s, locale);
     environment.insert(u"LANGUAGE"_s, preferredLanguages);
     writeFile(directory.filePath(u"screen.json"_s),
