@@ -22,7 +22,7 @@ namespace {
 // To write the settings takes milliseconds. A lock that is older and that nobody holds was left by
 // a process that has been killed, perhaps before it had written into the lock whose it is.
 constexpr std::chrono::milliseconds leftLockAge(1000);
-constexpr std::chrono::milliseconds longestLockWait(1500);
+constexpr std::chrono::milliseconds longestSettingsWait(1500);
 
 std::mutex settingsMutex;
 
@@ -86,8 +86,9 @@ bool isLockFree(const QString &path)
     QLockFile lock(path);
     lock.setStaleLockTime(static_cast<int>(leftLockAge.count()));
     // Where there can be no lock at all, Qt does not wait for it.
-    const bool isFree = lock.tryLock(isWaitedFor ? static_cast<int>(longestLockWait.count()) : 0) ||
-                        lock.error() != QLockFile::LockFailedError;
+    const bool isFree =
+        lock.tryLock(isWaitedFor ? static_cast<int>(longestSettingsWait.count()) : 0) ||
+        lock.error() != QLockFile::LockFailedError;
     isWaitedFor = isFree;
     return isFree;
 }

@@ -52,9 +52,9 @@ std::optional<std::vector<uint32_t>> property(xcb_connection_t *connection, xcb_
 bool Keyboard::isFree()
 {
     const auto *x11 = qApp->nativeInterface<QNativeInterface::QX11Application>();
-    if (!x11)
+    xcb_connection_t *connection = x11 ? x11->connection() : nullptr;
+    if (!connection)
         return false;
-    xcb_connection_t *connection = x11->connection();
     const xcb_window_t root = xcb_setup_roots_iterator(xcb_get_setup(connection)).data->root;
     const auto active = property(connection, root, "_NET_ACTIVE_WINDOW");
     if (!active || active->empty() || active->front() == XCB_WINDOW_NONE)
