@@ -6,7 +6,7 @@
 #include "controller/ZVUpdateProc.h"
 #include "controller/ZVUpdateProcDelegate.h"
 #include "controller/ZVUpdateVersion.h"
-#include "platform/UpdatePreferences.h"
+#include "preferences/UpdatePreferences.h"
 #include "service/HttpFunctionURLEncode.h"
 #include "service/LanguageCodes.h"
 #include "transport/DownloadMode.h"

@@ -9,11 +9,11 @@ set(publicHeaders
     controller/ZVUpdateProc.h
     controller/ZVUpdateProcDelegate.h
     controller/ZVUpdateVersion.h
-    platform/DelegateAnchor.h
+    platform/threads/DelegateAnchor.h
     platform/Error.h
     platform/Export.h
-    platform/Guarded.h
-    platform/UpdatePreferences.h
+    platform/threads/Guarded.h
+    preferences/UpdatePreferences.h
     service/BaseResponse.h
     service/CheckUpdateResponse.h
     service/HttpFunctionURLEncode.h

@@ -6,27 +6,27 @@ add_library(zvupdate_core_objects OBJECT
     controller/UpdateFiles.cpp
     controller/ZVUpdateProc.cpp
     controller/ZVUpdateVersion.cpp
-    platform/ApplicationEnd.cpp
+    platform/threads/ApplicationEnd.cpp
     platform/Error.cpp
-    platform/FileDigest.cpp
-    platform/Files.cpp
-    platform/HttpErrors.cpp
-    platform/HttpExchange.cpp
-    platform/HttpHandle.cpp
-    platform/HttpReply.cpp
-    platform/HttpTransfer.cpp
-    platform/Json.cpp
-    platform/Locale.cpp
-    platform/LockedFile.cpp
-    platform/MainQueue.cpp
-    platform/PartialFile.cpp
-    platform/Preferences.cpp
-    platform/RunLoop.cpp
-    platform/SerialQueue.cpp
-    platform/SystemLog.cpp
-    platform/Text.cpp
-    platform/UpdatePreferences.cpp
-    platform/Worker.cpp
+    platform/files/FileDigest.cpp
+    platform/files/Files.cpp
+    platform/http/HttpErrors.cpp
+    platform/http/HttpExchange.cpp
+    platform/http/HttpHandle.cpp
+    platform/http/HttpReply.cpp
+    platform/http/HttpTransfer.cpp
+    platform/settings/Json.cpp
+    platform/settings/Locale.cpp
+    platform/files/LockedFile.cpp
+    platform/threads/MainQueue.cpp
+    platform/files/PartialFile.cpp
+    platform/settings/Preferences.cpp
+    platform/threads/RunLoop.cpp
+    platform/threads/SerialQueue.cpp
+    platform/settings/SystemLog.cpp
+    platform/settings/Text.cpp
+    preferences/UpdatePreferences.cpp
+    platform/threads/Worker.cpp
     service/BaseResponse.cpp
     service/CheckUpdateResponse.cpp
     service/HttpFunctionURLEncode.cpp

@@ -40,13 +40,13 @@ add_custom_command(
 
 add_library(zvupdate_window_objects OBJECT
     controller/ZVUpdateProcWindow.cpp
-    platform/ApplicationIcon.cpp
-    platform/Bundle.cpp
-    platform/KeyGuard.cpp
-    platform/PlainTextView.cpp
-    platform/PowerOffObserver.cpp
-    platform/WindowLayout.cpp
-    platform/WindowSystem.cpp
+    platform/desktop/ApplicationIcon.cpp
+    platform/settings/Bundle.cpp
+    platform/desktop/KeyGuard.cpp
+    platform/desktop/PlainTextView.cpp
+    platform/desktop/PowerOffObserver.cpp
+    platform/desktop/WindowLayout.cpp
+    platform/desktop/WindowSystem.cpp
     ui/UpdateInfoWindowController.cpp
     ui/VerticalCenterTextField.cpp
     ${bundle}/ZVUpdateResources.cpp)

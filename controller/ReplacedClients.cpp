@@ -1,6 +1,6 @@
 #include "ReplacedClients.h"
 
-#include "../platform/ApplicationEnd.h"
+#include "../platform/threads/ApplicationEnd.h"
 #include "../service/UpdateLogicFunc.h"
 
 #include <algorithm>

@@ -1,6 +1,6 @@
 #include "UpdateFiles.h"
 
-#include "../platform/Files.h"
+#include "../platform/files/Files.h"
 
 using ZVPlatform::Files;
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "../platform/Export.h"
-#include "../platform/Guarded.h"
+#include "../platform/threads/Guarded.h"
 #include "../service/CheckUpdateResponse.h"
 #include "../service/UpdateLogicFunc.h"
 #include "../service/UpdateLogicFuncDelegate.h"

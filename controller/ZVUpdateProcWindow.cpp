@@ -1,4 +1,4 @@
-#include "../platform/Files.h"
+#include "../platform/files/Files.h"
 #include "../ui/UpdateInfoWindowController.h"
 #include "UpdateFiles.h"
 #include "ZVUpdateProc.h"

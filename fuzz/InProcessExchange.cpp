@@ -1,7 +1,7 @@
 #include "InProcessExchange.h"
 
-#include "platform/HttpErrors.h"
-#include "platform/HttpExchange.h"
+#include "platform/http/HttpErrors.h"
+#include "platform/http/HttpExchange.h"
 
 #include <utility>
 

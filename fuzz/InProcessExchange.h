@@ -1,7 +1,7 @@
 #pragma once
 
 #include "platform/Error.h"
-#include "platform/HttpRequest.h"
+#include "platform/http/HttpRequest.h"
 
 #include <QByteArray>
 #include <QByteArrayList>

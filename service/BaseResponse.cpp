@@ -1,7 +1,7 @@
 #include "BaseResponse.h"
 
-#include "../platform/Json.h"
-#include "../platform/Text.h"
+#include "../platform/settings/Json.h"
+#include "../platform/settings/Text.h"
 
 using namespace ZVPlatform;
 

@@ -1,7 +1,7 @@
 #include "CheckUpdateResponse.h"
 
-#include "../platform/Json.h"
-#include "../platform/Text.h"
+#include "../platform/settings/Json.h"
+#include "../platform/settings/Text.h"
 #include "BaseResponse.h"
 #include "HttpFunctionURLEncode.h"
 #include "LanguageCodes.h"

@@ -1,8 +1,8 @@
 #include "UpdateLogicFunc.h"
 
-#include "../platform/Files.h"
-#include "../platform/RunLoop.h"
-#include "../platform/SystemLog.h"
+#include "../platform/files/Files.h"
+#include "../platform/settings/SystemLog.h"
+#include "../platform/threads/RunLoop.h"
 #include "../transport/HttpFunctionPost.h"
 
 #include <chrono>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "../platform/DelegateAnchor.h"
 #include "../platform/Export.h"
+#include "../platform/threads/DelegateAnchor.h"
 
 #include <QString>
 

@@ -1,6 +1,6 @@
 #include "XXTEA.h"
 
-#include "../platform/Text.h"
+#include "../platform/settings/Text.h"
 
 #include <QtEndian>
 

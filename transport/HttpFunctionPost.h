@@ -1,8 +1,8 @@
 #pragma once
 
-#include "../platform/DelegateAnchor.h"
-#include "../platform/Guarded.h"
-#include "../platform/HttpRequest.h"
+#include "../platform/http/HttpRequest.h"
+#include "../platform/threads/DelegateAnchor.h"
+#include "../platform/threads/Guarded.h"
 #include "HttpFunctionPostDelegate.h"
 
 #include <QByteArray>

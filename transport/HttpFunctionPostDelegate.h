@@ -1,8 +1,8 @@
 #pragma once
 
-#include "../platform/DelegateAnchor.h"
 #include "../platform/Error.h"
 #include "../platform/Export.h"
+#include "../platform/threads/DelegateAnchor.h"
 
 #include <QString>
 

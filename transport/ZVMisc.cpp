@@ -1,6 +1,6 @@
 #include "ZVMisc.h"
 
-#include "../platform/FileDigest.h"
+#include "../platform/files/FileDigest.h"
 
 QString ZVMisc::getFileMD5(const QString &path)
 {

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "../platform/Export.h"
-#include "../platform/Guarded.h"
+#include "../platform/threads/Guarded.h"
 #include "UpdateInfoWindowControllerDelegate.h"
 
 #include <QObject>

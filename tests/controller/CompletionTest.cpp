@@ -1,6 +1,6 @@
 #include "ControllerTest.h"
 
-#include "../../platform/LockedFile.h"
+#include "../../platform/files/LockedFile.h"
 #include "../support/TestFiles.h"
 #include "../support/WaitFor.h"
 

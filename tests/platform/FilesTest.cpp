@@ -1,6 +1,6 @@
-#include "platform/Files.h"
-#include "platform/LockedFile.h"
-#include "platform/PartialFile.h"
+#include "platform/files/Files.h"
+#include "platform/files/LockedFile.h"
+#include "platform/files/PartialFile.h"
 #include "support/TestFiles.h"
 
 #include <QDir>

@@ -1,6 +1,6 @@
-#include "platform/MainQueue.h"
-#include "platform/RunLoop.h"
-#include "platform/SerialQueue.h"
+#include "platform/threads/MainQueue.h"
+#include "platform/threads/RunLoop.h"
+#include "platform/threads/SerialQueue.h"
 #include "support/WaitFor.h"
 
 #include <QCoreApplication>

@@ -1,5 +1,5 @@
-#include "platform/Locale.h"
-#include "platform/Preferences.h"
+#include "platform/settings/Locale.h"
+#include "platform/settings/Preferences.h"
 #include "support/LogCapture.h"
 #include "support/TestFiles.h"
 

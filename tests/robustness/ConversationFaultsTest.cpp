@@ -1,5 +1,5 @@
 #include "../controller/ControllerTest.h"
-#include "platform/HttpExchange.h"
+#include "platform/http/HttpExchange.h"
 #include "support/Campaign.h"
 #include "support/DownloadModes.h"
 #include "support/FaultRelay.h"

@@ -1,6 +1,6 @@
 #include "OneDownload.h"
-#include "platform/Files.h"
-#include "platform/HttpExchange.h"
+#include "platform/files/Files.h"
+#include "platform/http/HttpExchange.h"
 #include "support/Campaign.h"
 #include "support/FaultRelay.h"
 #include "support/ScriptedServer.h"

@@ -1,4 +1,4 @@
-#include "platform/FileDigest.h"
+#include "platform/files/FileDigest.h"
 #include "support/TestFiles.h"
 #include "transport/ZVMisc.h"
 

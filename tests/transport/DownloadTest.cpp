@@ -1,5 +1,5 @@
-#include "platform/Files.h"
-#include "platform/HttpExchange.h"
+#include "platform/files/Files.h"
+#include "platform/http/HttpExchange.h"
 #include "support/DownloadModes.h"
 #include "support/ScriptedServer.h"
 #include "support/TestFiles.h"

@@ -1,4 +1,4 @@
-#include "platform/HttpReply.h"
+#include "platform/http/HttpReply.h"
 #include "support/FaultRelay.h"
 #include "support/LogCapture.h"
 #include "support/ScriptedServer.h"

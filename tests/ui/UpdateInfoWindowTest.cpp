@@ -1,8 +1,8 @@
 #include "../support/TestFiles.h"
 #include "WindowEvents.h"
 
-#include <platform/Bundle.h>
-#include <platform/UpdatePreferences.h>
+#include <platform/settings/Bundle.h>
+#include <preferences/UpdatePreferences.h>
 #include <ui/UpdateInfoWindowController.h>
 
 #include <QAccessible>

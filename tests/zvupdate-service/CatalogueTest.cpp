@@ -1,4 +1,4 @@
-#include "Catalogue.h"
+#include "tools/catalogue/CatalogueReader.h"
 
 #include <QDir>
 #include <QFile>
@@ -38,7 +38,7 @@ protected:
     std::optional<Catalogue> load(const QByteArray &json)
     {
         write(Catalogue::path(served()), json);
-        return Catalogue::load(served(), &error_);
+        return CatalogueReader::load(served(), &error_);
     }
 
     QTemporaryDir root_;
@@ -131,6 +131,6 @@ TEST_F(CatalogueTest, SaysWhereAndWhatIsWrong)
 
 TEST_F(CatalogueTest, SaysThatThereIsNone)
 {
-    EXPECT_FALSE(Catalogue::load(served(), &error_));
+    EXPECT_FALSE(CatalogueReader::load(served(), &error_));
     EXPECT_TRUE(error_.startsWith(Catalogue::path(served()))) << error_.toStdString();
 }

@@ -1,4 +1,4 @@
-#include "RangeHeader.h"
+#include "tools/zvupdate-service/RangeHeader.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "TokenStore.h"
+#include "tools/zvupdate-service/TokenStore.h"
 
 #include <gtest/gtest.h>
 

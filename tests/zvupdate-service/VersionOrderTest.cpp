@@ -1,4 +1,4 @@
-#include "VersionOrder.h"
+#include "tools/catalogue/VersionOrder.h"
 
 #include <QString>
 

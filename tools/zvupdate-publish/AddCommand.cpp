@@ -3,12 +3,12 @@
 #include "Commands.h"
 #include "FilePlacing.h"
 
-#include <Arguments.h>
-#include <Console.h>
-#include <JsonLine.h>
-#include <RegularFile.h>
-#include <Replies.h>
-#include <VersionOrder.h>
+#include "../catalogue/RegularFile.h"
+#include "../catalogue/Replies.h"
+#include "../catalogue/VersionOrder.h"
+#include "../commands/Arguments.h"
+#include "../commands/Console.h"
+#include "../commands/JsonLine.h"
 #include <ZVUpdate/ZVUpdate.h>
 
 #include <QDir>

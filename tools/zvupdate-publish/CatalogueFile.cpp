@@ -2,8 +2,8 @@
 
 #include "FilePlacing.h"
 
-#include <CatalogueReader.h>
-#include <VersionOrder.h>
+#include "../catalogue/CatalogueReader.h"
+#include "../catalogue/VersionOrder.h"
 
 #include <QDir>
 #include <QFile>
@@ -48,7 +48,7 @@ std::optional<CatalogueFile> CatalogueFile::read(const QString &directory, bool 
     }
     if (!QFileInfo::exists(Catalogue::path(directory)) && isNewAllowed)
         return result;
-    const auto json = Catalogue::contents(directory, error);
+    const auto json = CatalogueReader::contents(directory, error);
     if (!json)
         return std::nullopt;
     CatalogueReader reader(directory, *json);

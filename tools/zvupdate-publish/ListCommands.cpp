@@ -2,9 +2,9 @@
 #include "CatalogueOption.h"
 #include "Commands.h"
 
-#include <Arguments.h>
-#include <Console.h>
-#include <JsonLine.h>
+#include "../commands/Arguments.h"
+#include "../commands/Console.h"
+#include "../commands/JsonLine.h"
 
 #include <QFileInfo>
 #include <QJsonArray>

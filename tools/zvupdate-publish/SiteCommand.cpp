@@ -5,9 +5,9 @@
 #include "SiteContents.h"
 #include "SiteFolder.h"
 
-#include <Arguments.h>
-#include <Console.h>
-#include <JsonLine.h>
+#include "../commands/Arguments.h"
+#include "../commands/Console.h"
+#include "../commands/JsonLine.h"
 
 #include <QDir>
 #include <QFileInfo>

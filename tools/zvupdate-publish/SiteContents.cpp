@@ -1,6 +1,6 @@
 #include "SiteContents.h"
 
-#include <Replies.h>
+#include "../catalogue/Replies.h"
 #include <ZVUpdate/ZVUpdate.h>
 
 #include <QCryptographicHash>

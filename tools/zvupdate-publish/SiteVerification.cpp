@@ -1,6 +1,6 @@
 #include "SiteVerification.h"
 
-#include <VersionOrder.h>
+#include "../catalogue/VersionOrder.h"
 #include <ZVUpdate/ZVUpdate.h>
 
 #include <QCoreApplication>

@@ -3,9 +3,9 @@
 #include "Commands.h"
 #include "SiteVerification.h"
 
-#include <Arguments.h>
-#include <Console.h>
-#include <JsonLine.h>
+#include "../commands/Arguments.h"
+#include "../commands/Console.h"
+#include "../commands/JsonLine.h"
 
 #include <QJsonArray>
 

@@ -1,7 +1,7 @@
 #include "Commands.h"
 
-#include <Console.h>
-#include <Program.h>
+#include "../commands/Console.h"
+#include "../commands/Program.h"
 
 #include <QCoreApplication>
 

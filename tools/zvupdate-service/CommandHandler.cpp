@@ -1,9 +1,9 @@
 #include "CommandHandler.h"
 
+#include "../catalogue/RegularFile.h"
+#include "../catalogue/Replies.h"
+#include "../catalogue/VersionOrder.h"
 #include "RangeHeader.h"
-#include "RegularFile.h"
-#include "Replies.h"
-#include "VersionOrder.h"
 
 #include <ZVUpdate/service/HttpFunctionURLEncode.h>
 

@@ -1,6 +1,6 @@
 #include "FaultsInForce.h"
 
-#include "RegularFile.h"
+#include "../catalogue/RegularFile.h"
 #include "ServiceLog.h"
 
 #include <QDir>

@@ -1,7 +1,7 @@
 #include "ReleaseFolder.h"
 
-#include "Catalogue.h"
-#include "Replies.h"
+#include "../catalogue/CatalogueReader.h"
+#include "../catalogue/Replies.h"
 #include "ServiceLog.h"
 
 ReleaseFolder::ReleaseFolder(const QString &directory)
@@ -76,7 +76,7 @@ ReleaseFolder::ContentsPointer ReleaseFolder::read(QString *error)
 {
     auto contents = std::make_shared<Contents>();
     contents->catalogueStamp = FileStamp::of(cataloguePath_);
-    const auto catalogue = Catalogue::load(directory_, error);
+    const auto catalogue = CatalogueReader::load(directory_, error);
     if (!catalogue)
         return nullptr;
     for (const Catalogue::Product &product : catalogue->products()) {

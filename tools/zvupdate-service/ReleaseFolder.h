@@ -1,7 +1,7 @@
 #pragma once
 
-#include "FileDigests.h"
-#include "FileStamp.h"
+#include "../catalogue/FileDigests.h"
+#include "../catalogue/FileStamp.h"
 
 #include <QByteArray>
 #include <QHash>

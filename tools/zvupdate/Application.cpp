@@ -1,6 +1,6 @@
 #include "Application.h"
 
-#include "Arguments.h"
+#include "../commands/Arguments.h"
 
 #include <QCoreApplication>
 

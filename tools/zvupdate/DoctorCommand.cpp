@@ -1,10 +1,10 @@
+#include "../commands/Arguments.h"
+#include "../commands/Console.h"
+#include "../commands/JsonLine.h"
 #include "Application.h"
-#include "Arguments.h"
 #include "Commands.h"
-#include "Console.h"
 #include "Doctor.h"
 #include "HostArguments.h"
-#include "JsonLine.h"
 
 using namespace Qt::StringLiterals;
 

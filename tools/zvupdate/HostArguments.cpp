@@ -1,6 +1,6 @@
 #include "HostArguments.h"
 
-#include "Arguments.h"
+#include "../commands/Arguments.h"
 
 #include <ZVUpdate/ZVUpdate.h>
 

@@ -1,7 +1,7 @@
 #include "JsonReporter.h"
 
-#include "Console.h"
-#include "JsonLine.h"
+#include "../commands/Console.h"
+#include "../commands/JsonLine.h"
 
 #include <utility>
 

@@ -1,5 +1,5 @@
+#include "../commands/Console.h"
 #include "Commands.h"
-#include "Console.h"
 
 #include <ZVUpdate/ZVUpdate.h>
 

@@ -1,8 +1,8 @@
+#include "../commands/Arguments.h"
+#include "../commands/Console.h"
+#include "../commands/JsonLine.h"
 #include "Application.h"
-#include "Arguments.h"
 #include "Commands.h"
-#include "Console.h"
-#include "JsonLine.h"
 
 #include <ZVUpdate/ZVUpdate.h>
 

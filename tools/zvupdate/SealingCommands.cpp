@@ -1,6 +1,6 @@
-#include "Arguments.h"
+#include "../commands/Arguments.h"
+#include "../commands/Console.h"
 #include "Commands.h"
-#include "Console.h"
 
 #include <ZVUpdate/ZVUpdate.h>
 

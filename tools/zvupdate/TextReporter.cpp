@@ -1,6 +1,6 @@
 #include "TextReporter.h"
 
-#include "Console.h"
+#include "../commands/Console.h"
 
 #include <QUrl>
 

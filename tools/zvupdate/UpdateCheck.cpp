@@ -1,7 +1,7 @@
 #include "UpdateCheck.h"
 
-#include "Command.h"
-#include "Console.h"
+#include "../commands/Command.h"
+#include "../commands/Console.h"
 #include "ProgressLine.h"
 #include "PromptWindow.h"
 

@@ -1,6 +1,6 @@
+#include "../commands/Console.h"
+#include "../commands/Program.h"
 #include "Commands.h"
-#include "Console.h"
-#include "Program.h"
 #include "PromptWindow.h"
 
 #include <filesystem>

@@ -1,6 +1,6 @@
 #include "MainQueue.h"
 
-#include "SystemLog.h"
+#include "../settings/SystemLog.h"
 
 #include <QCoreApplication>
 #include <QEvent>

@@ -1,11 +1,14 @@
 #pragma once
 
-#include "Program.h"
+#include "Command.h"
+
+#include <vector>
 
 /// The texts of --help, made from the table of commands.
 namespace HelpText {
 
-QString ofProgram(const Program &program);
+QString ofProgram(const QString &program, const QString &summary,
+                  const std::vector<Command> &commands);
 QString ofCommand(const QString &program, const Command &command);
 
 } // namespace HelpText

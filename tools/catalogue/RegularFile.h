@@ -1,6 +1,6 @@
 #pragma once
 
-#include "FileDescriptor.h"
+#include "../../platform/files/FileDescriptor.h"
 
 #include <QString>
 

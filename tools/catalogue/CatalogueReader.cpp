@@ -1,12 +1,16 @@
 #include "CatalogueReader.h"
 
+#include "RegularFile.h"
 #include "VersionOrder.h"
 
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 #include <QJsonDocument>
 
 #include <algorithm>
+#include <cerrno>
+#include <system_error>
 
 using Product = Catalogue::Product;
 using Release = Catalogue::Release;
@@ -37,6 +41,32 @@ bool isPlainFileName(const QString &name)
 }
 
 } // namespace
+
+std::optional<Catalogue> CatalogueReader::load(const QString &directory, QString *error)
+{
+    const auto json = contents(directory, error);
+    if (!json)
+        return std::nullopt;
+    CatalogueReader reader(directory, *json);
+    const auto products = reader.read();
+    if (!products) {
+        *error = Catalogue::path(directory) + u':' + reader.error();
+        return std::nullopt;
+    }
+    return Catalogue(*products);
+}
+
+std::optional<QByteArray> CatalogueReader::contents(const QString &directory, QString *error)
+{
+    const FileDescriptor opened = RegularFile::open(Catalogue::path(directory));
+    QFile file;
+    if (opened.isOpen() && file.open(opened.get(), QIODevice::ReadOnly))
+        return file.readAll();
+    *error = QStringLiteral("%1: cannot be read: %2")
+                 .arg(Catalogue::path(directory),
+                      QString::fromStdString(std::generic_category().message(errno)));
+    return std::nullopt;
+}
 
 CatalogueReader::CatalogueReader(const QString &directory, const QByteArray &json)
     : directory_(QFileInfo(directory).canonicalFilePath()), json_(json)

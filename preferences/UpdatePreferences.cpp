@@ -1,6 +1,6 @@
 #include "UpdatePreferences.h"
 
-#include "Preferences.h"
+#include "../platform/settings/Preferences.h"
 
 using ZVPlatform::Preferences;
 

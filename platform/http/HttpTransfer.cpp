@@ -1,8 +1,8 @@
 #include "HttpTransfer.h"
 
+#include "../threads/MainQueue.h"
+#include "../threads/SerialQueue.h"
 #include "HttpErrors.h"
-#include "MainQueue.h"
-#include "SerialQueue.h"
 
 #include <atomic>
 #include <condition_variable>

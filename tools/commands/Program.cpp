@@ -49,7 +49,7 @@ int Program::dispatch(const QStringList &arguments, Console &console) const
 {
     const QString wanted = arguments.value(0);
     if (wanted == u"-h"_s || wanted == u"--help"_s) {
-        console.print(HelpText::ofProgram(*this).chopped(1));
+        console.print(HelpText::ofProgram(name, summary, commands).chopped(1));
         return Success;
     }
     if (wanted == u"-v"_s || wanted == u"--version"_s) {

@@ -13,6 +13,14 @@
 class CatalogueReader
 {
 public:
+    /// Reads and checks directory's releases.json. Absent when it cannot be read, does not parse or
+    /// says something that cannot be served; error is then one line with the file, the line and the
+    /// reason. A catalogue without products, or a product without releases, is not an error.
+    static std::optional<Catalogue> load(const QString &directory, QString *error);
+
+    /// What releases.json holds. Absent when it cannot be read; error is then one line.
+    static std::optional<QByteArray> contents(const QString &directory, QString *error);
+
     CatalogueReader(const QString &directory, const QByteArray &json);
 
     /// Absent when something is wrong; error() then tells.

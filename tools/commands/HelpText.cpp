@@ -75,15 +75,16 @@ QString listOfExamples(const QString &program, const QStringList &examples)
 
 } // namespace
 
-QString HelpText::ofProgram(const Program &program)
+QString HelpText::ofProgram(const QString &program, const QString &summary,
+                            const std::vector<Command> &commands)
 {
     QString list;
     QString examples;
-    for (const Command &command : program.commands) {
+    for (const Command &command : commands) {
         list += entry(command.name, command.summary, 15);
-        examples += listOfExamples(program.name, command.examples.mid(0, 1));
+        examples += listOfExamples(program, command.examples.mid(0, 1));
     }
-    return u"Usage: %1 COMMAND [options]\n\n%2\n"_s.arg(program.name, program.summary) +
+    return u"Usage: %1 COMMAND [options]\n\n%2\n"_s.arg(program, summary) +
            section(u"Commands"_s, list) +
            section(u"Options"_s,
                    entry(u"-h, --help"_s,

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Error.h"
+#include "../Error.h"
 #include "HttpRequest.h"
 
 #include <QByteArray>

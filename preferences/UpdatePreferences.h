@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Export.h"
+#include "../platform/Export.h"
 
 #include <QDateTime>
 #include <QString>
