@@ -154,7 +154,8 @@ LockedFile::Moved LockedFile::moveTo(const QString &path)
 
 void LockedFile::remove()
 {
-    if (isNameOf(path_, descriptor_))
+    const bool isFree = state_ == State::NotOpen && !path_.isEmpty();
+    if (isFree || isNameOf(path_, descriptor_))
         unlink(path_.constData());
 }
 

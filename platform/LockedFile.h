@@ -57,12 +57,15 @@ public:
     /// where the file system cannot rename.
     Moved moveTo(const QString &path);
 
-    /// Removes the file, if the name still is its own.
+    /// Removes the file, if the name still is its own, or what has the name and is NotOpen, but no
+    /// directory.
     void remove();
+
+    /// Lets go of the file, and with it of the lock.
+    void close();
 
 private:
     void open(int flags, const std::function<bool()> &stopped);
-    void close();
 
     const QByteArray path_;
     State state_ = State::NotOpen;
