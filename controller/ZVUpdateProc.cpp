@@ -147,8 +147,13 @@ void ZVUpdateProc::downloadFinishWithFilePath(const QString &path)
     // name as soon as it is not.
     LockedFile file(path, [this] { return isUnwanted(); });
     const Verified verified = installVerified(file, UpdateFiles::diskImagePathFor(path), digest);
-    if (verified == Verified::NotNow)
+    if (verified == Verified::NotNow) {
+        if (!isUnwanted())
+            systemLog(
+                QStringLiteral("Another process has the file; the next check deals with it: ") +
+                path);
         return;
+    }
     if (verified == Verified::Yes) {
         // Without a main queue the notification may have been the last owner: "this" may be gone.
         if (debug)
@@ -283,9 +288,12 @@ bool ZVUpdateProc::isUnwanted() const
 // cannot be destroyed.
 void ZVUpdateProc::scheduleFileReady(const QString &path)
 {
-    if (!delegate() || isEnding_)
+    const auto owner = weak_from_this();
+    auto owned = owner.lock();
+    const bool hasLostItsOwners = !owned && std::weak_ptr<ZVUpdateProc>().owner_before(owner);
+    if (!delegate() || isEnding_ || hasLostItsOwners)
         return;
-    MainQueue::async([owned = weak_from_this().lock(),
+    MainQueue::async([owned = std::move(owned),
                       unowned = DelegateRef<UpdateLogicFuncDelegate>(this), path] {
         const auto *controller = owned ? owned.get() : static_cast<ZVUpdateProc *>(unowned.get());
         ZVUpdateProcDelegate *host = controller ? controller->delegate() : nullptr;

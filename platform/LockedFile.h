@@ -12,8 +12,9 @@ namespace ZVPlatform {
 /// moved, removed or appended to.
 ///
 /// The lock is one that only those can take who may write to the file. Locks of others who merely
-/// read it, such as backups, are not heeded; nor is there one on file systems without locks. A file
-/// that may only be read is open, and not locked: what others may do with it is theirs to know.
+/// read it, such as backups, are not heeded, and while there is one, two writers do not exclude
+/// each other; nor is there a lock on file systems without locks. A file that may only be read is
+/// open, and not locked: what others may do with it is theirs to know.
 class LockedFile
 {
 public:
