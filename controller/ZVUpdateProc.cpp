@@ -143,9 +143,17 @@ void ZVUpdateProc::downloadFinishWithFilePath(const QString &path)
     const auto response = mLastCheckUpdateResponse();
     const auto digest = response ? response->ZVMD5() : std::nullopt;
     const bool debug = mDebug();
-    const Verified verified = installVerified(path, UpdateFiles::diskImagePathFor(path), digest);
-    if (verified == Verified::NotNow)
+    // Stays locked until a wrong file has been removed: another process may begin its own under the
+    // name as soon as it is not.
+    LockedFile file(path, [this] { return isUnwanted(); });
+    const Verified verified = installVerified(file, UpdateFiles::diskImagePathFor(path), digest);
+    if (verified == Verified::NotNow) {
+        if (!isUnwanted())
+            systemLog(
+                QStringLiteral("Another process has the file; the next check deals with it: ") +
+                path);
         return;
+    }
     if (verified == Verified::Yes) {
         // Without a main queue the notification may have been the last owner: "this" may be gone.
         if (debug)
@@ -157,7 +165,7 @@ void ZVUpdateProc::downloadFinishWithFilePath(const QString &path)
         systemLog(digest ? digest->toLower() : describe(digest));
         systemLog(QStringLiteral("MD5 錯誤!! 重新下載"));
     }
-    Files::remove(path);
+    file.remove();
 }
 
 void ZVUpdateProc::infoWindowClosedActions(uint64_t action)
@@ -225,9 +233,11 @@ int64_t ZVUpdateProc::fetch(UpdateLogicFunc &client, const UpdateFiles &files,
 
     const QString token = tokenReply->ID().value_or(QString());
     const uint64_t remoteSize = client.doGetFileSize(token, files.serviceFileName);
-    if (remoteSize == Files::size(files.temporaryPath) &&
-        installVerified(files.temporaryPath, files.diskImagePath, digest) == Verified::Yes)
-        return endCheck(ZVInstallerReady);
+    if (remoteSize == Files::size(files.temporaryPath)) {
+        LockedFile file(files.temporaryPath, [this] { return isUnwanted(); });
+        if (installVerified(file, files.diskImagePath, digest) == Verified::Yes)
+            return endCheck(ZVInstallerReady);
+    }
 
     // A file of the full size but with another digest is not removed: the download resumes it, and
     // the service has the last word.
@@ -239,17 +249,14 @@ int64_t ZVUpdateProc::fetch(UpdateLogicFunc &client, const UpdateFiles &files,
 // Verifies a complete temporary file and, when somebody wants to hear of it, gives it its final
 // name. What is verified is what gets the name: the file is locked meanwhile. One that another has
 // locked, or that is not wanted any more, stays as it is, for the next check to deal with.
-ZVUpdateProc::Verified ZVUpdateProc::installVerified(const QString &temporaryPath,
-                                                     const QString &diskImagePath,
+ZVUpdateProc::Verified ZVUpdateProc::installVerified(LockedFile &file, const QString &diskImagePath,
                                                      const std::optional<QString> &digest)
 {
-    const auto isUnwanted = [this] { return isEnding_ || UpdateLogicFunc::isStopRequestedHere(); };
-    LockedFile file(temporaryPath, isUnwanted);
     if (file.state() == LockedFile::State::InUse)
         return Verified::NotNow;
     if (file.state() == LockedFile::State::NotOpen)
         return Verified::No; // The digest of no bytes, but not the file that was announced.
-    const auto found = md5OfOpenFile(file.descriptor(), isUnwanted);
+    const auto found = md5OfOpenFile(file.descriptor(), [this] { return isUnwanted(); });
     if (!found)
         return Verified::NotNow;
     if (!isSameDigest(QString::fromLatin1(found->toHex()), digest))
@@ -264,8 +271,14 @@ ZVUpdateProc::Verified ZVUpdateProc::installVerified(const QString &temporaryPat
         systemLog(QStringLiteral("A directory is in the place of the installer: ") + diskImagePath);
     else if (moved == LockedFile::Moved::No)
         file.remove();
+    file.close(); // A file that is open for writing cannot be started as a program.
     scheduleFileReady(diskImagePath);
     return Verified::Yes;
+}
+
+bool ZVUpdateProc::isUnwanted() const
+{
+    return isEnding_ || UpdateLogicFunc::isStopRequestedHere();
 }
 
 // The notification owns the controller until it has run, unless nobody owns it by a shared pointer:
@@ -275,9 +288,12 @@ ZVUpdateProc::Verified ZVUpdateProc::installVerified(const QString &temporaryPat
 // cannot be destroyed.
 void ZVUpdateProc::scheduleFileReady(const QString &path)
 {
-    if (!delegate() || isEnding_)
+    const auto owner = weak_from_this();
+    auto owned = owner.lock();
+    const bool hasLostItsOwners = !owned && std::weak_ptr<ZVUpdateProc>().owner_before(owner);
+    if (!delegate() || isEnding_ || hasLostItsOwners)
         return;
-    MainQueue::async([owned = weak_from_this().lock(),
+    MainQueue::async([owned = std::move(owned),
                       unowned = DelegateRef<UpdateLogicFuncDelegate>(this), path] {
         const auto *controller = owned ? owned.get() : static_cast<ZVUpdateProc *>(unowned.get());
         ZVUpdateProcDelegate *host = controller ? controller->delegate() : nullptr;

@@ -15,6 +15,10 @@
 #include <memory>
 #include <optional>
 
+namespace ZVPlatform {
+class LockedFile;
+}
+
 class UpdateInfoWindowController;
 struct UpdateFiles;
 
@@ -182,8 +186,9 @@ private:
     int64_t fetch(UpdateLogicFunc &client, const UpdateFiles &files, const QString &digest);
     static void discard(const UpdateFiles &files);
     enum class Verified { Yes, No, NotNow };
-    Verified installVerified(const QString &temporaryPath, const QString &diskImagePath,
+    Verified installVerified(ZVPlatform::LockedFile &file, const QString &diskImagePath,
                              const std::optional<QString> &digest);
+    bool isUnwanted() const;
     void scheduleFileReady(const QString &path);
     void debugLog(const QString &message) const;
 

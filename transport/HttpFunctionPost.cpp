@@ -98,6 +98,9 @@ public:
             return true;
         // What is longer than it may be is not let fill the disk.
         if (!fits_ && Files::room(path()) < roomToLeave + static_cast<quint64>(bytes.size())) {
+            if (transport_->mThreadEndFlag_ == 0)
+                systemLog(QStringLiteral("Stopped, as there is no room for more on the disk: ") +
+                          path());
             transport_->threadStop();
             return true;
         }

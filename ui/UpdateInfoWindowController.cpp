@@ -172,9 +172,12 @@ void UpdateInfoWindowController::cancelAction()
 
 void UpdateInfoWindowController::systemPowerOffNotification()
 {
-    if (window_)
-        window_->close();
-    windowWillClose(); // Also when something has refused.
+    // Whoever watches the window close may destroy this controller.
+    const QPointer<QDialog> window = window_;
+    if (window)
+        window->close();
+    if (window)
+        window->hide(); // Also when something has refused.
 }
 
 void UpdateInfoWindowController::windowWillClose()

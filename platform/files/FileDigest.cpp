@@ -73,7 +73,8 @@ QByteArray md5OfFile(const QString &path)
     if (path.contains(QChar(QChar::Null)) || !QFileInfo(path).isFile() ||
         !file.open(QIODevice::ReadOnly))
         return digestOfNothing();
-    return *md5OfOpenFile(file.handle(), [] { return false; });
+    const QByteArray digest = *md5OfOpenFile(file.handle(), [] { return false; });
+    return digest.isEmpty() ? digestOfNothing() : digest;
 }
 
 std::optional<QByteArray> md5OfOpenFile(int descriptor, const std::function<bool()> &stopped)
@@ -96,7 +97,7 @@ std::optional<QByteArray> md5OfOpenFile(int descriptor, const std::function<bool
         if (got < 0 && errno == EINTR)
             continue;
         if (got <= 0)
-            return digestOfNothing();
+            return QByteArray();
         md5.add(piece.data(), static_cast<size_t>(got));
         offset += static_cast<size_t>(got);
     }

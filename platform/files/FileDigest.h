@@ -13,8 +13,8 @@ namespace ZVPlatform {
 /// computes its digests with a 32-bit length, too. Reads the whole file on the calling thread.
 QByteArray md5OfFile(const QString &path);
 
-/// The same of a regular file that is open for reading, wherever its names lead by now. Asks
-/// stopped() again and again; absent once that holds.
+/// The same of a regular file that is open for reading, wherever its names lead by now, but empty
+/// when it cannot be read to its end. Asks stopped() again and again; absent once that holds.
 std::optional<QByteArray> md5OfOpenFile(int descriptor, const std::function<bool()> &stopped);
 
 } // namespace ZVPlatform

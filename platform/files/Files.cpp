@@ -11,7 +11,6 @@
 
 #include <sys/stat.h>
 #include <sys/statvfs.h>
-#include <unistd.h>
 
 namespace ZVPlatform {
 
@@ -84,11 +83,7 @@ quint64 Files::room(const QString &path)
 
 void Files::remove(const QString &path)
 {
-    LockedFile file(path);
-    if (file.state() == LockedFile::State::Open)
-        file.remove();
-    else if (file.state() == LockedFile::State::NotOpen && isExpressible(path))
-        unlink(QFile::encodeName(path).constData());
+    LockedFile(path).remove();
 }
 
 std::optional<QString> Files::readText(const QString &path)

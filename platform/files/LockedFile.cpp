@@ -122,12 +122,17 @@ LockedFile::LockedFile(const QString &path, const std::function<bool()> &stopped
 {
     // While waiting for the lock the file may have been moved or removed by whoever held it; then
     // the name is somebody else's now, and is looked up again.
-    do {
-        close();
+    constexpr int mostMoves =
+        100; // Where a name is never found again, files have no lasting number.
+    for (int moves = 0; moves < mostMoves; ++moves) {
         open(O_RDWR, stopped);
         if (error_ == EACCES || error_ == EROFS || error_ == EPERM)
             open(O_RDONLY, stopped);
-    } while (state_ == State::Open && !isNameOf(path_, descriptor_));
+        if (state_ != State::Open || isNameOf(path_, descriptor_))
+            return;
+        close();
+    }
+    state_ = State::InUse;
 }
 
 LockedFile::~LockedFile()
@@ -154,7 +159,8 @@ LockedFile::Moved LockedFile::moveTo(const QString &path)
 
 void LockedFile::remove()
 {
-    if (isNameOf(path_, descriptor_))
+    const bool isFree = state_ == State::NotOpen && !path_.isEmpty();
+    if (isFree || isNameOf(path_, descriptor_))
         unlink(path_.constData());
 }
 

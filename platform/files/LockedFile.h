@@ -12,8 +12,9 @@ namespace ZVPlatform {
 /// moved, removed or appended to.
 ///
 /// The lock is one that only those can take who may write to the file. Locks of others who merely
-/// read it, such as backups, are not heeded; nor is there one on file systems without locks. A file
-/// that may only be read is open, and not locked: what others may do with it is theirs to know.
+/// read it, such as backups, are not heeded, and while there is one, two writers do not exclude
+/// each other; nor is there a lock on file systems without locks. A file that may only be read is
+/// open, and not locked: what others may do with it is theirs to know.
 class LockedFile
 {
 public:
@@ -57,12 +58,15 @@ public:
     /// where the file system cannot rename.
     Moved moveTo(const QString &path);
 
-    /// Removes the file, if the name still is its own.
+    /// Removes the file, if the name still is its own, or what has the name and is NotOpen, but no
+    /// directory.
     void remove();
+
+    /// Lets go of the file, and with it of the lock.
+    void close();
 
 private:
     void open(int flags, const std::function<bool()> &stopped);
-    void close();
 
     const QByteArray path_;
     State state_ = State::NotOpen;

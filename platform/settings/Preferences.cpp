@@ -113,20 +113,19 @@ public:
         return value;
     }
 
-    /// Stores a value, or, when it is invalid, removes what is stored.
-    void store(const QString &key, const QVariant &value)
+    /// Stores a value, or, when it is invalid, removes what is stored. Returns what kept it from
+    /// being written.
+    std::optional<QString> store(const QString &key, const QVariant &value)
     {
-        if (!canBeWritten()) {
-            tellUnwritten(key);
-            return;
-        }
+        if (!canBeWritten())
+            return obstacle(key);
         if (value.isValid())
             settings_->setValue(key, value);
         else
             settings_->remove(key);
         settings_->sync();
-        if (settings_->status() == QSettings::AccessError)
-            tellUnwritten(key);
+        return settings_->status() == QSettings::AccessError ? std::optional(obstacle(key))
+                                                             : std::nullopt;
     }
 
     bool synchronise()
@@ -145,18 +144,25 @@ private:
         return settings_ && isLockFree(settings_->fileName() + QLatin1String(".lock"));
     }
 
-    void tellUnwritten(const QString &key) const
+    QString obstacle(const QString &key) const
     {
-        systemLog(QStringLiteral("preference %1 not written: %2")
-                      .arg(key, files_ ? files_->application + QLatin1String(" or its lock is not "
-                                                                             "accessible")
-                                       : QStringLiteral("HOME names no directory")));
+        return QStringLiteral("preference %1 not written: %2")
+            .arg(key, files_ ? files_->application + QLatin1String(" or its lock is not accessible")
+                             : QStringLiteral("HOME names no directory"));
     }
 
     const std::lock_guard<std::mutex> lock_{settingsMutex};
     const std::optional<SettingsFiles> files_ = settingsFiles();
     std::optional<QSettings> settings_;
 };
+
+void write(const QString &key, const QVariant &value)
+{
+    // What receives the log may read preferences itself, which are no longer locked by then.
+    const auto obstacle = LockedSettings().store(key, value);
+    if (obstacle)
+        systemLog(*obstacle);
+}
 
 QString unshared(const QString &text)
 {
@@ -179,7 +185,7 @@ std::optional<bool> Preferences::boolean(const QString &key)
 
 void Preferences::setBoolean(const QString &key, bool value)
 {
-    LockedSettings().store(key, value);
+    write(key, value);
 }
 
 std::optional<QDateTime> Preferences::date(const QString &key)
@@ -194,7 +200,7 @@ std::optional<QDateTime> Preferences::date(const QString &key)
 
 void Preferences::setDate(const QString &key, const QDateTime &value)
 {
-    LockedSettings().store(key, value);
+    write(key, value);
 }
 
 std::optional<QString> Preferences::text(const QString &key)
@@ -208,12 +214,12 @@ std::optional<QString> Preferences::text(const QString &key)
 
 void Preferences::setText(const QString &key, const QString &value)
 {
-    LockedSettings().store(key, unshared(value));
+    write(key, unshared(value));
 }
 
 void Preferences::remove(const QString &key)
 {
-    LockedSettings().store(key, {});
+    write(key, {});
 }
 
 bool Preferences::synchronise()

@@ -38,7 +38,7 @@ TEST(Digest, IsTheOneOfTheBytesThatCount)
     EXPECT_EQ(ZVMisc::getFileMD5(path("four")), nothing);
 }
 
-TEST(Digest, OfAFileThatIsCutOffMeanwhileIsThatOfNoBytesAndAStopEndsIt)
+TEST(Digest, OfAFileThatIsCutOffMeanwhileIsEmptyAndAStopEndsIt)
 {
     QTemporaryFile file;
     ASSERT_TRUE(file.open());
@@ -47,7 +47,7 @@ TEST(Digest, OfAFileThatIsCutOffMeanwhileIsThatOfNoBytesAndAStopEndsIt)
     const auto cutOff = ZVPlatform::md5OfOpenFile(file.handle(), [&] {
         return ++asked == 2 && !file.resize(4096); // False, but shorter than what was read.
     });
-    EXPECT_EQ(cutOff, QByteArray::fromHex("d41d8cd98f00b204e9800998ecf8427e"));
+    EXPECT_EQ(cutOff, QByteArray());
     ASSERT_TRUE(file.resize(64 << 20));
     asked = 0;
     EXPECT_EQ(ZVPlatform::md5OfOpenFile(file.handle(), [&] { return ++asked == 2; }), std::nullopt);

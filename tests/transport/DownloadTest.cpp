@@ -36,6 +36,7 @@ Function *original(const char *name)
 } // namespace
 
 // In the place of the system's, to have them fail.
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name): theirs are reserved names.
 
 extern "C" int pthread_create(pthread_t *thread, const pthread_attr_t *attributes,
                               void *(*body)(void *), void *argument)
@@ -57,6 +58,8 @@ extern "C" int statvfs(const char *path, struct statvfs *status)
     }
     return result;
 }
+
+// NOLINTEND(readability-inconsistent-declaration-parameter-name)
 
 namespace {
 
@@ -539,8 +542,8 @@ TEST_P(Download, LeavesRoomOnTheDisk)
     const struct
     {
         Reply reply;
-        int64_t room;
-        bool isFetched;
+        int64_t room = 0;
+        bool isFetched = false;
     } rows[] = {
         {whole, 1'000'000, true},
         {whole, 999'999, false},

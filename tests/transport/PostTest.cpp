@@ -106,7 +106,7 @@ TEST(Post, WithoutAWholeReplyIsLoggedOnce)
     const struct
     {
         Reply reply;
-        const char *reason;
+        const char *reason = nullptr;
         size_t requests = 1;
     } rows[] = {
         {Reply().close(), lost},

@@ -462,6 +462,16 @@ TEST_F(UpdateInfoWindowTest, IsAGuest)
     EXPECT_EQ(controller->window(), nullptr);
 }
 
+// Under the address sanitizer.
+TEST_F(UpdateInfoWindowTest, MayBeDestroyedByWhoeverSeesItsWindowClose)
+{
+    show();
+    QObject::connect(controller->window(), &QDialog::finished, qApp,
+                     [this] { controller.reset(); });
+    controller->systemPowerOffNotification();
+    EXPECT_EQ(events.list(), QStringList{u"hidden"_s});
+}
+
 struct Layout
 {
     const char *name;

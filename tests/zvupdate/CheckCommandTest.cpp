@@ -230,7 +230,9 @@ TEST_F(CheckCommandTest, StopsWhenItsReaderHasStoppedReading)
         bool isFullFromTheStart;
         int signal;
     } cases[] = {{true, SIGINT}, {true, SIGTERM}, {false, SIGINT}, {false, SIGTERM}};
-    for (const auto &[isFullFromTheStart, signal] : cases) {
+    for (const auto &each : cases) {
+        const bool isFullFromTheStart = each.isFullFromTheStart;
+        const int signal = each.signal;
         Offer offer;
         offer.gate = std::make_shared<Gate>();
         service_->setOffer(offer);

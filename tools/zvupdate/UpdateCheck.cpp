@@ -197,8 +197,8 @@ CheckFailure UpdateCheck::interrupted(const QString &reason) const
                         ProgressLine::size(static_cast<uint64_t>(kept)))};
 }
 
-// Why a file that came whole is not there: it was not the one announced, or was not kept whole,
-// which the library does not tell.
+// Why a download that has not failed brought no installer: its file was not the one announced, was
+// not kept whole, or is locked, which the library does not tell.
 CheckFailure UpdateCheck::discarded() const
 {
     const QFileInfo directory(settings_.directory);
@@ -211,6 +211,9 @@ CheckFailure UpdateCheck::discarded() const
         return {u"There is not enough room in %1."_s.arg(settings_.directory),
                 u"Make room for %1, or choose another --directory."_s.arg(
                     ProgressLine::size(*progress.total))};
+    const auto offered = files();
+    if (offered && QFileInfo::exists(offered->temporaryPath))
+        return interrupted(u"The file did not come whole, or another process is using it."_s);
     return {u"The file received does not have the digest announced, and was discarded."_s,
             u"The same command fetches it anew; if that does not help, the service announces "
             "another file than it hands out."_s};
