@@ -46,6 +46,7 @@ ZVUPDATE_EXPORT extern const char fileErrorDomain[];
 enum class FileError {
     InUse = 1,
     IsDirectory,
+    NoRoom,
 };
 
 } // namespace ZVPlatform

@@ -25,6 +25,7 @@ namespace {
 constexpr double firstVersionWithSessions = 1343.0;
 constexpr std::chrono::minutes commandTimeLimit(5);
 constexpr quint64 roomToLeave = 64 * 1024 * 1024; // bytes
+constexpr qint64 longestErrorPage = 256 * 1024;   // bytes that are read and not kept
 
 // Whose delegate the thread is just telling how its download ended.
 thread_local const HttpFunctionPost *reporting = nullptr;
@@ -94,13 +95,16 @@ public:
 
     bool didReceiveData(const QByteArray &bytes) override
     {
-        if (!isSuccess(transport_->lastResponse_))
-            return true;
+        if (!isSuccess(transport_->lastResponse_)) {
+            unwanted_ += bytes.size();
+            return unwanted_ <= longestErrorPage;
+        }
         // What is longer than it may be is not let fill the disk.
         if (!fits_ && Files::room(path()) < roomToLeave + static_cast<quint64>(bytes.size())) {
-            if (transport_->mThreadEndFlag_ == 0)
-                systemLog(QStringLiteral("Stopped, as there is no room for more on the disk: ") +
-                          path());
+            obstacle_ = fileError(FileError::NoRoom);
+            if (!passesNetworkErrors_ && transport_->mThreadEndFlag_ == 0)
+                systemLog(
+                    obstacle_->localizedDescription); // A connection that is stopped tells nobody.
             transport_->threadStop();
             return true;
         }
@@ -143,7 +147,8 @@ private:
     PartialFile file_;
     std::optional<Error> obstacle_; // Why the file is not this download's to write.
     const bool passesNetworkErrors_;
-    bool fits_ = false; ///< Whether the announced length does into the room there was.
+    qint64 unwanted_ = 0; // Bytes of a reply that is no success.
+    bool fits_ = false;   ///< Whether the announced length does into the room there was.
 };
 
 std::shared_ptr<HttpFunctionPost> HttpFunctionPost::getPost(const QString &url,

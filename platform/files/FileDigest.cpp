@@ -9,7 +9,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <memory>
-#include <vector>
+#include <new>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -73,8 +73,8 @@ QByteArray md5OfFile(const QString &path)
     if (path.contains(QChar(QChar::Null)) || !QFileInfo(path).isFile() ||
         !file.open(QIODevice::ReadOnly))
         return digestOfNothing();
-    const QByteArray digest = *md5OfOpenFile(file.handle(), [] { return false; });
-    return digest.isEmpty() ? digestOfNothing() : digest;
+    const auto digest = md5OfOpenFile(file.handle(), [] { return false; });
+    return digest && !digest->isEmpty() ? *digest : digestOfNothing();
 }
 
 std::optional<QByteArray> md5OfOpenFile(int descriptor, const std::function<bool()> &stopped)
@@ -88,17 +88,19 @@ std::optional<QByteArray> md5OfOpenFile(int descriptor, const std::function<bool
     // Read rather than mapped: where a page of a map cannot be had, as on a failing disk or behind
     // the end of a file that is cut off meanwhile, the process is ended. It costs a twentieth.
     Md5 md5;
-    std::vector<char> piece(std::min(pieceSize, size));
+    const std::unique_ptr<char[]> piece(new (std::nothrow) char[pieceSize]);
+    if (!piece)
+        return std::nullopt;
     for (size_t offset = 0; offset < size;) {
         if (stopped())
             return std::nullopt;
-        const ssize_t got = pread(descriptor, piece.data(), std::min(piece.size(), size - offset),
+        const ssize_t got = pread(descriptor, piece.get(), std::min(pieceSize, size - offset),
                                   static_cast<off_t>(offset));
         if (got < 0 && errno == EINTR)
             continue;
         if (got <= 0)
             return QByteArray();
-        md5.add(piece.data(), static_cast<size_t>(got));
+        md5.add(piece.get(), static_cast<size_t>(got));
         offset += static_cast<size_t>(got);
     }
     return md5.result();

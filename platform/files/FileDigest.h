@@ -14,7 +14,8 @@ namespace ZVPlatform {
 QByteArray md5OfFile(const QString &path);
 
 /// The same of a regular file that is open for reading, wherever its names lead by now, but empty
-/// when it cannot be read to its end. Asks stopped() again and again; absent once that holds.
+/// when it cannot be read to its end. Asks stopped() again and again; absent once that holds, or
+/// when there is no memory to read with.
 std::optional<QByteArray> md5OfOpenFile(int descriptor, const std::function<bool()> &stopped);
 
 } // namespace ZVPlatform

@@ -16,6 +16,8 @@ namespace ZVPlatform {
 
 namespace {
 
+constexpr qint64 longestText = 1 << 20; // bytes
+
 constexpr int longestName = 255; // bytes; the limit of every common file system
 
 } // namespace
@@ -91,8 +93,8 @@ std::optional<QString> Files::readText(const QString &path)
     QFile file(path);
     if (!isExpressible(path) || !QFileInfo(path).isFile() || !file.open(QIODevice::ReadOnly))
         return std::nullopt;
-    const QByteArray bytes = file.readAll();
-    if (file.error() != QFileDevice::NoError)
+    const QByteArray bytes = file.read(longestText + 1);
+    if (file.error() != QFileDevice::NoError || bytes.size() > longestText)
         return std::nullopt;
     // Stateless, so that a character cut off at the end counts as an error.
     QStringDecoder decode(QStringConverter::encodingForData(bytes).value_or(QStringConverter::Utf8),

@@ -50,7 +50,7 @@ public:
     static void remove(const QString &path);
 
     /// The text of a file, in UTF-8 unless a byte order mark says otherwise; absent when the file
-    /// cannot be read or is not text in that encoding.
+    /// cannot be read, has more than 1 MiB or is not text in that encoding.
     static std::optional<QString> readText(const QString &path);
 
     /// The path with a leading "~" exchanged for the user's home directory.

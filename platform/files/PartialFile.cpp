@@ -24,13 +24,10 @@ QString text(FileError what)
         return QStringLiteral("Another download is writing the same file.");
     case FileError::IsDirectory:
         return QStringLiteral("A directory is in the place of the file.");
+    case FileError::NoRoom:
+        return QStringLiteral("There is not enough room on the disk.");
     }
     return {};
-}
-
-Error fileError(FileError what)
-{
-    return {QLatin1String(fileErrorDomain), static_cast<int>(what), text(what)};
 }
 
 // How many of the bytes are in the file now.
@@ -51,6 +48,11 @@ quint64 writeAt(int descriptor, quint64 offset, const QByteArray &bytes)
 }
 
 } // namespace
+
+Error fileError(FileError what)
+{
+    return {QLatin1String(fileErrorDomain), static_cast<int>(what), text(what)};
+}
 
 PartialFile::PartialFile(const QString &path) : path_(path), size_(Files::size(path)) {}
 

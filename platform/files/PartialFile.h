@@ -9,6 +9,9 @@
 
 namespace ZVPlatform {
 
+/// The error that stands for what was found at a download's local path, with its sentence.
+Error fileError(FileError what);
+
 /// The local file of one download, which grows by what arrives. It is open only while a piece is
 /// written, and readable for its user alone. Of several downloads into one file, in this or other
 /// processes, exactly one goes on. Used by one thread at a time.

@@ -17,7 +17,10 @@ constexpr qsizetype largestPiece = 256 * 1024; // bytes handed to a receiver at 
 // What curl reads at once: small enough to be in the processor's cache while it is gathered.
 constexpr long readBuffer = 64 * 1024;
 constexpr long mostRedirects = 10;
-constexpr qsizetype mostHeaderBytes = 256 * 1024; // in all of an exchange
+// What may come besides a body in all of an exchange: headers, those of redirects with their
+// bodies, trailers, and what frames chunks, which may be small.
+constexpr qint64 mostOtherBytes = 256 * 1024;
+constexpr qint64 mostFramePerByte = 16;
 
 std::atomic<std::chrono::milliseconds> currentIdleTimeout{std::chrono::seconds(60)};
 
@@ -62,6 +65,10 @@ public:
         curl_easy_setopt(handle_.easy, CURLOPT_HEADERDATA, this);
         curl_easy_setopt(handle_.easy, CURLOPT_WRITEFUNCTION, &Callbacks::write);
         curl_easy_setopt(handle_.easy, CURLOPT_WRITEDATA, this);
+        // Alone tells of what is read and handed out to nobody.
+        curl_easy_setopt(handle_.easy, CURLOPT_VERBOSE, 1L);
+        curl_easy_setopt(handle_.easy, CURLOPT_DEBUGFUNCTION, &Callbacks::trace);
+        curl_easy_setopt(handle_.easy, CURLOPT_DEBUGDATA, this);
     }
 
     HttpHandle &handle() const { return handle_; }
@@ -102,8 +109,14 @@ public:
         curl_easy_getinfo(handle_.easy, CURLINFO_HTTP_CONNECTCODE, &status);
         return status >= 300;
     }
-    /// Why the exchange was broken off on this side, if it was.
-    std::optional<NetworkError> brokenOff() const { return brokenOff_; }
+    /// Why the exchange was, or is to be, broken off on this side, if so.
+    std::optional<NetworkError> brokenOff() const
+    {
+        const qint64 others = readBytes_ - bodyBytes_;
+        if (others > mostOtherBytes + mostFramePerByte * bodyBytes_)
+            return NetworkError::ReplyTooLarge;
+        return brokenOff_;
+    }
     bool hasPending() const { return !pending_.isEmpty(); }
 
     // Reports the reply's beginning, if it has not been, and what has been gathered of its body.
@@ -155,10 +168,17 @@ private:
                                                                     : 0; // Makes curl fail.
     }
 
+    static int trace(CURL *, curl_infotype type, char *, size_t length, void *self)
+    {
+        if (type == CURLINFO_DATA_IN)
+            static_cast<Callbacks *>(self)->readBytes_ += static_cast<qint64>(length);
+        return 0;
+    }
+
     bool takeHeaderLine(QByteArrayView line)
     {
         headerBytes_ += line.size();
-        if (headerBytes_ > mostHeaderBytes) {
+        if (headerBytes_ > mostOtherBytes) {
             flush(); // What stood before the trailers has come.
             brokenOff_ = NetworkError::ReplyTooLarge;
             return false;
@@ -191,8 +211,9 @@ private:
     {
         if (pending_.size() + length > largestPiece)
             flush();
-        if (brokenOff_ || cancelled_)
+        if (brokenOff() || cancelled_)
             return false;
+        bodyBytes_ += length;
         guarded([&] {
             if (pending_.isEmpty())
                 pending_.reserve(largestPiece);
@@ -206,7 +227,9 @@ private:
     const std::atomic<bool> &cancelled_;
     HttpResponse response_;
     long wholeHeaders_ = 0;
-    qsizetype headerBytes_ = 0;
+    qint64 headerBytes_ = 0;
+    qint64 readBytes_ = 0; // Behind the headers, body or not.
+    qint64 bodyBytes_ = 0;
     bool reported_ = false;
     std::optional<NetworkError> brokenOff_;
     QByteArray pending_;
@@ -308,6 +331,8 @@ std::optional<Error> HttpExchange::drive(Callbacks &callbacks)
         curl_multi_perform(multi, &running);
         if (running == 0)
             return outcome(callbacks);
+        if (const auto reason = callbacks.brokenOff())
+            return networkError(*reason);
         if (isCancelled)
             return networkError(NetworkError::Cancelled);
 

@@ -4,6 +4,8 @@
 #include "../threads/SerialQueue.h"
 #include "HttpErrors.h"
 
+#include <QScopeGuard>
+
 #include <atomic>
 #include <condition_variable>
 #include <functional>
@@ -23,9 +25,10 @@ public:
 
     void run()
     {
+        // Also when the observer runs out of memory: its end is the end of the transfer.
+        const auto letGo = qScopeGuard([this] { letObserverGo(); });
         const std::optional<Error> error = exchange_.run(*this);
         deliver([error](HttpTransferObserver &observer) { observer.didFinish(error); });
-        letObserverGo();
     }
 
     void endWithoutThread()

@@ -45,6 +45,7 @@ struct SettingsFiles
 };
 
 // Nothing without a home: Qt would have the root directory, or the current one, stand in for it.
+// Nor where XDG_CONFIG_HOME depends on where the process was started.
 std::optional<SettingsFiles> settingsFiles()
 {
     // Qt tells where settings are only when it has opened them, so others are asked for.
@@ -53,8 +54,9 @@ std::optional<SettingsFiles> settingsFiles()
         QSettings(QSettings::defaultFormat(), QSettings::UserScope, others).fileName());
     const QString ending = example.fileName().mid(others.size());
     const QDir directory = example.absoluteDir();
-    if (!qgetenv("HOME").startsWith('/') &&
-        directory == QDir(QDir::homePath() + QLatin1String("/.config")))
+    const bool isHomeMissing = !qgetenv("HOME").startsWith('/');
+    if (example.isRelative() ||
+        (isHomeMissing && directory == QDir(QDir::homePath() + QLatin1String("/.config"))))
         return std::nullopt;
     const QString base = directory.filePath(organisation());
     const QString application = QCoreApplication::applicationName();

@@ -5,6 +5,7 @@
 #include <condition_variable>
 #include <deque>
 #include <mutex>
+#include <new>
 #include <system_error>
 #include <utility>
 
@@ -58,7 +59,12 @@ void SerialQueue::State::run()
             const std::function<void()> job = std::move(jobs.front());
             jobs.pop_front();
             lock.unlock();
-            job();
+            try {
+                job();
+            } catch (const std::bad_alloc &) {
+                // What it was doing ends there, like anything else that fails, and the host goes
+                // on.
+            }
         } // The job goes before the lock is taken again: it may hold the queue's last owner.
         lock.lock();
     }

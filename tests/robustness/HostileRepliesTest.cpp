@@ -73,6 +73,10 @@ const HostileReply hostileReplies[] = {
      chunks("a\r\n" + ten + "\r\n0" + end).replace("Transfer", "Content-Length: 4\r\nTransfer")},
     {"endless trailers", BrokenOff, -1, ten,
      chunks("a\r\n" + ten + "\r\n0\r\n" + QByteArray("X: y\r\n").repeated(50'000) + end)},
+    {"chunk extension of 600 KB", BrokenOff, -1, "",
+     chunks("a;" + QByteArray(600'000, 'x') + "\r\n" + ten + "\r\n0" + end)},
+    {"redirect with 600 KB", Refused, 0, "",
+     "HTTP/1.1 302 Go\r\nLocation: /\r\nContent-Length: 600000" + end + QByteArray(600'000, 'x')},
     {"redirects of 150 KB", Refused, 0, "",
      "HTTP/1.1 302 Go\r\nLocation: /\r\n" + QByteArray("X: y\r\n").repeated(25'000) + length + end +
          ten},

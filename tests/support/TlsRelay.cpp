@@ -2,7 +2,8 @@
 
 #include "Loopback.h"
 
-#include <QTemporaryFile>
+#include <QDir>
+#include <QFile>
 #include <QUrl>
 
 #include <csignal>
@@ -78,19 +79,21 @@ public:
     {
         addExtension(own_.get(), NID_basic_constraints, "critical,CA:TRUE");
         sign(own_.get(), own_.get(), key_.get());
-        FILE *const stream = file_.open() ? fdopen(dup(file_.handle()), "w") : nullptr;
+        FILE *const stream = std::fopen(fileName_.constData(), "w");
         if (!stream || PEM_write_X509(stream, own_.get()) == 0 || fclose(stream) != 0)
             qFatal("The tests' authority cannot be written.");
     }
 
-    QByteArray fileName() const { return file_.fileName().toLocal8Bit(); }
+    const QByteArray &fileName() const { return fileName_; }
     X509 *own() const { return own_.get(); }
     EVP_PKEY *key() const { return key_.get(); }
 
 private:
     const Key key_ = newKey();
     const X509Owner own_ = certificateFor(key_.get(), "Authority of the tests", day);
-    QTemporaryFile file_;
+    // In the home of this run, with which it goes.
+    const QByteArray fileName_ =
+        QFile::encodeName(QDir::home().filePath(QStringLiteral("authority")));
 };
 
 SSL_CTX *contextWith(TlsRelay::Certificate kind)
