@@ -12,6 +12,7 @@
 
 #include <chrono>
 #include <mutex>
+#include <utility>
 
 #include <sys/stat.h>
 
@@ -117,8 +118,9 @@ public:
 
     /// Stores a value, or, when it is invalid, removes what is stored. Returns what kept it from
     /// being written.
-    std::optional<QString> store(const QString &key, const QVariant &value)
+    std::optional<QString> store(const QString &key, QVariant &&given)
     {
+        const QVariant value = std::move(given); // Gone before the lock is.
         if (!canBeWritten())
             return obstacle(key);
         if (value.isValid())
@@ -158,10 +160,10 @@ private:
     std::optional<QSettings> settings_;
 };
 
-void write(const QString &key, const QVariant &value)
+void write(const QString &key, QVariant value)
 {
     // What receives the log may read preferences itself, which are no longer locked by then.
-    const auto obstacle = LockedSettings().store(key, value);
+    const auto obstacle = LockedSettings().store(key, std::move(value));
     if (obstacle)
         systemLog(*obstacle);
 }

@@ -1,6 +1,7 @@
 #include "MainQueue.h"
 
 #include "../settings/SystemLog.h"
+#include "ApplicationEnd.h"
 
 #include <QCoreApplication>
 #include <QEvent>
@@ -64,7 +65,7 @@ void MainQueue::async(std::function<void()> job)
         }
         receiver = new Receiver;
         receiver->moveToThread(application->thread());
-        qAddPostRoutine(dropReceiver);
+        whenApplicationEnds(dropReceiver);
     }
     receiver->jobs.push_back(std::move(job));
     QCoreApplication::postEvent(receiver, new QEvent(QEvent::User));
