@@ -194,9 +194,21 @@ TEST_F(CheckCommandTest, StopsWhileTheServiceIsSilent)
 {
     const ScriptedServer silent(ScriptedServer::Reply().wait(std::make_shared<Gate>()));
     writeFile(QDir::homePath() + u"/Documents/ConsoleZVUpdate.mac"_s, silent.baseUrl().toUtf8());
-    for (const int signal : {SIGINT, SIGTERM}) {
+    const struct
+    {
+        int signal;
+        bool isBlocked; ///< For the program, which inherits that.
+    } cases[] = {{SIGINT, false}, {SIGTERM, false}, {SIGINT, true}, {SIGTERM, true}};
+    for (const auto &[signal, isBlocked] : cases) {
         const size_t before = silent.requests().size();
+        sigset_t signals = {};
+        sigset_t mask = {};
+        sigemptyset(&signals);
+        if (isBlocked)
+            sigaddset(&signals, signal);
+        pthread_sigmask(SIG_BLOCK, &signals, &mask);
         Tool tool(check());
+        pthread_sigmask(SIG_SETMASK, &mask, nullptr);
         ASSERT_TRUE(waitFor([&] { return silent.requests().size() > before; }));
         tool.send(signal);
         const auto [status, output, errors] = tool.end();

@@ -9,6 +9,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <pthread.h>
 #include <unistd.h>
 
 namespace {
@@ -24,6 +25,7 @@ std::array<int, 2> channel = {-1, -1};
 timer_t timer = {}; // Sends SIGALRM when the handler's way has taken too long.
 std::atomic<bool> endsAtOnce = true;
 std::atomic<int> handedOver = 0; // The signal that is on that way.
+sigset_t maskBefore = {};
 static_assert(std::atomic<bool>::is_always_lock_free && std::atomic<int>::is_always_lock_free);
 
 // Only what POSIX allows in a handler. A failed write leaves nothing to be done, and one that would
@@ -67,6 +69,19 @@ void install(void (*handler)(int), void (*alarmHandler)(int))
     sigaction(SIGALRM, &action, nullptr);
 }
 
+// Whoever started this process may have blocked them, and then no handler would ever be called.
+// Programs started from here find them as this one did.
+void unblock()
+{
+    sigset_t signals = {};
+    sigemptyset(&signals);
+    for (const int signal : stopSignals)
+        sigaddset(&signals, signal);
+    sigaddset(&signals, SIGALRM);
+    pthread_sigmask(SIG_UNBLOCK, &signals, &maskBefore);
+    pthread_atfork(nullptr, nullptr, [] { pthread_sigmask(SIG_SETMASK, &maskBefore, nullptr); });
+}
+
 } // namespace
 
 StopSignals::StopSignals(int descriptor,
@@ -79,8 +94,10 @@ StopSignals::StopSignals(int descriptor,
     event.sigev_notify = SIGEV_SIGNAL;
     event.sigev_signo = SIGALRM;
     if (pipe2(channel.data(), O_CLOEXEC | O_NONBLOCK) == 0 &&
-        timer_create(CLOCK_MONOTONIC, &event, &timer) == 0)
+        timer_create(CLOCK_MONOTONIC, &event, &timer) == 0) {
         install(handleStopSignal, handleImpatience);
+        unblock();
+    }
 }
 
 StopSignals::~StopSignals()
