@@ -141,6 +141,19 @@ class Catalogue(Folder):
             self.assertIn(b"not UTF-8", done.stderr)
         self.assertNotIn("d\N{REPLACEMENT CHARACTER}", os.listdir(self.folder))
 
+    def test_refuses_relative_folders_when_the_current_one_has_gone(self):
+        leave = 'cd "$0" && mkdir gone && cd gone && rmdir ../gone && exec "$@"'
+        new = ("--product-id", "P1", "--version", "1", "--installer", self.notes, "--dry-run")
+        site = ("zvupdate-publish", "site", "--format", "nginx", "--dry-run")
+        for program, *arguments in (
+                ("zvupdate", "doctor", "--product-id", "P", "--product-version", "1", "--directory",
+                 "updates"),
+                (*site, "--catalogue", self.catalogue, "--output", "site"),
+                ("zvupdate-publish", "add", "--catalogue", "..", *new)):
+            done = subprocess.run(["sh", "-c", leave, self.catalogue, BIN / program, *arguments],
+                                  capture_output=True, check=False, timeout=60)
+            self.assertIn(b"the current directory has gone", done.stderr)
+
     def test_gets_over_what_killed_runs_have_left(self):
         installer = self.file("installer.new", b"v1")
         self.add("1", installer)

@@ -53,7 +53,8 @@ std::optional<QString> takeDownloadHost(const QString &url, const QString &baseU
 }
 
 // What is wrong with the arguments, if anything.
-std::optional<QString> configure(const Arguments &arguments, NginxConfig *config, int *keep)
+std::optional<QString> configure(const Arguments &arguments, const QString &output,
+                                 NginxConfig *config, int *keep)
 {
     bool isNumber = true;
     const QString text = arguments.value(u"keep"_s).value_or(u"3"_s);
@@ -67,9 +68,8 @@ std::optional<QString> configure(const Arguments &arguments, NginxConfig *config
     if (const auto trouble =
             host ? takeDownloadHost(*host, baseUrl.value_or(QString()), config) : std::nullopt)
         return trouble;
-    // Made absolute without asking the disk, as the folder may not be there yet.
-    config->root = arguments.value(u"root"_s).value_or(
-        QDir::cleanPath(QDir::current().absoluteFilePath(*arguments.value(u"output"_s))));
+    // Simplified without asking the disk, as the folder may not be there yet.
+    config->root = arguments.value(u"root"_s).value_or(QDir::cleanPath(output));
     if (!config->root.startsWith(u'/'))
         return u"--root: \"%1\" is not possible; give a path from / on"_s.arg(config->root);
     if (!isPlain(config->root))
@@ -113,13 +113,16 @@ int site(const Arguments &arguments, Console &console)
         console.complain(u"zvupdate-publish site: "_s + reason);
         return status;
     };
+    QString error;
+    const auto absolute = arguments.absolutePath(u"output"_s, &error);
+    if (!absolute)
+        return refuse(error, WrongArguments);
+    const QString &output = *absolute;
     NginxConfig config;
     int keep = 0;
-    if (const auto trouble = configure(arguments, &config, &keep))
+    if (const auto trouble = configure(arguments, output, &config, &keep))
         return refuse(*trouble, WrongArguments);
 
-    QString error;
-    const QString output = QDir::current().absoluteFilePath(*arguments.value(u"output"_s));
     const bool isDryRun = arguments.isSet(u"dry-run"_s);
     if (!isDryRun && !QDir().mkpath(output))
         return refuse(u"%1: cannot be made; give --output a writable place"_s.arg(output));
