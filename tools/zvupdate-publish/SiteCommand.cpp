@@ -13,6 +13,9 @@
 #include <QFileInfo>
 #include <QRegularExpression>
 
+#include <filesystem>
+#include <system_error>
+
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -78,6 +81,12 @@ std::optional<QString> configure(const Arguments &arguments, const QString &outp
     return std::nullopt;
 }
 
+bool isSameFolder(const QString &one, const QString &other)
+{
+    std::error_code error;
+    return std::filesystem::equivalent(one.toStdString(), other.toStdString(), error);
+}
+
 void report(const SiteContents &site, const SiteFolder &folder, const NginxConfig &config,
             bool isChanged, qsizetype removed, const Arguments &arguments, Console &console)
 {
@@ -126,11 +135,15 @@ int site(const Arguments &arguments, Console &console)
     const bool isDryRun = arguments.isSet(u"dry-run"_s);
     if (!isDryRun && !QDir().mkpath(output))
         return refuse(u"%1: cannot be made; give --output a writable place"_s.arg(output));
+    const QString directory = *arguments.value(u"catalogue"_s);
+    // Its lock cannot be taken twice.
+    if (isSameFolder(output, directory))
+        return refuse(u"%1: is the catalogue's folder; give --output another"_s.arg(output),
+                      WrongArguments);
     const auto lock = isDryRun ? nullptr : CatalogueOption::lock(output, &error);
     if (!isDryRun && !lock)
         return refuse(error);
     // Nobody exchanges an installer while it is digested and placed.
-    const QString directory = *arguments.value(u"catalogue"_s);
     const auto catalogueLock = isDryRun ? nullptr : CatalogueOption::lock(directory, &error);
     if (!isDryRun && !catalogueLock)
         return refuse(error);
