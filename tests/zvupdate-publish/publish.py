@@ -355,6 +355,9 @@ class Site(Folder):
         installers = self.folder / "site" / "installers"
         self.assertIn(hashlib.sha256(b"second").hexdigest(), os.listdir(installers))
         self.add("3", self.file("installer", b"third"))
+        record = self.folder / "site" / "generations" / "1" / "site.json"
+        record.unlink()
+        os.mkfifo(record)
         self.make_site("--keep", "1")
         self.assertEqual(set(os.listdir(installers)), {
             hashlib.sha256(contents).hexdigest() for contents in (b"first", b"rebuilt", b"third")})
