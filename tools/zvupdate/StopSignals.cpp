@@ -18,9 +18,9 @@ constexpr std::array stopSignals = {SIGINT, SIGTERM};
 constexpr itimerspec patience = {.it_interval = {},
                                  .it_value = {.tv_sec = 0, .tv_nsec = 500'000'000}};
 
-// What the handler of a signal needs. Constant while handlers are installed, but for the switch.
+// What the handler of a signal needs. Constant while handlers are installed, but for the atomics.
 std::array<QByteArray, stopSignals.size()> lastWordsOf;
-int lastWordsDescriptor = -1;
+std::atomic<int> lastWordsDescriptor = -1; // Negative when there are none to be said.
 std::array<int, 2> channel = {-1, -1};
 timer_t timer = {}; // Sends SIGALRM when the handler's way has taken too long.
 std::atomic<bool> endsAtOnce = true;
@@ -36,7 +36,7 @@ static_assert(std::atomic<bool>::is_always_lock_free && std::atomic<int>::is_alw
     pollfd output = {.fd = lastWordsDescriptor, .events = POLLOUT, .revents = 0};
     if (poll(&output, 1, 0) == 1) [[maybe_unused]]
         const ssize_t written =
-            write(lastWordsDescriptor, words.constData(), static_cast<size_t>(words.size()));
+            write(output.fd, words.constData(), static_cast<size_t>(words.size()));
     _exit(128 + signal);
 }
 
@@ -102,8 +102,10 @@ StopSignals::StopSignals(int descriptor,
 
 StopSignals::~StopSignals()
 {
+    // What is installed stays, and does without what goes now.
+    leave();
+    dropLastWords();
     timer_delete(timer);
-    install(SIG_DFL, SIG_DFL);
     notifier_.reset();
     for (int &end : channel)
         close(std::exchange(end, -1));
@@ -124,6 +126,11 @@ void StopSignals::take(Handler handler)
 void StopSignals::leave()
 {
     endsAtOnce = true;
+}
+
+void StopSignals::dropLastWords()
+{
+    lastWordsDescriptor = -1;
 }
 
 QString StopSignals::name(int signal)

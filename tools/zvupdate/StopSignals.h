@@ -19,6 +19,7 @@ public:
     /// lastWords makes what is written to the descriptor when a signal, given by its name, ends the
     /// process.
     StopSignals(int descriptor, const std::function<QByteArray(const QString &)> &lastWords);
+    /// Signals go on to end the process, without last words.
     ~StopSignals();
 
     StopSignals(const StopSignals &) = delete;
@@ -31,6 +32,10 @@ public:
 
     /// From now on signals end the process at once again.
     void leave();
+
+    /// From now on a signal that ends the process does so without last words: others are about to
+    /// be said.
+    void dropLastWords();
 
     /// "SIGINT" or "SIGTERM".
     static QString name(int signal);

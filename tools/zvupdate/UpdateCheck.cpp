@@ -75,8 +75,7 @@ void UpdateCheck::UpdateFileReady(const QString &path)
     signals_.leave(); // Digesting may take long.
     if (const auto failure = unfit(path))
         return fail(*failure);
-    takeSignals();
-    reporter_.ready(path);
+    ready(path);
     if (settings_.productName)
         return showWindow();
     finish(Success);
@@ -137,7 +136,7 @@ void UpdateCheck::downloadEnded()
         return;
     if (stop_) {
         if (!stop_->reason.isEmpty())
-            reporter_.failed(interrupted(stop_->reason));
+            tellFailure(interrupted(stop_->reason));
         return finish(stop_->status);
     }
     reportProgress();
@@ -148,8 +147,15 @@ void UpdateCheck::downloadEnded()
     const auto path = verifiedFile();
     if (!path)
         return fail(discarded());
-    reporter_.ready(*path);
+    ready(*path);
     finish(Success);
+}
+
+void UpdateCheck::ready(const QString &path)
+{
+    takeSignals();
+    signals_.dropLastWords();
+    reporter_.ready(path);
 }
 
 void UpdateCheck::showWindow()
@@ -174,9 +180,15 @@ void UpdateCheck::windowEnded()
     finish(Success);
 }
 
+void UpdateCheck::tellFailure(const CheckFailure &failure)
+{
+    signals_.dropLastWords();
+    reporter_.failed(failure);
+}
+
 void UpdateCheck::fail(const CheckFailure &failure)
 {
-    reporter_.failed(failure);
+    tellFailure(failure);
     finish(Failure);
 }
 

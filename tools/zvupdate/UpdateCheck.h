@@ -42,8 +42,10 @@ private:
     void look();
     void reportProgress();
     void downloadEnded();
+    void ready(const QString &path);
     void showWindow();
     void windowEnded();
+    void tellFailure(const CheckFailure &failure);
     void fail(const CheckFailure &failure);
     void finish(int status);
 
