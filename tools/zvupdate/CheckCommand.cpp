@@ -103,13 +103,15 @@ int check(const Arguments &arguments, Console &console)
     if (arguments.value(u"mode"_s) == u"connection"_s)
         kZVAppKitVersionNumber = lastVersionWithConnections;
     surviveBrokenPipes();
-    const auto application = makeApplication(showsWindow, console);
+    std::unique_ptr<QCoreApplication> application;
+    StopSignals signals; // While the application object waits for its display, too.
+    application = makeApplication(showsWindow, console);
     std::unique_ptr<CheckReporter> reporter;
     if (arguments.isSet(u"json"_s))
         reporter = std::make_unique<JsonReporter>(console);
     else
         reporter = std::make_unique<TextReporter>(console);
-    return UpdateCheck(settings, *reporter, console).run();
+    return UpdateCheck(settings, *reporter, console, signals).run();
 }
 
 } // namespace

@@ -18,7 +18,7 @@ constexpr std::array stopSignals = {SIGINT, SIGTERM};
 constexpr itimerspec patience = {.it_interval = {},
                                  .it_value = {.tv_sec = 0, .tv_nsec = 500'000'000}};
 
-// What the handler of a signal needs. Constant while handlers are installed, but for the atomics.
+// What the handler of a signal needs. Constant while it looks at it, but for the atomics.
 std::array<QByteArray, stopSignals.size()> lastWordsOf;
 std::atomic<int> lastWordsDescriptor = -1; // Negative when there are none to be said.
 std::array<int, 2> channel = {-1, -1};
@@ -84,12 +84,8 @@ void unblock()
 
 } // namespace
 
-StopSignals::StopSignals(int descriptor,
-                         const std::function<QByteArray(const QString &)> &lastWords)
+StopSignals::StopSignals()
 {
-    lastWordsDescriptor = descriptor;
-    for (size_t i = 0; i < stopSignals.size(); ++i)
-        lastWordsOf[i] = lastWords(name(stopSignals[i]));
     sigevent event = {};
     event.sigev_notify = SIGEV_SIGNAL;
     event.sigev_signo = SIGALRM;
@@ -109,6 +105,14 @@ StopSignals::~StopSignals()
     notifier_.reset();
     for (int &end : channel)
         close(std::exchange(end, -1));
+}
+
+void StopSignals::setLastWords(int descriptor,
+                               const std::function<QByteArray(const QString &)> &lastWords)
+{
+    for (size_t i = 0; i < stopSignals.size(); ++i)
+        lastWordsOf[i] = lastWords(name(stopSignals[i]));
+    lastWordsDescriptor = descriptor; // Only now does the handler look at them.
 }
 
 void StopSignals::take(Handler handler)

@@ -8,22 +8,24 @@
 #include <optional>
 
 /// SIGINT and SIGTERM. While nobody takes them they end the process at once, with the status that
-/// shells expect and with last words; nothing that a check does suffers from that. One object at a
-/// time, on the main thread.
+/// shells expect and with last words, if any; nothing that a check does suffers from that. One
+/// object at a time, on the main thread.
 class StopSignals
 {
 public:
     /// Receives the signal's number.
     using Handler = std::function<void(int)>;
 
-    /// lastWords makes what is written to the descriptor when a signal, given by its name, ends the
-    /// process.
-    StopSignals(int descriptor, const std::function<QByteArray(const QString &)> &lastWords);
+    StopSignals();
     /// Signals go on to end the process, without last words.
     ~StopSignals();
 
     StopSignals(const StopSignals &) = delete;
     StopSignals &operator=(const StopSignals &) = delete;
+
+    /// lastWords makes what is written to the descriptor when a signal, given by its name, ends the
+    /// process. To be called once.
+    void setLastWords(int descriptor, const std::function<QByteArray(const QString &)> &lastWords);
 
     /// From now on the first signal is handed to the handler, by the event loop. Should its way
     /// take longer than half a second, or a second signal come, the process ends at once after all:

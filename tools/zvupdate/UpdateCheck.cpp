@@ -27,16 +27,17 @@ QString stoppedBy(const QString &signal)
 } // namespace
 
 UpdateCheck::UpdateCheck(const CheckSettings &settings, CheckReporter &reporter,
-                         const Console &console)
+                         const Console &console, StopSignals &signals)
     : settings_(settings),
       reporter_(reporter),
       console_(console),
       controller_(ZVUpdateProc::getSharedZVUpdateProc()),
-      signals_(reporter.lastWordsDescriptor(), [&reporter](const QString &signal) {
-          return reporter.lastWords(
-              {stoppedBy(signal), u"What has been received is kept for the next time."_s});
-      })
+      signals_(signals)
 {
+    signals_.setLastWords(reporter.lastWordsDescriptor(), [&reporter](const QString &signal) {
+        return reporter.lastWords(
+            {stoppedBy(signal), u"What has been received is kept for the next time."_s});
+    });
     controller_->setProductID(settings_.productID, settings_.productVersion, settings_.directory);
     controller_->setDebugMode(settings_.debug);
     timer_.setSingleShot(true);
