@@ -123,6 +123,8 @@ class Catalogue(Folder):
                 (("--download-host", "http://cdn.example.com", "--base-url", "https://u/p?dt="), 2,
                  "from https to http"),
                 (("--base-url", "https://u/p"), 2, "PATH?KEY="), (("--keep", "0"), 2, "from 1 on"),
+                (("--base-url", "https://u/p?dt=\n"), 2, "PATH?KEY="),
+                (("--root", "/srv\n"), 2, "nginx's configuration"),
                 (("--output", self.catalogue), 2, "is the catalogue's folder"),
                 ((), 1, "is not the file that was added")):
             (self.catalogue / "installers" / "P1_1").write_bytes(b"now something else")

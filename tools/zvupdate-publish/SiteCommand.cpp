@@ -23,13 +23,13 @@ namespace {
 // Nothing that means something to nginx.
 bool isPlain(const QString &text)
 {
-    static const QRegularExpression plain(u"^[^\\s\"'\\\\;{}$]+$"_s);
+    static const QRegularExpression plain(u"\\A[^\\s\"'\\\\;{}$]+\\z"_s);
     return plain.match(text).hasMatch();
 }
 
 std::optional<QString> takeBaseUrl(const QString &url, NginxConfig *config)
 {
-    static const QRegularExpression form(u"^https?://[^/?#]+(/[^?#]*)\\?([A-Za-z0-9_]+)=$"_s);
+    static const QRegularExpression form(u"\\Ahttps?://[^/?#]+(/[^?#]*)\\?([A-Za-z0-9_]+)=\\z"_s);
     const auto match = form.match(url);
     // nginx compares the path as it is without escapes and doubled slashes.
     if (!match.hasMatch() || !isPlain(url) || match.captured(1).contains(u'%') ||
@@ -43,7 +43,7 @@ std::optional<QString> takeBaseUrl(const QString &url, NginxConfig *config)
 std::optional<QString> takeDownloadHost(const QString &url, const QString &baseUrl,
                                         NginxConfig *config)
 {
-    static const QRegularExpression form(u"^https?://[^/?#]+(/[^?#]*)?$"_s);
+    static const QRegularExpression form(u"\\Ahttps?://[^/?#]+(/[^?#]*)?\\z"_s);
     if (!form.match(url).hasMatch() || !isPlain(url))
         return u"--download-host: \"%1\" is not possible; give http://HOST or "
                "http://HOST/FOLDER"_s.arg(url);
