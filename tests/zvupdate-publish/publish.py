@@ -123,6 +123,9 @@ class Catalogue(Folder):
                 (("--download-host", "http://cdn.example.com", "--base-url", "https://u/p?dt="), 2,
                  "from https to http"),
                 (("--base-url", "https://u/p"), 2, "PATH?KEY="), (("--keep", "0"), 2, "from 1 on"),
+                (("--base-url", "https://u/p?dt=\n"), 2, "PATH?KEY="),
+                (("--root", "/srv\n"), 2, "nginx's configuration"),
+                (("--output", self.catalogue), 2, "is the catalogue's folder"),
                 ((), 1, "is not the file that was added")):
             (self.catalogue / "installers" / "P1_1").write_bytes(b"now something else")
             self.assertIn(reason, self.publish("site", "--catalogue", self.catalogue, "--format",
@@ -140,6 +143,19 @@ class Catalogue(Folder):
             self.assertEqual((done.returncode, done.stderr.count(b"\n")), (2, 1), done.stderr)
             self.assertIn(b"not UTF-8", done.stderr)
         self.assertNotIn("d\N{REPLACEMENT CHARACTER}", os.listdir(self.folder))
+
+    def test_refuses_relative_folders_when_the_current_one_has_gone(self):
+        leave = 'cd "$0" && mkdir gone && cd gone && rmdir ../gone && exec "$@"'
+        new = ("--product-id", "P1", "--version", "1", "--installer", self.notes, "--dry-run")
+        site = ("zvupdate-publish", "site", "--format", "nginx", "--dry-run")
+        for program, *arguments in (
+                ("zvupdate", "doctor", "--product-id", "P", "--product-version", "1", "--directory",
+                 "updates"),
+                (*site, "--catalogue", self.catalogue, "--output", "site"),
+                ("zvupdate-publish", "add", "--catalogue", "..", *new)):
+            done = subprocess.run(["sh", "-c", leave, self.catalogue, BIN / program, *arguments],
+                                  capture_output=True, check=False, timeout=60)
+            self.assertIn(b"the current directory has gone", done.stderr)
 
     def test_gets_over_what_killed_runs_have_left(self):
         installer = self.file("installer.new", b"v1")
@@ -341,6 +357,9 @@ class Site(Folder):
         installers = self.folder / "site" / "installers"
         self.assertIn(hashlib.sha256(b"second").hexdigest(), os.listdir(installers))
         self.add("3", self.file("installer", b"third"))
+        record = self.folder / "site" / "generations" / "1" / "site.json"
+        record.unlink()
+        os.mkfifo(record)
         self.make_site("--keep", "1")
         self.assertEqual(set(os.listdir(installers)), {
             hashlib.sha256(contents).hexdigest() for contents in (b"first", b"rebuilt", b"third")})

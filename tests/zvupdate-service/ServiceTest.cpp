@@ -228,6 +228,12 @@ TEST_F(ServiceTest, LeavesTheDeveloperSOwnOverrideAlone)
     EXPECT_EQ(service_.exitCode(), 1);
     EXPECT_TRUE(service_.standardError().contains("ConsoleZVUpdate.mac exists"));
     EXPECT_EQ(RunningService::read(service_.overrideFile()), "http://elsewhere.invalid/?dt=");
+
+    QFile::remove(service_.overrideFile());
+    ASSERT_EQ(mkfifo(QFile::encodeName(service_.overrideFile()).constData(), 0600), 0);
+    EXPECT_FALSE(service_.start({u"--write-override"_s}));
+    EXPECT_EQ(service_.exitCode(), 1);
+    EXPECT_TRUE(service_.standardError().contains("is no file that can be read"));
 }
 
 TEST_F(ServiceTest, RefusesWrongArgumentsInOneLine)

@@ -3,6 +3,10 @@
 #include "Command.h"
 
 #include <QCommandLineParser>
+#include <QDir>
+
+#include <filesystem>
+#include <system_error>
 
 using namespace Qt::StringLiterals;
 
@@ -46,6 +50,20 @@ std::optional<QString> Arguments::value(const QString &option) const
     const auto found = values_.constFind(option);
     return found == values_.constEnd() ? std::nullopt
                                        : std::optional(found->value(found->size() - 1));
+}
+
+// A directory that has gone, or whose name is not UTF-8, would be taken for another.
+std::optional<QString> Arguments::absolutePath(const QString &option, QString *error) const
+{
+    const QString path = *value(option);
+    std::error_code failure;
+    const std::string current = std::filesystem::current_path(failure).string();
+    const QString name = QString::fromStdString(current);
+    if (path.startsWith(u'/') || (!failure && name.toStdString() == current))
+        return QDir(name).absoluteFilePath(path);
+    *error = u"--%1: the current directory has gone, or its name is not UTF-8; give an absolute "
+             "path"_s.arg(option);
+    return std::nullopt;
 }
 
 // What is wrong with an option; absent when it is right.

@@ -26,6 +26,9 @@ public:
     std::optional<QString> value(const QString &option) const;
     /// All values of an option that may be given several times, in their order.
     QStringList values(const QString &option) const { return values_.value(option); }
+    /// The value of an option that is required, a path: made absolute and not simplified. Absent
+    /// when the current directory has no name to begin with; error is then one line.
+    std::optional<QString> absolutePath(const QString &option, QString *error) const;
     const QString &operand() const { return operand_; }
 
 private:

@@ -46,6 +46,11 @@ std::optional<CatalogueFile> CatalogueFile::read(const QString &directory, bool 
         *error = u"%1: is not a folder; make it, or give --catalogue another"_s.arg(directory);
         return std::nullopt;
     }
+    if (result.directory_.isEmpty()) {
+        *error = u"%1: the current directory has gone; give --catalogue an absolute path"_s.arg(
+            directory);
+        return std::nullopt;
+    }
     if (!QFileInfo::exists(Catalogue::path(directory)) && isNewAllowed)
         return result;
     const auto json = CatalogueReader::contents(directory, error);

@@ -13,6 +13,9 @@
 #include <QFileInfo>
 #include <QRegularExpression>
 
+#include <filesystem>
+#include <system_error>
+
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -20,13 +23,13 @@ namespace {
 // Nothing that means something to nginx.
 bool isPlain(const QString &text)
 {
-    static const QRegularExpression plain(u"^[^\\s\"'\\\\;{}$]+$"_s);
+    static const QRegularExpression plain(u"\\A[^\\s\"'\\\\;{}$]+\\z"_s);
     return plain.match(text).hasMatch();
 }
 
 std::optional<QString> takeBaseUrl(const QString &url, NginxConfig *config)
 {
-    static const QRegularExpression form(u"^https?://[^/?#]+(/[^?#]*)\\?([A-Za-z0-9_]+)=$"_s);
+    static const QRegularExpression form(u"\\Ahttps?://[^/?#]+(/[^?#]*)\\?([A-Za-z0-9_]+)=\\z"_s);
     const auto match = form.match(url);
     // nginx compares the path as it is without escapes and doubled slashes.
     if (!match.hasMatch() || !isPlain(url) || match.captured(1).contains(u'%') ||
@@ -40,7 +43,7 @@ std::optional<QString> takeBaseUrl(const QString &url, NginxConfig *config)
 std::optional<QString> takeDownloadHost(const QString &url, const QString &baseUrl,
                                         NginxConfig *config)
 {
-    static const QRegularExpression form(u"^https?://[^/?#]+(/[^?#]*)?$"_s);
+    static const QRegularExpression form(u"\\Ahttps?://[^/?#]+(/[^?#]*)?\\z"_s);
     if (!form.match(url).hasMatch() || !isPlain(url))
         return u"--download-host: \"%1\" is not possible; give http://HOST or "
                "http://HOST/FOLDER"_s.arg(url);
@@ -53,7 +56,8 @@ std::optional<QString> takeDownloadHost(const QString &url, const QString &baseU
 }
 
 // What is wrong with the arguments, if anything.
-std::optional<QString> configure(const Arguments &arguments, NginxConfig *config, int *keep)
+std::optional<QString> configure(const Arguments &arguments, const QString &output,
+                                 NginxConfig *config, int *keep)
 {
     bool isNumber = true;
     const QString text = arguments.value(u"keep"_s).value_or(u"3"_s);
@@ -67,15 +71,20 @@ std::optional<QString> configure(const Arguments &arguments, NginxConfig *config
     if (const auto trouble =
             host ? takeDownloadHost(*host, baseUrl.value_or(QString()), config) : std::nullopt)
         return trouble;
-    // Made absolute without asking the disk, as the folder may not be there yet.
-    config->root = arguments.value(u"root"_s).value_or(
-        QDir::cleanPath(QDir::current().absoluteFilePath(*arguments.value(u"output"_s))));
+    // Simplified without asking the disk, as the folder may not be there yet.
+    config->root = arguments.value(u"root"_s).value_or(QDir::cleanPath(output));
     if (!config->root.startsWith(u'/'))
         return u"--root: \"%1\" is not possible; give a path from / on"_s.arg(config->root);
     if (!isPlain(config->root))
         return u"\"%1\" cannot stand in nginx's configuration; use a path without spaces, quotes "
                "and signs such as $"_s.arg(config->root);
     return std::nullopt;
+}
+
+bool isSameFolder(const QString &one, const QString &other)
+{
+    std::error_code error;
+    return std::filesystem::equivalent(one.toStdString(), other.toStdString(), error);
 }
 
 void report(const SiteContents &site, const SiteFolder &folder, const NginxConfig &config,
@@ -113,21 +122,28 @@ int site(const Arguments &arguments, Console &console)
         console.complain(u"zvupdate-publish site: "_s + reason);
         return status;
     };
+    QString error;
+    const auto absolute = arguments.absolutePath(u"output"_s, &error);
+    if (!absolute)
+        return refuse(error, WrongArguments);
+    const QString &output = *absolute;
     NginxConfig config;
     int keep = 0;
-    if (const auto trouble = configure(arguments, &config, &keep))
+    if (const auto trouble = configure(arguments, output, &config, &keep))
         return refuse(*trouble, WrongArguments);
 
-    QString error;
-    const QString output = QDir::current().absoluteFilePath(*arguments.value(u"output"_s));
     const bool isDryRun = arguments.isSet(u"dry-run"_s);
     if (!isDryRun && !QDir().mkpath(output))
         return refuse(u"%1: cannot be made; give --output a writable place"_s.arg(output));
+    const QString directory = *arguments.value(u"catalogue"_s);
+    // Its lock cannot be taken twice.
+    if (isSameFolder(output, directory))
+        return refuse(u"%1: is the catalogue's folder; give --output another"_s.arg(output),
+                      WrongArguments);
     const auto lock = isDryRun ? nullptr : CatalogueOption::lock(output, &error);
     if (!isDryRun && !lock)
         return refuse(error);
     // Nobody exchanges an installer while it is digested and placed.
-    const QString directory = *arguments.value(u"catalogue"_s);
     const auto catalogueLock = isDryRun ? nullptr : CatalogueOption::lock(directory, &error);
     if (!isDryRun && !catalogueLock)
         return refuse(error);

@@ -2,6 +2,8 @@
 
 #include "FilePlacing.h"
 
+#include "../catalogue/RegularFile.h"
+
 #include <QDir>
 #include <QFileInfo>
 #include <QJsonDocument>
@@ -28,8 +30,10 @@ std::optional<QString> write(const QString &path, const QByteArray &bytes)
 
 QByteArray contentsOf(const QString &path)
 {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    const FileDescriptor opened = RegularFile::open(path);
+    QFile file;
+    const bool isOpen = opened.isOpen() && file.open(opened.get(), QIODevice::ReadOnly);
+    return isOpen ? file.readAll() : QByteArray();
 }
 
 QJsonObject recordAt(const QString &generationPath)

@@ -1,5 +1,6 @@
 #include "OverrideFile.h"
 
+#include "../catalogue/RegularFile.h"
 #include "ServiceLog.h"
 
 #include <QDir>
@@ -10,10 +11,15 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
+constexpr qint64 kLongestRead = 4096; // No address written here is as long.
+
 std::optional<QByteArray> read(const QString &path)
 {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? std::optional(file.readAll()) : std::nullopt;
+    const FileDescriptor opened = RegularFile::open(path);
+    QFile file;
+    if (!opened.isOpen() || !file.open(opened.get(), QIODevice::ReadOnly))
+        return std::nullopt;
+    return file.read(kLongestRead);
 }
 
 } // namespace
@@ -30,12 +36,14 @@ std::optional<QString> OverrideFile::write(const QString &baseUrl)
     QFile file(path());
     if (file.exists()) {
         const auto present = read(path());
+        if (!present)
+            return u"%1 exists and is no file that can be read; remove it"_s.arg(path());
         if (present == contents) {
             contents_ = contents; // left behind by a run that was killed
             return std::nullopt;
         }
         return u"%1 exists and holds \"%2\"; remove it if it is no longer needed"_s.arg(
-            path(), ServiceLog::escaped(QString::fromUtf8(present.value_or(QByteArray()))));
+            path(), ServiceLog::escaped(QString::fromUtf8(*present)));
     }
     QDir().mkpath(QFileInfo(path()).path());
     if (!file.open(QIODevice::WriteOnly | QIODevice::NewOnly) ||

@@ -17,7 +17,9 @@ std::optional<QString> Application::choose(const Arguments &arguments)
 {
     const QString text = arguments.value(u"application"_s).value_or(u"ZVUpdate/zvupdate"_s);
     const QStringList names = text.split(u'/');
-    if (names.size() != 2 || names.contains(QString()))
+    // They name a folder and a file in it.
+    if (names.size() != 2 || names.contains(QString()) || names.contains(u"."_s) ||
+        names.contains(u".."_s))
         return u"--application: \"%1\" is not a name; give ORGANIZATION/NAME"_s.arg(text);
     QCoreApplication::setOrganizationName(names.first());
     QCoreApplication::setApplicationName(names.last());

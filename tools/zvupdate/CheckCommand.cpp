@@ -72,8 +72,6 @@ std::optional<QString> problem(const CheckSettings &settings, bool showsWindow)
     const auto obstacle = showsWindow ? PromptWindow::obstacle() : std::nullopt;
     if (obstacle)
         return u"--show-window: "_s + *obstacle;
-    if (const auto wrong = HostArguments::problem(settings.productID, settings.directory))
-        return wrong;
     const QFileInfo directory(settings.directory);
     if (directory.exists() && !directory.isDir())
         return u"--directory: %1 is not a directory; give one for the update files"_s.arg(
@@ -92,7 +90,9 @@ int check(const Arguments &arguments, Console &console)
         .productName = arguments.value(u"product-name"_s),
     };
     const bool showsWindow = arguments.isSet(u"show-window"_s);
-    auto wrong = problem(settings, showsWindow);
+    auto wrong = HostArguments::problem(arguments);
+    if (!wrong)
+        wrong = problem(settings, showsWindow);
     if (!wrong)
         wrong = Application::choose(arguments);
     if (wrong) {
@@ -103,13 +103,15 @@ int check(const Arguments &arguments, Console &console)
     if (arguments.value(u"mode"_s) == u"connection"_s)
         kZVAppKitVersionNumber = lastVersionWithConnections;
     surviveBrokenPipes();
-    const auto application = makeApplication(showsWindow, console);
+    std::unique_ptr<QCoreApplication> application;
+    StopSignals signals; // While the application object waits for its display, too.
+    application = makeApplication(showsWindow, console);
     std::unique_ptr<CheckReporter> reporter;
     if (arguments.isSet(u"json"_s))
         reporter = std::make_unique<JsonReporter>(console);
     else
         reporter = std::make_unique<TextReporter>(console);
-    return UpdateCheck(settings, *reporter, console).run();
+    return UpdateCheck(settings, *reporter, console, signals).run();
 }
 
 } // namespace

@@ -33,7 +33,7 @@ int doctor(const Arguments &arguments, Console &console)
 {
     const QString productID = *arguments.value(u"product-id"_s);
     const QString directory = HostArguments::absoluteDirectory(arguments);
-    auto wrong = HostArguments::problem(productID, directory);
+    auto wrong = HostArguments::problem(arguments);
     if (!wrong)
         wrong = Application::choose(arguments);
     if (wrong) {

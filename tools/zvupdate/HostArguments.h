@@ -13,10 +13,10 @@ CommandOption productID();
 CommandOption productVersion();
 CommandOption directory();
 
-/// The directory's absolute path.
+/// The directory's absolute path, when there is no problem.
 QString absoluteDirectory(const Arguments &arguments);
 
 /// What is wrong with them, if anything.
-std::optional<QString> problem(const QString &productID, const QString &directory);
+std::optional<QString> problem(const Arguments &arguments);
 
 } // namespace HostArguments

@@ -9,6 +9,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <pthread.h>
 #include <unistd.h>
 
 namespace {
@@ -17,13 +18,14 @@ constexpr std::array stopSignals = {SIGINT, SIGTERM};
 constexpr itimerspec patience = {.it_interval = {},
                                  .it_value = {.tv_sec = 0, .tv_nsec = 500'000'000}};
 
-// What the handler of a signal needs. Constant while handlers are installed, but for the switch.
+// What the handler of a signal needs. Constant while it looks at it, but for the atomics.
 std::array<QByteArray, stopSignals.size()> lastWordsOf;
-int lastWordsDescriptor = -1;
+std::atomic<int> lastWordsDescriptor = -1; // Negative when there are none to be said.
 std::array<int, 2> channel = {-1, -1};
 timer_t timer = {}; // Sends SIGALRM when the handler's way has taken too long.
 std::atomic<bool> endsAtOnce = true;
 std::atomic<int> handedOver = 0; // The signal that is on that way.
+sigset_t maskBefore = {};
 static_assert(std::atomic<bool>::is_always_lock_free && std::atomic<int>::is_always_lock_free);
 
 // Only what POSIX allows in a handler. A failed write leaves nothing to be done, and one that would
@@ -34,7 +36,7 @@ static_assert(std::atomic<bool>::is_always_lock_free && std::atomic<int>::is_alw
     pollfd output = {.fd = lastWordsDescriptor, .events = POLLOUT, .revents = 0};
     if (poll(&output, 1, 0) == 1) [[maybe_unused]]
         const ssize_t written =
-            write(lastWordsDescriptor, words.constData(), static_cast<size_t>(words.size()));
+            write(output.fd, words.constData(), static_cast<size_t>(words.size()));
     _exit(128 + signal);
 }
 
@@ -67,29 +69,50 @@ void install(void (*handler)(int), void (*alarmHandler)(int))
     sigaction(SIGALRM, &action, nullptr);
 }
 
+// Whoever started this process may have blocked them, and then no handler would ever be called.
+// Programs started from here find them as this one did.
+void unblock()
+{
+    sigset_t signals = {};
+    sigemptyset(&signals);
+    for (const int signal : stopSignals)
+        sigaddset(&signals, signal);
+    sigaddset(&signals, SIGALRM);
+    pthread_sigmask(SIG_UNBLOCK, &signals, &maskBefore);
+    pthread_atfork(nullptr, nullptr, [] { pthread_sigmask(SIG_SETMASK, &maskBefore, nullptr); });
+}
+
 } // namespace
 
-StopSignals::StopSignals(int descriptor,
-                         const std::function<QByteArray(const QString &)> &lastWords)
+StopSignals::StopSignals()
 {
-    lastWordsDescriptor = descriptor;
-    for (size_t i = 0; i < stopSignals.size(); ++i)
-        lastWordsOf[i] = lastWords(name(stopSignals[i]));
     sigevent event = {};
     event.sigev_notify = SIGEV_SIGNAL;
     event.sigev_signo = SIGALRM;
     if (pipe2(channel.data(), O_CLOEXEC | O_NONBLOCK) == 0 &&
-        timer_create(CLOCK_MONOTONIC, &event, &timer) == 0)
+        timer_create(CLOCK_MONOTONIC, &event, &timer) == 0) {
         install(handleStopSignal, handleImpatience);
+        unblock();
+    }
 }
 
 StopSignals::~StopSignals()
 {
+    // What is installed stays, and does without what goes now.
+    leave();
+    dropLastWords();
     timer_delete(timer);
-    install(SIG_DFL, SIG_DFL);
     notifier_.reset();
     for (int &end : channel)
         close(std::exchange(end, -1));
+}
+
+void StopSignals::setLastWords(int descriptor,
+                               const std::function<QByteArray(const QString &)> &lastWords)
+{
+    for (size_t i = 0; i < stopSignals.size(); ++i)
+        lastWordsOf[i] = lastWords(name(stopSignals[i]));
+    lastWordsDescriptor = descriptor; // Only now does the handler look at them.
 }
 
 void StopSignals::take(Handler handler)
@@ -107,6 +130,11 @@ void StopSignals::take(Handler handler)
 void StopSignals::leave()
 {
     endsAtOnce = true;
+}
+
+void StopSignals::dropLastWords()
+{
+    lastWordsDescriptor = -1;
 }
 
 QString StopSignals::name(int signal)

@@ -27,16 +27,17 @@ QString stoppedBy(const QString &signal)
 } // namespace
 
 UpdateCheck::UpdateCheck(const CheckSettings &settings, CheckReporter &reporter,
-                         const Console &console)
+                         const Console &console, StopSignals &signals)
     : settings_(settings),
       reporter_(reporter),
       console_(console),
       controller_(ZVUpdateProc::getSharedZVUpdateProc()),
-      signals_(reporter.lastWordsDescriptor(), [&reporter](const QString &signal) {
-          return reporter.lastWords(
-              {stoppedBy(signal), u"What has been received is kept for the next time."_s});
-      })
+      signals_(signals)
 {
+    signals_.setLastWords(reporter.lastWordsDescriptor(), [&reporter](const QString &signal) {
+        return reporter.lastWords(
+            {stoppedBy(signal), u"What has been received is kept for the next time."_s});
+    });
     controller_->setProductID(settings_.productID, settings_.productVersion, settings_.directory);
     controller_->setDebugMode(settings_.debug);
     timer_.setSingleShot(true);
@@ -75,8 +76,7 @@ void UpdateCheck::UpdateFileReady(const QString &path)
     signals_.leave(); // Digesting may take long.
     if (const auto failure = unfit(path))
         return fail(*failure);
-    takeSignals();
-    reporter_.ready(path);
+    ready(path);
     if (settings_.productName)
         return showWindow();
     finish(Success);
@@ -137,7 +137,7 @@ void UpdateCheck::downloadEnded()
         return;
     if (stop_) {
         if (!stop_->reason.isEmpty())
-            reporter_.failed(interrupted(stop_->reason));
+            tellFailure(interrupted(stop_->reason));
         return finish(stop_->status);
     }
     reportProgress();
@@ -148,8 +148,15 @@ void UpdateCheck::downloadEnded()
     const auto path = verifiedFile();
     if (!path)
         return fail(discarded());
-    reporter_.ready(*path);
+    ready(*path);
     finish(Success);
+}
+
+void UpdateCheck::ready(const QString &path)
+{
+    takeSignals();
+    signals_.dropLastWords();
+    reporter_.ready(path);
 }
 
 void UpdateCheck::showWindow()
@@ -174,9 +181,15 @@ void UpdateCheck::windowEnded()
     finish(Success);
 }
 
+void UpdateCheck::tellFailure(const CheckFailure &failure)
+{
+    signals_.dropLastWords();
+    reporter_.failed(failure);
+}
+
 void UpdateCheck::fail(const CheckFailure &failure)
 {
-    reporter_.failed(failure);
+    tellFailure(failure);
     finish(Failure);
 }
 

@@ -16,7 +16,8 @@ class Console;
 class UpdateCheck final : private ZVUpdateProcDelegate
 {
 public:
-    UpdateCheck(const CheckSettings &settings, CheckReporter &reporter, const Console &console);
+    UpdateCheck(const CheckSettings &settings, CheckReporter &reporter, const Console &console,
+                StopSignals &signals);
     ~UpdateCheck() override;
 
     UpdateCheck(const UpdateCheck &) = delete;
@@ -42,8 +43,10 @@ private:
     void look();
     void reportProgress();
     void downloadEnded();
+    void ready(const QString &path);
     void showWindow();
     void windowEnded();
+    void tellFailure(const CheckFailure &failure);
     void fail(const CheckFailure &failure);
     void finish(int status);
 
@@ -58,7 +61,7 @@ private:
     CheckReporter &reporter_;
     const Console &console_;
     std::shared_ptr<ZVUpdateProc> controller_;
-    StopSignals signals_;
+    StopSignals &signals_;
     QTimer timer_; // Runs while a download does.
     QElapsedTimer sinceProgress_;
     std::optional<Stop> stop_;
