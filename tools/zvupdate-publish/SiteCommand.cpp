@@ -164,9 +164,6 @@ int site(const Arguments &arguments, Console &console)
             return refuse(*trouble);
         removed = folder.removeOld(keep);
     }
-    const QString verb = isCurrent  ? u"is unchanged"_s
-                         : isDryRun ? u"would be made"_s
-                                    : u"is made"_s;
     report(*contents, folder, config, !isCurrent, removed, arguments, console);
     return Success;
 }
