@@ -123,7 +123,7 @@ public:
     void flush()
     {
         guarded([this] {
-            if (hasWholeHeader())
+            if (hasWholeHeader() && !isEndlessRedirect())
                 reportResponse();
             if (!pending_.isEmpty() && !brokenOff_ && !receiver_.didReceiveData(pending_))
                 brokenOff_ = NetworkError::ReplyTooLarge;
@@ -144,6 +144,12 @@ public:
     Clock::time_point lastActivity = Clock::now();
 
 private:
+    // Whether the exchange is broken off in the body of a redirect, of which nothing is handed out.
+    bool isEndlessRedirect() const
+    {
+        return brokenOff() && response_.status / 100 == 3 && bodyBytes_ == 0;
+    }
+
     void reportResponse()
     {
         if (!std::exchange(reported_, true))
