@@ -32,6 +32,8 @@ class ZVUPDATE_EXPORT UpdateInfoWindowController final : public QObject
     Q_MOC_INCLUDE(<QLabel>)
     Q_MOC_INCLUDE(<QPushButton>)
     Q_MOC_INCLUDE(<QTextEdit>)
+    ///@{
+    /// What the functions of these names return and set.
     Q_PROPERTY(QPushButton *updateButton READ updateButton WRITE setUpdateButton)
     Q_PROPERTY(QPushButton *notNowButton READ notNowButton WRITE setNotNowButton)
     Q_PROPERTY(QCheckBox *dontReminedMe READ dontReminedMe WRITE setDontReminedMe)
@@ -45,6 +47,7 @@ class ZVUPDATE_EXPORT UpdateInfoWindowController final : public QObject
     Q_PROPERTY(std::optional<QString> mUpdateInfo READ mUpdateInfo WRITE setMUpdateInfo)
     Q_PROPERTY(std::optional<QString> mUpdateFilePath READ mUpdateFilePath WRITE setMUpdateFilePath)
     Q_PROPERTY(UpdateInfoWindowControllerDelegate *delegate READ delegate WRITE setDelegate)
+    ///@}
 
 public:
     /// Takes the name of a layout in the library's bundle. The layout is loaded on the first call
