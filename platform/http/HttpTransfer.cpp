@@ -108,7 +108,8 @@ private:
     }
 
     // Makes the call and waits for it. False when it was not made: nobody is listening any more.
-    bool deliver(const Call &call)
+    template <class Work>
+    bool deliver(const Work &call)
     {
         if (delivery_ == Delivery::Queue) {
             call(*observer_);

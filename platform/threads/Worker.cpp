@@ -12,7 +12,7 @@ namespace ZVPlatform {
 namespace {
 
 // Threads whose workers were destroyed on themselves. They have nothing left to do but return.
-class Leavers
+class UnjoinedThreads
 {
 public:
     void add(std::thread thread)
@@ -41,13 +41,13 @@ private:
     std::vector<std::thread> threads_;
 };
 
-Leavers &leavers()
+UnjoinedThreads &unjoinedThreads()
 {
     // Never destroyed: a thread may still leave while the process is on its way out. Those that
     // have left by then are joined.
-    static Leavers *const instance = [] {
-        std::atexit([] { leavers().join(); });
-        return new Leavers;
+    static UnjoinedThreads *const instance = [] {
+        std::atexit([] { unjoinedThreads().join(); });
+        return new UnjoinedThreads;
     }();
     return *instance;
 }
@@ -66,7 +66,7 @@ void nameCurrentThread(const QString &label)
 
 Worker::Worker(const QString &label, std::function<void()> body)
 {
-    leavers().join();
+    unjoinedThreads().join();
     thread_ = std::thread([label, run = std::move(body)] {
         nameCurrentThread(label);
         run();
@@ -76,7 +76,7 @@ Worker::Worker(const QString &label, std::function<void()> body)
 Worker::~Worker()
 {
     if (thread_.get_id() == std::this_thread::get_id())
-        leavers().add(std::move(thread_));
+        unjoinedThreads().add(std::move(thread_));
     else
         thread_.join();
 }

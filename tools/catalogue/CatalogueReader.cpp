@@ -19,7 +19,7 @@ using namespace Qt::StringLiterals;
 namespace {
 
 /// The longest file name that common file systems take, in bytes.
-constexpr qsizetype kLongestFileName = 255;
+constexpr qsizetype longestFileName = 255;
 
 /// "products[0].releases[1].installer"
 QString displayed(const JsonPath &path)
@@ -37,7 +37,7 @@ QString displayed(const JsonPath &path)
 bool isPlainFileName(const QString &name)
 {
     return !name.contains(u'/') && !name.contains(QChar::Null) &&
-           name.toUtf8().size() <= kLongestFileName;
+           name.toUtf8().size() <= longestFileName;
 }
 
 } // namespace

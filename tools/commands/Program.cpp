@@ -65,10 +65,10 @@ int Program::dispatch(const QStringList &arguments, Console &console) const
     QStringList names;
     for (const Command &each : commands)
         names.append(each.name);
-    const QString trouble =
+    const QString mistake =
         wanted.isEmpty() ? u"a command is missing"_s : u"\"%1\" is not a command"_s.arg(wanted);
     console.complain(
-        u"%1: %2; give one of %3, or --help"_s.arg(name, trouble, names.join(u", "_s)));
+        u"%1: %2; give one of %3, or --help"_s.arg(name, mistake, names.join(u", "_s)));
     return WrongArguments;
 }
 

@@ -190,9 +190,9 @@ std::optional<QString> enter(CatalogueFile *catalogue, const Addition &addition,
     if (place.isNew && !isDryRun) {
         QDir(catalogue->directory()).mkpath(u"installers"_s);
         // A copy of its own: what becomes of the original is its maker's business.
-        if (const auto trouble =
+        if (const auto failure =
                 FilePlacing::place(addition.installer, path, FilePlacing::Sharing::None))
-            return trouble;
+            return failure;
     }
     *record = {{u"version"_s, addition.version},
                {u"installer"_s, place.relativePath},
@@ -204,10 +204,10 @@ std::optional<QString> enter(CatalogueFile *catalogue, const Addition &addition,
     if (isDryRun)
         return std::nullopt;
     catalogue->add(addition.productId, *record);
-    const auto trouble = catalogue->save();
-    if (trouble && place.isNew)
+    const auto failure = catalogue->save();
+    if (failure && place.isNew)
         QFile::remove(path);
-    return trouble;
+    return failure;
 }
 
 void report(const Addition &addition, const QJsonObject &record, const Arguments &arguments,
@@ -250,12 +250,12 @@ int add(const Arguments &arguments, Console &console)
             u"the prompt shows a dot after each character but the last: version \"%1\" as \"v%2\""_s
                 .arg(addition.version,
                      addition.version.split(QString(), Qt::SkipEmptyParts).join(u'.')));
-    if (const auto trouble = readNotes(arguments.values(u"notes"_s), &addition))
-        return refuse(*trouble);
-    if (const auto trouble = checkNotes(addition))
-        return refuse(*trouble);
-    if (const auto trouble = checkInstaller(&addition))
-        return refuse(*trouble);
+    if (const auto failure = readNotes(arguments.values(u"notes"_s), &addition))
+        return refuse(*failure);
+    if (const auto failure = checkNotes(addition))
+        return refuse(*failure);
+    if (const auto failure = checkInstaller(&addition))
+        return refuse(*failure);
 
     QString error;
     const QString directory = *arguments.value(u"catalogue"_s);
@@ -268,11 +268,11 @@ int add(const Arguments &arguments, Console &console)
         return refuse(error);
     if (!isDryRun)
         catalogue->removeUnfinished();
-    if (const auto trouble = checkVersion(*catalogue, addition, arguments.isSet(u"force"_s)))
-        return refuse(*trouble);
+    if (const auto failure = checkVersion(*catalogue, addition, arguments.isSet(u"force"_s)))
+        return refuse(*failure);
     QJsonObject record;
-    if (const auto trouble = enter(&*catalogue, addition, isDryRun, &record))
-        return refuse(*trouble);
+    if (const auto failure = enter(&*catalogue, addition, isDryRun, &record))
+        return refuse(*failure);
     report(addition, record, arguments, console);
     return Success;
 }

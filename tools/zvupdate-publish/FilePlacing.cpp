@@ -76,11 +76,11 @@ std::optional<QString> FilePlacing::place(const QString &source, const QString &
 {
     const QString temporary = target + unfinishedSuffix;
     QFile::remove(temporary);
-    auto trouble = fill(temporary, source, sharing);
-    if (!trouble && std::rename(QFile::encodeName(temporary).constData(),
+    auto failure = fill(temporary, source, sharing);
+    if (!failure && std::rename(QFile::encodeName(temporary).constData(),
                                 QFile::encodeName(target).constData()) != 0)
-        trouble = u"%1: cannot be put in place: %2"_s.arg(target, reason());
+        failure = u"%1: cannot be put in place: %2"_s.arg(target, reason());
     // Renaming one name of a file to another of its names leaves both.
     QFile::remove(temporary);
-    return trouble;
+    return failure;
 }

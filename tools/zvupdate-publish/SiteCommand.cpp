@@ -65,12 +65,12 @@ std::optional<QString> configure(const Arguments &arguments, const QString &outp
     if (!isNumber || *keep < 1)
         return u"--keep: \"%1\" is not possible; give a number from 1 on"_s.arg(text);
     const auto baseUrl = arguments.value(u"base-url"_s);
-    if (const auto trouble = baseUrl ? takeBaseUrl(*baseUrl, config) : std::nullopt)
-        return trouble;
+    if (const auto failure = baseUrl ? takeBaseUrl(*baseUrl, config) : std::nullopt)
+        return failure;
     const auto host = arguments.value(u"download-host"_s);
-    if (const auto trouble =
+    if (const auto failure =
             host ? takeDownloadHost(*host, baseUrl.value_or(QString()), config) : std::nullopt)
-        return trouble;
+        return failure;
     // Simplified without asking the disk, as the folder may not be there yet.
     config->root = arguments.value(u"root"_s).value_or(QDir::cleanPath(output));
     if (!config->root.startsWith(u'/'))
@@ -129,8 +129,8 @@ int site(const Arguments &arguments, Console &console)
     const QString &output = *absolute;
     NginxConfig config;
     int keep = 0;
-    if (const auto trouble = configure(arguments, output, &config, &keep))
-        return refuse(*trouble, WrongArguments);
+    if (const auto failure = configure(arguments, output, &config, &keep))
+        return refuse(*failure, WrongArguments);
 
     const bool isDryRun = arguments.isSet(u"dry-run"_s);
     if (!isDryRun && !QDir().mkpath(output))
@@ -160,8 +160,8 @@ int site(const Arguments &arguments, Console &console)
     const bool isCurrent = folder.isCurrent(*contents, config);
     qsizetype removed = 0;
     if (!isCurrent && !isDryRun) {
-        if (const auto trouble = folder.publish(*contents, config))
-            return refuse(*trouble);
+        if (const auto failure = folder.publish(*contents, config))
+            return refuse(*failure);
         removed = folder.removeOld(keep);
     }
     report(*contents, folder, config, !isCurrent, removed, arguments, console);

@@ -71,12 +71,12 @@ std::optional<QString> addProduct(SiteContents *site, const CatalogueFile &catal
     QString newestMd5;
     for (const Catalogue::Release &release : product.releases) {
         newestMd5 = ZVMisc::getFileMD5(release.installerPath);
-        auto trouble =
+        auto failure =
             change(catalogue.record(product.id, release.version), release.installerPath, newestMd5);
-        if (!trouble)
-            trouble = addInstaller(site, product.id, release);
-        if (trouble)
-            return trouble;
+        if (!failure)
+            failure = addInstaller(site, product.id, release);
+        if (failure)
+            return failure;
     }
     const QStringList outdated = catalogue.outdated(product);
     if (outdated.isEmpty())
@@ -106,14 +106,14 @@ void chooseToken(SiteContents *site, const QJsonObject &previous)
         for (auto entry = before.begin(); entry != before.end(); ++entry) {
             const auto now = site->installerNames.constFind(entry.key());
             if (now == site->installerNames.constEnd())
-                site->bygoneNames.insert(entry.key(), entry->toString());
+                site->retiredNames.insert(entry.key(), entry->toString());
             else if (*now != entry->toString())
                 site->token.clear();
         }
     }
     if (!site->token.isEmpty())
         return;
-    site->bygoneNames.clear();
+    site->retiredNames.clear();
     site->token = sha256(QJsonDocument(asJson(site->installerNames)).toJson()).first(32);
 }
 
@@ -124,8 +124,8 @@ std::optional<SiteContents> SiteContents::of(const CatalogueFile &catalogue,
 {
     SiteContents site;
     for (const Catalogue::Product &product : catalogue.products()) {
-        if (const auto trouble = addProduct(&site, catalogue, product)) {
-            *error = *trouble;
+        if (const auto failure = addProduct(&site, catalogue, product)) {
+            *error = *failure;
             return std::nullopt;
         }
     }
@@ -144,7 +144,7 @@ QJsonObject SiteContents::record() const
 {
     return {{u"token"_s, token},
             {u"installers"_s, asJson(installerNames)},
-            {u"bygone"_s, asJson(bygoneNames)},
+            {u"bygone"_s, asJson(retiredNames)},
             {u"replies"_s, QJsonArray::fromStringList(replyFiles.keys())}};
 }
 

@@ -29,7 +29,7 @@ struct SiteContents
     /// Files by the names that clients ask for.
     QMap<QString, QString> installerNames;
     /// Likewise, of earlier sites with the same token, for names that are no more.
-    QMap<QString, QString> bygoneNames;
+    QMap<QString, QString> retiredNames;
 
     /// Reads all installers. previous is the record() of the site before, or empty. Absent when
     /// something is wrong; error is then one line.

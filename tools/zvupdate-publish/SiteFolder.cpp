@@ -84,12 +84,12 @@ std::optional<QString> SiteFolder::publish(const SiteContents &site, const Nginx
         if (!folder.mkpath(name))
             return u"%1/%2: cannot be made; make the folder writable"_s.arg(path_, name);
     }
-    if (const auto trouble = writeFiles(site))
-        return trouble;
+    if (const auto failure = writeFiles(site))
+        return failure;
     const auto files = filesOfGeneration(site, config);
     for (const auto &[name, bytes] : files) {
-        if (const auto trouble = write(generationPath(number) + u'/' + name, bytes))
-            return trouble;
+        if (const auto failure = write(generationPath(number) + u'/' + name, bytes))
+            return failure;
     }
     return makeCurrent(number);
 }
@@ -140,18 +140,18 @@ std::optional<QString> SiteFolder::writeFiles(const SiteContents &site)
 {
     for (auto reply = site.replyFiles.begin(); reply != site.replyFiles.end(); ++reply) {
         const QString path = path_ + reply.key();
-        if (const auto trouble =
+        if (const auto failure =
                 QFileInfo::exists(path) ? std::nullopt : write(path, reply.value()))
-            return trouble;
+            return failure;
     }
     for (auto installer = site.installerFiles.begin(); installer != site.installerFiles.end();
          ++installer) {
         const QString path = path_ + installer.key();
         if (QFileInfo::exists(path))
             continue;
-        if (const auto trouble =
+        if (const auto failure =
                 FilePlacing::place(installer.value(), path, FilePlacing::Sharing::HardLink))
-            return trouble;
+            return failure;
     }
     return std::nullopt;
 }

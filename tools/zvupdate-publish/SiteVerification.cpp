@@ -125,8 +125,8 @@ QStringList SiteVerification::download(const Catalogue::Product &product,
 
     const QString local = folder_.filePath(u"installer"_s);
     QFile::remove(local);
-    if (const auto trouble = fetch(name, local, size))
-        return differences + QStringList(u"GET: "_s + *trouble);
+    if (const auto failure = fetch(name, local, size))
+        return differences + QStringList(u"GET: "_s + *failure);
     const QStringList whole = compare(local, release, u"GET"_s);
     if (!whole.isEmpty())
         return differences + whole;
@@ -136,8 +136,8 @@ QStringList SiteVerification::download(const Catalogue::Product &product,
     if (here == size || !QFile::resize(local, here))
         return differences;
     // The whole installer, behind what is here, is what an ignored Range brings.
-    if (const auto trouble = fetch(name, local, here + size))
-        return differences + QStringList(u"GET with Range: "_s + *trouble);
+    if (const auto failure = fetch(name, local, here + size))
+        return differences + QStringList(u"GET with Range: "_s + *failure);
     if (QFileInfo(local).size() == here + size)
         return differences + QStringList(u"Range is ignored: the whole installer came again"_s);
     return differences + compare(local, release, u"GET with Range"_s);

@@ -46,14 +46,14 @@ int verify(const Arguments &arguments, Console &console)
         return refuse(error);
     int looked = 0;
     int wrong = 0;
-    const auto trouble =
+    const auto failure =
         SiteVerification(arguments.operand(), *catalogue).run([&](const Finding &finding) {
             ++looked;
             wrong += finding.differences.isEmpty() ? 0 : 1;
             arguments.isSet(u"json"_s) ? printJson(finding, console) : printRow(finding, console);
         });
-    if (trouble)
-        return refuse(*trouble);
+    if (failure)
+        return refuse(*failure);
     if (arguments.isSet(u"json"_s))
         console.print(jsonLine({{u"looked"_s, looked}, {u"wrong"_s, wrong}}));
     else

@@ -39,9 +39,9 @@ int withdraw(const Arguments &arguments, Console &console)
         return refuse(
             u"there is no version %1 of \"%2\"; see \"zvupdate-publish list\""_s.arg(version, id));
     catalogue->withdraw(id, version);
-    const auto trouble = isDryRun ? std::nullopt : catalogue->save();
-    if (trouble)
-        return refuse(*trouble);
+    const auto failure = isDryRun ? std::nullopt : catalogue->save();
+    if (failure)
+        return refuse(*failure);
 
     const QString newest = left.isEmpty() ? QString() : left.last();
     if (arguments.isSet(u"json"_s)) {

@@ -66,9 +66,9 @@ Reply pieceOf(FileDescriptor file, const RangeHeader &range, qint64 size)
 
 Reply CommandHandler::answer(const Request &request)
 {
-    if (request.path != kPath) {
-        Reply reply =
-            failure(404, QByteArray("there is nothing here; commands go to ") + kPath + "?dt=");
+    if (request.path != commandPath) {
+        Reply reply = failure(404, QByteArray("there is nothing here; commands go to ") +
+                                       commandPath + "?dt=");
         reply.command = QString::fromUtf8(request.path);
         return reply;
     }

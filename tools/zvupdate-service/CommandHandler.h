@@ -17,7 +17,7 @@ public:
     Reply answer(const Request &request);
 
     /// The path of every command.
-    static constexpr char kPath[] = "/Update/ZVDLCtl.dll";
+    static constexpr char commandPath[] = "/Update/ZVDLCtl.dll";
 
 private:
     Reply answerCommand(const Request &request, const QString &text);

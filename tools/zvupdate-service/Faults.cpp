@@ -17,8 +17,8 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr qint64 kSlowBytesPerSecond = 10'000;
-constexpr auto kIgnoreRange = "ignore-range"_L1;
+constexpr qint64 slowBytesPerSecond = 10'000;
+constexpr auto ignoreRangeName = "ignore-range"_L1;
 
 bool isDownload(const Reply &reply)
 {
@@ -34,10 +34,10 @@ void refuse(Reply &reply, int status, const QByteArray &reason)
     reply.file.reset();
 }
 
-Trouble &troubleOf(Reply &reply)
+BodyFault &faultOf(Reply &reply)
 {
-    auto &trouble = reply.file->trouble;
-    return trouble ? *trouble : trouble.emplace();
+    auto &fault = reply.file->fault;
+    return fault ? *fault : fault.emplace();
 }
 
 qint64 sizeOf(const Reply::FilePiece &piece)
@@ -98,7 +98,7 @@ bool wrongSize(const QString &at, const Request &, Reply &reply)
         return true;
     }
     piece.length = size - piece.offset;
-    troubleOf(reply);
+    faultOf(reply);
     for (auto &[name, text] : reply.headers) {
         if (name == "Content-Range")
             text = "bytes " + QByteArray::number(piece.offset) + '-' +
@@ -111,7 +111,7 @@ bool noLength(const QString &, const Request &, Reply &reply)
 {
     if (!reply.file)
         return false;
-    troubleOf(reply).announcesLength = false;
+    faultOf(reply).announcesLength = false;
     return true;
 }
 
@@ -119,13 +119,13 @@ bool slow(const QString &at, const Request &request, Reply &reply)
 {
     if (!reply.file || request.method != "GET")
         return false;
-    troubleOf(reply).bytesPerSecond = at.isEmpty() ? kSlowBytesPerSecond : at.toLongLong();
+    faultOf(reply).bytesPerSecond = at.isEmpty() ? slowBytesPerSecond : at.toLongLong();
     return true;
 }
 
 /// Lets a download get no further than a place in the file. One that begins there or later has got
 /// over it and goes on to its end, but none gets over the place 0.
-bool endAt(const QString &at, Trouble::End end, const Request &request, Reply &reply)
+bool endAt(const QString &at, BodyFault::End end, const Request &request, Reply &reply)
 {
     if (!reply.file || request.method != "GET")
         return false;
@@ -133,22 +133,22 @@ bool endAt(const QString &at, Trouble::End end, const Request &request, Reply &r
     const qint64 bytes = std::max<qint64>(place - reply.file->offset, 0);
     if ((bytes == 0 && place != 0) || bytes >= reply.file->length)
         return false;
-    Trouble &trouble = troubleOf(reply);
-    if (trouble.bytes && *trouble.bytes <= bytes)
+    BodyFault &fault = faultOf(reply);
+    if (fault.bytes && *fault.bytes <= bytes)
         return false;
-    trouble.bytes = bytes;
-    trouble.end = end;
+    fault.bytes = bytes;
+    fault.end = end;
     return true;
 }
 
 bool stall(const QString &at, const Request &request, Reply &reply)
 {
-    return endAt(at, Trouble::End::StandStill, request, reply);
+    return endAt(at, BodyFault::End::StandStill, request, reply);
 }
 
 bool cut(const QString &at, const Request &request, Reply &reply)
 {
-    return endAt(at, Trouble::End::Disconnect, request, reply);
+    return endAt(at, BodyFault::End::Disconnect, request, reply);
 }
 
 /// The request has lost its range before it was answered.
@@ -188,21 +188,21 @@ struct Kind
     bool (*spoil)(const QString &at, const Request &request, Reply &reply) = nullptr;
 };
 
-constexpr auto kOffset = "give a number of bytes, such as %1=1000000"_L1;
-constexpr auto kBare = "it is written without a value: %1"_L1;
+constexpr auto offsetHint = "give a number of bytes, such as %1=1000000"_L1;
+constexpr auto bareHint = "it is written without a value: %1"_L1;
 
 /// In the order in which they are applied: what leaves nothing to send comes first.
-constexpr std::array kKinds = {
+constexpr std::array kinds = {
     Kind{"server-error"_L1, &isCommand, "give checkupd, gettoken or download, or none for all"_L1,
          &serverError},
-    Kind{"expired-token"_L1, &isNothing, kBare, &expiredToken},
-    Kind{"wrong-digest"_L1, &isNothing, kBare, &wrongDigest},
-    Kind{kIgnoreRange, &isNothing, kBare, &ignoreRange},
-    Kind{"wrong-size"_L1, &isNumber, kOffset, &wrongSize},
-    Kind{"no-length"_L1, &isNothing, kBare, &noLength},
+    Kind{"expired-token"_L1, &isNothing, bareHint, &expiredToken},
+    Kind{"wrong-digest"_L1, &isNothing, bareHint, &wrongDigest},
+    Kind{ignoreRangeName, &isNothing, bareHint, &ignoreRange},
+    Kind{"wrong-size"_L1, &isNumber, offsetHint, &wrongSize},
+    Kind{"no-length"_L1, &isNothing, bareHint, &noLength},
     Kind{"slow"_L1, &isRate, "give a number of bytes a second from 1, such as %1=10000"_L1, &slow},
-    Kind{"stall"_L1, &isNumber, kOffset, &stall},
-    Kind{"cut"_L1, &isNumber, kOffset, &cut},
+    Kind{"stall"_L1, &isNumber, offsetHint, &stall},
+    Kind{"cut"_L1, &isNumber, offsetHint, &cut},
 };
 
 QString written(const QString &name, const QString &at)
@@ -218,11 +218,11 @@ std::optional<QString> Faults::add(const QString &text)
     const QString name = text.first(equals < 0 ? text.size() : equals);
     const QString at = equals < 0 ? QString() : text.sliced(equals + 1);
 
-    const auto *kind = std::find_if(kKinds.begin(), kKinds.end(),
-                                    [&name](const Kind &k) { return k.name == name; });
-    if (kind == kKinds.end()) {
+    const auto *kind =
+        std::find_if(kinds.begin(), kinds.end(), [&name](const Kind &k) { return k.name == name; });
+    if (kind == kinds.end()) {
         QStringList names;
-        for (const Kind &known : kKinds)
+        for (const Kind &known : kinds)
             names.append(known.name);
         return u"\"%1\" is not a fault; the faults are %2"_s.arg(ServiceLog::escaped(name),
                                                                  names.join(u", "_s));
@@ -249,12 +249,12 @@ QString Faults::toString() const
 Reply Faults::answer(Request request, const std::function<Reply(const Request &)> &healthy) const
 {
     QStringList effective;
-    if (given_.contains(kIgnoreRange) && !request.range.isEmpty()) {
+    if (given_.contains(ignoreRangeName) && !request.range.isEmpty()) {
         request.range.clear();
-        effective.append(kIgnoreRange);
+        effective.append(ignoreRangeName);
     }
     Reply reply = healthy(request);
-    for (const Kind &kind : kKinds) {
+    for (const Kind &kind : kinds) {
         const auto fault = given_.constFind(kind.name);
         if (fault != given_.constEnd() && kind.spoil(*fault, request, reply))
             effective.append(written(kind.name, *fault));

@@ -10,7 +10,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr qint64 kLongestFile = 4096;
+constexpr qint64 longestFile = 4096;
 
 } // namespace
 
@@ -55,7 +55,7 @@ std::optional<QByteArray> FaultsInForce::contents() const
     QFile file;
     if (!opened.isOpen() || !file.open(opened.get(), QIODevice::ReadOnly))
         return std::nullopt;
-    return file.read(kLongestFile);
+    return file.read(longestFile);
 }
 
 std::optional<Faults> FaultsInForce::parse(const std::optional<QByteArray> &contents,

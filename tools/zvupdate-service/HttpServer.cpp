@@ -1,7 +1,7 @@
 #include "HttpServer.h"
 
+#include "FaultyBody.h"
 #include "ServiceLog.h"
-#include "TroubledBody.h"
 
 #include <fcntl.h>
 #include <microhttpd.h>
@@ -17,7 +17,7 @@ namespace {
 
 /// A connection over which nothing moves is given up after this time. Long, since a host under a
 /// debugger stands still for minutes.
-constexpr unsigned kIdleSeconds = 600;
+constexpr unsigned idleSeconds = 600;
 
 /// One request and its reply, from the request's first line until the reply is gone.
 struct Exchange
@@ -54,8 +54,8 @@ Request requestOf(MHD_Connection *connection, const char *method, const char *pa
 MHD_Response *responseFrom(Reply &reply, MHD_Connection *connection, PausedConnections &paused)
 {
     MHD_Response *response;
-    if (reply.file && reply.file->trouble) {
-        response = TroubledBody::response(*reply.file, connection, paused);
+    if (reply.file && reply.file->fault) {
+        response = FaultyBody::response(*reply.file, connection, paused);
     } else if (reply.file) {
         response = MHD_create_response_from_fd_at_offset64(
             static_cast<uint64_t>(reply.file->length), reply.file->file.release(),
@@ -152,7 +152,7 @@ std::optional<QString> HttpServer::start(const SocketAddress &address)
     daemon_ = MHD_start_daemon(flags, 0, nullptr, nullptr, &onRequest, this,
                                MHD_OPTION_LISTEN_SOCKET, descriptor.get(),
                                MHD_OPTION_THREAD_POOL_SIZE, threads, MHD_OPTION_CONNECTION_LIMIT,
-                               connectionLimit(), MHD_OPTION_CONNECTION_TIMEOUT, kIdleSeconds,
+                               connectionLimit(), MHD_OPTION_CONNECTION_TIMEOUT, idleSeconds,
                                MHD_OPTION_NOTIFY_COMPLETED, &onCompleted, nullptr, MHD_OPTION_END);
     if (!daemon_)
         return QStringLiteral("the HTTP library does not start");

@@ -11,7 +11,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr qint64 kLongestRead = 4096; // No address written here is as long.
+constexpr qint64 longestRead = 4096; // No address written here is as long.
 
 std::optional<QByteArray> read(const QString &path)
 {
@@ -19,7 +19,7 @@ std::optional<QByteArray> read(const QString &path)
     QFile file;
     if (!opened.isOpen() || !file.open(opened.get(), QIODevice::ReadOnly))
         return std::nullopt;
-    return file.read(kLongestRead);
+    return file.read(longestRead);
 }
 
 } // namespace

@@ -6,7 +6,7 @@
 
 namespace {
 
-constexpr std::chrono::milliseconds kMoment(20);
+constexpr std::chrono::milliseconds moment(20);
 
 } // namespace
 
@@ -39,7 +39,7 @@ void PausedConnections::end()
 void PausedConnections::run()
 {
     std::unique_lock lock(mutex_);
-    while (!ending_.wait_for(lock, kMoment, [this] { return ended_; }))
+    while (!ending_.wait_for(lock, moment, [this] { return ended_; }))
         resumeAll();
 }
 

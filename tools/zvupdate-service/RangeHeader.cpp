@@ -6,7 +6,7 @@
 
 namespace {
 
-constexpr quint64 kNoEnd = std::numeric_limits<quint64>::max();
+constexpr quint64 noEnd = std::numeric_limits<quint64>::max();
 
 /// Plain digits only; a number too large for the type reads as its largest value, which no file
 /// reaches.
@@ -17,7 +17,7 @@ std::optional<quint64> number(QByteArrayView digits)
         return std::nullopt;
     bool fits = false;
     const quint64 value = digits.toULongLong(&fits);
-    return fits ? value : kNoEnd;
+    return fits ? value : noEnd;
 }
 
 } // namespace
@@ -39,9 +39,9 @@ RangeHeader::RangeHeader(QByteArrayView value, qint64 fileSize) : length_(fileSi
     const auto size = static_cast<quint64>(fileSize);
 
     if (before.isEmpty() && last) // the last so many bytes
-        set(*last > 0 ? size - std::min(size, *last) : size, kNoEnd, size);
+        set(*last > 0 ? size - std::min(size, *last) : size, noEnd, size);
     else if (first && after.isEmpty())
-        set(*first, kNoEnd, size);
+        set(*first, noEnd, size);
     else if (first && last && *first <= *last)
         set(*first, *last, size);
 }

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "../../platform/files/FileDescriptor.h"
-#include "Trouble.h"
+#include "BodyFault.h"
 
 #include <QByteArray>
 #include <QList>
@@ -21,7 +21,7 @@ struct Reply
         qint64 offset = 0;
         qint64 length = 0;
         /// Absent in good health.
-        std::optional<Trouble> trouble = std::nullopt;
+        std::optional<BodyFault> fault = std::nullopt;
     };
 
     int status = 200;

@@ -62,7 +62,7 @@ int serve(const ServiceOptions &options)
         return fail(1, u"cannot listen on %1: %2; choose another --port or --bind"_s.arg(
                            options.address->toString(), *error));
     const QString baseUrl = u"http://%1%2?dt="_s.arg(server.address().reachable().toString(),
-                                                     QLatin1String(CommandHandler::kPath));
+                                                     QLatin1String(CommandHandler::commandPath));
     OverrideFile overrideFile;
     if (options.writeOverride) {
         if (const auto error = overrideFile.write(baseUrl))

@@ -85,12 +85,12 @@ bool Doctor::examine()
     return isAllWell_;
 }
 
-void Doctor::well(const QString &name, const QString &message)
+void Doctor::pass(const QString &name, const QString &message)
 {
     report_({name, message});
 }
 
-bool Doctor::wrong(const QString &name, const QString &message, const QString &remedy)
+bool Doctor::fail(const QString &name, const QString &message, const QString &remedy)
 {
     report_({name, message, remedy});
     isAllWell_ = false;
@@ -104,11 +104,11 @@ void Doctor::examineClock()
     const QDate built = QDate::fromString(QStringLiteral(ZVUPDATE_BUILD_DATE), Qt::ISODate);
     const QString shown = now.toString(Qt::ISODate);
     if (now.date() < built.addDays(-1)) // The builder's clock may be ahead by a little.
-        wrong(u"clock"_s,
-              u"The clock shows %1, which is before this program was built."_s.arg(shown),
-              u"Set it."_s);
+        fail(u"clock"_s,
+             u"The clock shows %1, which is before this program was built."_s.arg(shown),
+             u"Set it."_s);
     else
-        well(u"clock"_s, u"The clock shows %1."_s.arg(shown));
+        pass(u"clock"_s, u"The clock shows %1."_s.arg(shown));
 }
 
 void Doctor::examinePreferences()
@@ -116,15 +116,15 @@ void Doctor::examinePreferences()
     const QString path = UpdatePreferences::path();
     const QFileInfo file(path);
     if (path.isEmpty())
-        wrong(u"preferences"_s, u"HOME names no directory to keep them in."_s, u"Set it."_s);
+        fail(u"preferences"_s, u"HOME names no directory to keep them in."_s, u"Set it."_s);
     else if (!UpdatePreferences::synchronise())
-        wrong(u"preferences"_s, u"%1 cannot be read."_s.arg(path),
-              u"Make it readable, or remove it if it is damaged, and %1.lock with it."_s.arg(path));
+        fail(u"preferences"_s, u"%1 cannot be read."_s.arg(path),
+             u"Make it readable, or remove it if it is damaged, and %1.lock with it."_s.arg(path));
     else if (!isUsable(existingPart(file.path())) || (file.exists() && !file.isWritable()))
-        wrong(u"preferences"_s, u"%1 cannot be written."_s.arg(path),
-              u"Make it and its folder writable."_s);
+        fail(u"preferences"_s, u"%1 cannot be written."_s.arg(path),
+             u"Make it and its folder writable."_s);
     else
-        well(u"preferences"_s, u"%1 can be read and written."_s.arg(path));
+        pass(u"preferences"_s, u"%1 can be read and written."_s.arg(path));
 }
 
 void Doctor::examineSwitch()
@@ -132,18 +132,18 @@ void Doctor::examineSwitch()
     const auto automatic = UpdatePreferences::automaticUpdating();
     const auto nextCheck = UpdatePreferences::nextCheckDate();
     if (automatic == false)
-        wrong(u"automatic-updating"_s,
-              u"Automatic updating is switched off, so that every check is skipped."_s,
-              u"If that is not meant, give \"zvupdate preferences --automatic-updating on\", with "
-              "the same --application."_s);
+        fail(u"automatic-updating"_s,
+             u"Automatic updating is switched off, so that every check is skipped."_s,
+             u"If that is not meant, give \"zvupdate preferences --automatic-updating on\", with "
+             "the same --application."_s);
     else if (!automatic && nextCheck && *nextCheck > QDateTime::currentDateTimeUtc())
-        wrong(u"automatic-updating"_s,
-              u"The next check is not made before %1."_s.arg(
-                  nextCheck->toUTC().toString(Qt::ISODate)),
-              u"If that is not meant, give \"zvupdate preferences --next-check unset\", with the "
-              "same --application."_s);
+        fail(u"automatic-updating"_s,
+             u"The next check is not made before %1."_s.arg(
+                 nextCheck->toUTC().toString(Qt::ISODate)),
+             u"If that is not meant, give \"zvupdate preferences --next-check unset\", with the "
+             "same --application."_s);
     else
-        well(u"automatic-updating"_s,
+        pass(u"automatic-updating"_s,
              automatic
                  ? u"Automatic updating is switched on."_s
                  : u"Automatic updating has never been set; the first check switches it on."_s);
@@ -153,13 +153,13 @@ void Doctor::examineDirectory()
 {
     const QFileInfo part = existingPart(directory_);
     if (!part.isDir())
-        wrong(u"directory"_s, u"%1 is not a directory."_s.arg(part.filePath()),
-              u"Remove what is there, or choose another --directory."_s);
+        fail(u"directory"_s, u"%1 is not a directory."_s.arg(part.filePath()),
+             u"Remove what is there, or choose another --directory."_s);
     else if (!isUsable(part))
-        wrong(u"directory"_s, u"%1 cannot be written to."_s.arg(part.filePath()),
-              u"Make it writable, or choose another --directory."_s);
+        fail(u"directory"_s, u"%1 cannot be written to."_s.arg(part.filePath()),
+             u"Make it writable, or choose another --directory."_s);
     else
-        well(u"directory"_s, part.filePath() == directory_
+        pass(u"directory"_s, part.filePath() == directory_
                                  ? u"%1 can be written to."_s.arg(directory_)
                                  : u"%1 can be created by a check."_s.arg(directory_));
 }
@@ -177,21 +177,21 @@ bool Doctor::examineAddress()
 
     const bool isHttp = url.scheme() == u"http"_s || url.scheme() == u"https"_s;
     if (!url.isValid() || !isHttp || url.host().isEmpty() || !address.endsWith(u"dt="_s))
-        return wrong(u"address"_s,
-                     u"The service's address, \"%1\", is not an http or https URL that ends in "
-                     "\"dt=\", without a line end."_s.arg(address),
-                     u"Get the right one, and "_s + place + u'.');
+        return fail(u"address"_s,
+                    u"The service's address, \"%1\", is not an http or https URL that ends in "
+                    "\"dt=\", without a line end."_s.arg(address),
+                    u"Get the right one, and "_s + place + u'.');
     if (url.host().endsWith(u".invalid"_s))
-        return wrong(u"address"_s,
-                     u"The service's address, %1, is that of no service."_s.arg(address),
-                     u"Get the maker's, and "_s + place + u'.');
+        return fail(u"address"_s,
+                    u"The service's address, %1, is that of no service."_s.arg(address),
+                    u"Get the maker's, and "_s + place + u'.');
 
     QString message = u"The service's address is %1"_s.arg(address);
     if (isOverridden)
         message += u", from %1"_s.arg(file);
     if (url.scheme() == u"http"_s)
         message += u"; without HTTPS, whoever can change the traffic can offer any file"_s;
-    well(u"address"_s, message + u'.');
+    pass(u"address"_s, message + u'.');
     return true;
 }
 
@@ -200,37 +200,37 @@ bool Doctor::examineReply()
     const LoggedReason reason;
     const auto reply = client_.doCheckUpdate(productID_, productVersion_);
     if (!LoggedReason::text().isEmpty())
-        return wrong(u"service"_s, u"The service cannot be asked. "_s + LoggedReason::text(),
-                     u"Check the network, the service, and its address."_s);
+        return fail(u"service"_s, u"The service cannot be asked. "_s + LoggedReason::text(),
+                    u"Check the network, the service, and its address."_s);
     const QString message = reply->msg().value_or(QString());
     if (!reply->ok() && message.isEmpty())
-        return wrong(u"service"_s, u"The service's answer to a check makes no sense."_s,
-                     u"Check that its address leads to an update service, and that this speaks the "
-                     "protocol."_s);
+        return fail(u"service"_s, u"The service's answer to a check makes no sense."_s,
+                    u"Check that its address leads to an update service, and that this speaks the "
+                    "protocol."_s);
     if (!reply->ok()) {
-        well(u"service"_s, u"The service has no update for version %1 of %2; it says: %3"_s.arg(
+        pass(u"service"_s, u"The service has no update for version %1 of %2; it says: %3"_s.arg(
                                productVersion_, productID_, message));
         return true;
     }
 
     const auto version = reply->ZVUpdateVersion();
     if (!version || !reply->ZVMD5())
-        return wrong(u"service"_s, u"The service says that there is an update, but not which."_s,
-                     u"Have it seal the reply's data with the protocol's key, with a version and a "
-                     "digest in them."_s);
+        return fail(u"service"_s, u"The service says that there is an update, but not which."_s,
+                    u"Have it seal the reply's data with the protocol's key, with a version and a "
+                    "digest in them."_s);
     files_ = UpdateFiles::named(directory_, productID_, *version);
     digest_ = reply->ZVMD5()->toLower();
     static const QRegularExpression digestForm(u"\\A[0-9a-f]{32}\\z"_s);
     if (!files_)
-        return wrong(
+        return fail(
             u"service"_s,
             u"The service offers \"%1\", which cannot be part of a file name."_s.arg(*version),
             u"Have it offer a version of digits."_s);
     if (!digestForm.match(digest_).hasMatch())
-        return wrong(u"service"_s,
-                     u"The service announces \"%1\", which is no MD5 digest."_s.arg(digest_),
-                     u"Have it announce 32 hexadecimal digits."_s);
-    well(u"service"_s, u"The service offers version %1."_s.arg(*version));
+        return fail(u"service"_s,
+                    u"The service announces \"%1\", which is no MD5 digest."_s.arg(digest_),
+                    u"Have it announce 32 hexadecimal digits."_s);
+    pass(u"service"_s, u"The service offers version %1."_s.arg(*version));
     return true;
 }
 
@@ -240,12 +240,12 @@ bool Doctor::examineToken()
     const auto reply = client_.doGetToken();
     token_ = reply->ID().value_or(QString());
     if (!reply->ok() || token_.isEmpty())
-        return wrong(u"token"_s,
-                     u"The service hands out no download token. "_s +
-                         (LoggedReason::text().isEmpty() ? reply->msg().value_or(QString())
-                                                         : LoggedReason::text()),
-                     u"Look into the service's log."_s);
-    well(u"token"_s, u"The service hands out download tokens."_s);
+        return fail(u"token"_s,
+                    u"The service hands out no download token. "_s +
+                        (LoggedReason::text().isEmpty() ? reply->msg().value_or(QString())
+                                                        : LoggedReason::text()),
+                    u"Look into the service's log."_s);
+    pass(u"token"_s, u"The service hands out download tokens."_s);
     return true;
 }
 
@@ -255,21 +255,21 @@ void Doctor::examineSize()
         return;
     const uint64_t size = client_.doGetFileSize(token_, files_->serviceFileName);
     if (size == 0) {
-        wrong(u"size"_s, u"The service tells no size of %1."_s.arg(files_->serviceFileName),
-              u"Have it answer HEAD with the installer's Content-Length; look into its log."_s);
+        fail(u"size"_s, u"The service tells no size of %1."_s.arg(files_->serviceFileName),
+             u"Have it answer HEAD with the installer's Content-Length; look into its log."_s);
     } else if (size == std::numeric_limits<uint64_t>::max()) {
-        well(u"size"_s, u"The service announces no size of %1; progress cannot be shown."_s.arg(
+        pass(u"size"_s, u"The service announces no size of %1; progress cannot be shown."_s.arg(
                             files_->serviceFileName));
     } else {
         size_ = size;
-        well(u"size"_s, u"%1 has %2."_s.arg(files_->serviceFileName, ProgressLine::size(size)));
+        pass(u"size"_s, u"%1 has %2."_s.arg(files_->serviceFileName, ProgressLine::size(size)));
     }
 }
 
 void Doctor::examineFiles()
 {
     const QString last = UpdatePreferences::lastDownloadDigest().value_or(u"unset"_s);
-    well(u"last-download"_s, u"The digest of the last download is %1%2."_s.arg(
+    pass(u"last-download"_s, u"The digest of the last download is %1%2."_s.arg(
                                  last, last == digest_ ? u", which is offered"_s : QString()));
     if (!files_)
         listFiles();
@@ -286,7 +286,7 @@ void Doctor::listFiles()
         if (file.fileName().startsWith(productID_ + u'_'))
             names.append(u"%1 (%2)"_s.arg(file.fileName(), size(file.size())));
     }
-    well(u"files"_s, names.isEmpty() ? u"There are no update files."_s
+    pass(u"files"_s, names.isEmpty() ? u"There are no update files."_s
                                      : u"Update files: %1."_s.arg(names.join(u", "_s)));
 }
 
@@ -297,14 +297,14 @@ bool Doctor::examineInstaller()
     if (!file.exists() && !file.isSymbolicLink())
         return true;
     if (!file.isFile())
-        return wrong(u"files"_s,
-                     u"%1 is in the installer's place, and no file."_s.arg(file.filePath()),
-                     u"Remove it."_s);
+        return fail(u"files"_s,
+                    u"%1 is in the installer's place, and no file."_s.arg(file.filePath()),
+                    u"Remove it."_s);
     isInstallerHere_ = ZVMisc::getFileMD5(file.filePath()) == digest_;
     if (isInstallerHere_)
-        well(u"files"_s, u"The installer is there and verified: %1"_s.arg(file.filePath()));
+        pass(u"files"_s, u"The installer is there and verified: %1"_s.arg(file.filePath()));
     else
-        well(u"files"_s,
+        pass(u"files"_s,
              u"%1 is not what is offered; the next check removes it."_s.arg(file.filePath()));
     return false;
 }
@@ -314,22 +314,22 @@ void Doctor::examineTemporaryFile()
     const QFileInfo file(files_->temporaryPath);
     const QString path = file.filePath();
     if (!file.exists() && !file.isSymbolicLink())
-        return well(u"files"_s, u"Nothing has been downloaded yet."_s);
+        return pass(u"files"_s, u"Nothing has been downloaded yet."_s);
     if (!file.isFile()) {
-        wrong(u"files"_s, u"%1 is in the download's place, and no file."_s.arg(path),
-              u"Remove it."_s);
+        fail(u"files"_s, u"%1 is in the download's place, and no file."_s.arg(path),
+             u"Remove it."_s);
         return;
     }
     const QString state = u"%1 has %2"_s.arg(path, size(file.size()));
     if (UpdatePreferences::lastDownloadDigest() != digest_)
-        return well(u"files"_s, state + u" of another installer; the next check removes it."_s);
+        return pass(u"files"_s, state + u" of another installer; the next check removes it."_s);
     if (!size_ || static_cast<uint64_t>(file.size()) < *size_)
-        return well(u"files"_s, state + u"; the next check resumes it."_s);
+        return pass(u"files"_s, state + u"; the next check resumes it."_s);
     if (ZVMisc::getFileMD5(path) == digest_)
-        return well(u"files"_s, state + u" and is complete; the next check takes it."_s);
+        return pass(u"files"_s, state + u" and is complete; the next check takes it."_s);
     // The library leaves such a file to the service, which has no more bytes for it.
-    wrong(u"files"_s, state + u", all there is to come, and is not what is offered."_s,
-          u"Remove it, so that the next check downloads it anew."_s);
+    fail(u"files"_s, state + u", all there is to come, and is not what is offered."_s,
+         u"Remove it, so that the next check downloads it anew."_s);
 }
 
 void Doctor::examineRoom()
@@ -342,10 +342,10 @@ void Doctor::examineRoom()
     const auto missing = size_ ? static_cast<qint64>(*size_) - there : qint64(1);
     const auto needed = isInstallerHere_ ? qint64(0) : missing;
     if (room < needed)
-        wrong(u"room"_s,
-              u"There is room for %1 in %2, and %3 are still to come."_s.arg(size(room), directory_,
-                                                                             size(needed)),
-              u"Make room, or choose another --directory."_s);
+        fail(u"room"_s,
+             u"There is room for %1 in %2, and %3 are still to come."_s.arg(size(room), directory_,
+                                                                            size(needed)),
+             u"Make room, or choose another --directory."_s);
     else
-        well(u"room"_s, u"There is room for %1."_s.arg(size(room)));
+        pass(u"room"_s, u"There is room for %1."_s.arg(size(room)));
 }

@@ -34,8 +34,8 @@ public:
     bool examine();
 
 private:
-    void well(const QString &name, const QString &message);
-    bool wrong(const QString &name, const QString &message, const QString &remedy);
+    void pass(const QString &name, const QString &message);
+    bool fail(const QString &name, const QString &message, const QString &remedy);
 
     void examineClock();
     void examinePreferences();

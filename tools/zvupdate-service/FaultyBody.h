@@ -8,9 +8,9 @@
 #include <chrono>
 
 /// The body of a reply whose sending goes wrong: hands out a piece of a file in portions, as the
-/// piece's trouble says. Belongs to the HTTP library's response; used by the thread that serves the
+/// piece's fault says. Belongs to the HTTP library's response; used by the thread that serves the
 /// connection.
-class TroubledBody
+class FaultyBody
 {
 public:
     /// A response to be sent over connection that takes the piece's file along.
@@ -18,7 +18,7 @@ public:
                                   PausedConnections &paused);
 
 private:
-    TroubledBody(Reply::FilePiece piece, MHD_Connection *connection, PausedConnections &paused);
+    FaultyBody(Reply::FilePiece piece, MHD_Connection *connection, PausedConnections &paused);
 
     ssize_t read(qint64 position, char *buffer, size_t capacity);
     ssize_t wait();

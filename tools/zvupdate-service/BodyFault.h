@@ -5,7 +5,7 @@
 #include <optional>
 
 /// How the sending of a file goes wrong.
-struct Trouble
+struct BodyFault
 {
     enum class End { StandStill, Disconnect };
 

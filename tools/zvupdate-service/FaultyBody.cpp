@@ -1,4 +1,4 @@
-#include "TroubledBody.h"
+#include "FaultyBody.h"
 
 #include <sys/socket.h>
 
@@ -7,7 +7,7 @@
 
 namespace {
 
-constexpr size_t kPortion = 32 * 1024;
+constexpr size_t portion = 32 * 1024;
 
 /// The library does not watch a paused connection.
 bool hasPeerGone(MHD_Connection *connection)
@@ -21,34 +21,34 @@ bool hasPeerGone(MHD_Connection *connection)
 
 } // namespace
 
-MHD_Response *TroubledBody::response(Reply::FilePiece &piece, MHD_Connection *connection,
-                                     PausedConnections &paused)
+MHD_Response *FaultyBody::response(Reply::FilePiece &piece, MHD_Connection *connection,
+                                   PausedConnections &paused)
 {
-    const auto size = piece.trouble->announcesLength ? static_cast<uint64_t>(piece.length)
-                                                     : uint64_t(MHD_SIZE_UNKNOWN);
+    const auto size = piece.fault->announcesLength ? static_cast<uint64_t>(piece.length)
+                                                   : uint64_t(MHD_SIZE_UNKNOWN);
     return MHD_create_response_from_callback(
-        size, kPortion,
+        size, portion,
         [](void *body, uint64_t position, char *buffer, size_t capacity) {
-            return static_cast<TroubledBody *>(body)->read(static_cast<qint64>(position), buffer,
-                                                           capacity);
+            return static_cast<FaultyBody *>(body)->read(static_cast<qint64>(position), buffer,
+                                                         capacity);
         },
-        new TroubledBody(std::move(piece), connection, paused),
-        [](void *body) { delete static_cast<TroubledBody *>(body); });
+        new FaultyBody(std::move(piece), connection, paused),
+        [](void *body) { delete static_cast<FaultyBody *>(body); });
 }
 
-TroubledBody::TroubledBody(Reply::FilePiece piece, MHD_Connection *connection,
-                           PausedConnections &paused)
+FaultyBody::FaultyBody(Reply::FilePiece piece, MHD_Connection *connection,
+                       PausedConnections &paused)
     : piece_(std::move(piece)), connection_(connection), paused_(paused)
 {
 }
 
-ssize_t TroubledBody::read(qint64 position, char *buffer, size_t capacity)
+ssize_t FaultyBody::read(qint64 position, char *buffer, size_t capacity)
 {
-    const Trouble &trouble = *piece_.trouble;
+    const BodyFault &fault = *piece_.fault;
     if (position == piece_.length)
         return MHD_CONTENT_READER_END_OF_STREAM;
-    if (trouble.bytes && position >= *trouble.bytes)
-        return trouble.end == Trouble::End::StandStill ? wait() : MHD_CONTENT_READER_END_WITH_ERROR;
+    if (fault.bytes && position >= *fault.bytes)
+        return fault.end == BodyFault::End::StandStill ? wait() : MHD_CONTENT_READER_END_WITH_ERROR;
     const qint64 allowed = allowedNow(position);
     if (allowed <= 0)
         return wait();
@@ -59,20 +59,20 @@ ssize_t TroubledBody::read(qint64 position, char *buffer, size_t capacity)
     return count > 0 ? count : MHD_CONTENT_READER_END_WITH_ERROR;
 }
 
-ssize_t TroubledBody::wait()
+ssize_t FaultyBody::wait()
 {
     if (hasPeerGone(connection_) || !paused_.pause(connection_))
         return MHD_CONTENT_READER_END_WITH_ERROR;
     return 0;
 }
 
-qint64 TroubledBody::allowedNow(qint64 position) const
+qint64 FaultyBody::allowedNow(qint64 position) const
 {
-    const Trouble &trouble = *piece_.trouble;
-    const qint64 end = std::min(piece_.length, trouble.bytes.value_or(piece_.length));
-    if (!trouble.bytesPerSecond)
+    const BodyFault &fault = *piece_.fault;
+    const qint64 end = std::min(piece_.length, fault.bytes.value_or(piece_.length));
+    if (!fault.bytesPerSecond)
         return end - position;
     const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start_;
-    const double due = elapsed.count() * static_cast<double>(*trouble.bytesPerSecond);
+    const double due = elapsed.count() * static_cast<double>(*fault.bytesPerSecond);
     return due < static_cast<double>(end) ? static_cast<qint64>(due) - position : end - position;
 }
