@@ -96,6 +96,11 @@ bool isLockFree(const QString &path)
     return isFree;
 }
 
+QString unshared(const QString &text)
+{
+    return QString(text.constData(), text.size());
+}
+
 /// The settings while one thread uses them. Qt would share them, and the texts in them, between
 /// threads by means that thread sanitizer does not see.
 class LockedSettings
@@ -118,9 +123,12 @@ public:
 
     /// Stores a value, or, when it is invalid, removes what is stored. Returns what kept it from
     /// being written.
-    std::optional<QString> store(const QString &key, QVariant &&given)
+    std::optional<QString> store(const QString &key, const QVariant &given)
     {
-        const QVariant value = std::move(given); // Gone before the lock is.
+        // What is stored lives on in the settings, and is let go of under the lock alone.
+        const QVariant value = given.typeId() == QMetaType::QString
+                                   ? QVariant(unshared(given.toString()))
+                                   : given;
         if (!canBeWritten())
             return obstacle(key);
         if (value.isValid())
@@ -160,17 +168,12 @@ private:
     std::optional<QSettings> settings_;
 };
 
-void write(const QString &key, QVariant value)
+void write(const QString &key, const QVariant &value)
 {
     // What receives the log may read preferences itself, which are no longer locked by then.
-    const auto obstacle = LockedSettings().store(key, std::move(value));
+    const auto obstacle = LockedSettings().store(key, value);
     if (obstacle)
         systemLog(*obstacle);
-}
-
-QString unshared(const QString &text)
-{
-    return QString(text.constData(), text.size());
 }
 
 } // namespace
@@ -218,7 +221,7 @@ std::optional<QString> Preferences::text(const QString &key)
 
 void Preferences::setText(const QString &key, const QString &value)
 {
-    write(key, unshared(value));
+    write(key, value);
 }
 
 void Preferences::remove(const QString &key)
