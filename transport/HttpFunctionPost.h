@@ -118,7 +118,7 @@ public:
     void setDelegate(HttpFunctionPostDelegate *delegate);
 
 private:
-    class Callbacks;
+    class FileReceiver;
 
     QString sealedUrl(const QString &sealed) const { return mUrl() + sealed; }
     void endWithoutThread(const QString &localFilePath);

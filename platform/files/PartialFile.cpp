@@ -63,7 +63,7 @@ bool PartialFile::beginsInTheMiddle(const QString &path)
            S_ISREG(status.st_mode) && (status.st_mode & middleMark) != 0;
 }
 
-std::optional<Error> PartialFile::append(const QByteArray &bytes)
+Result<void, Error> PartialFile::append(const QByteArray &bytes)
 {
     LockedFile file(path_);
     if (file.error() == ENOENT) {
@@ -75,26 +75,26 @@ std::optional<Error> PartialFile::append(const QByteArray &bytes)
         }
     }
     if (file.state() == LockedFile::State::InUse || file.error() == EEXIST)
-        return fileError(FileError::InUse);
+        return Failure{fileError(FileError::InUse)};
     if (file.error() == EISDIR)
-        return fileError(FileError::IsDirectory);
+        return Failure{fileError(FileError::IsDirectory)};
 
     // Whatever else keeps the bytes from the disk may have passed by the next piece; and what is in
     // the place of the file, but no directory, is removed when the digest has turned out wrong.
     struct stat status = {};
     if (file.state() != LockedFile::State::Open || fstat(file.descriptor(), &status) != 0)
-        return std::nullopt;
+        return {};
     // Others append to it, too, or have cut it off: one of us goes on, and knows where it is.
     const bool isMarked = (status.st_mode & middleMark) != 0;
     if (static_cast<quint64>(status.st_size) != size_ || isMarked != beganInTheMiddle_)
-        return fileError(FileError::InUse);
+        return Failure{fileError(FileError::InUse)};
     if (status.st_nlink > 1)
-        return std::nullopt;
+        return {};
     constexpr mode_t others = S_IRWXG | S_IRWXO;
     if ((status.st_mode & others) != 0)
         fchmod(file.descriptor(), status.st_mode & ~others); // Made so by an earlier version.
     size_ += writeAt(file.descriptor(), size_, bytes);
-    return std::nullopt;
+    return {};
 }
 
 } // namespace ZVPlatform

@@ -1,11 +1,10 @@
 #pragma once
 
 #include "../Error.h"
+#include "../Result.h"
 
 #include <QByteArray>
 #include <QString>
-
-#include <optional>
 
 namespace ZVPlatform {
 
@@ -29,10 +28,10 @@ public:
     quint64 size() const { return size_; }
 
     /// Appends bytes; makes the file when it is missing. Nothing outside the directory is written:
-    /// neither through a link nor into a file that has a second name. Returns why the file never
+    /// neither through a link nor into a file that has a second name. Fails when the file never
     /// will be this download's to write. A piece that could not be written otherwise, as on a full
-    /// disk, is lost, and no error.
-    std::optional<Error> append(const QByteArray &bytes);
+    /// disk, is lost, and no failure.
+    Result<void, Error> append(const QByteArray &bytes);
 
 private:
     const QString path_;

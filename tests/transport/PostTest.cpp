@@ -197,9 +197,9 @@ TEST(Probe, ReturnsTheAnnouncedLengthWhateverTheStatus)
 
 namespace {
 
-int codeOf(const std::optional<Error> &error)
+int codeOf(const Result<void, Error> &result)
 {
-    return error ? error->code : 0;
+    return result ? 0 : result.error().code;
 }
 
 /// Takes its time for the first bytes, or cannot take them.
@@ -209,16 +209,18 @@ public:
     explicit DifficultReceiver(std::chrono::milliseconds time) : time_(time) {}
 
     void didReceiveResponse(const HttpResponse &) override {}
-    bool didReceiveData(const QByteArray &) override
+    Result<void, Error> didReceiveData(const QByteArray &) override
     {
         if (time_.count() == 0)
             throw std::bad_alloc();
         std::this_thread::sleep_for(time_);
         end = std::chrono::steady_clock::now();
-        return true;
+        return {};
     }
+    void didFinish(const Result<void, Error> &result) override { code = codeOf(result); }
 
     std::chrono::steady_clock::time_point end;
+    int code = -1;
 
 private:
     const std::chrono::milliseconds time_;
@@ -234,7 +236,9 @@ TEST(Exchange, EndsWhenItsTimeInAllIsUp)
                                                               std::chrono::milliseconds(1)));
     HttpRequest request{HttpMethod::Get, relay.baseUrl(), {}};
     request.timeLimit = std::chrono::milliseconds(200);
-    EXPECT_EQ(codeOf(sendSynchronously(request).error), static_cast<int>(NetworkError::TimedOut));
+    const auto reply = sendSynchronously(request);
+    ASSERT_FALSE(reply);
+    EXPECT_EQ(reply.error().code, static_cast<int>(NetworkError::TimedOut));
 }
 
 TEST(Exchange, DoesNotTakeTheReceiversTimeForThePeers)
@@ -246,9 +250,9 @@ TEST(Exchange, DoesNotTakeTheReceiversTimeForThePeers)
                               .wait(std::make_shared<Gate>()));
     DifficultReceiver receiver(timeout);
     HttpExchange::setIdleTimeout(timeout);
-    const auto error = HttpExchange({HttpMethod::Get, server.url(), {}}).run(receiver);
+    HttpExchange({HttpMethod::Get, server.url(), {}}).run(receiver);
     HttpExchange::setIdleTimeout(former);
-    EXPECT_EQ(codeOf(error), static_cast<int>(NetworkError::TimedOut));
+    EXPECT_EQ(receiver.code, static_cast<int>(NetworkError::TimedOut));
     EXPECT_GE(std::chrono::steady_clock::now() - receiver.end, timeout);
 }
 
@@ -257,7 +261,7 @@ TEST(Exchange, IsOverWhenItsReceiverThrows)
     for (const qsizetype size : {10, 1'000'000}) {
         ScriptedServer server(Reply::whole(200, QByteArray(size, 'x')));
         DifficultReceiver receiver(std::chrono::milliseconds(0));
-        const auto error = HttpExchange({HttpMethod::Get, server.url(), {}}).run(receiver);
-        EXPECT_EQ(codeOf(error), static_cast<int>(NetworkError::Other));
+        HttpExchange({HttpMethod::Get, server.url(), {}}).run(receiver);
+        EXPECT_EQ(receiver.code, static_cast<int>(NetworkError::Other));
     }
 }
