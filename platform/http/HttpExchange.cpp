@@ -24,8 +24,6 @@ constexpr long mostRedirects = 10;
 constexpr qint64 mostOtherBytes = 256 * 1024;
 constexpr qint64 mostFramePerByte = 16;
 
-std::atomic<std::chrono::milliseconds> currentIdleTimeout{std::chrono::seconds(60)};
-
 struct FreeHeaders
 {
     void operator()(curl_slist *list) const { curl_slist_free_all(list); }
@@ -159,16 +157,6 @@ void HttpExchange::cancel()
         curl_multi_wakeup(running_->multi);
 }
 
-std::chrono::milliseconds HttpExchange::idleTimeout()
-{
-    return currentIdleTimeout;
-}
-
-void HttpExchange::setIdleTimeout(std::chrono::milliseconds timeout)
-{
-    currentIdleTimeout = timeout;
-}
-
 bool HttpExchange::Conversation::prepare()
 {
     headers_ = headerList(request_.headers);
@@ -200,7 +188,8 @@ bool HttpExchange::Conversation::prepare()
     curl_easy_setopt(easy_, CURLOPT_NOSIGNAL, 1L);
     curl_easy_setopt(easy_, CURLOPT_QUICK_EXIT, 1L); // Does not wait for a look-up of a host name.
     curl_easy_setopt(easy_, CURLOPT_BUFFERSIZE, readBuffer);
-    curl_easy_setopt(easy_, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(idleTimeout().count()));
+    curl_easy_setopt(easy_, CURLOPT_CONNECTTIMEOUT_MS,
+                     static_cast<long>(request_.idleTimeout.count()));
 
     // A reply that was asked for under protection is not fetched without it.
     const char *const further = isSecure(request_.url) ? "https" : "http,https";
@@ -225,7 +214,7 @@ Result<void, Error> HttpExchange::Conversation::drive()
 
         // While more is waiting to be read it is gathered first; an idle socket holds nothing back.
         const auto now = Clock::now();
-        Clock::duration left = lastActivity_ + idleTimeout() - now;
+        Clock::duration left = lastActivity_ + request_.idleTimeout - now;
         if (request_.timeLimit) {
             const Clock::duration leftInAll = begin + *request_.timeLimit - now;
             if (leftInAll <= Clock::duration::zero())
@@ -241,7 +230,7 @@ Result<void, Error> HttpExchange::Conversation::drive()
             lastActivity_ = Clock::now();
         else if (!pending_.isEmpty())
             flush();
-        else if (Clock::now() - lastActivity_ >= idleTimeout())
+        else if (Clock::now() - lastActivity_ >= request_.idleTimeout)
             return Failure{networkError(NetworkError::TimedOut)};
     }
 }

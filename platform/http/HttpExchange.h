@@ -7,7 +7,6 @@
 #include <QByteArray>
 
 #include <atomic>
-#include <chrono>
 #include <mutex>
 
 namespace ZVPlatform {
@@ -43,9 +42,9 @@ public:
 
 /// One HTTP exchange on the calling thread, by the rules that hold for all of them: http and https
 /// only, redirects included; a few redirects are followed; proxies come from the environment;
-/// certificates are verified; 60 seconds of idleness end it, and so do more than 256 KiB of what is
-/// not body: header lines, those of interim replies, redirects and trailers included. Connections
-/// are kept for the next exchange.
+/// certificates are verified; idleness ends it, and so do more than 256 KiB of what is not body:
+/// header lines, those of interim replies, redirects and trailers included. Connections are kept
+/// for the next exchange.
 class HttpExchange
 {
 public:
@@ -60,10 +59,6 @@ public:
     /// Ends the exchange at once with NetworkError::Cancelled, also when it has yet to be run.
     /// Any thread.
     void cancel();
-
-    /// The time without any sign of the peer after which an exchange fails.
-    static std::chrono::milliseconds idleTimeout();
-    static void setIdleTimeout(std::chrono::milliseconds timeout);
 
 private:
     class Conversation;

@@ -1,5 +1,4 @@
 #include "platform/files/Files.h"
-#include "platform/http/HttpExchange.h"
 #include "support/DownloadModes.h"
 #include "support/ScriptedServer.h"
 #include "support/TestFiles.h"
@@ -456,32 +455,22 @@ namespace {
 
 /// Where a download is when the server falls silent: the bytes of the reply that have arrived,
 /// those of the file among them, and what a session's delegate hears when the download is stopped
-/// then, and when the time runs out.
+/// then.
 struct Silence
 {
     const char *name;
     QByteArray reply;
-    QByteArray nextByte;
     quint64 received;
     std::string stopped;
-    std::string timedOut;
 };
 
 const Silence silences[] = {
-    {"before the reply", "", "H", 0, "HTTP Error 0", "HTTP Error 0"},
-    {"in the header", "HTTP/1.1 206 Part\r\nConte", "n", 0, "HTTP Error 0", "HTTP Error 0"},
-    {"after the header", "HTTP/1.1 206 Part\r\nTransfer-Encoding: chunked" + end, "a", 0,
-     network(NetworkError::Cancelled), network(NetworkError::TimedOut)},
-    {"in the body", "HTTP/1.1 206 Part" + half, "x", 10, network(NetworkError::Cancelled),
-     network(NetworkError::TimedOut)},
+    {"before the reply", "", 0, "HTTP Error 0"},
+    {"in the header", "HTTP/1.1 206 Part\r\nConte", 0, "HTTP Error 0"},
+    {"after the header", "HTTP/1.1 206 Part\r\nTransfer-Encoding: chunked" + end, 0,
+     network(NetworkError::Cancelled)},
+    {"in the body", "HTTP/1.1 206 Part" + half, 10, network(NetworkError::Cancelled)},
 };
-
-// Silent at the gate, and again one byte later.
-Reply silentIn(const Silence &silence, const std::shared_ptr<Gate> &gate)
-{
-    const auto never = std::make_shared<Gate>();
-    return Reply().send(silence.reply).wait(gate).send(silence.nextByte).wait(never);
-}
 
 } // namespace
 
@@ -491,7 +480,7 @@ TEST_P(Download, IsEndedByAStopAtOnceInEverySilence)
     for (const Silence &silence : silences) {
         SCOPED_TRACE(silence.name);
         const auto gate = std::make_shared<Gate>();
-        ScriptedServer server(silentIn(silence, gate));
+        ScriptedServer server(Reply().send(silence.reply).wait(gate));
         start(server);
         ASSERT_TRUE(wait([&] { return gate->isReached(); }) && waitForSize(silence.received));
         EXPECT_FALSE(transport_->isThreadStop());
@@ -504,31 +493,6 @@ TEST_P(Download, IsEndedByAStopAtOnceInEverySilence)
         else
             EXPECT_THAT(outcomes(), IsEmpty());
         EXPECT_EQ(Files::size(path_), silence.received);
-    }
-}
-
-TEST_P(Download, IsEndedByTheTimeOutInEverySilence)
-{
-    const auto former = HttpExchange::idleTimeout();
-    const auto timeout = std::chrono::milliseconds(100);
-    for (const Silence &silence : silences) {
-        SCOPED_TRACE(silence.name);
-        const auto gate = std::make_shared<Gate>();
-        ScriptedServer server(silentIn(silence, gate));
-        start(server);
-        ASSERT_TRUE(wait([&] { return gate->isReached(); }) && waitForSize(silence.received));
-        // It holds from the next byte on, which makes sure that those before it have arrived.
-        HttpExchange::setIdleTimeout(timeout);
-        const auto begin = std::chrono::steady_clock::now();
-        gate->open();
-        const bool ended = waitForEnd();
-        HttpExchange::setIdleTimeout(former);
-        ASSERT_TRUE(ended);
-
-        EXPECT_GE(std::chrono::steady_clock::now() - begin, timeout);
-        const bool isAnswered = silence.timedOut == network(NetworkError::TimedOut);
-        const std::string connection = isAnswered ? "HTTP Error 206" : "HTTP Error 0";
-        EXPECT_THAT(outcomes(), ElementsAre(isSession_ ? silence.timedOut : connection));
     }
 }
 

@@ -9,6 +9,7 @@
 #include <limits>
 
 using namespace ZVPlatform;
+using std::chrono::milliseconds;
 using testing::ElementsAre;
 using testing::StartsWith;
 using Reply = ScriptedServer::Reply;
@@ -197,16 +198,17 @@ TEST(Probe, ReturnsTheAnnouncedLengthWhateverTheStatus)
 
 namespace {
 
-int codeOf(const Result<void, Error> &result)
+bool timesOut(const HttpRequest &request)
 {
-    return result ? 0 : result.error().code;
+    const auto reply = sendSynchronously(request);
+    return !reply && reply.error().code == static_cast<int>(NetworkError::TimedOut);
 }
 
 /// Takes its time for the first bytes, or cannot take them.
 class DifficultReceiver : public HttpReceiver
 {
 public:
-    explicit DifficultReceiver(std::chrono::milliseconds time) : time_(time) {}
+    explicit DifficultReceiver(milliseconds time) : time_(time) {}
 
     void didReceiveResponse(const HttpResponse &) override {}
     Result<void, Error> didReceiveData(const QByteArray &) override
@@ -217,41 +219,53 @@ public:
         end = std::chrono::steady_clock::now();
         return {};
     }
-    void didFinish(const Result<void, Error> &result) override { code = codeOf(result); }
+    void didFinish(const Result<void, Error> &result) override
+    {
+        code = result ? 0 : result.error().code;
+    }
 
     std::chrono::steady_clock::time_point end;
     int code = -1;
 
 private:
-    const std::chrono::milliseconds time_;
+    const milliseconds time_;
 };
 
 } // namespace
 
-// The peer is never idle for long.
-TEST(Exchange, EndsWhenItsTimeInAllIsUp)
+TEST(Exchange, EndsWhenItsPeerIsSilentForTooLong)
 {
-    ScriptedServer server(Reply::whole(200, QByteArray(100'000, 'x')));
-    const FaultRelay relay(server.baseUrl(), FaultRelay::drip(FaultRelay::ToClient, 0, 1,
-                                                              std::chrono::milliseconds(1)));
-    HttpRequest request{HttpMethod::Get, relay.baseUrl(), {}};
-    request.timeLimit = std::chrono::milliseconds(200);
-    const auto reply = sendSynchronously(request);
-    ASSERT_FALSE(reply);
-    EXPECT_EQ(reply.error().code, static_cast<int>(NetworkError::TimedOut));
+    const QByteArray head = "HTTP/1.1 206 Part\r\n";
+    for (const QByteArray &beginning :
+         {QByteArray(), head + "Conte", head + "Transfer-Encoding: chunked\r\n\r\n",
+          head + "Content-Length: 9\r\n\r\nhalf"}) {
+        SCOPED_TRACE(beginning.data());
+        ScriptedServer server(Reply().send(beginning).wait(std::make_shared<Gate>()));
+        const auto begin = std::chrono::steady_clock::now();
+        EXPECT_TRUE(timesOut({.url = server.url(), .idleTimeout = milliseconds(100)}));
+        EXPECT_GE(std::chrono::steady_clock::now() - begin, milliseconds(100));
+    }
+}
+
+TEST(Exchange, MayBeSlowForAsLongAsItsTimeInAllLasts)
+{
+    ScriptedServer server(Reply::whole(200, QByteArray(20, 'x')));
+    const FaultRelay relay(server.baseUrl(),
+                           FaultRelay::drip(FaultRelay::ToClient, 0, 1, milliseconds(50)));
+    HttpRequest request{.url = relay.baseUrl(), .idleTimeout = milliseconds(2000)};
+    EXPECT_TRUE(sendSynchronously(request)) << "Longer in all, but never without a byte.";
+    request.timeLimit = milliseconds(200);
+    EXPECT_TRUE(timesOut(request));
 }
 
 TEST(Exchange, DoesNotTakeTheReceiversTimeForThePeers)
 {
-    const auto former = HttpExchange::idleTimeout();
-    const auto timeout = std::chrono::milliseconds(200);
+    const milliseconds timeout(200);
     ScriptedServer server(Reply()
                               .send("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nhalf")
                               .wait(std::make_shared<Gate>()));
     DifficultReceiver receiver(timeout);
-    HttpExchange::setIdleTimeout(timeout);
-    HttpExchange({HttpMethod::Get, server.url(), {}}).run(receiver);
-    HttpExchange::setIdleTimeout(former);
+    HttpExchange({.url = server.url(), .idleTimeout = timeout}).run(receiver);
     EXPECT_EQ(receiver.code, static_cast<int>(NetworkError::TimedOut));
     EXPECT_GE(std::chrono::steady_clock::now() - receiver.end, timeout);
 }
@@ -260,8 +274,8 @@ TEST(Exchange, IsOverWhenItsReceiverThrows)
 {
     for (const qsizetype size : {10, 1'000'000}) {
         ScriptedServer server(Reply::whole(200, QByteArray(size, 'x')));
-        DifficultReceiver receiver(std::chrono::milliseconds(0));
-        HttpExchange({HttpMethod::Get, server.url(), {}}).run(receiver);
+        DifficultReceiver receiver(milliseconds(0));
+        HttpExchange({.url = server.url()}).run(receiver);
         EXPECT_EQ(receiver.code, static_cast<int>(NetworkError::Other));
     }
 }
