@@ -1,5 +1,6 @@
 #include "ZVUpdateProc.h"
 
+#include "../platform/KnownErrors.h"
 #include "../platform/files/FileDigest.h"
 #include "../platform/files/Files.h"
 #include "../platform/files/LockedFile.h"
@@ -148,7 +149,10 @@ void ZVUpdateProc::downloadFinishWithFilePath(const QString &path)
     LockedFile file(path, [this] { return isUnwanted(); });
     const Verified verified = installVerified(file, UpdateFiles::diskImagePathFor(path), digest);
     if (verified == Verified::NotNow) {
-        if (!isUnwanted())
+        const bool isStopped = isUnwanted();
+        UpdateLogicFunc::noteFailureHere(isStopped ? networkError(NetworkError::Cancelled)
+                                                   : fileError(FileError::InUse));
+        if (!isStopped)
             systemLog(
                 QStringLiteral("Another process has the file; the next check deals with it: ") +
                 path);
@@ -160,6 +164,7 @@ void ZVUpdateProc::downloadFinishWithFilePath(const QString &path)
             systemLog(QStringLiteral("ZVUpdateProc downloadFinishWithFilePath:") + path);
         return;
     }
+    UpdateLogicFunc::noteFailureHere(fileError(FileError::WrongDigest));
     if (debug) {
         systemLog(ZVMisc::getFileMD5(path));
         systemLog(digest ? digest->toLower() : describe(digest));

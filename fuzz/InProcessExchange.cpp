@@ -1,6 +1,6 @@
 #include "InProcessExchange.h"
 
-#include "platform/http/HttpErrors.h"
+#include "platform/KnownErrors.h"
 #include "platform/http/HttpExchange.h"
 
 #include <utility>

@@ -5,6 +5,7 @@
 #include "../transport/HttpFunctionPostDelegate.h"
 #include "BaseResponse.h"
 #include "CheckUpdateResponse.h"
+#include "UpdateFailure.h"
 #include "UpdateLogicFuncDelegate.h"
 
 #include <QString>
@@ -25,8 +26,8 @@ struct UpdateDownloadProgress
     uint64_t resumedAt = 0;
     /// The size in bytes that it will have in the end; absent while that is unknown.
     std::optional<uint64_t> total;
-    /// Why the download failed, in a sentence for people; absent when it did not. In session mode
-    /// one that was stopped has failed, too.
+    /// Why the download failed, in a sentence for people; absent when it did not. One that was
+    /// stopped has failed, too, and so has one whose file is not the one announced.
     std::optional<QString> failure;
 };
 
@@ -79,6 +80,13 @@ public:
     /// stop meanwhile: then what the delegate does with the file is not wanted any more.
     static bool isStopRequestedHere();
 
+    /// From a delegate's call of a finished download: why its file is of no use.
+    static void noteFailureHere(const ZVPlatform::Error &error);
+
+    /// Why the current or last download failed or, before the first, the latest command; absent
+    /// when it did not. Of a download the last word is there once doCheckDownloadStop() holds.
+    std::optional<UpdateFailure> lastFailure() const;
+
     /// How far the current or last download has come.
     UpdateDownloadProgress doGetDownloadProgress() const;
 
@@ -113,5 +121,5 @@ private:
     ZVPlatform::Guarded<std::shared_ptr<HttpFunctionPost>> mDownload_;
     ZVPlatform::Guarded<QString> mBaseURL_;
     ZVPlatform::Guarded<ZVPlatform::DelegateRef<UpdateLogicFuncDelegate>> delegate_;
-    ZVPlatform::Guarded<std::optional<QString>> failure_;
+    ZVPlatform::Guarded<std::optional<UpdateFailure>> failure_; // Of the latest command.
 };

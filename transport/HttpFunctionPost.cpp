@@ -1,8 +1,8 @@
 #include "HttpFunctionPost.h"
 
+#include "../platform/KnownErrors.h"
 #include "../platform/files/Files.h"
 #include "../platform/files/PartialFile.h"
-#include "../platform/http/HttpErrors.h"
 #include "../platform/http/HttpReply.h"
 #include "../platform/http/HttpTransfer.h"
 #include "../platform/settings/SystemLog.h"
@@ -28,17 +28,7 @@ constexpr quint64 roomToLeave = 64 * 1024 * 1024; // bytes
 constexpr qint64 longestErrorPage = 256 * 1024;   // bytes that are read and not kept
 
 // Whose delegate the thread is just telling how its download ended.
-thread_local const HttpFunctionPost *reporting = nullptr;
-
-bool isSuccess(int status)
-{
-    return status >= 200 && status <= 299;
-}
-
-Error httpError(int status)
-{
-    return {QStringLiteral("HTTP Error"), status, {}};
-}
+thread_local HttpFunctionPost *reporting = nullptr;
 
 std::vector<HttpHeader> downloadHeaders(uint64_t offset)
 {
@@ -57,7 +47,7 @@ std::vector<HttpHeader> downloadHeaders(uint64_t offset)
 template <class Call>
 void HttpFunctionPost::report(Call &&call)
 {
-    const HttpFunctionPost *const outer = std::exchange(reporting, this);
+    HttpFunctionPost *const outer = std::exchange(reporting, this);
     delegate_.get().call(call);
     reporting = outer;
 }
@@ -75,27 +65,33 @@ public:
     {
     }
 
-    ~FileReceiver() override { transport_->mThreadEnded_ = 1; }
+    ~FileReceiver() override
+    {
+        if (!hasFinished_)
+            transport_->fail(networkError(NetworkError::Cancelled));
+        transport_->mThreadEnded_ = 1;
+    }
 
     FileReceiver(const FileReceiver &) = delete;
     FileReceiver &operator=(const FileReceiver &) = delete;
 
     void didReceiveResponse(const HttpResponse &response) override
     {
-        transport_->lastResponse_ = response.status;
+        transport_->lastResponse_.set(response);
+        response_ = response;
         fits_ = response.expectedContentLength >= 0 &&
                 static_cast<quint64>(response.expectedContentLength) <= Files::room(path());
         // What no file can be is not expected, whatever is announced.
         const auto resumedAt = static_cast<int64_t>(transport_->downloadedBytes_);
         const int64_t mostToCome = std::numeric_limits<int64_t>::max() - resumedAt;
-        if (isSuccess(response.status) && response.expectedContentLength >= 0 &&
+        if (response_.isSuccess() && response.expectedContentLength >= 0 &&
             response.expectedContentLength <= mostToCome)
             transport_->expectedBytes_ = resumedAt + response.expectedContentLength;
     }
 
     Result<void, Error> didReceiveData(const QByteArray &bytes) override
     {
-        if (!isSuccess(transport_->lastResponse_)) {
+        if (!response_.isSuccess()) {
             unwanted_ += bytes.size();
             if (unwanted_ > longestErrorPage)
                 return Failure{networkError(NetworkError::ReplyTooLarge)};
@@ -107,6 +103,7 @@ public:
             // A connection that is stopped tells nobody.
             if (!passesErrors_ && transport_->mThreadEndFlag_ == 0)
                 systemLog(noRoom.localizedDescription);
+            transport_->fail(noRoom);
             transport_->threadStop();
             return Failure{noRoom};
         }
@@ -117,13 +114,20 @@ public:
 
     void didFinish(const Result<void, Error> &result) override
     {
-        const int status = transport_->lastResponse_;
-        if (result && isSuccess(status))
+        hasFinished_ = true;
+        if (file_.loss())
+            transport_->fail(*file_.loss());
+        if (response_.status != 0 && !response_.isSuccess())
+            transport_->fail(httpError(response_.status));
+        else if (!result)
+            transport_->fail(result.error());
+
+        if (result && response_.isSuccess())
             reportFile();
-        else if (isSuccess(status) && passesErrors_)
+        else if (response_.isSuccess() && passesErrors_)
             reportError(result.error());
         else // A connection never says more than the status it got, even when that is a success.
-            reportError(httpError(status));
+            reportError(httpError(response_.status));
         if (!result && !passesErrors_ && result.error().domain == QLatin1String(fileErrorDomain))
             systemLog(result.error().localizedDescription);
         transport_->mThreadEnded_ = 1;
@@ -148,8 +152,10 @@ private:
     const std::shared_ptr<HttpFunctionPost> transport_;
     PartialFile file_;
     const bool passesErrors_;
+    HttpResponse response_;
     qint64 unwanted_ = 0; // Bytes of a reply that is no success.
-    bool fits_ = false;   // Whether the announced length does into the room there was.
+    bool hasFinished_ = false;
+    bool fits_ = false; // Whether the announced length does into the room there was.
 };
 
 std::shared_ptr<HttpFunctionPost> HttpFunctionPost::getPost(const QString &url,
@@ -181,6 +187,7 @@ std::optional<QString> HttpFunctionPost::DoPost(const QString &params,
                                            {"Content-Type", "application/x-www-form-urlencoded"},
                                            {"Content-Length", "0"}},
                                           commandTimeLimit});
+    noteReply(reply);
     if (!reply) {
         systemLog(QStringLiteral("connect error: ") + reply.error().localizedDescription);
         return std::nullopt;
@@ -196,6 +203,7 @@ uint64_t HttpFunctionPost::getFileSize(const QString &params)
 
     const auto reply =
         sendSynchronously({HttpMethod::Head, sealedUrl(sealed), {}, commandTimeLimit});
+    noteReply(reply);
     return reply ? static_cast<uint64_t>(reply->response.expectedContentLength) : 0;
 }
 
@@ -289,6 +297,24 @@ int64_t HttpFunctionPost::threadStop()
 bool HttpFunctionPost::isStopRequestedHere()
 {
     return reporting && reporting->mThreadEndFlag_ == 1;
+}
+
+void HttpFunctionPost::failHere(const Error &error)
+{
+    if (reporting)
+        reporting->fail(error);
+}
+
+void HttpFunctionPost::fail(const Error &error)
+{
+    if (!failure())
+        failure_.set(error);
+}
+
+void HttpFunctionPost::noteReply(const Result<HttpReply, Error> &reply)
+{
+    lastResponse_.set(reply ? reply->response : HttpResponse());
+    failure_.set(reply ? std::nullopt : std::optional(reply.error()));
 }
 
 bool HttpFunctionPost::isThreadStop() const

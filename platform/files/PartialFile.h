@@ -6,10 +6,9 @@
 #include <QByteArray>
 #include <QString>
 
-namespace ZVPlatform {
+#include <optional>
 
-/// The error that stands for what was found at a download's local path, with its sentence.
-Error fileError(FileError what);
+namespace ZVPlatform {
 
 /// The local file of one download, which grows by what arrives. It is open only while a piece is
 /// written, and readable for its user alone. Of several downloads into one file, in this or other
@@ -30,13 +29,19 @@ public:
     /// Appends bytes; makes the file when it is missing. Nothing outside the directory is written:
     /// neither through a link nor into a file that has a second name. Fails when the file never
     /// will be this download's to write. A piece that could not be written otherwise, as on a full
-    /// disk, is lost, and no failure.
+    /// disk, is lost, and no failure: see loss().
     Result<void, Error> append(const QByteArray &bytes);
 
+    /// Why the first piece that is lost could not be written; absent while none is.
+    const std::optional<Error> &loss() const { return loss_; }
+
 private:
+    void lose(int reason);
+
     const QString path_;
     quint64 size_;
     bool beganInTheMiddle_ = false;
+    std::optional<Error> loss_;
 };
 
 } // namespace ZVPlatform

@@ -1,5 +1,6 @@
 #include "HttpExchange.h"
 
+#include "../KnownErrors.h"
 #include "HttpErrors.h"
 #include "HttpHandle.h"
 
@@ -359,7 +360,14 @@ bool HttpExchange::Conversation::takeHeaderLine(QByteArrayView line)
     const auto status = static_cast<int>(info<long>(CURLINFO_RESPONSE_CODE));
     if (status >= 200) { // An interim reply only announces the real one.
         ++wholeHeaders_;
-        response_ = {status, info<curl_off_t>(CURLINFO_CONTENT_LENGTH_DOWNLOAD_T)};
+        response_ = {status,
+                     info<curl_off_t>(CURLINFO_CONTENT_LENGTH_DOWNLOAD_T),
+                     {},
+                     QString::fromUtf8(info<const char *>(CURLINFO_EFFECTIVE_URL))};
+        // CURLINFO_CONTENT_TYPE may be that of a redirect.
+        curl_header *type = nullptr;
+        if (curl_easy_header(easy_, "Content-Type", 0, CURLH_HEADER, -1, &type) == CURLHE_OK)
+            response_.contentType = QString::fromUtf8(type->value);
     }
     return true;
 }

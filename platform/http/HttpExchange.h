@@ -19,6 +19,12 @@ struct HttpResponse
     int status = 0;
     /// The announced length of the body in bytes; -1 when the reply does not say.
     qint64 expectedContentLength = -1;
+    /// What kind of body is announced; empty when the reply does not say.
+    QString contentType = {};
+    /// The address that it comes from, after the redirects that were followed.
+    QString finalUrl = {};
+
+    bool isSuccess() const { return status >= 200 && status <= 299; }
 };
 
 /// Takes what an exchange brings, call after call on one thread. A slow receiver slows the peer

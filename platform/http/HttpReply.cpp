@@ -1,6 +1,6 @@
 #include "HttpReply.h"
 
-#include "HttpErrors.h"
+#include "../KnownErrors.h"
 
 #include <utility>
 

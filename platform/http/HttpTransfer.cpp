@@ -1,8 +1,8 @@
 #include "HttpTransfer.h"
 
+#include "../KnownErrors.h"
 #include "../threads/MainQueue.h"
 #include "../threads/SerialQueue.h"
-#include "HttpErrors.h"
 
 #include <QScopeGuard>
 

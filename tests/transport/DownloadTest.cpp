@@ -25,6 +25,7 @@ namespace {
 
 std::atomic<int> threadsToBeMade = -1; // Before there are no more; -1 for no such limit.
 std::atomic<int64_t> roomOnDisk = -1;  // -1 for what there is.
+std::atomic<int> writeError = 0;       // Why nothing can be written; 0 for no such trouble.
 
 template <class Function>
 Function *original(const char *name)
@@ -56,6 +57,14 @@ extern "C" int statvfs(const char *path, struct statvfs *status)
         status->f_bavail = static_cast<fsblkcnt_t>(roomOnDisk) - used;
     }
     return result;
+}
+
+extern "C" ssize_t pwrite(int file, const void *bytes, size_t size, off_t offset)
+{
+    if (writeError == 0)
+        return original<decltype(pwrite)>("pwrite")(file, bytes, size, offset);
+    errno = writeError;
+    return -1;
 }
 
 // NOLINTEND(readability-inconsistent-declaration-parameter-name)
@@ -134,6 +143,12 @@ protected:
     bool wait(const std::function<bool()> &condition) const
     {
         return waitFor(condition, meanwhile_);
+    }
+    /// The transport's own, which is the same in both modes.
+    std::string failure() const
+    {
+        const auto error = transport_->failure();
+        return error ? nameOf(*error) : "";
     }
     bool waitForSize(quint64 size) const
     {
@@ -268,7 +283,7 @@ TEST_P(Download, HasNoStatusWhileTheTargetOfARedirectIsSilent)
     ASSERT_TRUE(wait([&] { return never->isReached(); }));
     transport_->threadStop();
     ASSERT_TRUE(waitForEnd());
-    EXPECT_EQ(transport_->lastResponse(), 0);
+    EXPECT_EQ(transport_->lastResponse().status, 0);
     ASSERT_TRUE(waitForLastOwner());
     EXPECT_EQ(outcomes().size(), isSession_ ? 1u : 0u);
     EXPECT_THAT(outcomes(), Each("HTTP Error 0"));
@@ -443,6 +458,8 @@ TEST_P(Download, EndsByTheTable)
 
         const std::string expected = isSession_ ? ending.session : ending.connection;
         EXPECT_THAT(outcomes(), ElementsAre(expected == "file" ? success_ : expected));
+        const std::string known = ending.session == "HTTP Error 0" ? failure() : ending.session;
+        EXPECT_EQ(failure(), ending.session == "file" ? "" : known);
         EXPECT_EQ(Files::exists(path_), ending.after.has_value());
         EXPECT_EQ(readFile(path_), ending.after.value_or(QByteArray()));
         ASSERT_FALSE(server.requests().empty());
@@ -487,7 +504,9 @@ TEST_P(Download, IsEndedByAStopAtOnceInEverySilence)
         EXPECT_EQ(transport_->threadStop(), 0);
         EXPECT_EQ(transport_->mThreadEndFlag(), 1);
         EXPECT_TRUE(isSession_ || transport_->isThreadStop()) << "On return.";
-        ASSERT_TRUE(waitForEnd() && waitForLastOwner());
+        ASSERT_TRUE(waitForEnd());
+        EXPECT_EQ(failure(), network(NetworkError::Cancelled));
+        ASSERT_TRUE(waitForLastOwner());
         if (isSession_)
             EXPECT_THAT(outcomes(), ElementsAre(silence.stopped));
         else
@@ -522,7 +541,9 @@ TEST_P(Download, LeavesRoomOnTheDisk)
         start(server);
         const bool hasEnded = waitForEnd();
         roomOnDisk = -1;
-        ASSERT_TRUE(hasEnded && waitForLastOwner());
+        ASSERT_TRUE(hasEnded);
+        EXPECT_EQ(failure(), row.isFetched ? "" : "File Error 3");
+        ASSERT_TRUE(waitForLastOwner());
         std::vector<std::string> expected = {row.isFetched ? success_ : "File Error 3"};
         if (!row.isFetched && !isSession_)
             expected.clear();
@@ -531,5 +552,19 @@ TEST_P(Download, LeavesRoomOnTheDisk)
         EXPECT_LE(size, row.isFetched ? content.size() : std::max<int64_t>(row.room - leave, 0));
         EXPECT_TRUE(size > 0 || row.room <= leave) << "What there is room for is taken.";
         EXPECT_TRUE(content.startsWith(readFile(path_)));
+    }
+}
+
+TEST_P(Download, GoesOnWhenNothingCanBeWrittenAndKnowsWhy)
+{
+    ScriptedServer server(Reply::whole(200, "content"));
+    for (const auto &[error, reason] : {std::pair(ENOSPC, "File Error 3"), {EIO, "File Error 4"}}) {
+        writeError = error;
+        start(server);
+        const bool hasEnded = waitForEnd();
+        writeError = 0;
+        ASSERT_TRUE(hasEnded);
+        EXPECT_THAT(outcomes(), ElementsAre(success_));
+        EXPECT_EQ(failure(), reason);
     }
 }
