@@ -4,6 +4,7 @@
 #include "../platform/files/Files.h"
 #include "../platform/settings/Json.h"
 #include "../platform/settings/SystemLog.h"
+#include "../platform/threads/Guarded.h"
 #include "../platform/threads/RunLoop.h"
 #include "../transport/HttpFunctionPost.h"
 
@@ -110,7 +111,15 @@ std::optional<UpdateFailure> failureOfPost(Step step, const HttpFunctionPost &tr
 
 } // namespace
 
-UpdateLogicFunc::UpdateLogicFunc() : mBaseURL_(baseURL()) {}
+struct UpdateLogicFunc::Private
+{
+    Guarded<std::shared_ptr<HttpFunctionPost>> mDownload_;
+    Guarded<QString> mBaseURL_{baseURL()};
+    Guarded<DelegateRef<UpdateLogicFuncDelegate>> delegate_;
+    Guarded<std::optional<UpdateFailure>> failure_; // Of the latest command.
+};
+
+UpdateLogicFunc::UpdateLogicFunc() : d_(std::make_unique<Private>()) {}
 
 UpdateLogicFunc::~UpdateLogicFunc()
 {
@@ -132,7 +141,7 @@ std::shared_ptr<CheckUpdateResponse> UpdateLogicFunc::doCheckUpdate(const QStrin
 {
     const auto transport = HttpFunctionPost::getPost(mBaseURL(), nullptr);
     const auto reply = transport->DoPost(checkCommand(productID, productVersion), std::nullopt);
-    failure_.set(failureOfPost(Step::Check, *transport, reply));
+    d_->failure_.set(failureOfPost(Step::Check, *transport, reply));
     return CheckUpdateResponse::getFromJson(reply);
 }
 
@@ -145,7 +154,7 @@ std::shared_ptr<BaseResponse> UpdateLogicFunc::doGetToken()
     if (!failure && !record->ok())
         failure = failureOf(Step::Token, transport->lastResponse(), Kind::NoToken,
                             QStringLiteral("The service hands out no download token."));
-    failure_.set(failure);
+    d_->failure_.set(failure);
     return record;
 }
 
@@ -157,7 +166,7 @@ uint64_t UpdateLogicFunc::doGetFileSize(const QString &token, const QString &fil
     auto error = transport->failure();
     if (!error && !reply.isSuccess())
         error = httpError(reply.status);
-    failure_.set(error ? std::optional(failureOf(Step::Size, reply, *error)) : std::nullopt);
+    d_->failure_.set(error ? std::optional(failureOf(Step::Size, reply, *error)) : std::nullopt);
     return size;
 }
 
@@ -165,7 +174,7 @@ int64_t UpdateLogicFunc::doStartDownload(const QString &token, const QString &fi
                                          const QString &localPath)
 {
     const auto transport = HttpFunctionPost::getPost(mBaseURL(), this);
-    mDownload_.set(transport);
+    d_->mDownload_.set(transport);
     transport->DoDownloadAsync(downloadCommand(token, fileName), localPath);
     return 1;
 }
@@ -188,16 +197,11 @@ bool UpdateLogicFunc::isStopRequestedHere()
     return HttpFunctionPost::isStopRequestedHere();
 }
 
-void UpdateLogicFunc::noteFailureHere(const Error &error)
-{
-    HttpFunctionPost::failHere(error);
-}
-
 std::optional<UpdateFailure> UpdateLogicFunc::lastFailure() const
 {
     const auto download = mDownload();
     if (!download)
-        return failure_.get();
+        return d_->failure_.get();
     const auto error = download->failure();
     return error ? std::optional(failureOf(Step::Download, download->lastResponse(), *error))
                  : std::nullopt;
@@ -219,7 +223,7 @@ UpdateDownloadProgress UpdateLogicFunc::doGetDownloadProgress() const
 
 void UpdateLogicFunc::releaseDownload()
 {
-    mDownload_.set(nullptr);
+    d_->mDownload_.set(nullptr);
 }
 
 void UpdateLogicFunc::waitOne()
@@ -229,14 +233,39 @@ void UpdateLogicFunc::waitOne()
     } while (!doCheckDownloadStop());
 }
 
+std::shared_ptr<HttpFunctionPost> UpdateLogicFunc::mDownload() const
+{
+    return d_->mDownload_.get();
+}
+
+QString UpdateLogicFunc::mBaseURL() const
+{
+    return d_->mBaseURL_.get();
+}
+
+void UpdateLogicFunc::setMDownload(const std::shared_ptr<HttpFunctionPost> &d)
+{
+    d_->mDownload_.set(d);
+}
+
+void UpdateLogicFunc::setMBaseURL(const QString &url)
+{
+    d_->mBaseURL_.set(url);
+}
+
+UpdateLogicFuncDelegate *UpdateLogicFunc::delegate() const
+{
+    return d_->delegate_.get().get();
+}
+
 void UpdateLogicFunc::setDelegate(UpdateLogicFuncDelegate *delegate)
 {
-    delegate_.set(DelegateRef(delegate));
+    d_->delegate_.set(DelegateRef(delegate));
 }
 
 void UpdateLogicFunc::downloadFinishWithFilePath(const QString &path)
 {
-    delegate_.get().call(
+    d_->delegate_.get().call(
         [&](UpdateLogicFuncDelegate &delegate) { delegate.downloadFinishWithFilePath(path); });
 }
 

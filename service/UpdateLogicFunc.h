@@ -1,7 +1,6 @@
 #pragma once
 
 #include "../platform/Export.h"
-#include "../platform/threads/Guarded.h"
 #include "../transport/HttpFunctionPostDelegate.h"
 #include "BaseResponse.h"
 #include "CheckUpdateResponse.h"
@@ -80,9 +79,6 @@ public:
     /// stop meanwhile: then what the delegate does with the file is not wanted any more.
     static bool isStopRequestedHere();
 
-    /// From a delegate's call of a finished download: why its file is of no use.
-    static void noteFailureHere(const ZVPlatform::Error &error);
-
     /// Why the current or last download failed or, before the first, the latest command; absent
     /// when it did not. Of a download the last word is there once doCheckDownloadStop() holds.
     std::optional<UpdateFailure> lastFailure() const;
@@ -98,18 +94,18 @@ public:
 
     ///@{
     /// The transport of the running or last download; null before the first.
-    std::shared_ptr<HttpFunctionPost> mDownload() const { return mDownload_.get(); }
-    void setMDownload(const std::shared_ptr<HttpFunctionPost> &d) { mDownload_.set(d); }
+    std::shared_ptr<HttpFunctionPost> mDownload() const;
+    void setMDownload(const std::shared_ptr<HttpFunctionPost> &d);
     ///@}
     ///@{
     /// The service's base URL, which takes the sealed command at its end.
-    QString mBaseURL() const { return mBaseURL_.get(); }
-    void setMBaseURL(const QString &url) { mBaseURL_.set(url); }
+    QString mBaseURL() const;
+    void setMBaseURL(const QString &url);
     ///@}
     ///@{
     /// Who hears of a finished download. Not owned; null when there is none or it has been
     /// destroyed.
-    UpdateLogicFuncDelegate *delegate() const { return delegate_.get().get(); }
+    UpdateLogicFuncDelegate *delegate() const;
     void setDelegate(UpdateLogicFuncDelegate *delegate);
     ///@}
 
@@ -118,8 +114,6 @@ public:
     void downloadFinishWithError(const ZVPlatform::Error &error) override;
 
 private:
-    ZVPlatform::Guarded<std::shared_ptr<HttpFunctionPost>> mDownload_;
-    ZVPlatform::Guarded<QString> mBaseURL_;
-    ZVPlatform::Guarded<ZVPlatform::DelegateRef<UpdateLogicFuncDelegate>> delegate_;
-    ZVPlatform::Guarded<std::optional<UpdateFailure>> failure_; // Of the latest command.
+    struct ZVUPDATE_NO_EXPORT Private;
+    const std::unique_ptr<Private> d_;
 };
