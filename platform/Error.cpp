@@ -1,5 +1,7 @@
 #include "KnownErrors.h"
 
+#include <iterator>
+
 namespace ZVPlatform {
 
 const char networkErrorDomain[] = "Network Error";
@@ -7,57 +9,38 @@ const char fileErrorDomain[] = "File Error";
 
 namespace {
 
-QString text(NetworkError what)
-{
-    switch (what) {
-    case NetworkError::Cancelled:
-        return QStringLiteral("The transfer was cancelled.");
-    case NetworkError::TimedOut:
-        return QStringLiteral("The server did not answer in time.");
-    case NetworkError::BadUrl:
-        return QStringLiteral("The address is not a valid URL.");
-    case NetworkError::HostNotFound:
-        return QStringLiteral("The server's name could not be found.");
-    case NetworkError::CannotConnect:
-        return QStringLiteral("The server could not be reached.");
-    case NetworkError::ConnectionLost:
-        return QStringLiteral("The connection was lost before the reply was complete.");
-    case NetworkError::TooManyRedirects:
-        return QStringLiteral("The server redirected too many times.");
-    case NetworkError::UnsupportedProtocol:
-        return QStringLiteral("The address is neither http nor https.");
-    case NetworkError::SecureConnectionFailed:
-    case NetworkError::CertificateRefused:
-        return QStringLiteral("No secure connection to the server could be made.");
-    case NetworkError::BadReply:
-        return QStringLiteral("The server's reply is not valid HTTP.");
-    case NetworkError::ReplyTooLarge:
-        return QStringLiteral("The server's reply is too large.");
-    case NetworkError::ProxyRefused:
-        return QStringLiteral("The proxy refused to connect to the server.");
-    case NetworkError::RedirectRefused:
-        return QStringLiteral("The server redirected to an address that is not allowed.");
-    case NetworkError::Other:
-        break;
-    }
-    return QStringLiteral("The transfer failed.");
-}
+// By their codes, from 1 on.
+const char *const networkSentences[] = {
+    "The transfer was cancelled.",
+    "The server did not answer in time.",
+    "The address is not a valid URL.",
+    "The server's name could not be found.",
+    "The server could not be reached.",
+    "The connection was lost before the reply was complete.",
+    "The server redirected too many times.",
+    "The address is neither http nor https.",
+    "No secure connection to the server could be made.",
+    "The server's reply is not valid HTTP.",
+    "The server's reply is too large.",
+    "The transfer failed.",
+    "The proxy refused to connect to the server.",
+    "The server redirected to an address that is not allowed.",
+    "No secure connection to the server could be made.", // Nor does the log tell it from the other.
+};
+static_assert(std::size(networkSentences) == static_cast<size_t>(NetworkError::CertificateRefused));
 
-QString text(FileError what)
+const char *const fileSentences[] = {
+    "Another download is writing the same file.",
+    "A directory is in the place of the file.",
+    "There is not enough room on the disk.",
+    "The file cannot be written.",
+    "The file received does not have the digest announced.",
+};
+static_assert(std::size(fileSentences) == static_cast<size_t>(FileError::WrongDigest));
+
+Error error(const char *domain, int code, const char *const *sentences)
 {
-    switch (what) {
-    case FileError::InUse:
-        return QStringLiteral("Another download is writing the same file.");
-    case FileError::IsDirectory:
-        return QStringLiteral("A directory is in the place of the file.");
-    case FileError::NoRoom:
-        return QStringLiteral("There is not enough room on the disk.");
-    case FileError::NotWritable:
-        return QStringLiteral("The file cannot be written.");
-    case FileError::WrongDigest:
-        return QStringLiteral("The file received does not have the digest announced.");
-    }
-    return {};
+    return {QLatin1String(domain), code, QLatin1String(sentences[code - 1])};
 }
 
 } // namespace
@@ -77,12 +60,12 @@ Error httpError(int status)
 
 Error networkError(NetworkError what)
 {
-    return {QLatin1String(networkErrorDomain), static_cast<int>(what), text(what)};
+    return error(networkErrorDomain, static_cast<int>(what), networkSentences);
 }
 
 Error fileError(FileError what)
 {
-    return {QLatin1String(fileErrorDomain), static_cast<int>(what), text(what)};
+    return error(fileErrorDomain, static_cast<int>(what), fileSentences);
 }
 
 } // namespace ZVPlatform

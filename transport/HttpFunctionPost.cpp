@@ -122,12 +122,14 @@ public:
         else if (!result)
             transport_->fail(result.error());
 
-        if (result && response_.isSuccess())
-            reportFile();
-        else if (response_.isSuccess() && passesErrors_)
-            reportError(result.error());
-        else // A connection never says more than the status it got, even when that is a success.
-            reportError(httpError(response_.status));
+        transport_->report([&](HttpFunctionPostDelegate &delegate) {
+            if (result && response_.isSuccess())
+                delegate.downloadFinishWithFilePath(path());
+            else if (response_.isSuccess() && passesErrors_)
+                delegate.downloadFinishWithError(result.error());
+            else // A connection never says more than the status it got, even that of a success.
+                delegate.downloadFinishWithError(httpError(response_.status));
+        });
         if (!result && !passesErrors_ && result.error().domain == QLatin1String(fileErrorDomain))
             systemLog(result.error().localizedDescription);
         transport_->mThreadEnded_ = 1;
@@ -135,19 +137,6 @@ public:
 
 private:
     QString path() const { return transport_->mCancelDownloadTempFile().value_or(QString()); }
-
-    void reportFile()
-    {
-        transport_->report([this](HttpFunctionPostDelegate &delegate) {
-            delegate.downloadFinishWithFilePath(path());
-        });
-    }
-
-    void reportError(const Error &error)
-    {
-        transport_->report(
-            [&](HttpFunctionPostDelegate &delegate) { delegate.downloadFinishWithError(error); });
-    }
 
     const std::shared_ptr<HttpFunctionPost> transport_;
     PartialFile file_;
