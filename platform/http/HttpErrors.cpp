@@ -20,7 +20,6 @@ NetworkError meaning(CURLcode result)
         return NetworkError::HostNotFound;
     case CURLE_COULDNT_CONNECT:
     case CURLE_PROXY:
-    case CURLE_INTERFACE_FAILED:
         return NetworkError::CannotConnect;
     case CURLE_PARTIAL_FILE:
     case CURLE_GOT_NOTHING:
@@ -30,15 +29,12 @@ NetworkError meaning(CURLcode result)
     case CURLE_TOO_MANY_REDIRECTS:
         return NetworkError::TooManyRedirects;
     case CURLE_SSL_CONNECT_ERROR:
-    case CURLE_SSL_CERTPROBLEM:
-    case CURLE_SSL_CIPHER:
     case CURLE_SSL_CACERT_BADFILE:
         return NetworkError::SecureConnectionFailed;
     case CURLE_PEER_FAILED_VERIFICATION:
         return NetworkError::CertificateRefused;
     case CURLE_WEIRD_SERVER_REPLY:
     case CURLE_BAD_CONTENT_ENCODING:
-    case CURLE_HTTP2:
         return NetworkError::BadReply;
     default:
         return NetworkError::Other;

@@ -232,6 +232,21 @@ TEST_P(Client, TellsItsDelegateOfAFile)
     EXPECT_TRUE(log.lines().isEmpty());
 }
 
+TEST_P(Client, WaitsForAsManyStepsAsADownloadTakes)
+{
+    const auto gate = std::make_shared<Gate>();
+    ScriptedServer server(Reply().send(halfAFile).wait(gate).send("abcdefghij"));
+    start(server);
+    std::thread later([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(600)); // A step takes 500.
+        gate->open();
+    });
+    client_->waitOne();
+    EXPECT_TRUE(client_->doCheckDownloadStop());
+    later.join();
+    EXPECT_EQ(file(), "0123456789abcdefghij");
+}
+
 TEST_P(Client, OnlyLogsAFailure)
 {
     const LogCapture log;

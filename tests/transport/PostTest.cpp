@@ -38,6 +38,7 @@ void expectOneConnectError(const LogCapture &log, const char *reason)
 
 const char *const lost = "The connection was lost before the reply was complete.";
 const char *const redirectRefused = "The server redirected to an address that is not allowed.";
+const char *const invalid = "The server's reply is not valid HTTP.";
 const char *const unreachable = "The server could not be reached.";
 
 } // namespace
@@ -115,7 +116,9 @@ TEST(Post, WithoutAWholeReplyIsLoggedOnce)
         {Reply().send(begun).close(), lost},
         {Reply().send("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n4\r\nhalf").close(),
          lost},
-        {Reply().send("no HTTP at all\r\n\r\n").close(), "The server's reply is not valid HTTP."},
+        {Reply().send("no HTTP at all\r\n\r\n").close(), invalid},
+        {Reply().send("HTTP/1.1 200 OK\r\nContent-Length: -9\r\n\r\n"), invalid},
+        {Reply().send("HTTP/1.1 200 OK\r\nTransfer-Encoding: odd\r\n\r\nx").close(), invalid},
         {Reply::whole(200, QByteArray((2 << 20) + 1, 'x')), "The server's reply is too large."},
         {redirect("/again"), "The server redirected too many times.", 11},
         {redirect("file:///etc/hostname"), redirectRefused},

@@ -150,6 +150,13 @@ TEST(ProxyOfTheEnvironment, IsUsed)
     EXPECT_THAT(server.requests().back().target.toStdString(), StartsWith("/?dt="));
 }
 
+TEST(ProxyOfTheEnvironment, ThatIsNotFoundIsAFailure)
+{
+    const Proxy proxy("http_proxy", QString(64, u'x')); // No name server is asked for that.
+    EXPECT_EQ(post(QStringLiteral("http://%1/?dt=").arg(unreachable)),
+              "connect error: The server's name could not be found.");
+}
+
 TEST(ProxyOfTheEnvironment, ThatWantsAPasswordIsAFailure)
 {
     ScriptedServer server(Reply::whole(407, "Who are you?", {"Proxy-Authenticate: Basic realm=x"}));
