@@ -1,11 +1,11 @@
 #include "ReplacedClients.h"
 
+#include "../platform/Mutex.h"
 #include "../platform/threads/ApplicationEnd.h"
 #include "../service/UpdateLogicFunc.h"
 
 #include <algorithm>
 #include <iterator>
-#include <mutex>
 #include <utility>
 #include <vector>
 
@@ -13,14 +13,14 @@ namespace {
 
 using Clients = std::vector<std::shared_ptr<UpdateLogicFunc>>;
 
-std::mutex mutex;
-Clients clients; // Guarded by mutex.
+ZVPlatform::Mutex mutex;
+Clients clients ZVUPDATE_GUARDED_BY(mutex);
 
 // Destroying a client stops its download and waits; so it is not done under the lock.
 void stopAll()
 {
     Clients stopped;
-    const std::lock_guard lock(mutex);
+    const ZVPlatform::MutexLock lock(mutex);
     stopped.swap(clients);
 }
 
@@ -29,7 +29,7 @@ void stopAll()
 void ReplacedClients::keep(std::shared_ptr<UpdateLogicFunc> client)
 {
     Clients ended;
-    const std::lock_guard lock(mutex);
+    const ZVPlatform::MutexLock lock(mutex);
     if (client && !client->doCheckDownloadStop()) {
         if (clients.empty())
             ZVPlatform::whenApplicationEnds(stopAll);

@@ -1,16 +1,16 @@
 #include "ApplicationEnd.h"
 
-#include <QCoreApplication>
+#include "../Mutex.h"
 
-#include <mutex>
+#include <QCoreApplication>
 
 namespace ZVPlatform {
 
 void whenApplicationEnds(void (*call)())
 {
     // Qt has a lock of its own here, which thread sanitizer does not see.
-    static std::mutex mutex;
-    const std::lock_guard lock(mutex);
+    static Mutex mutex;
+    const MutexLock lock(mutex);
     qAddPostRoutine(call);
 }
 

@@ -1,7 +1,8 @@
 #include "Worker.h"
 
+#include "../Mutex.h"
+
 #include <cstdlib>
-#include <mutex>
 #include <utility>
 #include <vector>
 
@@ -17,7 +18,7 @@ class UnjoinedThreads
 public:
     void add(std::thread thread)
     {
-        const std::lock_guard lock(mutex_);
+        const MutexLock lock(mutex_);
         threads_.push_back(std::move(thread));
     }
 
@@ -25,7 +26,7 @@ public:
     {
         std::vector<std::thread> threads;
         {
-            const std::lock_guard lock(mutex_);
+            const MutexLock lock(mutex_);
             threads.swap(threads_);
         }
         for (std::thread &thread : threads) {
@@ -37,8 +38,8 @@ public:
     }
 
 private:
-    std::mutex mutex_;
-    std::vector<std::thread> threads_;
+    Mutex mutex_;
+    std::vector<std::thread> threads_ ZVUPDATE_GUARDED_BY(mutex_);
 };
 
 UnjoinedThreads &unjoinedThreads()
