@@ -21,9 +21,8 @@ struct Pool
 
 Pool &pool()
 {
-    // Never destroyed: an exchange may still be running when the process is on its way out.
-    static Pool *instance = new Pool;
-    return *instance;
+    static Pool &instance = *new Pool;
+    return instance;
 }
 
 void initialiseCurl()

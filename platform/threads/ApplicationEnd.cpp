@@ -4,6 +4,8 @@
 
 #include <QCoreApplication>
 
+#include <cstdlib>
+
 namespace ZVPlatform {
 
 void whenApplicationEnds(void (*call)())
@@ -12,6 +14,7 @@ void whenApplicationEnds(void (*call)())
     static Mutex mutex;
     const MutexLock lock(mutex);
     qAddPostRoutine(call);
+    std::atexit(call);
 }
 
 } // namespace ZVPlatform

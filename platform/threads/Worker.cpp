@@ -1,8 +1,8 @@
 #include "Worker.h"
 
 #include "../Mutex.h"
+#include "ApplicationEnd.h"
 
-#include <cstdlib>
 #include <utility>
 #include <vector>
 
@@ -44,13 +44,11 @@ private:
 
 UnjoinedThreads &unjoinedThreads()
 {
-    // Never destroyed: a thread may still leave while the process is on its way out. Those that
-    // have left by then are joined.
-    static UnjoinedThreads *const instance = [] {
-        std::atexit([] { unjoinedThreads().join(); });
-        return new UnjoinedThreads;
+    static UnjoinedThreads &instance = []() -> UnjoinedThreads & {
+        whenApplicationEnds([] { unjoinedThreads().join(); });
+        return *new UnjoinedThreads;
     }();
-    return *instance;
+    return instance;
 }
 
 void nameCurrentThread(const QString &label)
