@@ -26,8 +26,12 @@ using namespace ZVPlatform;
 
 namespace {
 
-// The thread that uses the shared controller.
-std::shared_ptr<ZVUpdateProc> sharedUpdateProcInstance;
+// Used by the thread that uses the shared controller.
+std::shared_ptr<ZVUpdateProc> &sharedUpdateProcInstance()
+{
+    static auto &instance = *new std::shared_ptr<ZVUpdateProc>;
+    return instance;
+}
 
 QDateTime timeZero()
 {
@@ -107,17 +111,18 @@ public:
 
 std::shared_ptr<ZVUpdateProc> ZVUpdateProc::getSharedZVUpdateProc()
 {
-    if (!sharedUpdateProcInstance) {
-        sharedUpdateProcInstance = std::make_shared<ZVUpdateProc>();
+    auto &instance = sharedUpdateProcInstance();
+    if (!instance) {
+        instance = std::make_shared<ZVUpdateProc>();
         whenApplicationEnds(releaseSharedZVUpdateProc);
     }
-    return sharedUpdateProcInstance;
+    return instance;
 }
 
 void ZVUpdateProc::releaseSharedZVUpdateProc()
 {
     // The variable is cleared first: the destructor runs the event loop, which may ask for it.
-    const auto released = std::exchange(sharedUpdateProcInstance, nullptr);
+    const auto released = std::exchange(sharedUpdateProcInstance(), nullptr);
 }
 
 ZVUpdateProc::ZVUpdateProc() : d_(std::make_unique<Private>(this)) {}
