@@ -1,6 +1,6 @@
 #include "ServiceLog.h"
 
-#include "Reply.h"
+#include "HttpMessages.h"
 
 #include <QDateTime>
 
