@@ -268,27 +268,6 @@ class Site(Folder):
     def is_offered(self, version):
         return self.post(f"cmd=checkupd&id=P1&ver={version}")["ok"]
 
-    def test_a_killed_download_is_resumed(self):
-        contents = os.urandom(3_000_000)
-        self.add("2100", self.file("old", b"old"))
-        self.add("2103", self.file("new", contents), "--notes", f"en={self.notes}")
-        self.start("limit_rate 1m;")
-        servers.point_clients_to(self.url, self.folder)
-        saved = self.folder / "saved"
-        saved.mkdir()
-        check = [BIN / "zvupdate", "check", "--product-id", "P1", "--product-version", "2100",
-                 "--directory", saved]
-        environment = os.environ | {"HOME": str(self.folder)}
-        partial = saved / "P1_2103.bin"
-        with subprocess.Popen(check, env=environment, stdout=subprocess.DEVNULL) as client:
-            servers.wait_for(lambda: partial.exists() and partial.stat().st_size > 500_000,
-                             "the download is under way")
-            client.kill()
-        self.assertLess(partial.stat().st_size, len(contents))
-        subprocess.run(check, env=environment, stdout=subprocess.DEVNULL, check=True)
-        self.assertEqual((saved / "P1_2103.dmg").read_bytes(), contents)
-        self.assertIn("GET 206", (self.folder / "access.log").read_text())
-
     def test_clients_of_a_switched_site_get_whole_files(self):
         old, new = os.urandom(300_000), os.urandom(300_000)
         self.add("1", self.file("first", b"first"))
