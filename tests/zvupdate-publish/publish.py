@@ -122,7 +122,7 @@ class Catalogue(Folder):
                 (("--download-host", "http://cdn.example.com/$x"), 2, "give http://HOST"),
                 (("--download-host", "http://cdn.example.com", "--base-url", "https://u/p?dt="), 2,
                  "from https to http"),
-                (("--base-url", "https://u/p"), 2, "PATH?KEY="), (("--keep", "0"), 2, "from 1 on"),
+                (("--base-url", "https://u/p"), 2, "PATH?KEY="), (("--keep", "0"), 2, "from 1 to"),
                 (("--base-url", "https://u/p?dt=\n"), 2, "PATH?KEY="),
                 (("--root", "/srv\n"), 2, "nginx's configuration"),
                 (("--output", self.catalogue), 2, "is the catalogue's folder"),

@@ -45,6 +45,17 @@ std::optional<QString> Arguments::value(const QString &option) const
                                        : std::optional(found->value(found->size() - 1));
 }
 
+Result<int> Arguments::number(const QString &option, int usual, int least, int most) const
+{
+    const QString text = value(option).value_or(QString::number(usual));
+    bool isNumber = false;
+    const int number = text.toInt(&isNumber);
+    if (!isNumber || number < least || number > most)
+        return Failure{u"--%1: \"%2\" is not possible; give a number from %3 to %4"_s.arg(
+            option, text, QString::number(least), QString::number(most))};
+    return number;
+}
+
 // A directory that has gone, or whose name is not UTF-8, would be taken for another.
 Result<QString> Arguments::absolutePath(const QString &option) const
 {

@@ -28,6 +28,8 @@ public:
     std::optional<QString> value(const QString &option) const;
     /// All values of an option, in their order.
     QStringList values(const QString &option) const { return values_.value(option); }
+    /// The value of an option that is a whole number, within bounds that are included.
+    ZVPlatform::Result<int> number(const QString &option, int usual, int least, int most) const;
     /// The value of an option that is required, a path: made absolute and not simplified. Fails
     /// when the current directory has no name to begin with.
     ZVPlatform::Result<QString> absolutePath(const QString &option) const;

@@ -107,9 +107,9 @@ Result<void> checkVersion(const CatalogueFile &catalogue, const Addition &additi
         return Failure{
             u"version \"%1\" has no number to order it by; give one, such as 2103"_s.arg(version)};
     if (!UpdateFiles::named(catalogue.directory(), addition.productId, version))
-        return Failure{u"clients would refuse version \"%1\" of \"%2\", as \"%2_%1.exe\" is not "
-                       u"one plain file "
-                       "name; choose another version"_s.arg(version, addition.productId)};
+        return Failure{
+            u"clients would refuse version \"%1\" of \"%2\", as \"%2_%1.exe\" is not "
+            "one plain file name; choose another version"_s.arg(version, addition.productId)};
     for (const QString &old : addition.supersedes) {
         if (!hasNumber(old) || compareVersions(old, version) >= 0)
             return Failure{

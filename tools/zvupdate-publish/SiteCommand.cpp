@@ -79,16 +79,6 @@ Result<NginxConfig> configure(const Arguments &arguments, const QString &output)
     return config;
 }
 
-Result<int> generationsToKeep(const Arguments &arguments)
-{
-    bool isNumber = true;
-    const QString text = arguments.value(u"keep"_s).value_or(u"3"_s);
-    const int number = text.toInt(&isNumber);
-    if (!isNumber || number < 1)
-        return Failure{u"--keep: \"%1\" is not possible; give a number from 1 on"_s.arg(text)};
-    return number;
-}
-
 bool isSameFolder(const QString &one, const QString &other)
 {
     std::error_code error;
@@ -129,7 +119,7 @@ Outcome site(const Arguments &arguments, Console &console)
     const auto output = arguments.absolutePath(u"output"_s);
     if (!output)
         return wrongArguments(output.error());
-    const auto keep = generationsToKeep(arguments);
+    const auto keep = arguments.number(u"keep"_s, 3, 1, 1'000'000);
     if (!keep)
         return wrongArguments(keep.error());
     const auto config = configure(arguments, *output);

@@ -24,14 +24,6 @@ struct Settings
     Faults faults;
 };
 
-/// A whole number within bounds, both included.
-std::optional<int> number(const QString &text, int least, int most)
-{
-    bool ok = false;
-    const int value = text.toInt(&ok);
-    return ok && value >= least && value <= most ? std::optional(value) : std::nullopt;
-}
-
 Result<Settings> settingsIn(const Arguments &arguments)
 {
     const QString directory = *arguments.value(u"directory"_s);
@@ -39,25 +31,18 @@ Result<Settings> settingsIn(const Arguments &arguments)
         return Failure{
             u"--directory: there is no folder \"%1\"; create it with a releases.json"_s.arg(
                 directory)};
-
-    const QString portText = arguments.value(u"port"_s).value_or(u"0"_s);
-    const auto port = number(portText, 0, 65'535);
+    const auto port = arguments.number(u"port"_s, 0, 0, 65'535);
     if (!port)
-        return Failure{
-            u"--port: \"%1\" is not a port; give a number from 0 to 65535"_s.arg(portText)};
+        return Failure{port.error()};
     const QString host = arguments.value(u"bind"_s).value_or(u"127.0.0.1"_s);
     const auto address = SocketAddress::fromText(host, static_cast<quint16>(*port));
     if (!address)
         return Failure{
             u"--bind: \"%1\" is not an address; give one such as 127.0.0.1 or ::1"_s.arg(host)};
-
-    constexpr int longestLifetime = 365 * 24 * 60 * 60;
-    const QString lifetimeText = arguments.value(u"token-lifetime"_s).value_or(u"3600"_s);
-    const auto lifetime = number(lifetimeText, 1, longestLifetime);
+    constexpr int aYear = 365 * 24 * 60 * 60;
+    const auto lifetime = arguments.number(u"token-lifetime"_s, 3600, 1, aYear);
     if (!lifetime)
-        return Failure{
-            u"--token-lifetime: \"%1\" is no time; give seconds from 1 to %2"_s.arg(lifetimeText)
-                .arg(longestLifetime)};
+        return Failure{lifetime.error()};
     Faults faults;
     for (const QString &fault : arguments.values(u"fault"_s)) {
         if (const auto added = faults.add(fault); !added)

@@ -129,29 +129,21 @@ Command checkCommand()
              "end\n"
              "{\"event\":\"window\",\"action\":\"update\"|\"cancel\"|\"closed\"} after that, with "
              "--show-window"_s},
-        .options =
-            HostOptions::all() +
-            QList<CommandOption>{
-                {u"no-delegate"_s,
-                 {},
-                 u"Fetches the installer for a later check: the verified file stays under its "
-                 "temporary name."_s},
-                {u"mode"_s,
-                 u"session|connection"_s,
-                 u"How the download runs: reporting on a thread of its own, which is the default, "
-                 u"or "
-                 "on the main thread."_s,
-                 false,
-                 {u"session"_s, u"connection"_s}},
-                {u"show-window"_s,
-                 {},
-                 u"Shows what is new when the installer is ready, and offers to open it. The "
-                 u"command "
-                 "ends with the choice."_s},
-                {u"product-name"_s, u"NAME"_s, u"The product's name as the window shows it."_s},
-                {u"debug"_s, {}, u"Logs the steps of the check on standard error."_s},
-                {u"json"_s, {}, u"Tells programs, rather than people, how the check goes."_s},
-                HostOptions::application()},
+        .options = HostOptions::with(
+            {{.name = u"no-delegate"_s,
+              .help = u"Fetches the installer for a later check: the verified file stays under its "
+                      "temporary name."_s},
+             {.name = u"mode"_s,
+              .valueName = u"session|connection"_s,
+              .help = u"How the download runs: reporting on a thread of its own, which is the "
+                      "default, or on the main thread."_s,
+              .choices = {u"session"_s, u"connection"_s}},
+             {.name = u"show-window"_s,
+              .help = u"Shows what is new when the installer is ready, and offers to open it. The "
+                      "command ends with the choice."_s},
+             {u"product-name"_s, u"NAME"_s, u"The product's name as the window shows it."_s},
+             {u"debug"_s, {}, u"Logs the steps of the check on standard error."_s},
+             {u"json"_s, {}, u"Tells programs, rather than people, how the check goes."_s}}),
         .exitStatuses = {u"0 a verified installer is ready; 1 the download failed, or its file was "
                          "discarded; 2 wrong arguments; 3 there is no update, or the service could "
                          "not be asked; 4 not configured; 6 skipped, since automatic updating is "

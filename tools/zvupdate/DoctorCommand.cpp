@@ -50,16 +50,13 @@ Command doctorCommand()
         .details =
             {u"Give what the host gives the library, and the host's own name as --application. "
              "Looks at the clock, the preferences, the directory, what is in it and the room "
-             "there, and "
-             "asks the update service what a check asks. Nothing is changed, and no installer "
-             "downloaded."_s,
+             "there, and asks the update service what a check asks. Nothing is changed, and no "
+             "installer downloaded."_s,
              u"With --json, standard output is one JSON object a line:\n"
              "{\"event\":\"finding\",\"name\":TEXT,\"ok\":true|false,\"message\":TEXT,"
              "\"remedy\":TEXT|null}"_s},
-        .options = HostOptions::all() +
-                   QList<CommandOption>{
-                       {u"json"_s, {}, u"Tells programs, rather than people, what is found."_s},
-                       HostOptions::application()},
+        .options = HostOptions::with(
+            {{u"json"_s, {}, u"Tells programs, rather than people, what is found."_s}}),
         .exitStatuses = {u"0 all is well, 1 something is wrong, 2 wrong arguments."_s},
         .examples = {u"doctor --product-id P1 --product-version 2100 --directory updates"_s,
                      u"doctor --product-id P1 --product-version 2100 --directory updates "

@@ -10,12 +10,14 @@
 using namespace Qt::StringLiterals;
 using namespace ZVPlatform;
 
-QList<CommandOption> HostOptions::all()
+QList<CommandOption> HostOptions::with(const QList<CommandOption> &further)
 {
-    return {{u"product-id"_s, u"ID"_s, u"The product's identifier at the update service."_s, true},
-            {u"product-version"_s, u"VERSION"_s, u"The version that is installed."_s, true},
-            {u"directory"_s, u"DIR"_s,
-             u"Where update files are kept. A check creates it when it is missing."_s, true}};
+    const QList<CommandOption> host = {
+        {u"product-id"_s, u"ID"_s, u"The product's identifier at the update service."_s, true},
+        {u"product-version"_s, u"VERSION"_s, u"The version that is installed."_s, true},
+        {u"directory"_s, u"DIR"_s,
+         u"Where update files are kept. A check creates it when it is missing."_s, true}};
+    return host + further + QList{application()};
 }
 
 CommandOption HostOptions::application()

@@ -12,8 +12,8 @@ struct HostOptions
     /// Absolute.
     QString directory;
 
-    /// Those of the three above.
-    static QList<CommandOption> all();
+    /// Those of the three above, further ones, and the one of the application.
+    static QList<CommandOption> with(const QList<CommandOption> &further);
     /// Chooses whose preferences are meant.
     static CommandOption application();
 
