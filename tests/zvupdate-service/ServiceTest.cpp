@@ -20,7 +20,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr qint64 kHugeSize = (qint64(4) << 30) + 3;
+constexpr qint64 hugeSize = (qint64(4) << 30) + 3;
 
 QString md5(const QByteArray &bytes)
 {
@@ -37,7 +37,7 @@ protected:
         writeFile(service_.served(u"files/new.bin"_s), installer_);
         QFile huge(service_.served(u"files/huge.bin"_s));
         ASSERT_TRUE(huge.open(QIODevice::WriteOnly));
-        ASSERT_TRUE(huge.seek(kHugeSize - 3) && huge.write("end") == 3);
+        ASSERT_TRUE(huge.seek(hugeSize - 3) && huge.write("end") == 3);
         writeFile(service_.served(u"releases.json"_s), R"({"products": [
             {"id": "P&ver=1", "releases": [
               {"version": "2103", "installer": "files/new.bin",
@@ -130,9 +130,9 @@ TEST_F(ServiceTest, SendsFilesPastFourGigabytes)
     ASSERT_TRUE(service_.start());
     const QString command = service_.download(u"Huge_1.exe"_s);
     EXPECT_EQ(service_.request("HEAD", command).headers.value("content-length"),
-              QByteArray::number(kHugeSize));
+              QByteArray::number(hugeSize));
     const auto end =
-        service_.request("GET", command, "bytes=" + QByteArray::number(kHugeSize - 4) + '-');
+        service_.request("GET", command, "bytes=" + QByteArray::number(hugeSize - 4) + '-');
     EXPECT_EQ(end.status, 206);
     EXPECT_EQ(end.body, QByteArray("\0end", 4));
     EXPECT_EQ(check(u"Huge"_s, u"0"_s).ZVMD5(),

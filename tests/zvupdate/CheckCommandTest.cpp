@@ -36,7 +36,7 @@ QJsonObject offerEvent()
     return {{u"event"_s, u"offer"_s}, {u"version"_s, u"2"_s}, {u"notes"_s, u"en notes"_s}};
 }
 
-/// The events of a check but for the first, which must be the one that starts each.
+// The events of a check but for the first, which must be the one that starts each.
 QList<QJsonObject> eventsOf(const QString &output)
 {
     QList<QJsonObject> events = eventsIn(output);

@@ -164,7 +164,7 @@ private:
     QSet<QString> fileNames_;
 };
 
-/// "LINE:COLUMN" of the byte at offset, both counted from 1.
+// "LINE:COLUMN" of the byte at offset, both counted from 1.
 QString position(const QByteArray &json, qsizetype offset)
 {
     const QByteArray before = json.left(offset);

@@ -24,7 +24,7 @@ using namespace ZVPlatform;
 
 namespace {
 
-/// How many bytes are left to be fetched when a download is resumed.
+// How many bytes are left to be fetched when a download is resumed.
 constexpr qint64 resumedBytes = 65536;
 
 /// What one client met.

@@ -23,7 +23,7 @@ Reply json(const QByteArray &body)
     return reply;
 }
 
-/// A command that was understood as HTTP but does not succeed: status 200, and the reason inside.
+// A command that was understood as HTTP but does not succeed: status 200, and the reason inside.
 Reply refusal(const QString &reason)
 {
     Reply reply = json(Replies::refusal(reason));

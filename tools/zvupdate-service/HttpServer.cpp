@@ -8,6 +8,7 @@
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <memory>
 #include <thread>
@@ -16,8 +17,8 @@ using namespace ZVPlatform;
 
 namespace {
 
-/// A connection over which nothing moves is given up after this time. Long, since a host under a
-/// debugger stands still for minutes.
+// A connection over which nothing moves is given up after this time. Long, since a host under a
+// debugger stands still for minutes.
 constexpr unsigned idleSeconds = 600;
 
 /// One request and its reply, from the request's first line until the reply is gone.
@@ -80,7 +81,8 @@ struct InterruptedFile
         const int socket =
             MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CONNECTION_FD)->connect_fd;
         char byte = 0;
-        return ::recv(socket, &byte, 1, MSG_PEEK | MSG_DONTWAIT) == 0;
+        const ssize_t count = ::recv(socket, &byte, 1, MSG_PEEK | MSG_DONTWAIT);
+        return count == 0 || (count < 0 && errno == ECONNRESET);
     }
 };
 
@@ -101,7 +103,7 @@ MHD_Response *responseFrom(Reply::FilePiece &piece, MHD_Connection *connection)
         [](void *file) { delete static_cast<InterruptedFile *>(file); });
 }
 
-/// The body is not copied: reply must outlive the sending.
+// The body is not copied: reply must outlive the sending.
 MHD_Response *responseFrom(Reply &reply, MHD_Connection *connection)
 {
     MHD_Response *response;
@@ -148,8 +150,8 @@ void onCompleted(void *, MHD_Connection *, void **context, MHD_RequestTerminatio
                              end == MHD_REQUEST_TERMINATED_COMPLETED_OK);
 }
 
-/// Raises this process's limit of open files as far as it may. Half of it may become connections,
-/// since each may have a file open.
+// Raises this process's limit of open files as far as it may. Half of it may become connections,
+// since each may have a file open.
 unsigned connectionLimit()
 {
     rlimit files{};

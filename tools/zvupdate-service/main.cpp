@@ -51,7 +51,7 @@ Result<Settings> settingsIn(const Arguments &arguments)
     return Settings{directory, *address, std::chrono::seconds(*lifetime), faults};
 }
 
-/// The signals that end the service, a terminal that goes away among them.
+// The signals that end the service, a terminal that goes away among them.
 sigset_t stopSignals()
 {
     sigset_t signals = {};
