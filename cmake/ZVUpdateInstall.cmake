@@ -12,7 +12,6 @@ set(publicHeaders
     platform/threads/DelegateAnchor.h
     platform/Error.h
     platform/Export.h
-    platform/threads/Guarded.h
     preferences/UpdatePreferences.h
     service/BaseResponse.h
     service/CheckUpdateResponse.h

@@ -8,6 +8,7 @@
 #include "../platform/settings/SystemLog.h"
 #include "../platform/settings/Text.h"
 #include "../platform/threads/ApplicationEnd.h"
+#include "../platform/threads/Guarded.h"
 #include "../platform/threads/MainQueue.h"
 #include "../preferences/UpdatePreferences.h"
 #include "../transport/ZVMisc.h"
@@ -16,6 +17,8 @@
 #include "UpdateFiles.h"
 
 #include <QDateTime>
+
+#include <atomic>
 
 using namespace ZVPlatform;
 
@@ -49,7 +52,56 @@ bool hasDigest(const QString &path, const std::optional<QString> &digest)
     return Files::exists(path) && isSameDigest(ZVMisc::getFileMD5(path), digest);
 }
 
+// Whether the user's switch and the next-check date let a check happen.
+bool isTimeToCheck()
+{
+    if (const auto automaticUpdating = UpdatePreferences::automaticUpdating()) {
+        UpdatePreferences::setNextCheckDate(timeZero());
+        UpdatePreferences::synchronise();
+        if (!*automaticUpdating)
+            return false;
+    } else {
+        UpdatePreferences::setAutomaticUpdating(true);
+        UpdatePreferences::synchronise();
+    }
+    const auto nextCheck = UpdatePreferences::nextCheckDate();
+    return !nextCheck || *nextCheck <= QDateTime::currentDateTimeUtc();
+}
+
+void discard(const UpdateFiles &files)
+{
+    Files::remove(files.diskImagePath);
+    Files::remove(files.temporaryPath);
+}
+
 } // namespace
+
+/// What belongs to one controller, and the steps of its checks.
+class ZVUpdateProc::Private
+{
+public:
+    enum class Verified { Yes, No, NotNow };
+
+    explicit Private(ZVUpdateProc *controller) : self(controller) {}
+
+    int64_t fetch(UpdateLogicFunc &client, const UpdateFiles &files, const QString &digest);
+    Verified installVerified(LockedFile &file, const QString &diskImagePath,
+                             const std::optional<QString> &digest);
+    bool isUnwanted() const;
+    void scheduleFileReady(const QString &path);
+    void debugLog(const QString &message) const;
+
+    ZVUpdateProc *const self;
+    Guarded<DelegateRef<ZVUpdateProcDelegate>> delegate_;
+    Guarded<std::shared_ptr<CheckUpdateResponse>> mLastCheckUpdateResponse_;
+    Guarded<std::shared_ptr<UpdateLogicFunc>> mCurrentDownloadUpdateLogic_;
+    Guarded<std::shared_ptr<UpdateInfoWindowController>> mUpdateInfoWindowCtrl_;
+    Guarded<std::optional<QString>> mProductID_;
+    Guarded<std::optional<QString>> mProductVersion_;
+    Guarded<std::optional<QString>> mSaveFileDirectory_;
+    std::atomic<bool> mDebug_ = false;
+    std::atomic<bool> isEnding_ = false;
+};
 
 std::shared_ptr<ZVUpdateProc> ZVUpdateProc::getSharedZVUpdateProc()
 {
@@ -66,11 +118,11 @@ void ZVUpdateProc::releaseSharedZVUpdateProc()
     const auto released = std::exchange(sharedUpdateProcInstance, nullptr);
 }
 
-ZVUpdateProc::ZVUpdateProc() = default;
+ZVUpdateProc::ZVUpdateProc() : d_(std::make_unique<Private>(this)) {}
 
 ZVUpdateProc::~ZVUpdateProc()
 {
-    isEnding_ = true;
+    d_->isEnding_ = true;
     // From here on no download of this or an earlier check finds anybody to report to.
     UpdateLogicFuncDelegate::retire();
     setMCurrentDownloadUpdateLogic(nullptr);
@@ -116,8 +168,8 @@ int64_t ZVUpdateProc::updateWithDelegate(ZVUpdateProcDelegate *delegate)
     const auto files = UpdateFiles::named(*directory, *productID, version);
     if (!reply->ok() || version.isEmpty() || digest.isEmpty() || !files)
         return endCheck(ZVNoUpdate);
-    debugLog(QStringLiteral("checkUpdate OK ... ") + reply->debugDescription());
-    const int64_t result = fetch(*client, *files, digest);
+    d_->debugLog(QStringLiteral("checkUpdate OK ... ") + reply->debugDescription());
+    const int64_t result = d_->fetch(*client, *files, digest);
     // Another check may have replaced the client before there was a download to keep it for.
     if (client != mCurrentDownloadUpdateLogic())
         ReplacedClients::keep(client);
@@ -145,16 +197,16 @@ void ZVUpdateProc::downloadFinishWithFilePath(const QString &path)
     const bool debug = mDebug();
     // Stays locked until a wrong file has been removed: another process may begin its own under the
     // name as soon as it is not.
-    LockedFile file(path, [this] { return isUnwanted(); });
-    const Verified verified = installVerified(file, UpdateFiles::diskImagePathFor(path), digest);
-    if (verified == Verified::NotNow) {
-        if (!isUnwanted())
+    LockedFile file(path, [this] { return d_->isUnwanted(); });
+    const auto verified = d_->installVerified(file, UpdateFiles::diskImagePathFor(path), digest);
+    if (verified == Private::Verified::NotNow) {
+        if (!d_->isUnwanted())
             systemLog(
                 QStringLiteral("Another process has the file; the next check deals with it: ") +
                 path);
         return;
     }
-    if (verified == Verified::Yes) {
+    if (verified == Private::Verified::Yes) {
         // Without a main queue the notification may have been the last owner: "this" may be gone.
         if (debug)
             systemLog(QStringLiteral("ZVUpdateProc downloadFinishWithFilePath:") + path);
@@ -179,30 +231,95 @@ void ZVUpdateProc::infoWindowClosedActions(uint64_t action)
         host->windowClosedCancelAction();
 }
 
-void ZVUpdateProc::setDelegate(ZVUpdateProcDelegate *delegate)
+void ZVUpdateProc::setDebugMode(bool debug)
 {
-    delegate_.set(DelegateRef(delegate));
+    setMDebug(debug);
 }
 
-// Whether the user's switch and the next-check date let a check happen.
-bool ZVUpdateProc::isTimeToCheck()
+ZVUpdateProcDelegate *ZVUpdateProc::delegate() const
 {
-    if (const auto automaticUpdating = UpdatePreferences::automaticUpdating()) {
-        UpdatePreferences::setNextCheckDate(timeZero());
-        UpdatePreferences::synchronise();
-        if (!*automaticUpdating)
-            return false;
-    } else {
-        UpdatePreferences::setAutomaticUpdating(true);
-        UpdatePreferences::synchronise();
-    }
-    const auto nextCheck = UpdatePreferences::nextCheckDate();
-    return !nextCheck || *nextCheck <= QDateTime::currentDateTimeUtc();
+    return d_->delegate_.get().get();
+}
+
+void ZVUpdateProc::setDelegate(ZVUpdateProcDelegate *delegate)
+{
+    d_->delegate_.set(DelegateRef(delegate));
+}
+
+std::shared_ptr<CheckUpdateResponse> ZVUpdateProc::mLastCheckUpdateResponse() const
+{
+    return d_->mLastCheckUpdateResponse_.get();
+}
+
+std::shared_ptr<UpdateLogicFunc> ZVUpdateProc::mCurrentDownloadUpdateLogic() const
+{
+    return d_->mCurrentDownloadUpdateLogic_.get();
+}
+
+std::shared_ptr<UpdateInfoWindowController> ZVUpdateProc::mUpdateInfoWindowCtrl() const
+{
+    return d_->mUpdateInfoWindowCtrl_.get();
+}
+
+std::optional<QString> ZVUpdateProc::mProductID() const
+{
+    return d_->mProductID_.get();
+}
+
+std::optional<QString> ZVUpdateProc::mProductVersion() const
+{
+    return d_->mProductVersion_.get();
+}
+
+std::optional<QString> ZVUpdateProc::mSaveFileDirectory() const
+{
+    return d_->mSaveFileDirectory_.get();
+}
+
+bool ZVUpdateProc::mDebug() const
+{
+    return d_->mDebug_;
+}
+
+void ZVUpdateProc::setMLastCheckUpdateResponse(const std::shared_ptr<CheckUpdateResponse> &response)
+{
+    d_->mLastCheckUpdateResponse_.set(response);
+}
+
+void ZVUpdateProc::setMCurrentDownloadUpdateLogic(const std::shared_ptr<UpdateLogicFunc> &client)
+{
+    d_->mCurrentDownloadUpdateLogic_.set(client);
+}
+
+void ZVUpdateProc::setMUpdateInfoWindowCtrl(
+    const std::shared_ptr<UpdateInfoWindowController> &controller)
+{
+    d_->mUpdateInfoWindowCtrl_.set(controller);
+}
+
+void ZVUpdateProc::setMProductID(const std::optional<QString> &id)
+{
+    d_->mProductID_.set(id);
+}
+
+void ZVUpdateProc::setMProductVersion(const std::optional<QString> &v)
+{
+    d_->mProductVersion_.set(v);
+}
+
+void ZVUpdateProc::setMSaveFileDirectory(const std::optional<QString> &d)
+{
+    d_->mSaveFileDirectory_.set(d);
+}
+
+void ZVUpdateProc::setMDebug(bool debug)
+{
+    d_->mDebug_ = debug;
 }
 
 // Has the offered installer on disk, or starts its download.
-int64_t ZVUpdateProc::fetch(UpdateLogicFunc &client, const UpdateFiles &files,
-                            const QString &digest)
+int64_t ZVUpdateProc::Private::fetch(UpdateLogicFunc &client, const UpdateFiles &files,
+                                     const QString &digest)
 {
     const auto lastDownloadDigest = UpdatePreferences::lastDownloadDigest();
 
@@ -249,8 +366,9 @@ int64_t ZVUpdateProc::fetch(UpdateLogicFunc &client, const UpdateFiles &files,
 // Verifies a complete temporary file and, when somebody wants to hear of it, gives it its final
 // name. What is verified is what gets the name: the file is locked meanwhile. One that another has
 // locked, or that is not wanted any more, stays as it is, for the next check to deal with.
-ZVUpdateProc::Verified ZVUpdateProc::installVerified(LockedFile &file, const QString &diskImagePath,
-                                                     const std::optional<QString> &digest)
+ZVUpdateProc::Private::Verified
+ZVUpdateProc::Private::installVerified(LockedFile &file, const QString &diskImagePath,
+                                       const std::optional<QString> &digest)
 {
     if (file.state() == LockedFile::State::InUse)
         return Verified::NotNow;
@@ -261,7 +379,7 @@ ZVUpdateProc::Verified ZVUpdateProc::installVerified(LockedFile &file, const QSt
         return Verified::NotNow;
     if (!isSameDigest(QString::fromLatin1(found->toHex()), digest))
         return Verified::No;
-    if (!delegate())
+    if (!self->delegate())
         return Verified::Yes;
 
     const LockedFile::Moved moved = file.moveTo(diskImagePath);
@@ -276,7 +394,7 @@ ZVUpdateProc::Verified ZVUpdateProc::installVerified(LockedFile &file, const QSt
     return Verified::Yes;
 }
 
-bool ZVUpdateProc::isUnwanted() const
+bool ZVUpdateProc::Private::isUnwanted() const
 {
     return isEnding_ || UpdateLogicFunc::isStopRequestedHere();
 }
@@ -286,15 +404,15 @@ bool ZVUpdateProc::isUnwanted() const
 // controller that is being destroyed, and waits for this very call, sends none. Ownership is taken
 // only to be passed on: the last owner must not let go on the thread of a download, where a window
 // cannot be destroyed.
-void ZVUpdateProc::scheduleFileReady(const QString &path)
+void ZVUpdateProc::Private::scheduleFileReady(const QString &path)
 {
-    const auto owner = weak_from_this();
+    const auto owner = self->weak_from_this();
     auto owned = owner.lock();
     const bool hasLostItsOwners = !owned && std::weak_ptr<ZVUpdateProc>().owner_before(owner);
-    if (!delegate() || isEnding_ || hasLostItsOwners)
+    if (!self->delegate() || isEnding_ || hasLostItsOwners)
         return;
     MainQueue::async([owned = std::move(owned),
-                      unowned = DelegateRef<UpdateLogicFuncDelegate>(this), path] {
+                      unowned = DelegateRef<UpdateLogicFuncDelegate>(self), path] {
         const auto *controller = owned ? owned.get() : static_cast<ZVUpdateProc *>(unowned.get());
         ZVUpdateProcDelegate *host = controller ? controller->delegate() : nullptr;
         if (host)
@@ -302,14 +420,8 @@ void ZVUpdateProc::scheduleFileReady(const QString &path)
     });
 }
 
-void ZVUpdateProc::discard(const UpdateFiles &files)
+void ZVUpdateProc::Private::debugLog(const QString &message) const
 {
-    Files::remove(files.diskImagePath);
-    Files::remove(files.temporaryPath);
-}
-
-void ZVUpdateProc::debugLog(const QString &message) const
-{
-    if (mDebug())
+    if (mDebug_)
         systemLog(message);
 }

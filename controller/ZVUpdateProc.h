@@ -1,7 +1,6 @@
 #pragma once
 
 #include "../platform/Export.h"
-#include "../platform/threads/Guarded.h"
 #include "../service/CheckUpdateResponse.h"
 #include "../service/UpdateLogicFunc.h"
 #include "../service/UpdateLogicFuncDelegate.h"
@@ -10,17 +9,11 @@
 
 #include <QString>
 
-#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <optional>
 
-namespace ZVPlatform {
-class LockedFile;
-}
-
 class UpdateInfoWindowController;
-struct UpdateFiles;
 
 /// The update controller: a host's one point of contact. The host tells it what product and version
 /// it is and where update files may be kept, then asks it to update; the controller finds, fetches
@@ -86,7 +79,7 @@ public:
                       const std::optional<QString> &productSaveDirectory);
 
     /// Switches diagnostic messages in the system log on or off; changes nothing else.
-    void setDebugMode(bool debug) { setMDebug(debug); }
+    void setDebugMode(bool debug);
 
     /// Checks for an update and, when there is one, has the verified installer on disk already or
     /// starts its download. Blocks for up to three short exchanges with the service and for
@@ -128,77 +121,42 @@ public:
 
     ///@{
     /// The host's receiver of notifications; null when there is none or it has been destroyed.
-    ZVUpdateProcDelegate *delegate() const { return delegate_.get().get(); }
+    ZVUpdateProcDelegate *delegate() const;
     void setDelegate(ZVUpdateProcDelegate *delegate);
     ///@}
 
     ///@{
     /// The reply of the latest check; null before the first.
-    std::shared_ptr<CheckUpdateResponse> mLastCheckUpdateResponse() const
-    {
-        return mLastCheckUpdateResponse_.get();
-    }
-    void setMLastCheckUpdateResponse(const std::shared_ptr<CheckUpdateResponse> &response)
-    {
-        mLastCheckUpdateResponse_.set(response);
-    }
+    std::shared_ptr<CheckUpdateResponse> mLastCheckUpdateResponse() const;
+    void setMLastCheckUpdateResponse(const std::shared_ptr<CheckUpdateResponse> &response);
     ///@}
 
     ///@{
     /// The service client of the latest check, through which its download can be followed and
     /// stopped; null before the first.
-    std::shared_ptr<UpdateLogicFunc> mCurrentDownloadUpdateLogic() const
-    {
-        return mCurrentDownloadUpdateLogic_.get();
-    }
-    void setMCurrentDownloadUpdateLogic(const std::shared_ptr<UpdateLogicFunc> &client)
-    {
-        mCurrentDownloadUpdateLogic_.set(client);
-    }
+    std::shared_ptr<UpdateLogicFunc> mCurrentDownloadUpdateLogic() const;
+    void setMCurrentDownloadUpdateLogic(const std::shared_ptr<UpdateLogicFunc> &client);
     ///@}
 
     ///@{
     /// The prompt window that was shown last; null when there is none.
-    std::shared_ptr<UpdateInfoWindowController> mUpdateInfoWindowCtrl() const
-    {
-        return mUpdateInfoWindowCtrl_.get();
-    }
-    void setMUpdateInfoWindowCtrl(const std::shared_ptr<UpdateInfoWindowController> &controller)
-    {
-        mUpdateInfoWindowCtrl_.set(controller);
-    }
+    std::shared_ptr<UpdateInfoWindowController> mUpdateInfoWindowCtrl() const;
+    void setMUpdateInfoWindowCtrl(const std::shared_ptr<UpdateInfoWindowController> &controller);
     ///@}
 
     ///@{
     /// What setProductID() and setDebugMode() have set.
-    std::optional<QString> mProductID() const { return mProductID_.get(); }
-    void setMProductID(const std::optional<QString> &id) { mProductID_.set(id); }
-    std::optional<QString> mProductVersion() const { return mProductVersion_.get(); }
-    void setMProductVersion(const std::optional<QString> &v) { mProductVersion_.set(v); }
-    std::optional<QString> mSaveFileDirectory() const { return mSaveFileDirectory_.get(); }
-    void setMSaveFileDirectory(const std::optional<QString> &d) { mSaveFileDirectory_.set(d); }
-    bool mDebug() const { return mDebug_; }
-    void setMDebug(bool debug) { mDebug_ = debug; }
+    std::optional<QString> mProductID() const;
+    void setMProductID(const std::optional<QString> &id);
+    std::optional<QString> mProductVersion() const;
+    void setMProductVersion(const std::optional<QString> &v);
+    std::optional<QString> mSaveFileDirectory() const;
+    void setMSaveFileDirectory(const std::optional<QString> &d);
+    bool mDebug() const;
+    void setMDebug(bool debug);
     ///@}
 
 private:
-    bool isTimeToCheck();
-    int64_t fetch(UpdateLogicFunc &client, const UpdateFiles &files, const QString &digest);
-    static void discard(const UpdateFiles &files);
-    enum class Verified { Yes, No, NotNow };
-    Verified installVerified(ZVPlatform::LockedFile &file, const QString &diskImagePath,
-                             const std::optional<QString> &digest);
-    bool isUnwanted() const;
-    void scheduleFileReady(const QString &path);
-    void debugLog(const QString &message) const;
-
-    ZVPlatform::Guarded<ZVPlatform::DelegateRef<ZVUpdateProcDelegate>> delegate_;
-    ZVPlatform::Guarded<std::shared_ptr<CheckUpdateResponse>> mLastCheckUpdateResponse_;
-    ZVPlatform::Guarded<std::shared_ptr<UpdateLogicFunc>> mCurrentDownloadUpdateLogic_;
-    ZVPlatform::Guarded<std::shared_ptr<UpdateInfoWindowController>> mUpdateInfoWindowCtrl_;
-    ZVPlatform::Guarded<std::optional<QString>> mProductID_;
-    ZVPlatform::Guarded<std::optional<QString>> mProductVersion_;
-    ZVPlatform::Guarded<std::optional<QString>> mSaveFileDirectory_;
-    std::atomic<bool> mDebug_ = false;
-    std::atomic<bool> isEnding_ = false;
+    class ZVUPDATE_NO_EXPORT Private;
+    const std::unique_ptr<Private> d_;
 };

@@ -2,6 +2,7 @@
 
 #include "../platform/files/Files.h"
 #include "../platform/settings/SystemLog.h"
+#include "../platform/threads/Guarded.h"
 #include "../platform/threads/RunLoop.h"
 #include "../transport/HttpFunctionPost.h"
 
@@ -51,7 +52,15 @@ QString reason(const Error &error)
 
 } // namespace
 
-UpdateLogicFunc::UpdateLogicFunc() : mBaseURL_(baseURL()) {}
+struct UpdateLogicFunc::Private
+{
+    Guarded<std::shared_ptr<HttpFunctionPost>> mDownload_;
+    Guarded<QString> mBaseURL_{baseURL()};
+    Guarded<DelegateRef<UpdateLogicFuncDelegate>> delegate_;
+    Guarded<std::optional<QString>> failure_;
+};
+
+UpdateLogicFunc::UpdateLogicFunc() : d_(std::make_unique<Private>()) {}
 
 UpdateLogicFunc::~UpdateLogicFunc()
 {
@@ -92,9 +101,9 @@ uint64_t UpdateLogicFunc::doGetFileSize(const QString &token, const QString &fil
 int64_t UpdateLogicFunc::doStartDownload(const QString &token, const QString &fileName,
                                          const QString &localPath)
 {
-    failure_.set(std::nullopt);
+    d_->failure_.set(std::nullopt);
     const auto transport = HttpFunctionPost::getPost(mBaseURL(), this);
-    mDownload_.set(transport);
+    d_->mDownload_.set(transport);
     transport->DoDownloadAsync(downloadCommand(token, fileName), localPath);
     return 1;
 }
@@ -120,7 +129,7 @@ bool UpdateLogicFunc::isStopRequestedHere()
 UpdateDownloadProgress UpdateLogicFunc::doGetDownloadProgress() const
 {
     UpdateDownloadProgress progress;
-    progress.failure = failure_.get();
+    progress.failure = d_->failure_.get();
     if (const auto download = mDownload()) {
         progress.received = download->downloadedBytes();
         progress.resumedAt = download->resumedAt();
@@ -132,7 +141,7 @@ UpdateDownloadProgress UpdateLogicFunc::doGetDownloadProgress() const
 
 void UpdateLogicFunc::releaseDownload()
 {
-    mDownload_.set(nullptr);
+    d_->mDownload_.set(nullptr);
 }
 
 void UpdateLogicFunc::waitOne()
@@ -142,19 +151,44 @@ void UpdateLogicFunc::waitOne()
     } while (!doCheckDownloadStop());
 }
 
+std::shared_ptr<HttpFunctionPost> UpdateLogicFunc::mDownload() const
+{
+    return d_->mDownload_.get();
+}
+
+QString UpdateLogicFunc::mBaseURL() const
+{
+    return d_->mBaseURL_.get();
+}
+
+void UpdateLogicFunc::setMDownload(const std::shared_ptr<HttpFunctionPost> &d)
+{
+    d_->mDownload_.set(d);
+}
+
+void UpdateLogicFunc::setMBaseURL(const QString &url)
+{
+    d_->mBaseURL_.set(url);
+}
+
+UpdateLogicFuncDelegate *UpdateLogicFunc::delegate() const
+{
+    return d_->delegate_.get().get();
+}
+
 void UpdateLogicFunc::setDelegate(UpdateLogicFuncDelegate *delegate)
 {
-    delegate_.set(DelegateRef(delegate));
+    d_->delegate_.set(DelegateRef(delegate));
 }
 
 void UpdateLogicFunc::downloadFinishWithFilePath(const QString &path)
 {
-    delegate_.get().call(
+    d_->delegate_.get().call(
         [&](UpdateLogicFuncDelegate &delegate) { delegate.downloadFinishWithFilePath(path); });
 }
 
 void UpdateLogicFunc::downloadFinishWithError(const Error &error)
 {
-    failure_.set(reason(error));
+    d_->failure_.set(reason(error));
     systemLog(QStringLiteral("download Finish Error: ") + error.debugDescription());
 }

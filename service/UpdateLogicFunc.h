@@ -1,7 +1,6 @@
 #pragma once
 
 #include "../platform/Export.h"
-#include "../platform/threads/Guarded.h"
 #include "../transport/HttpFunctionPostDelegate.h"
 #include "BaseResponse.h"
 #include "CheckUpdateResponse.h"
@@ -90,18 +89,18 @@ public:
 
     ///@{
     /// The transport of the running or last download; null before the first.
-    std::shared_ptr<HttpFunctionPost> mDownload() const { return mDownload_.get(); }
-    void setMDownload(const std::shared_ptr<HttpFunctionPost> &d) { mDownload_.set(d); }
+    std::shared_ptr<HttpFunctionPost> mDownload() const;
+    void setMDownload(const std::shared_ptr<HttpFunctionPost> &d);
     ///@}
     ///@{
     /// The service's base URL, which takes the sealed command at its end.
-    QString mBaseURL() const { return mBaseURL_.get(); }
-    void setMBaseURL(const QString &url) { mBaseURL_.set(url); }
+    QString mBaseURL() const;
+    void setMBaseURL(const QString &url);
     ///@}
     ///@{
     /// Who hears of a finished download. Not owned; null when there is none or it has been
     /// destroyed.
-    UpdateLogicFuncDelegate *delegate() const { return delegate_.get().get(); }
+    UpdateLogicFuncDelegate *delegate() const;
     void setDelegate(UpdateLogicFuncDelegate *delegate);
     ///@}
 
@@ -110,8 +109,6 @@ public:
     void downloadFinishWithError(const ZVPlatform::Error &error) override;
 
 private:
-    ZVPlatform::Guarded<std::shared_ptr<HttpFunctionPost>> mDownload_;
-    ZVPlatform::Guarded<QString> mBaseURL_;
-    ZVPlatform::Guarded<ZVPlatform::DelegateRef<UpdateLogicFuncDelegate>> delegate_;
-    ZVPlatform::Guarded<std::optional<QString>> failure_;
+    struct ZVUPDATE_NO_EXPORT Private;
+    const std::unique_ptr<Private> d_;
 };

@@ -10,12 +10,14 @@
 #include "../platform/settings/Bundle.h"
 #include "../platform/settings/Locale.h"
 #include "../platform/settings/Text.h"
+#include "../platform/threads/Guarded.h"
 #include "../preferences/UpdatePreferences.h"
 #include "VerticalCenterTextField.h"
 
 #include <QCheckBox>
 #include <QDialog>
 #include <QLabel>
+#include <QPointer>
 #include <QPushButton>
 #include <QScrollBar>
 #include <QShortcut>
@@ -78,24 +80,53 @@ void scrollByKeys(QDialog *window, QScrollBar *bar)
 
 } // namespace
 
+/// The parts of the window, and what is shown in them.
+struct UpdateInfoWindowController::Private
+{
+    Private(UpdateInfoWindowController *controller, QString windowNibName)
+        : self(controller), windowNibName_(std::move(windowNibName))
+    {
+    }
+
+    void loadWindow();
+    void awakeFromNib();
+    void closeAndTell(uint64_t action);
+
+    UpdateInfoWindowController *const self;
+    const QString windowNibName_;
+    bool isLoaded_ = false; // Or it has been tried; it is not tried again.
+    QPointer<QDialog> window_;
+    QPointer<QPushButton> updateButton_;
+    QPointer<QPushButton> notNowButton_;
+    QPointer<QCheckBox> dontReminedMe_;
+    QPointer<QTextEdit> updateInfoTextField_;
+    QPointer<QLabel> updateInfoTitleTextField_;
+    QPointer<QLabel> updateTitleTextField_;
+    Guarded<std::optional<QString>> mProductName_;
+    Guarded<std::optional<QString>> mUpdateProductVersion_;
+    Guarded<std::optional<QString>> mUpdateInfo_;
+    Guarded<std::optional<QString>> mUpdateFilePath_;
+    DelegateRef<UpdateInfoWindowControllerDelegate> delegate_;
+};
+
 UpdateInfoWindowController::UpdateInfoWindowController(const QString &windowNibName)
-    : windowNibName_(windowNibName)
+    : d_(std::make_unique<Private>(this, windowNibName))
 {
 }
 
 UpdateInfoWindowController::~UpdateInfoWindowController()
 {
-    if (window_)
-        WindowSystem::discard(window_);
+    if (d_->window_)
+        WindowSystem::discard(d_->window_);
 }
 
 QDialog *UpdateInfoWindowController::window()
 {
-    if (!isLoaded_ && WindowSystem::isAvailable()) {
-        isLoaded_ = true;
-        loadWindow();
+    if (!d_->isLoaded_ && WindowSystem::isAvailable()) {
+        d_->isLoaded_ = true;
+        d_->loadWindow();
     }
-    return window_;
+    return d_->window_;
 }
 
 void UpdateInfoWindowController::reloadWindow()
@@ -111,29 +142,29 @@ void UpdateInfoWindowController::reloadWindow()
                     localized("is ready to install now.")}
             .join(QLatin1Char(' '));
 
-    setTitle(dontReminedMe_, localized("Do not update.  Don't ask me again."));
-    setStringValue(updateInfoTitleTextField_, whatsNew);
+    setTitle(d_->dontReminedMe_, localized("Do not update.  Don't ask me again."));
+    setStringValue(d_->updateInfoTitleTextField_, whatsNew);
     // The window is loaded here at the latest, which fills it; what follows is then repeated.
     setWindowTitle(window(), product + QLatin1Char(' ') + localized("Update"));
-    setStringValue(updateTitleTextField_, headline);
-    setTitle(notNowButton_, localized("Not now"));
+    setStringValue(d_->updateTitleTextField_, headline);
+    setTitle(d_->notNowButton_, localized("Not now"));
     // From the default table, whichever that is.
-    setTitle(updateButton_, bundle.localizedString(QStringLiteral("Update")));
+    setTitle(d_->updateButton_, bundle.localizedString(QStringLiteral("Update")));
     const QString notes = mUpdateInfo().value_or(QString());
     const bool hasNotes = !notes.trimmed().isEmpty();
-    if (updateInfoTitleTextField_)
-        updateInfoTitleTextField_->setVisible(hasNotes);
-    if (updateInfoTextField_) {
-        PlainTextView::setText(updateInfoTextField_, notes);
-        updateInfoTextField_->setAccessibleName(whatsNew);
-        updateInfoTextField_->setVisible(hasNotes);
+    if (d_->updateInfoTitleTextField_)
+        d_->updateInfoTitleTextField_->setVisible(hasNotes);
+    if (d_->updateInfoTextField_) {
+        PlainTextView::setText(d_->updateInfoTextField_, notes);
+        d_->updateInfoTextField_->setAccessibleName(whatsNew);
+        d_->updateInfoTextField_->setVisible(hasNotes);
     }
-    if (auto *headlineField = qobject_cast<VerticalCenterTextField *>(updateTitleTextField_))
+    if (auto *headlineField = qobject_cast<VerticalCenterTextField *>(d_->updateTitleTextField_))
         headlineField->setShrinkingPart(product);
-    if (updateButton_)
-        updateButton_->setDefault(true);
-    if (window_)
-        window_->setAccessibleDescription(headline);
+    if (d_->updateButton_)
+        d_->updateButton_->setDefault(true);
+    if (d_->window_)
+        d_->window_->setAccessibleDescription(headline);
 }
 
 void UpdateInfoWindowController::showWindow()
@@ -144,9 +175,9 @@ void UpdateInfoWindowController::showWindow()
 
 void UpdateInfoWindowController::takePlaceOf(const UpdateInfoWindowController &former)
 {
-    const bool wasShown = former.window_ && former.window_->windowHandle();
+    const bool wasShown = former.d_->window_ && former.d_->window_->windowHandle();
     if (QDialog *window = wasShown ? this->window() : nullptr)
-        window->move(former.window_->pos());
+        window->move(former.d_->window_->pos());
 }
 
 void UpdateInfoWindowController::updateAction()
@@ -158,22 +189,22 @@ void UpdateInfoWindowController::updateAction()
     const QPointer self(this);
     WindowSystem::openFile(*path);
     if (self)
-        closeAndTell(1);
+        d_->closeAndTell(1);
 }
 
 void UpdateInfoWindowController::cancelAction()
 {
-    if (dontReminedMe_ && dontReminedMe_->checkState() == Qt::Checked) {
+    if (d_->dontReminedMe_ && d_->dontReminedMe_->checkState() == Qt::Checked) {
         UpdatePreferences::setAutomaticUpdating(false);
         UpdatePreferences::synchronise();
     }
-    closeAndTell(0);
+    d_->closeAndTell(0);
 }
 
 void UpdateInfoWindowController::systemPowerOffNotification()
 {
     // Whoever watches the window close may destroy this controller.
-    const QPointer<QDialog> window = window_;
+    const QPointer<QDialog> window = d_->window_;
     if (window)
         window->close();
     if (window)
@@ -182,77 +213,122 @@ void UpdateInfoWindowController::systemPowerOffNotification()
 
 void UpdateInfoWindowController::windowWillClose()
 {
-    if (window_)
-        window_->hide();
+    if (d_->window_)
+        d_->window_->hide();
+}
+
+std::optional<QString> UpdateInfoWindowController::mProductName() const
+{
+    return d_->mProductName_.get();
+}
+
+std::optional<QString> UpdateInfoWindowController::mUpdateProductVersion() const
+{
+    return d_->mUpdateProductVersion_.get();
+}
+
+std::optional<QString> UpdateInfoWindowController::mUpdateInfo() const
+{
+    return d_->mUpdateInfo_.get();
+}
+
+std::optional<QString> UpdateInfoWindowController::mUpdateFilePath() const
+{
+    return d_->mUpdateFilePath_.get();
+}
+
+void UpdateInfoWindowController::setMProductName(const std::optional<QString> &name)
+{
+    d_->mProductName_.set(name);
+}
+
+void UpdateInfoWindowController::setMUpdateProductVersion(const std::optional<QString> &version)
+{
+    d_->mUpdateProductVersion_.set(version);
+}
+
+void UpdateInfoWindowController::setMUpdateInfo(const std::optional<QString> &info)
+{
+    d_->mUpdateInfo_.set(info);
+}
+
+void UpdateInfoWindowController::setMUpdateFilePath(const std::optional<QString> &path)
+{
+    d_->mUpdateFilePath_.set(path);
+}
+
+UpdateInfoWindowControllerDelegate *UpdateInfoWindowController::delegate() const
+{
+    return d_->delegate_.get();
 }
 
 void UpdateInfoWindowController::setDelegate(UpdateInfoWindowControllerDelegate *delegate)
 {
-    delegate_ = DelegateRef(delegate);
+    d_->delegate_ = DelegateRef(delegate);
 }
 
 QPushButton *UpdateInfoWindowController::updateButton() const
 {
-    return updateButton_;
+    return d_->updateButton_;
 }
 
 void UpdateInfoWindowController::setUpdateButton(QPushButton *button)
 {
-    updateButton_ = button;
+    d_->updateButton_ = button;
 }
 
 QPushButton *UpdateInfoWindowController::notNowButton() const
 {
-    return notNowButton_;
+    return d_->notNowButton_;
 }
 
 void UpdateInfoWindowController::setNotNowButton(QPushButton *button)
 {
-    notNowButton_ = button;
+    d_->notNowButton_ = button;
 }
 
 QCheckBox *UpdateInfoWindowController::dontReminedMe() const
 {
-    return dontReminedMe_;
+    return d_->dontReminedMe_;
 }
 
 void UpdateInfoWindowController::setDontReminedMe(QCheckBox *box)
 {
-    dontReminedMe_ = box;
+    d_->dontReminedMe_ = box;
 }
 
 QTextEdit *UpdateInfoWindowController::updateInfoTextField() const
 {
-    return updateInfoTextField_;
+    return d_->updateInfoTextField_;
 }
 
 void UpdateInfoWindowController::setUpdateInfoTextField(QTextEdit *field)
 {
-    updateInfoTextField_ = field;
+    d_->updateInfoTextField_ = field;
 }
 
 QLabel *UpdateInfoWindowController::updateInfoTitleTextField() const
 {
-    return updateInfoTitleTextField_;
+    return d_->updateInfoTitleTextField_;
 }
 
 void UpdateInfoWindowController::setUpdateInfoTitleTextField(QLabel *field)
 {
-    updateInfoTitleTextField_ = field;
+    d_->updateInfoTitleTextField_ = field;
 }
 
 QLabel *UpdateInfoWindowController::updateTitleTextField() const
 {
-    return updateTitleTextField_;
+    return d_->updateTitleTextField_;
 }
 
 void UpdateInfoWindowController::setUpdateTitleTextField(QLabel *field)
 {
-    updateTitleTextField_ = field;
+    d_->updateTitleTextField_ = field;
 }
 
 // Connects what the layout holds; a part that it lacks stays null.
-void UpdateInfoWindowController::loadWindow()
+void UpdateInfoWindowController::Private::loadWindow()
 {
     const auto layout = Bundle::framework().pathForResource(windowNibName_, QStringLiteral("ui"));
     if (layout)
@@ -277,31 +353,34 @@ void UpdateInfoWindowController::loadWindow()
     awakeFromNib();
 }
 
-void UpdateInfoWindowController::awakeFromNib()
+void UpdateInfoWindowController::Private::awakeFromNib()
 {
-    using Self = UpdateInfoWindowController;
-    connect(window_, &QDialog::finished, this, &Self::windowWillClose);
+    QObject::connect(window_, &QDialog::finished, self,
+                     &UpdateInfoWindowController::windowWillClose);
     if (notNowButton_)
-        connect(notNowButton_, &QPushButton::clicked, this, &Self::cancelAction);
+        QObject::connect(notNowButton_, &QPushButton::clicked, self,
+                         &UpdateInfoWindowController::cancelAction);
     if (updateButton_) {
-        connect(updateButton_, &QPushButton::clicked, this, &Self::updateAction);
+        QObject::connect(updateButton_, &QPushButton::clicked, self,
+                         &UpdateInfoWindowController::updateAction);
         // Some desktops let Return press the button that has the focus; here it means "Update".
         for (const Qt::Key key : {Qt::Key_Return, Qt::Key_Enter})
-            connect(new QShortcut(key, window_), &QShortcut::activated, updateButton_,
-                    &QPushButton::click);
+            QObject::connect(new QShortcut(key, window_), &QShortcut::activated, updateButton_,
+                             &QPushButton::click);
         updateButton_->setFocus();
     }
     if (updateInfoTextField_)
         scrollByKeys(window_, updateInfoTextField_->verticalScrollBar());
     new KeyGuard(window_); // Owned by the window.
-    reloadWindow();
+    self->reloadWindow();
     const auto *observer = new PowerOffObserver(window_);
-    connect(observer, &PowerOffObserver::powerOffImminent, this, &Self::systemPowerOffNotification);
+    QObject::connect(observer, &PowerOffObserver::powerOffImminent, self,
+                     &UpdateInfoWindowController::systemPowerOffNotification);
 }
 
 // The last thing that an action does: who hears of it may destroy this controller, and so may
 // whoever watches the window close.
-void UpdateInfoWindowController::closeAndTell(uint64_t action)
+void UpdateInfoWindowController::Private::closeAndTell(uint64_t action)
 {
     const auto delegate = delegate_;
     if (window_)

@@ -1,14 +1,13 @@
 #pragma once
 
 #include "../platform/Export.h"
-#include "../platform/threads/Guarded.h"
 #include "UpdateInfoWindowControllerDelegate.h"
 
 #include <QObject>
-#include <QPointer>
 #include <QString>
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 
 class QCheckBox;
@@ -86,35 +85,32 @@ public:
 
     ///@{
     /// The product's name, for the title and the headline.
-    std::optional<QString> mProductName() const { return mProductName_.get(); }
-    void setMProductName(const std::optional<QString> &name) { mProductName_.set(name); }
+    std::optional<QString> mProductName() const;
+    void setMProductName(const std::optional<QString> &name);
     ///@}
 
     ///@{
     /// The new version as it is shown, such as "v2.1.0.3".
-    std::optional<QString> mUpdateProductVersion() const { return mUpdateProductVersion_.get(); }
-    void setMUpdateProductVersion(const std::optional<QString> &version)
-    {
-        mUpdateProductVersion_.set(version);
-    }
+    std::optional<QString> mUpdateProductVersion() const;
+    void setMUpdateProductVersion(const std::optional<QString> &version);
     ///@}
 
     ///@{
     /// What is new, as plain text.
-    std::optional<QString> mUpdateInfo() const { return mUpdateInfo_.get(); }
-    void setMUpdateInfo(const std::optional<QString> &info) { mUpdateInfo_.set(info); }
+    std::optional<QString> mUpdateInfo() const;
+    void setMUpdateInfo(const std::optional<QString> &info);
     ///@}
 
     ///@{
     /// The installer's full path.
-    std::optional<QString> mUpdateFilePath() const { return mUpdateFilePath_.get(); }
-    void setMUpdateFilePath(const std::optional<QString> &path) { mUpdateFilePath_.set(path); }
+    std::optional<QString> mUpdateFilePath() const;
+    void setMUpdateFilePath(const std::optional<QString> &path);
     ///@}
 
     ///@{
     /// Who hears of the user's choice; null when there is nobody, or they have been destroyed. Not
     /// owned. May destroy this controller when told.
-    UpdateInfoWindowControllerDelegate *delegate() const { return delegate_.get(); }
+    UpdateInfoWindowControllerDelegate *delegate() const;
     void setDelegate(UpdateInfoWindowControllerDelegate *delegate);
     ///@}
 
@@ -136,22 +132,6 @@ public:
     ///@}
 
 private:
-    void loadWindow();
-    void awakeFromNib();
-    void closeAndTell(uint64_t action);
-
-    const QString windowNibName_;
-    bool isLoaded_ = false; // Or it has been tried; it is not tried again.
-    QPointer<QDialog> window_;
-    QPointer<QPushButton> updateButton_;
-    QPointer<QPushButton> notNowButton_;
-    QPointer<QCheckBox> dontReminedMe_;
-    QPointer<QTextEdit> updateInfoTextField_;
-    QPointer<QLabel> updateInfoTitleTextField_;
-    QPointer<QLabel> updateTitleTextField_;
-    ZVPlatform::Guarded<std::optional<QString>> mProductName_;
-    ZVPlatform::Guarded<std::optional<QString>> mUpdateProductVersion_;
-    ZVPlatform::Guarded<std::optional<QString>> mUpdateInfo_;
-    ZVPlatform::Guarded<std::optional<QString>> mUpdateFilePath_;
-    ZVPlatform::DelegateRef<UpdateInfoWindowControllerDelegate> delegate_;
+    struct ZVUPDATE_NO_EXPORT Private;
+    const std::unique_ptr<Private> d_;
 };
