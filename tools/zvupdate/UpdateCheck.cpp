@@ -105,7 +105,7 @@ void UpdateCheck::look()
     const auto client = controller_->mCurrentDownloadUpdateLogic();
     reportProgress();
     if (console_.failure())
-        stop_ = stop_.value_or(Stop{Failure, {}});
+        stop_ = stop_.value_or(Stop{Failed, {}});
     if (stop_)
         client->doStopDownload();
     if (!client->doCheckDownloadStop())
@@ -188,7 +188,7 @@ void UpdateCheck::tellFailure(const CheckFailure &failure)
 void UpdateCheck::fail(const CheckFailure &failure)
 {
     tellFailure(failure);
-    finish(Failure);
+    finish(Failed);
 }
 
 void UpdateCheck::finish(int status)
