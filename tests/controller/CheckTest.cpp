@@ -1,12 +1,14 @@
 #include "ControllerTest.h"
 
 #include "../support/LogCapture.h"
+#include "../support/TestFiles.h"
 #include "../support/WaitFor.h"
 
 #include <QDir>
 #include <QSettings>
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 using Reply = ScriptedServer::Reply;
@@ -96,18 +98,29 @@ TEST_F(ControllerTest, NamesFilesAfterOddButHarmlessVersions)
     }
 }
 
-TEST_F(ControllerTest, WritesNothingThroughLinks)
+TEST_F(ControllerTest, TouchesNothingBehindWhatIsInThePlaceOfItsFiles)
 {
-    const QString outside = root.filePath(u"outside"_s);
-    for (const QString &link : {temporary, diskImage}) {
-        startAfresh({{digestKey, digest}});
-        place(link, std::nullopt);
-        ASSERT_TRUE(QFile::link(outside, link));
-        EXPECT_EQ(check(), 1);
-        EXPECT_TRUE(waitForDownload());
-        EXPECT_FALSE(QFile::exists(outside));
-        EXPECT_FALSE(QFileInfo(temporary).isSymLink());
-    }
+    const QByteArray outside = QFile::encodeName(root.filePath(u"outside"_s));
+    const std::pair<const char *, std::function<int(const char *)>> obstacles[] = {
+        {"link to nowhere", [](const char *path) { return ::symlink("/nowhere/at/all", path); }},
+        {"link to a file", [&](const char *path) { return ::symlink(outside.constData(), path); }},
+        {"link to itself", [](const char *path) { return ::symlink(path, path); }},
+        {"hard link", [&](const char *path) { return ::link(outside.constData(), path); }},
+        {"directory", [](const char *path) { return ::mkdir(path, 0700); }},
+        {"pipe", [](const char *path) { return ::mkfifo(path, 0600); }},
+    };
+    for (const QString &obstructed : {temporary, diskImage})
+        for (const auto &[name, put] : obstacles) {
+            SCOPED_TRACE(testing::Message() << name << " as " << qPrintable(obstructed));
+            startAfresh({{digestKey, digest}});
+            place(root.filePath(u"outside"_s), "treasure");
+            ASSERT_EQ(put(QFile::encodeName(obstructed).constData()), 0);
+            check();
+            EXPECT_TRUE(waitForDownload());
+            EXPECT_EQ(readFile(root.filePath(u"outside"_s)), "treasure");
+            EXPECT_FALSE(QFileInfo(temporary).isSymLink());
+            EXPECT_TRUE(!QFileInfo(diskImage).isFile() || contentOf(diskImage) == good);
+        }
 }
 
 TEST_F(ControllerTest, DownloadsUnlessThereIsAFileOfTheRightSize)

@@ -212,6 +212,7 @@ TEST_F(FilesTest, WhoOnlyReadsAFileLocksNobodyOut)
     ASSERT_EQ(::fcntl(reader, F_OFD_SETLK, &whole), 0);
     EXPECT_FALSE(PartialFile(path("file")).append("+new"));
     EXPECT_EQ(content("file"), "old+new");
+    EXPECT_FALSE(QFile(path("file")).permissions() & (QFile::ReadGroup | QFile::ReadOther));
     EXPECT_EQ(LockedFile(path("file")).moveTo(path("to")), LockedFile::Moved::Yes);
     Files::remove(path("to"));
     EXPECT_FALSE(Files::exists(path("to")));
