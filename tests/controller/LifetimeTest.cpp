@@ -104,26 +104,6 @@ TEST_P(Lifetime, DestroyingTheControllerStopsItsDownloadAtOnce)
     expectSaved(good, std::nullopt);
 }
 
-TEST_P(Lifetime, TheControllerMayBeDestroyedBeforeItsDownloadHasBegun)
-{
-    offer.gate = std::make_shared<Gate>();
-    service.setOffer(offer);
-    for (int round = 0; round < 5; ++round) {
-        EXPECT_EQ(check(), 1);
-        startAfresh();
-    }
-    EXPECT_EQ(host.heard, QStringList());
-}
-
-TEST_P(Lifetime, TheHostMayLetTheControllerGoWhenItIsTold)
-{
-    const std::weak_ptr<ZVUpdateProc> watched = controller;
-    host.whenTold = [this] { controller.reset(); };
-    EXPECT_EQ(check(), 1);
-    EXPECT_TRUE(waitFor([&] { return watched.expired(); }));
-    expectSaved(good, std::nullopt);
-}
-
 INSTANTIATE_TEST_SUITE_P(Mode, Lifetime,
                          testing::Values(DownloadMode::Session, DownloadMode::Connection),
                          testing::PrintToStringParamName());
