@@ -171,6 +171,21 @@ TEST_P(Client, TellsItsDelegateOfAFile)
     EXPECT_TRUE(log.lines().isEmpty());
 }
 
+// Which is longer than a step of the wait.
+TEST_P(Client, IsWaitedForAsLongAsItsDownloadTakes)
+{
+    const auto gate = std::make_shared<Gate>();
+    ScriptedServer server(Reply().send(halfAFile).wait(gate).send("abcdefghij"));
+    start(server);
+    std::thread opener([&] {
+        std::this_thread::sleep_for(std::chrono::seconds(1));
+        gate->open();
+    });
+    client_->waitOne();
+    EXPECT_TRUE(client_->doCheckDownloadStop());
+    opener.join();
+}
+
 TEST_P(Client, OnlyLogsAFailure)
 {
     const LogCapture log;

@@ -4,6 +4,7 @@
 #include "support/TestFiles.h"
 
 #include <QDir>
+#include <QElapsedTimer>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
@@ -184,7 +185,11 @@ TEST_F(FilesTest, ALockKeepsOtherWritersAway)
     writeFile(path("file"), "old");
     auto file = std::make_unique<LockedFile>(path("file"));
     PartialFile download(path("file"));
-    EXPECT_TRUE(download.append("+new")) << "It waits, though not for ever.";
+    QElapsedTimer timer;
+    timer.start();
+    EXPECT_TRUE(download.append("+new"));
+    EXPECT_GE(timer.elapsed(), 1000) << "It waits for a moment,";
+    EXPECT_LT(timer.elapsed(), 15'000) << "but not for as long as a file may take to be verified.";
     Files::remove(path("file"));
     EXPECT_EQ(content("file"), "old");
     int asked = 0;

@@ -216,7 +216,9 @@ def vanishing(options):
             process = way.start(moments.choice(road.MODES))
             with contextlib.suppress(subprocess.TimeoutExpired):
                 process.wait(moments.uniform(0, usual))
-            process.send_signal(signal.SIGSTOP)
+            if process.poll() is None:
+                process.send_signal(signal.SIGSTOP)
+                os.waitid(os.P_PID, process.pid, os.WSTOPPED | os.WEXITED | os.WNOWAIT)
             missed += process.poll() is not None
             act(way, moments.random())
             process.send_signal(signal.SIGCONT)
