@@ -1,7 +1,6 @@
-// The time of sealing and unsealing, of the cipher within them, and of making a record of a reply.
+// The time of sealing and unsealing, and of making a record of a reply.
 #include "service/CheckUpdateResponse.h"
 #include "service/HttpFunctionURLEncode.h"
-#include "service/XXTEA.h"
 
 #include <benchmark/benchmark.h>
 
@@ -16,11 +15,6 @@ QString plainText(int64_t size)
     for (qsizetype i = 0; i < text.size(); ++i)
         text[i] = QChar(u'a' + static_cast<char16_t>(i % 26));
     return text;
-}
-
-QByteArray key()
-{
-    return QByteArrayLiteral("a key of the cipher");
 }
 
 // All that seals or unseals counts the bytes of the plain text.
@@ -42,18 +36,6 @@ void unseal(benchmark::State &state)
 {
     const QString sealed = HttpFunctionURLEncode::encode(plainText(state.range(0)));
     measure(state, [&] { return HttpFunctionURLEncode::decode(sealed); });
-}
-
-void encipher(benchmark::State &state)
-{
-    measure(state,
-            [text = plainText(state.range(0))] { return XXTEA::encryptString(text, key()); });
-}
-
-void decipher(benchmark::State &state)
-{
-    const QByteArray data = XXTEA::encryptString(plainText(state.range(0)), key()).value();
-    measure(state, [&] { return XXTEA::decrypt(data, key()); });
 }
 
 // A reply as services send it, with notes of some sentences in each of the three languages.
@@ -81,7 +63,5 @@ void makeRecord(benchmark::State &state)
 
 BENCHMARK(seal)->RangeMultiplier(4)->Range(smallest, largest);
 BENCHMARK(unseal)->RangeMultiplier(4)->Range(smallest, largest);
-BENCHMARK(encipher)->RangeMultiplier(4)->Range(smallest, largest);
-BENCHMARK(decipher)->RangeMultiplier(4)->Range(smallest, largest);
 BENCHMARK(makeRecord);
 BENCHMARK_MAIN();

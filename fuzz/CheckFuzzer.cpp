@@ -1,6 +1,7 @@
 #include "InProcessExchange.h"
 
 #include "../tests/support/IsolatedHome.h"
+#include "../tests/support/TestFiles.h"
 #include "service/HttpFunctionURLEncode.h"
 
 #include <ZVUpdate/ZVUpdate.h>
@@ -30,19 +31,6 @@ void require(bool holds)
 {
     if (!holds)
         std::abort();
-}
-
-QByteArray readFile(const QString &path)
-{
-    QFile file(path);
-    require(file.open(QIODevice::ReadOnly));
-    return file.readAll();
-}
-
-void writeFile(const QString &path, const QByteArray &content)
-{
-    QFile file(path);
-    require(file.open(QIODevice::WriteOnly) && file.write(content) == content.size());
 }
 
 QString digestOf(const QByteArray &bytes)

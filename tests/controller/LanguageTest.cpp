@@ -38,17 +38,6 @@ TEST_F(Language, HasTheCodesThatTheHostHasChosen)
     EXPECT_EQ(languageCodeForLocale(u"fr_FR"_s), u"英");
 }
 
-TEST_F(Language, IsThatOfTheMessages)
-{
-    const QByteArray before = qgetenv("LC_ALL");
-    for (const auto &[locale, code] :
-         {std::pair("zh_TW.UTF-8", u"zh-TW"), {"zh_CN", u"zh-CN"}, {"fr_FR.UTF-8", u"en"}}) {
-        qputenv("LC_ALL", locale);
-        EXPECT_EQ(controller->getDefaultLangID(), code);
-    }
-    qputenv("LC_ALL", before); // Empty counts as not set.
-}
-
 TEST_F(Language, OfTheNotesIsLookedUpInTheLatestReply)
 {
     EXPECT_EQ(controller->getUpdateMessageWithLang(u"en"_s), std::nullopt);

@@ -5,6 +5,8 @@
 
 #include <QElapsedTimer>
 
+#include <unistd.h>
+
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -104,29 +106,33 @@ TEST_P(Lifetime, DestroyingTheControllerStopsItsDownloadAtOnce)
     expectSaved(good, std::nullopt);
 }
 
-TEST_P(Lifetime, TheControllerMayBeDestroyedBeforeItsDownloadHasBegun)
-{
-    offer.gate = std::make_shared<Gate>();
-    service.setOffer(offer);
-    for (int round = 0; round < 5; ++round) {
-        EXPECT_EQ(check(), 1);
-        startAfresh();
-    }
-    EXPECT_EQ(host.heard, QStringList());
-}
-
-TEST_P(Lifetime, TheHostMayLetTheControllerGoWhenItIsTold)
-{
-    const std::weak_ptr<ZVUpdateProc> watched = controller;
-    host.whenTold = [this] { controller.reset(); };
-    EXPECT_EQ(check(), 1);
-    EXPECT_TRUE(waitFor([&] { return watched.expired(); }));
-    expectSaved(good, std::nullopt);
-}
-
 INSTANTIATE_TEST_SUITE_P(Mode, Lifetime,
                          testing::Values(DownloadMode::Session, DownloadMode::Connection),
                          testing::PrintToStringParamName());
+
+// Whether the end of the application is that of a download whose client has been replaced. To be
+// asked in a process of its own.
+bool applicationEndsReplacedDownload()
+{
+    UpdateService service;
+    service.setOffer({.gate = std::make_shared<Gate>()});
+    const QTemporaryDir directory;
+    ZVUpdateProc controller;
+    controller.setProductID(u"P"_s, u"1"_s, directory.path());
+    controller.updateWithDelegate(nullptr);
+    const std::weak_ptr replaced = controller.mCurrentDownloadUpdateLogic();
+    service.setOffer({.tokenOk = false});
+    controller.updateWithDelegate(nullptr);
+    const bool isRunning = !replaced.expired();
+    QCoreApplication::instance()->~QCoreApplication();
+    return isRunning && replaced.expired() && libraryThreads() == 0;
+}
+
+// Such tests run first, while there is only one thread.
+TEST(ReplacedDownloadDeathTest, EndsWithTheApplication)
+{
+    EXPECT_EXIT(_exit(applicationEndsReplacedDownload() ? 0 : 1), testing::ExitedWithCode(0), "");
+}
 
 TEST(SharedController, IsOneUntilItIsReleased)
 {

@@ -4,6 +4,7 @@
 #include "support/TestFiles.h"
 
 #include <QDir>
+#include <QElapsedTimer>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
@@ -217,6 +218,7 @@ TEST_F(FilesTest, WhoOnlyReadsAFileLocksNobodyOut)
     ASSERT_EQ(::fcntl(reader, F_OFD_SETLK, &whole), 0);
     EXPECT_TRUE(PartialFile(path("file")).append("+new"));
     EXPECT_EQ(content("file"), "old+new");
+    EXPECT_FALSE(QFile(path("file")).permissions() & (QFile::ReadGroup | QFile::ReadOther));
     EXPECT_EQ(LockedFile(path("file")).moveTo(path("to")), LockedFile::Moved::Yes);
     Files::remove(path("to"));
     EXPECT_FALSE(Files::exists(path("to")));

@@ -1,5 +1,6 @@
 #include "platform/settings/Locale.h"
 #include "platform/settings/Preferences.h"
+#include "platform/settings/SystemLog.h"
 #include "support/LogCapture.h"
 #include "support/TestFiles.h"
 
@@ -173,6 +174,13 @@ TEST(Preferences, AreNowhereWithoutAHome)
                     HasSubstr(expected.toStdString()));
     EXPECT_FALSE(QFile::exists(QStringLiteral("/.config/ZVUpdateTests")));
     EXPECT_FALSE(QFile::exists(QStringLiteral("not/absolute")));
+}
+
+TEST(SystemLog, HasOneLineForEachMessage)
+{
+    const LogCapture log;
+    systemLog(QStringLiteral("what a service\r\nzvupdate: has forged\n"));
+    EXPECT_EQ(log.lines(), QStringList(QStringLiteral("what a service  zvupdate: has forged ")));
 }
 
 // The environment is read once a process, so each row has one of its own, which runs this test.

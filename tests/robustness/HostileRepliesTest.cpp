@@ -1,5 +1,4 @@
 #include "OneDownload.h"
-#include "support/Campaign.h"
 #include "support/LogCapture.h"
 #include "support/ScriptedServer.h"
 #include "support/TestFiles.h"
@@ -112,7 +111,6 @@ TEST(HostileReplies, LeadToWhatTheTableSays)
 {
     const QTemporaryDir directory;
     const QString path = directory.filePath(QStringLiteral("P1_2103.bin"));
-    int tried = 0;
     for (const HostileReply &row : hostileReplies) {
         SCOPED_TRACE(row.name);
         ScriptedServer server(Reply().send(row.reply).close());
@@ -123,7 +121,6 @@ TEST(HostileReplies, LeadToWhatTheTableSays)
                                                   : std::nullopt);
             EXPECT_EQ(log.lines().size(), row.fate == Taken ? 0 : 1);
             EXPECT_EQ(probe(server.baseUrl()), row.size);
-            tried += 2;
         }
         for (const DownloadMode mode : modes) {
             writeFile(path, "old+");
@@ -137,12 +134,10 @@ TEST(HostileReplies, LeadToWhatTheTableSays)
                                                                               ? "HTTP 0"
                                                                               : broken);
             EXPECT_EQ(readFile(path), "old+" + row.arrived);
-            ++tried;
         }
         server.setHandler([](const ScriptedServer::Request &) { return Reply::whole(200, "ok"); });
         EXPECT_EQ(post(server.baseUrl()), QStringLiteral("ok")) << "The next exchange is healthy.";
     }
-    Campaign::tried(tried);
 }
 
 // The server goes on and on; what is not taken is not waited for either.
@@ -158,24 +153,6 @@ TEST(HostileReplies, ToACommandAreBounded)
         ASSERT_EQ(log.lines().size(), 1);
         EXPECT_TRUE(log.lines().first().contains(QLatin1String("too large")));
         EXPECT_EQ(probe(server.baseUrl()), -1);
-    }
-}
-
-TEST(HostileReplies, MayComeFromAnotherHostByARedirect)
-{
-    const QTemporaryDir directory;
-    const QString path = directory.filePath(QStringLiteral("P1_2103.bin"));
-    ScriptedServer there(
-        [](const ScriptedServer::Request &request) { return Reply::file(request, "content"); });
-    const QString location =
-        there.url().replace(QLatin1String("127.0.0.1"), QLatin1String("localhost"));
-    ScriptedServer here(Reply::whole(302, "page", {"Location: " + location.toUtf8() + "/file"}));
-    EXPECT_EQ(post(here.baseUrl()), QStringLiteral("content"));
-    EXPECT_EQ(probe(here.baseUrl()), 7);
-    for (const DownloadMode mode : modes) {
-        writeFile(path, "con");
-        EXPECT_EQ(OneDownload(here.baseUrl(), path, mode).report(), "file");
-        EXPECT_EQ(readFile(path), "content");
     }
 }
 
@@ -208,5 +185,4 @@ TEST(HostileReplies, OnAKeptConnectionAreNotTakenForTheNext)
         }
         EXPECT_EQ(post(server.baseUrl()), QStringLiteral("second"));
     }
-    Campaign::tried(static_cast<int>(std::size(lies)));
 }

@@ -1,10 +1,9 @@
 #include "FaultRelay.h"
 
-#include "Loopback.h"
-
 #include <QUrl>
 
 #include <algorithm>
+#include <thread>
 #include <utility>
 
 #include <sys/socket.h>
@@ -22,21 +21,16 @@ void overlay(QByteArray &bytes, qsizetype at, const QByteArray &replacement)
 
 } // namespace
 
-/// The two halves of a connection. Its thread closes the sockets when both directions are over.
+/// The two halves of a connection.
 struct FaultRelay::Connection
 {
-    int client = -1; // These two are changed under mutex_ only.
-    int server = -1;
+    const int client;
+    const int server;
     std::atomic<bool> ended = false; ///< By the fault.
-    std::thread thread;
-};
-
-/// What has passed in the direction that is spoiled.
-struct FaultRelay::Passed
-{
-    qsizetype size = 0;
+    // In the direction that is spoiled:
+    qsizetype passed = 0;
     QByteArray recent = {}; ///< What may have to be sent again.
-    bool fault = false;
+    bool spoiled = false;
 };
 
 FaultRelay::FaultRelay(const QString &serverUrl, Fault fault, std::chrono::milliseconds patience)
@@ -44,34 +38,6 @@ FaultRelay::FaultRelay(const QString &serverUrl, Fault fault, std::chrono::milli
       serverPort_(static_cast<quint16>(QUrl(serverUrl).port())),
       patience_(patience)
 {
-    listener_ = Loopback::listen(port_);
-    acceptor_ = std::thread([this] { acceptConnections(); });
-}
-
-FaultRelay::~FaultRelay()
-{
-    {
-        const std::lock_guard lock(mutex_);
-        stopping_ = true;
-    }
-    stops_.notify_all();
-    const int waker = Loopback::connect(port_);
-    acceptor_.join();
-    ::close(waker);
-    ::close(listener_);
-    {
-        const std::lock_guard lock(mutex_);
-        for (const auto &connection : connections_)
-            if (connection->client >= 0)
-                end(*connection);
-    }
-    for (const auto &connection : connections_)
-        connection->thread.join();
-}
-
-QString FaultRelay::baseUrl() const
-{
-    return QStringLiteral("http://127.0.0.1:%1/Update/ZVDLCtl.dll?dt=").arg(port_);
 }
 
 QByteArray FaultRelay::received(Direction direction) const
@@ -80,32 +46,15 @@ QByteArray FaultRelay::received(Direction direction) const
     return received_[direction];
 }
 
-void FaultRelay::acceptConnections()
+void FaultRelay::relay(int client)
 {
-    for (;;) {
-        const int client = Loopback::accept(listener_);
-        const std::lock_guard lock(mutex_);
-        if (stopping_) {
-            ::close(client);
-            return;
-        }
-        Connection &connection = *connections_.emplace_back(std::make_unique<Connection>());
-        connection.client = client;
-        connection.server = Loopback::connect(serverPort_);
-        const timeval limit = {patience_.count() / 1000, patience_.count() % 1000 * 1000};
-        ::setsockopt(connection.server, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
-        connection.thread = std::thread([this, &connection] { relay(connection); });
-    }
-}
-
-void FaultRelay::relay(Connection &connection)
-{
+    Connection connection{client, Loopback::connect(serverPort_)};
+    const timeval limit = {patience_.count() / 1000, patience_.count() % 1000 * 1000};
+    ::setsockopt(connection.server, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
     std::thread toServer([&] { pump(connection, ToServer); });
     pump(connection, ToClient);
     toServer.join();
-    const std::lock_guard lock(mutex_);
-    ::close(std::exchange(connection.client, -1));
-    ::close(std::exchange(connection.server, -1));
+    ::close(connection.server);
 }
 
 void FaultRelay::pump(Connection &connection, Direction direction)
@@ -113,33 +62,31 @@ void FaultRelay::pump(Connection &connection, Direction direction)
     const int from = direction == ToServer ? connection.client : connection.server;
     const int to = direction == ToServer ? connection.server : connection.client;
     const bool spoils = fault_.kind != Fault::None && fault_.direction == direction;
-    Passed passed;
     for (;;) {
         const QByteArray bytes = receive(from, direction);
         const bool isOver = bytes.isEmpty() || connection.ended;
-        if (isOver ||
-            !(spoils ? passOn(connection, to, bytes, passed) : Loopback::sendAll(to, bytes)))
+        if (isOver || !(spoils ? passOn(connection, to, bytes) : Loopback::sendAll(to, bytes)))
             break;
     }
     if (!connection.ended)
-        ::shutdown(to, SHUT_WR);
+        ::shutdown(to, acceptor_.isStopping() ? SHUT_RDWR : SHUT_WR);
 }
 
 // Sends the bytes on, with the fault in its place. False when nothing more can be sent.
-bool FaultRelay::passOn(Connection &connection, int to, QByteArray bytes, Passed &passed)
+bool FaultRelay::passOn(Connection &connection, int to, QByteArray bytes)
 {
-    const qsizetype ahead = fault_.at - passed.size; // Up to the fault; negative behind it.
+    const qsizetype ahead = fault_.at - connection.passed; // Up to the fault; negative behind it.
     if (fault_.kind == Fault::Rewrite)
         overlay(bytes, ahead, fault_.bytes);
     const QByteArray head = bytes.left(std::max<qsizetype>(ahead, 0));
     if (!Loopback::sendAll(to, head))
         return false;
-    passed.size += bytes.size();
-    passed.recent = (passed.recent + head).right(fault_.length);
-    if (!passed.fault && passed.size >= fault_.at) {
-        passed.fault = true;
+    connection.passed += bytes.size();
+    connection.recent = (connection.recent + head).right(fault_.length);
+    if (!connection.spoiled && connection.passed >= fault_.at) {
+        connection.spoiled = true;
         happened_ = true;
-        spoil(connection, to, passed.recent);
+        spoil(connection, to);
     }
     return !connection.ended && sendRest(to, QByteArrayView(bytes).sliced(head.size()));
 }
@@ -156,50 +103,38 @@ QByteArray FaultRelay::receive(int socket, Direction direction)
 }
 
 // What happens once. Rewriting and dripping concern the bytes as they come.
-void FaultRelay::spoil(Connection &connection, int to, const QByteArray &recent)
+void FaultRelay::spoil(Connection &connection, int to)
 {
     switch (fault_.kind) {
     case Fault::Reset:
         Loopback::discardWhenClosed(connection.client);
-        connection.ended = true;
-        // Wakes the other direction, and says nothing to the client: that does the close.
-        ::shutdown(connection.client, SHUT_RD);
-        ::shutdown(connection.server, SHUT_RDWR);
-        return;
+        [[fallthrough]];
     case Fault::Finish:
         connection.ended = true;
-        end(connection);
-        return;
+        // Wakes the other direction. Of a reset the client hears by the close.
+        ::shutdown(connection.client, fault_.kind == Fault::Reset ? SHUT_RD : SHUT_RDWR);
+        ::shutdown(connection.server, SHUT_RDWR);
+        break;
     case Fault::Duplicate:
-        Loopback::sendAll(to, recent);
-        return;
+        Loopback::sendAll(to, connection.recent);
+        break;
     case Fault::None:
     case Fault::Drip:
     case Fault::Rewrite:
-        return;
+        break;
     }
 }
 
-bool FaultRelay::sendRest(int socket, QByteArrayView bytes)
+bool FaultRelay::sendRest(int socket, QByteArrayView bytes) const
 {
     if (fault_.kind != Fault::Drip)
         return Loopback::sendAll(socket, bytes);
-    while (!bytes.isEmpty()) {
-        {
-            std::unique_lock lock(mutex_);
-            if (stops_.wait_for(lock, fault_.pause, [this] { return stopping_.load(); }))
-                return false;
-        }
+    while (!bytes.isEmpty() && !acceptor_.isStopping()) {
+        std::this_thread::sleep_for(fault_.pause);
         const qsizetype length = std::min(fault_.length, bytes.size());
         if (!Loopback::sendAll(socket, bytes.first(length)))
             return false;
         bytes = bytes.sliced(length);
     }
-    return true;
-}
-
-void FaultRelay::end(const Connection &connection)
-{
-    ::shutdown(connection.client, SHUT_RDWR);
-    ::shutdown(connection.server, SHUT_RDWR);
+    return bytes.isEmpty();
 }

@@ -1,16 +1,14 @@
 #pragma once
 
+#include "Loopback.h"
+
 #include <QByteArray>
 #include <QString>
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <limits>
-#include <memory>
 #include <mutex>
-#include <thread>
-#include <vector>
 
 /// A TCP relay on a port of its own on the loopback interface, which stands between the library and
 /// a server and spoils what passes, at an exact byte. So the servers of the tests can stay correct.
@@ -66,13 +64,12 @@ public:
     FaultRelay(const QString &serverUrl, Fault fault, std::chrono::milliseconds patience = {});
     /// A relay without a fault.
     explicit FaultRelay(const QString &serverUrl) : FaultRelay(serverUrl, Fault{}) {}
-    ~FaultRelay();
-
-    FaultRelay(const FaultRelay &) = delete;
-    FaultRelay &operator=(const FaultRelay &) = delete;
 
     /// What the library takes for the service's base URL.
-    QString baseUrl() const;
+    QString baseUrl() const
+    {
+        return QStringLiteral("http://127.0.0.1:%1/Update/ZVDLCtl.dll?dt=").arg(acceptor_.port());
+    }
 
     /// Whether the fault has happened, on any connection.
     bool hasHappened() const { return happened_; }
@@ -82,28 +79,19 @@ public:
 
 private:
     struct Connection;
-    struct Passed;
 
-    void acceptConnections();
-    void relay(Connection &connection);
+    void relay(int client);
     void pump(Connection &connection, Direction direction);
-    bool passOn(Connection &connection, int to, QByteArray bytes, Passed &passed);
+    bool passOn(Connection &connection, int to, QByteArray bytes);
     QByteArray receive(int socket, Direction direction);
-    void spoil(Connection &connection, int to, const QByteArray &recent);
-    bool sendRest(int socket, QByteArrayView bytes);
-    static void end(const Connection &connection);
+    void spoil(Connection &connection, int to);
+    bool sendRest(int socket, QByteArrayView bytes) const;
 
     const Fault fault_;
     const quint16 serverPort_;
     const std::chrono::milliseconds patience_;
-    int listener_ = -1;
-    quint16 port_ = 0;
     std::atomic<bool> happened_ = false;
-
     mutable std::mutex mutex_;
-    std::condition_variable stops_;
-    std::atomic<bool> stopping_ = false;                   // Set under mutex_.
-    QByteArray received_[2];                               // Guarded by mutex_.
-    std::vector<std::unique_ptr<Connection>> connections_; // Guarded by mutex_.
-    std::thread acceptor_;
+    QByteArray received_[2]; // Guarded by mutex_.
+    Loopback::Acceptor acceptor_{[this](int client) { relay(client); }};
 };

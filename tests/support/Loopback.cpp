@@ -1,9 +1,12 @@
 #include "Loopback.h"
 
+#include <utility>
+
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 namespace {
 
@@ -25,24 +28,6 @@ int withoutDelay(int socket)
 }
 
 } // namespace
-
-int Loopback::listen(quint16 &port)
-{
-    sockaddr_in own = address(0);
-    socklen_t length = sizeof own;
-    auto *const generic = reinterpret_cast<sockaddr *>(&own);
-    const int listener = ::socket(AF_INET, SOCK_STREAM, 0);
-    if (::bind(listener, generic, length) != 0 || ::listen(listener, 64) != 0 ||
-        ::getsockname(listener, generic, &length) != 0)
-        qFatal("No port on the loopback interface can be listened on.");
-    port = ntohs(own.sin_port);
-    return listener;
-}
-
-int Loopback::accept(int listener)
-{
-    return withoutDelay(::accept(listener, nullptr, nullptr));
-}
 
 int Loopback::connect(quint16 port)
 {
@@ -68,4 +53,54 @@ void Loopback::discardWhenClosed(int socket)
 {
     const linger discard = {1, 0};
     ::setsockopt(socket, SOL_SOCKET, SO_LINGER, &discard, sizeof discard);
+}
+
+Loopback::Acceptor::Acceptor(Serve serve) : serve_(std::move(serve))
+{
+    sockaddr_in own = address(0);
+    socklen_t length = sizeof own;
+    auto *const generic = reinterpret_cast<sockaddr *>(&own);
+    listener_ = ::socket(AF_INET, SOCK_STREAM, 0);
+    if (::bind(listener_, generic, length) != 0 || ::listen(listener_, 64) != 0 ||
+        ::getsockname(listener_, generic, &length) != 0)
+        qFatal("No port on the loopback interface can be listened on.");
+    port_ = ntohs(own.sin_port);
+    thread_ = std::thread([this] { acceptConnections(); });
+}
+
+Loopback::Acceptor::~Acceptor()
+{
+    stopping_ = true;
+    // A connection of its own wakes the thread on every system.
+    const int waker = connect(port_);
+    thread_.join();
+    ::close(waker);
+    ::close(listener_);
+    {
+        const std::lock_guard lock(mutex_);
+        for (const Connection &connection : connections_)
+            if (connection.socket >= 0)
+                ::shutdown(connection.socket, SHUT_RDWR);
+    }
+    for (Connection &connection : connections_)
+        connection.thread.join();
+}
+
+void Loopback::Acceptor::acceptConnections()
+{
+    for (;;) {
+        const int socket = withoutDelay(::accept(listener_, nullptr, nullptr));
+        const std::lock_guard lock(mutex_);
+        if (stopping_) {
+            ::close(socket);
+            return;
+        }
+        Connection &connection = connections_.emplace_back();
+        connection.socket = socket;
+        connection.thread = std::thread([this, &connection, socket] {
+            serve_(socket);
+            const std::lock_guard ending(mutex_);
+            ::close(std::exchange(connection.socket, -1));
+        });
+    }
 }

@@ -1,7 +1,6 @@
 #include "ScriptedServer.h"
 
 #include "../../service/HttpFunctionURLEncode.h"
-#include "Loopback.h"
 
 #include <QtGlobal>
 
@@ -9,7 +8,6 @@
 #include <optional>
 
 #include <sys/socket.h>
-#include <unistd.h>
 
 namespace {
 
@@ -39,38 +37,11 @@ std::optional<ScriptedServer::Request> receiveRequest(int socket, QByteArray &re
 
 } // namespace
 
-ScriptedServer::ScriptedServer(Handler handler) : handler_(std::move(handler))
-{
-    listener_ = Loopback::listen(port_);
-    acceptor_ = std::thread([this] { acceptConnections(); });
-}
+ScriptedServer::ScriptedServer(Handler handler) : handler_(std::move(handler)) {}
 
 ScriptedServer::ScriptedServer(const Reply &reply)
     : ScriptedServer([reply](const Request &) { return reply; })
 {
-}
-
-ScriptedServer::~ScriptedServer()
-{
-    stopping_ = true;
-    // A connection of its own wakes the acceptor on every system.
-    const int waker = Loopback::connect(port_);
-    acceptor_.join();
-    ::close(waker);
-    ::close(listener_);
-    {
-        const std::lock_guard lock(mutex_);
-        for (const auto &connection : connections_)
-            if (connection->socket >= 0)
-                ::shutdown(connection->socket, SHUT_RDWR);
-    }
-    for (const auto &connection : connections_)
-        connection->thread.join();
-}
-
-QString ScriptedServer::url(const QString &path) const
-{
-    return QStringLiteral("http://127.0.0.1:%1").arg(port_) + path;
 }
 
 void ScriptedServer::setHandler(Handler handler)
@@ -85,30 +56,14 @@ std::vector<ScriptedServer::Request> ScriptedServer::requests() const
     return requests_;
 }
 
-void ScriptedServer::acceptConnections()
+void ScriptedServer::serve(int socket)
 {
-    for (;;) {
-        const int socket = Loopback::accept(listener_);
-        const std::lock_guard lock(mutex_);
-        if (stopping_) {
-            ::close(socket);
-            return;
-        }
-        Connection &connection = *connections_.emplace_back(std::make_unique<Connection>());
-        connection.number = static_cast<int>(connections_.size());
-        connection.socket = socket;
-        connection.thread = std::thread([this, &connection] {
-            serve(connection);
-            end(connection);
-        });
-    }
-}
-
-void ScriptedServer::serve(Connection &connection)
-{
+    std::unique_lock counting(mutex_);
+    const int number = ++connections_;
+    counting.unlock();
     QByteArray received;
-    while (auto request = receiveRequest(connection.socket, received)) {
-        request->connection = connection.number;
+    while (auto request = receiveRequest(socket, received)) {
+        request->connection = number;
         {
             const std::lock_guard lock(mutex_);
             requests_.push_back(*request);
@@ -116,15 +71,14 @@ void ScriptedServer::serve(Connection &connection)
         std::unique_lock lock(handling_);
         const Reply reply = handler_(*request);
         lock.unlock();
-        if (!perform(reply, *request, connection))
+        if (!perform(reply, *request, socket))
             return;
     }
 }
 
 // False when the connection is over.
-bool ScriptedServer::perform(const Reply &reply, const Request &request, Connection &connection)
+bool ScriptedServer::perform(const Reply &reply, const Request &request, int socket) const
 {
-    const int socket = connection.socket;
     using Step = Reply::Step;
     for (const Step &step : reply.steps_) {
         switch (step.kind) {
@@ -144,7 +98,6 @@ bool ScriptedServer::perform(const Reply &reply, const Request &request, Connect
             Loopback::discardWhenClosed(socket);
             [[fallthrough]];
         case Step::Close:
-            end(connection);
             return false;
         }
     }
@@ -156,19 +109,11 @@ bool ScriptedServer::wait(Gate &gate) const
     gate.reached_ = true;
     const auto deadline = std::chrono::steady_clock::now() + patience;
     while (!gate.isOpen()) {
-        if (stopping_ || std::chrono::steady_clock::now() >= deadline)
+        if (acceptor_.isStopping() || std::chrono::steady_clock::now() >= deadline)
             return false;
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     return true;
-}
-
-void ScriptedServer::end(Connection &connection)
-{
-    const std::lock_guard lock(mutex_);
-    if (connection.socket >= 0)
-        ::close(connection.socket);
-    connection.socket = -1;
 }
 
 ScriptedServer::Reply ScriptedServer::Reply::whole(int status, const QByteArray &body,

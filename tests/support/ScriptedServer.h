@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Loopback.h"
+
 #include <QByteArray>
 #include <QByteArrayList>
 #include <QString>
@@ -8,7 +10,6 @@
 #include <functional>
 #include <memory>
 #include <mutex>
-#include <thread>
 #include <vector>
 
 /// A place in a reply at which the server waits for the test. May be used on any thread.
@@ -87,13 +88,12 @@ public:
     explicit ScriptedServer(Handler handler);
     /// A server that answers every request alike.
     explicit ScriptedServer(const Reply &reply);
-    ~ScriptedServer();
-
-    ScriptedServer(const ScriptedServer &) = delete;
-    ScriptedServer &operator=(const ScriptedServer &) = delete;
 
     /// "http://127.0.0.1:PORT", with a path appended.
-    QString url(const QString &path = {}) const;
+    QString url(const QString &path = {}) const
+    {
+        return QStringLiteral("http://127.0.0.1:%1").arg(acceptor_.port()) + path;
+    }
     /// What the library takes for the service's base URL.
     QString baseUrl() const { return url(QStringLiteral("/Update/ZVDLCtl.dll?dt=")); }
 
@@ -103,27 +103,15 @@ public:
     std::vector<Request> requests() const;
 
 private:
-    struct Connection
-    {
-        int number = 0;
-        int socket = -1; // Changed by its thread, guarded by mutex_; -1 when it is over.
-        std::thread thread;
-    };
-
-    void acceptConnections();
-    void serve(Connection &connection);
-    bool perform(const Reply &reply, const Request &request, Connection &connection);
+    void serve(int socket);
+    bool perform(const Reply &reply, const Request &request, int socket) const;
     bool wait(Gate &gate) const;
-    void end(Connection &connection);
 
-    int listener_ = -1;
-    quint16 port_ = 0;
-    std::atomic<bool> stopping_ = false;
     std::mutex handling_;
     Handler handler_; // Guarded by handling_.
 
     mutable std::mutex mutex_;
-    std::vector<Request> requests_;                        // Guarded by mutex_.
-    std::vector<std::unique_ptr<Connection>> connections_; // Guarded by mutex_.
-    std::thread acceptor_;
+    int connections_ = 0;           // Guarded by mutex_.
+    std::vector<Request> requests_; // Guarded by mutex_.
+    Loopback::Acceptor acceptor_{[this](int socket) { serve(socket); }};
 };

@@ -1,7 +1,5 @@
 #include "TlsRelay.h"
 
-#include "Loopback.h"
-
 #include <QDir>
 #include <QFile>
 #include <QUrl>
@@ -132,48 +130,6 @@ TlsRelay::TlsRelay(const QString &serverUrl, Certificate certificate, Way way)
       serverPort_(static_cast<quint16>(QUrl(serverUrl).port())),
       way_(way)
 {
-    listener_ = Loopback::listen(port_);
-    acceptor_ = std::thread([this] { acceptConnections(); });
-}
-
-TlsRelay::~TlsRelay()
-{
-    {
-        const std::lock_guard lock(mutex_);
-        stopping_ = true;
-    }
-    const int waker = Loopback::connect(port_);
-    acceptor_.join();
-    ::close(waker);
-    ::close(listener_);
-    {
-        const std::lock_guard lock(mutex_);
-        for (const auto &connection : connections_)
-            if (connection->client >= 0)
-                ::shutdown(connection->client, SHUT_RDWR);
-    }
-    for (const auto &connection : connections_)
-        connection->thread.join();
-}
-
-void TlsRelay::acceptConnections()
-{
-    for (;;) {
-        const int client = Loopback::accept(listener_);
-        const std::lock_guard lock(mutex_);
-        if (stopping_) {
-            ::close(client);
-            return;
-        }
-        Connection &connection = *connections_.emplace_back(std::make_unique<Connection>());
-        connection.client = client;
-        connection.thread = std::thread([this, &connection, client] {
-            serve(client);
-            const std::lock_guard ending(mutex_);
-            ::close(client);
-            connection.client = -1;
-        });
-    }
 }
 
 void TlsRelay::serve(int client)

@@ -1,13 +1,12 @@
 #pragma once
 
+#include "Loopback.h"
+
 #include <QByteArray>
 #include <QString>
 
 #include <atomic>
 #include <memory>
-#include <mutex>
-#include <thread>
-#include <vector>
 
 #include <openssl/ssl.h>
 
@@ -25,26 +24,15 @@ public:
 
     /// A relay to a server on the loopback interface, of which only the port of the URL counts.
     explicit TlsRelay(const QString &serverUrl, Certificate certificate = Good, Way way = Direct);
-    ~TlsRelay();
-
-    TlsRelay(const TlsRelay &) = delete;
-    TlsRelay &operator=(const TlsRelay &) = delete;
 
     /// "127.0.0.1:PORT".
-    QString address() const { return QStringLiteral("127.0.0.1:%1").arg(port_); }
+    QString address() const { return QStringLiteral("127.0.0.1:%1").arg(acceptor_.port()); }
     QString baseUrl() const { return QStringLiteral("https://%1/?dt=").arg(address()); }
 
     /// How many connections were opened up to now by a request to a proxy.
     int proxied() const { return proxied_; }
 
 private:
-    struct Connection
-    {
-        int client = -1; // Changed under mutex_ only; -1 when it is over.
-        std::thread thread;
-    };
-
-    void acceptConnections();
     void serve(int client);
     bool becomeTunnel(int client);
     void relay(SSL *client) const;
@@ -52,12 +40,6 @@ private:
     const std::unique_ptr<SSL_CTX, decltype(&SSL_CTX_free)> context_;
     const quint16 serverPort_;
     const Way way_;
-    int listener_ = -1;
-    quint16 port_ = 0;
     std::atomic<int> proxied_ = 0;
-
-    std::mutex mutex_;
-    bool stopping_ = false;                                // Guarded by mutex_.
-    std::vector<std::unique_ptr<Connection>> connections_; // Guarded by mutex_.
-    std::thread acceptor_;
+    Loopback::Acceptor acceptor_{[this](int client) { serve(client); }};
 };

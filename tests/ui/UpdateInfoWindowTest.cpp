@@ -9,6 +9,7 @@
 #include <QCheckBox>
 #include <QClipboard>
 #include <QDialog>
+#include <QDir>
 #include <QElapsedTimer>
 #include <QLabel>
 #include <QLineEdit>
@@ -161,6 +162,19 @@ TEST_F(UpdateInfoWindowTest, UpdateWithoutTheFileDoesNothing)
     update(*controller);
     EXPECT_TRUE(controller->window()->isVisible());
     EXPECT_EQ(events.list(), QStringList());
+}
+
+// Desktops shorten "..".
+TEST_F(UpdateInfoWindowTest, OpensTheFileThatALinkLeadsTo)
+{
+    const QDir root(directory.path());
+    root.mkpath(u"real/below"_s);
+    ASSERT_TRUE(QFile::link(root.filePath(u"real/below"_s), root.filePath(u"link"_s)));
+    writeFile(root.filePath(u"real/P1.dmg"_s), "installer");
+    controller->setMUpdateFilePath(root.filePath(u"link/../P1.dmg"_s));
+    show();
+    update(*controller);
+    EXPECT_EQ(events.openedPath(), root.canonicalPath() + u"/real/P1.dmg"_s);
 }
 
 TEST_F(UpdateInfoWindowTest, ReturnIsUpdateWhereverTheFocusIs)

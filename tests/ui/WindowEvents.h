@@ -23,6 +23,8 @@ public:
 
     void watch(QObject *window) { window->installEventFilter(this); }
     const QStringList &list() const { return list_; }
+    /// The whole path of the file that was opened last.
+    const QString &openedPath() const { return openedPath_; }
 
     bool eventFilter(QObject *, QEvent *event) override
     {
@@ -37,7 +39,11 @@ public:
     }
 
 public Q_SLOTS:
-    void open(const QUrl &url) { add(QStringLiteral("opened ") + url.fileName()); }
+    void open(const QUrl &url)
+    {
+        openedPath_ = url.toLocalFile();
+        add(QStringLiteral("opened ") + url.fileName());
+    }
 
 private:
     void add(const QString &event)
@@ -47,4 +53,5 @@ private:
     }
 
     QStringList list_;
+    QString openedPath_;
 };
