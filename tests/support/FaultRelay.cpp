@@ -39,8 +39,10 @@ struct FaultRelay::Passed
     bool fault = false;
 };
 
-FaultRelay::FaultRelay(const QString &serverUrl, Fault fault)
-    : fault_(std::move(fault)), serverPort_(static_cast<quint16>(QUrl(serverUrl).port()))
+FaultRelay::FaultRelay(const QString &serverUrl, Fault fault, std::chrono::milliseconds patience)
+    : fault_(std::move(fault)),
+      serverPort_(static_cast<quint16>(QUrl(serverUrl).port())),
+      patience_(patience)
 {
     listener_ = Loopback::listen(port_);
     acceptor_ = std::thread([this] { acceptConnections(); });
@@ -90,6 +92,8 @@ void FaultRelay::acceptConnections()
         Connection &connection = *connections_.emplace_back(std::make_unique<Connection>());
         connection.client = client;
         connection.server = Loopback::connect(serverPort_);
+        const timeval limit = {patience_.count() / 1000, patience_.count() % 1000 * 1000};
+        ::setsockopt(connection.server, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
         connection.thread = std::thread([this, &connection] { relay(connection); });
     }
 }
@@ -140,7 +144,7 @@ bool FaultRelay::passOn(Connection &connection, int to, QByteArray bytes, Passed
     return !connection.ended && sendRest(to, QByteArrayView(bytes).sliced(head.size()));
 }
 
-// Empty when the sender has ended its side.
+// Empty when the sender has ended its side, or been silent for too long.
 QByteArray FaultRelay::receive(int socket, Direction direction)
 {
     QByteArray bytes(64 * 1024, Qt::Uninitialized);
@@ -166,11 +170,6 @@ void FaultRelay::spoil(Connection &connection, int to, const QByteArray &recent)
         connection.ended = true;
         end(connection);
         return;
-    case Fault::Stall: {
-        std::unique_lock lock(mutex_);
-        stops_.wait(lock, [this] { return stopping_.load(); });
-        return;
-    }
     case Fault::Duplicate:
         Loopback::sendAll(to, recent);
         return;
