@@ -22,7 +22,7 @@ namespace {
 
 // To write the settings takes milliseconds. A lock that is older and that nobody holds was left by
 // a process that has been killed, perhaps before it had written into the lock whose it is.
-constexpr std::chrono::milliseconds leftLockAge(1000);
+constexpr std::chrono::milliseconds staleLockAge(1000);
 constexpr std::chrono::milliseconds longestSettingsWait(1500);
 
 Mutex settingsMutex;
@@ -87,7 +87,7 @@ bool isLockFree(const QString &path) ZVUPDATE_REQUIRES(settingsMutex)
     if (!isLockOrNothing(path) || !isLockOrNothing(path + QLatin1String(".rmlock")))
         return false;
     QLockFile lock(path);
-    lock.setStaleLockTime(static_cast<int>(leftLockAge.count()));
+    lock.setStaleLockTime(static_cast<int>(staleLockAge.count()));
     // Where there can be no lock at all, Qt does not wait for it.
     const bool isFree =
         lock.tryLock(isWaitedFor ? static_cast<int>(longestSettingsWait.count()) : 0) ||
