@@ -62,9 +62,11 @@ public:
     /// service does not say.
     uint64_t doGetFileSize(const QString &token, const QString &fileName);
 
-    /// What a download does when a piece cannot be written, as on a full disk: go on and lose it,
-    /// or stop.
-    enum WhenUnwritable { GoOn, Stop };
+    /// What a download does when a piece cannot be written, as on a full disk.
+    enum WhenUnwritable {
+        GoOn, ///< Lose the piece and go on.
+        Stop, ///< Stop.
+    };
 
     /// Starts downloading an update file to a local path in the background, resuming what is there,
     /// and returns 1 at once. A download that is already running goes on beside it.
@@ -82,6 +84,7 @@ public:
     /// Ends whatever this client is doing, a command in the middle as well as a download that has
     /// not begun its transfer yet, and all that it is asked for later, as stopped. Returns at once.
     void doCancel();
+    /// Whether doCancel() has been called.
     bool isCancelled() const;
 
     /// Whether the calling thread is telling a delegate of a finished download that was asked to

@@ -11,6 +11,7 @@
 /// thread.
 struct ZVUPDATE_EXPORT UpdateOutcome
 {
+    /// Which of the outcomes it is.
     enum class Kind {
         /// The download of a newer installer has been started in the background.
         DownloadStarted,
@@ -36,7 +37,9 @@ struct ZVUPDATE_EXPORT UpdateOutcome
         NoToken,
         /// What the service offers cannot be part of a file name.
         UnsafeName,
+        /// The directory for update files is not there, or may not be written to.
         DirectoryNotWritable,
+        /// There is no room for the download.
         DiskFull,
         /// The HTTP status says that the request has failed, and the reply says no more.
         HttpStatus,
@@ -48,7 +51,7 @@ struct ZVUPDATE_EXPORT UpdateOutcome
         Stopped,
     };
 
-    Kind kind;
+    Kind kind; ///< Which it is.
     /// A sentence for people, in English.
     QString message;
     /// What the system or HTTP says, if it is that.
@@ -64,6 +67,7 @@ struct ZVUPDATE_EXPORT UpdateOutcome
 
     /// An outcome with the message that it has without further knowledge.
     explicit UpdateOutcome(Kind what);
+    /// An outcome with a message of its own.
     UpdateOutcome(Kind what, const QString &sentence) : kind(what), message(sentence) {}
 
     /// The word for an outcome in what programs write, such as "nothing-newer".
