@@ -23,9 +23,10 @@
 
 #include <atomic>
 #include <chrono>
+#include <exception>
 #include <functional>
 #include <limits>
-#include <system_error>
+#include <new>
 
 using namespace ZVPlatform;
 
@@ -93,12 +94,24 @@ std::optional<Kind> obstacleToCheck()
                                                                      : std::nullopt;
 }
 
-// What keeps a download from being written, of which so many bytes are still to come.
-std::optional<Kind> obstacleToDownload(const QString &path, quint64 toCome)
+// Whether a temporary file is complete, and yet not what is offered, or longer. The service has no
+// more bytes for such a file.
+bool isSpent(uint64_t present, uint64_t remoteSize)
+{
+    const bool isSizeKnown = remoteSize != 0 && remoteSize != std::numeric_limits<uint64_t>::max();
+    return isSizeKnown && present >= remoteSize;
+}
+
+// What keeps a download from being written.
+std::optional<Kind> obstacleToDownload(const QString &path, uint64_t remoteSize)
 {
     if (!Files::isInWritableDirectory(path))
         return Kind::DirectoryNotWritable;
-    return toCome > Files::room(path) ? std::optional(Kind::DiskFull) : std::nullopt;
+    const uint64_t present = Files::size(path);
+    const bool isSizeKnown = remoteSize != std::numeric_limits<uint64_t>::max();
+    return isSizeKnown && remoteSize > present && remoteSize - present > Files::room(path)
+               ? std::optional(Kind::DiskFull)
+               : std::nullopt;
 }
 
 void discard(const UpdateFiles &files)
@@ -143,7 +156,12 @@ constexpr std::chrono::milliseconds leastBetweenProgress(100);
 class ZVUpdateProc::Private
 {
 public:
-    enum class Verified { Yes, No, NotNow };
+    enum class Verified {
+        Named,   // Good, and under its final name if it can have that.
+        Unnamed, // Good; nobody wants to hear of it.
+        No,
+        NotNow,
+    };
 
     /// What is asked of a check. The call that blocks its caller keeps to what is laid down for it.
     struct Demands
@@ -162,10 +180,12 @@ public:
 
     explicit Private(ZVUpdateProc *controller) : self(controller) {}
 
-    Checked check(const std::shared_ptr<UpdateLogicFunc> &client, Demands demands,
+    Checked check(const std::shared_ptr<UpdateLogicFunc> &given, Demands demands,
                   const std::function<void()> &begun);
     Checked fetch(const std::shared_ptr<UpdateLogicFunc> &client, const UpdateFiles &files,
                   const QString &digest, Demands demands);
+    bool hasInstaller(const UpdateFiles &files, const QString &digest,
+                      const std::function<bool()> &stopped);
     Verified installVerified(LockedFile &file, const QString &diskImagePath,
                              const std::optional<QString> &digest,
                              const std::function<bool()> &stopped);
@@ -173,6 +193,7 @@ public:
     bool isUnwanted() const;
     void scheduleFileReady(const QString &path);
     void onMain(std::function<void(ZVUpdateProc &)> call);
+    void tellProgress();
     void debugLog(const QString &message) const;
 
     ZVUpdateProc *const self;
@@ -185,11 +206,13 @@ public:
     Guarded<std::optional<QString>> mSaveFileDirectory_;
     std::atomic<bool> mDebug_ = false;
     std::atomic<bool> isEnding_ = false;
-    std::atomic<bool> isProgressOnItsWay_ = false; // To the main thread.
-    std::atomic<std::chrono::steady_clock::time_point> lastProgress_{};
+    std::atomic<std::chrono::steady_clock::time_point> lastProgress_{}; // That was passed on.
 
-    // The main thread's, of the check that runs in the background.
+    // The main thread's: what says that the controller is there, and of the check in the
+    // background.
+    std::shared_ptr<const bool> alive_ = std::make_shared<const bool>(true);
     DownloadRate rate_;
+    std::chrono::steady_clock::time_point lastProgressTold_{};
     std::shared_ptr<UpdateLogicFunc> checking_;
     std::unique_ptr<Worker> worker_;
 };
@@ -215,6 +238,7 @@ ZVUpdateProc::ZVUpdateProc() : d_(std::make_unique<Private>(this)) {}
 ZVUpdateProc::~ZVUpdateProc()
 {
     d_->isEnding_ = true;
+    d_->alive_.reset();
     if (d_->checking_)
         d_->checking_->doCancel();
     d_->worker_.reset();
@@ -253,14 +277,21 @@ bool ZVUpdateProc::startCheck(CheckReason reason, ZVUpdateProcDelegate *delegate
     const auto end = [](const Private::Checked &checked) {
         return [checked](ZVUpdateProc &controller) { controller.d_->endCheck(checked); };
     };
+    const Private::Checked outOfResources{
+        {Kind::BrokenOff,
+         QStringLiteral("The system has not enough memory or threads for a check.")}};
     try {
-        d_->worker_ = std::make_unique<Worker>(QStringLiteral("Update_Check"),
-                                               [d = d_.get(), client, demands, end] {
-                                                   d->onMain(end(d->check(client, demands, [] {})));
-                                               });
-    } catch (const std::system_error &) {
-        d_->onMain(
-            end({{Kind::BrokenOff, QStringLiteral("The system has no thread for a check.")}}));
+        d_->worker_ = std::make_unique<Worker>(
+            QStringLiteral("Update_Check"), [d = d_.get(), client, demands, end, outOfResources] {
+                auto checked = outOfResources;
+                try {
+                    checked = d->check(client, demands, [] {});
+                } catch (const std::bad_alloc &) {
+                }
+                d->onMain(end(checked));
+            });
+    } catch (const std::exception &) {
+        d_->onMain(end(outOfResources));
     }
     return true;
 }
@@ -313,8 +344,9 @@ void ZVUpdateProc::downloadFinishWithFilePath(const QString &path)
                 path);
         return;
     }
-    if (verified == Private::Verified::Yes) {
+    if (verified == Private::Verified::Named)
         d_->scheduleFileReady(diskImagePath);
+    if (verified == Private::Verified::Named || verified == Private::Verified::Unnamed) {
         // Without a main queue the notification may have been the last owner: "this" may be gone.
         if (debug)
             systemLog(QStringLiteral("ZVUpdateProc downloadFinishWithFilePath:") + path);
@@ -329,28 +361,19 @@ void ZVUpdateProc::downloadFinishWithFilePath(const QString &path)
     file.remove();
 }
 
-// The call that a busy main thread has yet to make is enough.
 void ZVUpdateProc::downloadProgressed()
 {
     const auto now = std::chrono::steady_clock::now();
-    if (now - d_->lastProgress_.load() < leastBetweenProgress ||
-        d_->isProgressOnItsWay_.exchange(true))
+    if (now - d_->lastProgress_.load() < leastBetweenProgress || !delegate())
         return;
-    d_->onMain([](ZVUpdateProc &controller) {
-        Private &d = *controller.d_;
-        d.isProgressOnItsWay_ = false;
-        d.lastProgress_ = std::chrono::steady_clock::now();
-        const auto client = controller.mCurrentDownloadUpdateLogic();
-        ZVUpdateProcDelegate *host = controller.delegate();
-        if (!client || !host)
-            return;
-        const auto progress = client->doGetDownloadProgress();
-        host->updateDownloadProgressed(progress, d.rate_.perSecond(progress.received));
-    });
+    d_->lastProgress_ = now;
+    d_->onMain([](ZVUpdateProc &controller) { controller.d_->tellProgress(); });
 }
 
 void ZVUpdateProc::downloadFailed(const UpdateOutcome &outcome)
 {
+    if (!delegate())
+        return;
     d_->onMain([outcome](ZVUpdateProc &controller) {
         if (ZVUpdateProcDelegate *host = controller.delegate())
             host->updateDownloadFailed(outcome);
@@ -479,7 +502,8 @@ ZVUpdateProc::Private::check(const std::shared_ptr<UpdateLogicFunc> &given, Dema
 
     // The reply and the client are kept for those who ask later; the check goes on with its own.
     const auto reply = client->doCheckUpdate(*productID, *productVersion);
-    self->setMLastCheckUpdateResponse(reply);
+    if (!client->isCancelled()) // By the one that is kept a running download is verified.
+        self->setMLastCheckUpdateResponse(reply);
     const QString version = reply->ZVUpdateVersion().value_or(QString());
     const QString digest = reply->ZVMD5().value_or(QString());
     const auto files = UpdateFiles::named(*directory, *productID, version);
@@ -513,23 +537,62 @@ ZVUpdateProc::Private::fetch(const std::shared_ptr<UpdateLogicFunc> &client,
                              const UpdateFiles &files, const QString &digest, Demands demands)
 {
     const auto stopped = [this, &client] { return isEnding_ || client->isCancelled(); };
-    const auto ready = [this, &files] {
-        return Checked{UpdateOutcome(Kind::InstallerReady),
-                       [this, path = files.diskImagePath] { scheduleFileReady(path); }};
-    };
-    const auto lastDownloadDigest = UpdatePreferences::lastDownloadDigest();
+    const Checked ready{UpdateOutcome(Kind::InstallerReady),
+                        [this, path = files.diskImagePath] { scheduleFileReady(path); }};
+    if (hasInstaller(files, digest, stopped))
+        return ready;
+    if (stopped())
+        return {UpdateOutcome(Kind::Stopped)};
 
+    const auto tokenReply = client->doGetToken();
+    if (!tokenReply->ok()) {
+        Checked checked{client->lastFailure().value_or(UpdateOutcome(Kind::NoToken))};
+        checked.outcome.serviceMessage = tokenReply->msg().value_or(QString());
+        return checked;
+    }
+    debugLog(QStringLiteral("doGetToken OK ... ") + tokenReply->debugDescription());
+
+    const QString token = tokenReply->ID().value_or(QString());
+    const uint64_t remoteSize = client->doGetFileSize(token, files.serviceFileName);
+    if (remoteSize == Files::size(files.temporaryPath)) {
+        LockedFile file(files.temporaryPath, stopped);
+        const Verified verified = installVerified(file, files.diskImagePath, digest, stopped);
+        if (verified == Verified::Named)
+            return ready;
+        if (verified == Verified::Unnamed)
+            return {ready.outcome};
+    }
+
+    debugLog(QStringLiteral("fileSize ... ") + QString::number(static_cast<int64_t>(remoteSize)));
+    if (demands.isAskedByUser && isSpent(Files::size(files.temporaryPath), remoteSize) &&
+        !stopped())
+        Files::remove(files.temporaryPath); // A file that another process has stays.
+    if (const auto obstacle =
+            demands.looksAhead ? obstacleToDownload(files.temporaryPath, remoteSize) : std::nullopt)
+        return {UpdateOutcome(*obstacle)};
+    const auto fullDisk = demands.looksAhead ? UpdateLogicFunc::Stop : UpdateLogicFunc::GoOn;
+    return {UpdateOutcome(Kind::DownloadStarted), [client, token, files, fullDisk] {
+                client->doStartDownload(token, files.serviceFileName, files.temporaryPath,
+                                        fullDisk);
+            }};
+}
+
+// Whether the offered installer is on disk. What is there of another goes.
+bool ZVUpdateProc::Private::hasInstaller(const UpdateFiles &files, const QString &digest,
+                                         const std::function<bool()> &stopped)
+{
+    const auto lastDownloadDigest = UpdatePreferences::lastDownloadDigest();
     // A directory is nobody's installer, but stays, and so does what has been fetched.
     if (Files::exists(files.diskImagePath) && !Files::isDirectory(files.diskImagePath)) {
         const QByteArray found = md5OfFile(files.diskImagePath, stopped);
         if (stopped())
-            return {UpdateOutcome(Kind::Stopped)};
+            return false;
         // A file that is missing has the digest of no bytes, but is not the file that was
         // announced.
         if (isSameDigest(QString::fromLatin1(found.toHex()), digest) &&
             Files::exists(files.diskImagePath)) {
             debugLog(QStringLiteral("下載好，與線上的MD5相同"));
-            return ready();
+            return true;
         }
         debugLog(QStringLiteral("下載好，與線上的MD5不相同，重新下載"));
         discard(files);
@@ -543,44 +606,7 @@ ZVUpdateProc::Private::fetch(const std::shared_ptr<UpdateLogicFunc> &client,
     } else if (PartialFile::beginsInTheMiddle(files.temporaryPath)) {
         Files::remove(files.temporaryPath);
     }
-
-    const auto tokenReply = client->doGetToken();
-    if (!tokenReply->ok()) {
-        Checked checked{client->lastFailure().value_or(UpdateOutcome(Kind::NoToken))};
-        checked.outcome.serviceMessage = tokenReply->msg().value_or(QString());
-        return checked;
-    }
-    debugLog(QStringLiteral("doGetToken OK ... ") + tokenReply->debugDescription());
-
-    const QString token = tokenReply->ID().value_or(QString());
-    const uint64_t remoteSize = client->doGetFileSize(token, files.serviceFileName);
-    const bool isSizeKnown = remoteSize != 0 && remoteSize != std::numeric_limits<uint64_t>::max();
-    if (remoteSize == Files::size(files.temporaryPath)) {
-        LockedFile file(files.temporaryPath, stopped);
-        const Verified verified = installVerified(file, files.diskImagePath, digest, stopped);
-        if (verified == Verified::Yes)
-            return ready();
-        // Otherwise it stays: the download resumes it, and the service has the last word.
-        if (verified == Verified::No && demands.isAskedByUser && isSizeKnown)
-            file.remove();
-    } else if (demands.isAskedByUser && isSizeKnown &&
-               remoteSize < Files::size(files.temporaryPath)) {
-        Files::remove(files.temporaryPath);
-    }
-
-    debugLog(QStringLiteral("fileSize ... ") + QString::number(static_cast<int64_t>(remoteSize)));
-    if (demands.looksAhead) {
-        const uint64_t present = Files::size(files.temporaryPath);
-        const uint64_t toCome = isSizeKnown && remoteSize > present ? remoteSize - present : 0;
-        if (const auto obstacle = obstacleToDownload(files.temporaryPath, toCome))
-            return {UpdateOutcome(*obstacle)};
-    }
-    const auto fullDisk = demands.looksAhead ? UpdateLogicFunc::WhenUnwritable::Stop
-                                             : UpdateLogicFunc::WhenUnwritable::GoOn;
-    return {UpdateOutcome(Kind::DownloadStarted), [client, token, files, fullDisk] {
-                client->doStartDownload(token, files.serviceFileName, files.temporaryPath,
-                                        fullDisk);
-            }};
+    return false;
 }
 
 // On the main thread: the check's thread is let go of, and what it has prepared begins, so that all
@@ -590,6 +616,7 @@ void ZVUpdateProc::Private::endCheck(const Checked &checked)
     worker_.reset();
     const auto client = std::exchange(checking_, nullptr);
     const bool isStopped = client->isCancelled();
+    rate_ = {};
     if (!isStopped && checked.rest)
         checked.rest();
     if (client != self->mCurrentDownloadUpdateLogic())
@@ -616,7 +643,7 @@ ZVUpdateProc::Private::installVerified(LockedFile &file, const QString &diskImag
     if (!isSameDigest(QString::fromLatin1(found->toHex()), digest))
         return Verified::No;
     if (!self->delegate())
-        return Verified::Yes;
+        return Verified::Unnamed;
 
     const LockedFile::Moved moved = file.moveTo(diskImagePath);
     if (moved == LockedFile::Moved::NotThisFile)
@@ -626,12 +653,25 @@ ZVUpdateProc::Private::installVerified(LockedFile &file, const QString &diskImag
     else if (moved == LockedFile::Moved::No)
         file.remove();
     file.close(); // A file that is open for writing cannot be started as a program.
-    return Verified::Yes;
+    return Verified::Named;
 }
 
 bool ZVUpdateProc::Private::isUnwanted() const
 {
     return isEnding_ || UpdateLogicFunc::isStopRequestedHere();
+}
+
+// What a busy main thread has left waiting comes at once, and is told once.
+void ZVUpdateProc::Private::tellProgress()
+{
+    const auto now = std::chrono::steady_clock::now();
+    const auto client = self->mCurrentDownloadUpdateLogic();
+    ZVUpdateProcDelegate *host = self->delegate();
+    if (now - lastProgressTold_ < leastBetweenProgress || !host || !client || !client->mDownload())
+        return;
+    lastProgressTold_ = now;
+    const auto progress = client->doGetDownloadProgress();
+    host->updateDownloadProgressed(progress, rate_.perSecond(progress.received));
 }
 
 // The notification owns the controller until it has been made. Ownership is taken only to be passed
@@ -647,20 +687,19 @@ void ZVUpdateProc::Private::scheduleFileReady(const QString &path)
     });
 }
 
-// Has a call made on the main thread, if the controller is still there by then. One that is being
-// destroyed, and waits for this very call, makes none.
+// Has a call made on the main thread, if the controller is still there by then: on any other thread
+// only one that a shared pointer owns is destroyed. None is made for one that is being destroyed,
+// and waits for this very call.
 void ZVUpdateProc::Private::onMain(std::function<void(ZVUpdateProc &)> call)
 {
     const auto owner = self->weak_from_this();
     const bool isOwned = std::weak_ptr<ZVUpdateProc>().owner_before(owner);
     if (isEnding_ || (isOwned && owner.expired()))
         return;
-    MainQueue::async([owner, isOwned, unowned = DelegateRef<UpdateLogicFuncDelegate>(self),
-                      call = std::move(call)] {
+    MainQueue::async([this, owner, isOwned, alive = std::weak_ptr(alive_), call = std::move(call)] {
         const auto owned = owner.lock();
-        auto *controller = isOwned ? owned.get() : static_cast<ZVUpdateProc *>(unowned.get());
-        if (controller)
-            call(*controller);
+        if (isOwned ? owned != nullptr : !alive.expired())
+            call(*self);
     });
 }
 

@@ -12,6 +12,8 @@
 #include "../service/HttpFunctionURLEncode.h"
 #include "DownloadMode.h"
 
+#include <QScopeGuard>
+
 #include <chrono>
 #include <limits>
 #include <utility>
@@ -48,8 +50,8 @@ template <class Call>
 void HttpFunctionPost::report(Call &&call)
 {
     HttpFunctionPost *const outer = std::exchange(reporting, this);
+    const auto restore = qScopeGuard([outer] { reporting = outer; });
     delegate_.get().call(call);
-    reporting = outer;
 }
 
 /// Puts what a transfer brings into the local file. It owns the transport for as long as the
