@@ -205,12 +205,11 @@ public:
     Guarded<std::optional<QString>> mProductVersion_;
     Guarded<std::optional<QString>> mSaveFileDirectory_;
     std::atomic<bool> mDebug_ = false;
-    std::atomic<bool> isEnding_ = false;
+    const std::shared_ptr<std::atomic<bool>> isEnding_ = std::make_shared<std::atomic<bool>>(false);
     std::atomic<std::chrono::steady_clock::time_point> lastProgress_{}; // That was passed on.
 
     // The main thread's: what says that the controller is there, and of the check in the
     // background.
-    std::shared_ptr<const bool> alive_ = std::make_shared<const bool>(true);
     DownloadRate rate_;
     std::chrono::steady_clock::time_point lastProgressTold_{};
     std::shared_ptr<UpdateLogicFunc> checking_;
@@ -237,8 +236,7 @@ ZVUpdateProc::ZVUpdateProc() : d_(std::make_unique<Private>(this)) {}
 
 ZVUpdateProc::~ZVUpdateProc()
 {
-    d_->isEnding_ = true;
-    d_->alive_.reset();
+    *d_->isEnding_ = true;
     if (d_->checking_)
         d_->checking_->doCancel();
     d_->worker_.reset();
@@ -536,7 +534,7 @@ ZVUpdateProc::Private::Checked
 ZVUpdateProc::Private::fetch(const std::shared_ptr<UpdateLogicFunc> &client,
                              const UpdateFiles &files, const QString &digest, Demands demands)
 {
-    const auto stopped = [this, &client] { return isEnding_ || client->isCancelled(); };
+    const auto stopped = [this, &client] { return *isEnding_ || client->isCancelled(); };
     const Checked ready{UpdateOutcome(Kind::InstallerReady),
                         [this, path = files.diskImagePath] { scheduleFileReady(path); }};
     if (hasInstaller(files, digest, stopped))
@@ -658,7 +656,7 @@ ZVUpdateProc::Private::installVerified(LockedFile &file, const QString &diskImag
 
 bool ZVUpdateProc::Private::isUnwanted() const
 {
-    return isEnding_ || UpdateLogicFunc::isStopRequestedHere();
+    return *isEnding_ || UpdateLogicFunc::isStopRequestedHere();
 }
 
 // What a busy main thread has left waiting comes at once, and is told once.
@@ -694,11 +692,11 @@ void ZVUpdateProc::Private::onMain(std::function<void(ZVUpdateProc &)> call)
 {
     const auto owner = self->weak_from_this();
     const bool isOwned = std::weak_ptr<ZVUpdateProc>().owner_before(owner);
-    if (isEnding_ || (isOwned && owner.expired()))
+    if (*isEnding_ || (isOwned && owner.expired()))
         return;
-    MainQueue::async([this, owner, isOwned, alive = std::weak_ptr(alive_), call = std::move(call)] {
+    MainQueue::async([this, owner, isOwned, isEnding = isEnding_, call = std::move(call)] {
         const auto owned = owner.lock();
-        if (isOwned ? owned != nullptr : !alive.expired())
+        if (isOwned ? owned != nullptr : !*isEnding)
             call(*self);
     });
 }
