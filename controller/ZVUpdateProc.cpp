@@ -208,8 +208,7 @@ public:
     const std::shared_ptr<std::atomic<bool>> isEnding_ = std::make_shared<std::atomic<bool>>(false);
     std::atomic<std::chrono::steady_clock::time_point> lastProgress_{}; // That was passed on.
 
-    // The main thread's: what says that the controller is there, and of the check in the
-    // background.
+    // The main thread's, of the check in the background and its download.
     DownloadRate rate_;
     std::chrono::steady_clock::time_point lastProgressTold_{};
     std::shared_ptr<UpdateLogicFunc> checking_;
