@@ -20,6 +20,7 @@
 #include "UpdateFiles.h"
 
 #include <QDateTime>
+#include <QTimer>
 
 #include <atomic>
 #include <chrono>
@@ -148,7 +149,13 @@ private:
     Mark newer_;
 };
 
-constexpr std::chrono::milliseconds leastBetweenProgress(100);
+constexpr std::chrono::milliseconds betweenProgress(100);
+
+// The last owner of a controller may let go on another thread than the timer's.
+struct DeleteLater
+{
+    void operator()(QObject *object) const { object->deleteLater(); }
+};
 
 } // namespace
 
@@ -192,8 +199,10 @@ public:
     void endCheck(const Checked &checked);
     bool isUnwanted() const;
     void scheduleFileReady(const QString &path);
-    void onMain(std::function<void(ZVUpdateProc &)> call);
+    std::function<void()> whileHere(std::function<void(ZVUpdateProc &)> call) const;
+    void onMain(std::function<void(ZVUpdateProc &)> call) const;
     void tellProgress();
+    void watchProgress();
     void debugLog(const QString &message) const;
 
     ZVUpdateProc *const self;
@@ -206,11 +215,10 @@ public:
     Guarded<std::optional<QString>> mSaveFileDirectory_;
     std::atomic<bool> mDebug_ = false;
     const std::shared_ptr<std::atomic<bool>> isEnding_ = std::make_shared<std::atomic<bool>>(false);
-    std::atomic<std::chrono::steady_clock::time_point> lastProgress_{}; // That was passed on.
 
     // The main thread's, of the check in the background and its download.
     DownloadRate rate_;
-    std::chrono::steady_clock::time_point lastProgressTold_{};
+    std::unique_ptr<QTimer, DeleteLater> progressTimer_;
     std::shared_ptr<UpdateLogicFunc> checking_;
     std::unique_ptr<Worker> worker_;
 };
@@ -356,15 +364,6 @@ void ZVUpdateProc::downloadFinishWithFilePath(const QString &path)
         systemLog(QStringLiteral("MD5 錯誤!! 重新下載"));
     }
     file.remove();
-}
-
-void ZVUpdateProc::downloadProgressed()
-{
-    const auto now = std::chrono::steady_clock::now();
-    if (now - d_->lastProgress_.load() < leastBetweenProgress || !delegate())
-        return;
-    d_->lastProgress_ = now;
-    d_->onMain([](ZVUpdateProc &controller) { controller.d_->tellProgress(); });
 }
 
 void ZVUpdateProc::downloadFailed(const UpdateOutcome &outcome)
@@ -613,9 +612,10 @@ void ZVUpdateProc::Private::endCheck(const Checked &checked)
     worker_.reset();
     const auto client = std::exchange(checking_, nullptr);
     const bool isStopped = client->isCancelled();
-    rate_ = {};
     if (!isStopped && checked.rest)
         checked.rest();
+    if (!isStopped && checked.outcome.kind == Kind::DownloadStarted)
+        watchProgress();
     if (client != self->mCurrentDownloadUpdateLogic())
         ReplacedClients::keep(client);
     if (ZVUpdateProcDelegate *host = self->delegate())
@@ -658,17 +658,30 @@ bool ZVUpdateProc::Private::isUnwanted() const
     return *isEnding_ || UpdateLogicFunc::isStopRequestedHere();
 }
 
-// What a busy main thread has left waiting comes at once, and is told once.
+// Asked again and again while the download runs.
 void ZVUpdateProc::Private::tellProgress()
 {
-    const auto now = std::chrono::steady_clock::now();
     const auto client = self->mCurrentDownloadUpdateLogic();
+    if (!client || client->doCheckDownloadStop())
+        progressTimer_->stop();
+    const auto progress = client ? client->doGetDownloadProgress() : UpdateDownloadProgress();
+    const bool hasBegun = progress.total || progress.received > progress.resumedAt;
     ZVUpdateProcDelegate *host = self->delegate();
-    if (now - lastProgressTold_ < leastBetweenProgress || !host || !client || !client->mDownload())
-        return;
-    lastProgressTold_ = now;
-    const auto progress = client->doGetDownloadProgress();
-    host->updateDownloadProgressed(progress, rate_.perSecond(progress.received));
+    if (host && hasBegun)
+        host->updateDownloadProgressed(progress, rate_.perSecond(progress.received));
+}
+
+// Tells of the progress of the download that has just been started.
+void ZVUpdateProc::Private::watchProgress()
+{
+    rate_ = {};
+    if (!progressTimer_) {
+        progressTimer_.reset(new QTimer);
+        progressTimer_->setTimerType(Qt::PreciseTimer);
+        progressTimer_->callOnTimeout(
+            whileHere([](ZVUpdateProc &controller) { controller.d_->tellProgress(); }));
+    }
+    progressTimer_->start(betweenProgress);
 }
 
 // The notification owns the controller until it has been made. Ownership is taken only to be passed
@@ -684,20 +697,25 @@ void ZVUpdateProc::Private::scheduleFileReady(const QString &path)
     });
 }
 
-// Has a call made on the main thread, if the controller is still there by then: on any other thread
-// only one that a shared pointer owns is destroyed. None is made for one that is being destroyed,
-// and waits for this very call.
-void ZVUpdateProc::Private::onMain(std::function<void(ZVUpdateProc &)> call)
+// A call that is made on the main thread, if the controller is still there by then: on any other
+// thread only one that a shared pointer owns is destroyed.
+std::function<void()>
+ZVUpdateProc::Private::whileHere(std::function<void(ZVUpdateProc &)> call) const
 {
     const auto owner = self->weak_from_this();
     const bool isOwned = std::weak_ptr<ZVUpdateProc>().owner_before(owner);
-    if (*isEnding_ || (isOwned && owner.expired()))
-        return;
-    MainQueue::async([this, owner, isOwned, isEnding = isEnding_, call = std::move(call)] {
+    return [controller = self, owner, isOwned, isEnding = isEnding_, call = std::move(call)] {
         const auto owned = owner.lock();
         if (isOwned ? owned != nullptr : !*isEnding)
-            call(*self);
-    });
+            call(*controller);
+    };
+}
+
+// A controller that is being destroyed, and waits for this very call, has nothing told any more.
+void ZVUpdateProc::Private::onMain(std::function<void(ZVUpdateProc &)> call) const
+{
+    if (!*isEnding_)
+        MainQueue::async(whileHere(std::move(call)));
 }
 
 void ZVUpdateProc::Private::debugLog(const QString &message) const

@@ -113,8 +113,6 @@ public:
         transport_->downloadedBytes_ += static_cast<uint64_t>(bytes.size());
         if (appended && file_.loss() && transport_->stopsWhenUnwritable_)
             return Failure{*file_.loss()};
-        transport_->report(
-            [](HttpFunctionPostDelegate &delegate) { delegate.downloadProgressed(); });
         return appended;
     }
 
