@@ -151,12 +151,6 @@ private:
 
 constexpr std::chrono::milliseconds betweenProgress(100);
 
-// The last owner of a controller may let go on another thread than the timer's.
-struct DeleteLater
-{
-    void operator()(QObject *object) const { object->deleteLater(); }
-};
-
 } // namespace
 
 /// What belongs to one controller, and the steps of its checks.
@@ -201,8 +195,9 @@ public:
     void scheduleFileReady(const QString &path);
     std::function<void()> whileHere(std::function<void(ZVUpdateProc &)> call) const;
     void onMain(std::function<void(ZVUpdateProc &)> call) const;
-    void tellProgress();
     void watchProgress();
+    void lookSoon() const;
+    void tellProgress();
     void debugLog(const QString &message) const;
 
     ZVUpdateProc *const self;
@@ -218,7 +213,7 @@ public:
 
     // The main thread's, of the check in the background and its download.
     DownloadRate rate_;
-    std::unique_ptr<QTimer, DeleteLater> progressTimer_;
+    bool isProgressWatched_ = false;
     std::shared_ptr<UpdateLogicFunc> checking_;
     std::unique_ptr<Worker> worker_;
 };
@@ -658,30 +653,31 @@ bool ZVUpdateProc::Private::isUnwanted() const
     return *isEnding_ || UpdateLogicFunc::isStopRequestedHere();
 }
 
-// Asked again and again while the download runs.
+// Tells of the progress of the download that has just been started.
+void ZVUpdateProc::Private::watchProgress()
+{
+    rate_ = {};
+    if (!std::exchange(isProgressWatched_, true))
+        lookSoon();
+}
+
+void ZVUpdateProc::Private::lookSoon() const
+{
+    QTimer::singleShot(betweenProgress, Qt::PreciseTimer,
+                       whileHere([](ZVUpdateProc &controller) { controller.d_->tellProgress(); }));
+}
+
 void ZVUpdateProc::Private::tellProgress()
 {
     const auto client = self->mCurrentDownloadUpdateLogic();
-    if (!client || client->doCheckDownloadStop())
-        progressTimer_->stop();
+    isProgressWatched_ = client && !client->doCheckDownloadStop();
+    if (isProgressWatched_)
+        lookSoon();
     const auto progress = client ? client->doGetDownloadProgress() : UpdateDownloadProgress();
     const bool hasBegun = progress.total || progress.received > progress.resumedAt;
     ZVUpdateProcDelegate *host = self->delegate();
     if (host && hasBegun)
         host->updateDownloadProgressed(progress, rate_.perSecond(progress.received));
-}
-
-// Tells of the progress of the download that has just been started.
-void ZVUpdateProc::Private::watchProgress()
-{
-    rate_ = {};
-    if (!progressTimer_) {
-        progressTimer_.reset(new QTimer);
-        progressTimer_->setTimerType(Qt::PreciseTimer);
-        progressTimer_->callOnTimeout(
-            whileHere([](ZVUpdateProc &controller) { controller.d_->tellProgress(); }));
-    }
-    progressTimer_->start(betweenProgress);
 }
 
 // The notification owns the controller until it has been made. Ownership is taken only to be passed
