@@ -17,6 +17,7 @@ set(publicHeaders
     service/CheckUpdateResponse.h
     service/HttpFunctionURLEncode.h
     service/LanguageCodes.h
+    service/UpdateFailure.h
     service/UpdateLogicFunc.h
     service/UpdateLogicFuncDelegate.h
     transport/DownloadMode.h

@@ -1,5 +1,6 @@
 #include "ZVUpdateProc.h"
 
+#include "../platform/KnownErrors.h"
 #include "../platform/files/FileDigest.h"
 #include "../platform/files/Files.h"
 #include "../platform/files/LockedFile.h"
@@ -11,6 +12,7 @@
 #include "../platform/threads/Guarded.h"
 #include "../platform/threads/MainQueue.h"
 #include "../preferences/UpdatePreferences.h"
+#include "../transport/HttpFunctionPost.h"
 #include "../transport/ZVMisc.h"
 #include "LanguageSelection.h"
 #include "ReplacedClients.h"
@@ -200,7 +202,10 @@ void ZVUpdateProc::downloadFinishWithFilePath(const QString &path)
     LockedFile file(path, [this] { return d_->isUnwanted(); });
     const auto verified = d_->installVerified(file, UpdateFiles::diskImagePathFor(path), digest);
     if (verified == Private::Verified::NotNow) {
-        if (!d_->isUnwanted())
+        const bool isStopped = d_->isUnwanted();
+        HttpFunctionPost::failHere(isStopped ? networkError(NetworkError::Cancelled)
+                                             : fileError(FileError::InUse));
+        if (!isStopped)
             systemLog(
                 QStringLiteral("Another process has the file; the next check deals with it: ") +
                 path);
@@ -212,6 +217,7 @@ void ZVUpdateProc::downloadFinishWithFilePath(const QString &path)
             systemLog(QStringLiteral("ZVUpdateProc downloadFinishWithFilePath:") + path);
         return;
     }
+    HttpFunctionPost::failHere(fileError(FileError::WrongDigest));
     if (debug) {
         systemLog(ZVMisc::getFileMD5(path));
         systemLog(digest ? digest->toLower() : describe(digest));

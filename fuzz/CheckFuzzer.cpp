@@ -58,7 +58,7 @@ struct Script
             return {.pieces = {tokenReply}};
         Answer answer{status, length, {file.left(5), file.mid(5)}};
         if (breaksOff)
-            answer.error = ZVPlatform::Error{u"broken"_s, 1, {}};
+            answer.result = ZVPlatform::Failure{ZVPlatform::Error{u"broken"_s, 1, {}}};
         return answer;
     }
 

@@ -1,6 +1,6 @@
 #include "InProcessExchange.h"
 
-#include "platform/http/HttpErrors.h"
+#include "platform/KnownErrors.h"
 #include "platform/http/HttpExchange.h"
 
 #include <utility>
@@ -22,22 +22,26 @@ namespace ZVPlatform {
 
 HttpExchange::HttpExchange(HttpRequest request) : request_(std::move(request)) {}
 
-std::optional<Error> HttpExchange::run(HttpReceiver &receiver)
+void HttpExchange::run(HttpReceiver &receiver)
+{
+    receiver.didFinish(converse(receiver));
+}
+
+Result<void, Error> HttpExchange::converse(HttpReceiver &receiver)
 {
     const InProcessExchange::Answer answer = currentService(request_);
-    response_ = {answer.status, answer.announcedLength};
     if (answer.status == 0)
-        return networkError(NetworkError::Other);
-    receiver.didReceiveResponse(response_);
-    if (request_.method == HttpMethod::Head)
-        return answer.error;
-    for (const QByteArray &piece : answer.pieces) {
-        if (cancelled_)
-            return networkError(NetworkError::Cancelled);
-        if (!receiver.didReceiveData(piece))
-            return networkError(NetworkError::ReplyTooLarge);
+        return Failure{networkError(NetworkError::Other)};
+    receiver.didReceiveResponse({answer.status, answer.announcedLength});
+    if (request_.method != HttpMethod::Head) {
+        for (const QByteArray &piece : answer.pieces) {
+            if (cancelled_)
+                return Failure{networkError(NetworkError::Cancelled)};
+            if (auto taken = receiver.didReceiveData(piece); !taken)
+                return taken;
+        }
     }
-    return answer.error;
+    return answer.result;
 }
 
 void HttpExchange::cancel()

@@ -1,13 +1,13 @@
 #pragma once
 
 #include "platform/Error.h"
+#include "platform/Result.h"
 #include "platform/http/HttpRequest.h"
 
 #include <QByteArray>
 #include <QByteArrayList>
 
 #include <functional>
-#include <optional>
 
 /// Stands for every HTTP exchange of the process: each is answered by a function, at once, on the
 /// thread that runs it.
@@ -19,8 +19,8 @@ public:
         int status = 200; ///< 0 for no reply at all.
         qint64 announcedLength = -1;
         QByteArrayList pieces; ///< The body, as it is handed on.
-        /// How the exchange fails after its last piece.
-        std::optional<ZVPlatform::Error> error = std::nullopt;
+        /// How the exchange ends after its last piece.
+        ZVPlatform::Result<void, ZVPlatform::Error> result = {};
     };
 
     /// Not to be called while an exchange is running.

@@ -37,16 +37,19 @@ enum class NetworkError {
     Other,
     ProxyRefused,
     RedirectRefused,
+    CertificateRefused,
 };
 
-/// The domain of errors that what lies at a download's local path has caused.
+/// The domain of errors that the file at a download's local path has caused.
 ZVUPDATE_EXPORT extern const char fileErrorDomain[];
 
-/// The codes of fileErrorDomain, named by what was found there.
+/// The codes of fileErrorDomain, named by what is the matter with it.
 enum class FileError {
     InUse = 1,
     IsDirectory,
     NoRoom,
+    NotWritable,
+    WrongDigest,
 };
 
 } // namespace ZVPlatform

@@ -4,6 +4,7 @@
 #include "../transport/HttpFunctionPostDelegate.h"
 #include "BaseResponse.h"
 #include "CheckUpdateResponse.h"
+#include "UpdateFailure.h"
 #include "UpdateLogicFuncDelegate.h"
 
 #include <QString>
@@ -24,8 +25,8 @@ struct UpdateDownloadProgress
     uint64_t resumedAt = 0;
     /// The size in bytes that it will have in the end; absent while that is unknown.
     std::optional<uint64_t> total;
-    /// Why the download failed, in a sentence for people; absent when it did not. In session mode
-    /// one that was stopped has failed, too.
+    /// Why the download failed, in a sentence for people; absent when it did not. One that was
+    /// stopped has failed, too, and so has one whose file is not the one announced.
     std::optional<QString> failure;
 };
 
@@ -77,6 +78,10 @@ public:
     /// Whether the calling thread is telling a delegate of a finished download that was asked to
     /// stop meanwhile: then what the delegate does with the file is not wanted any more.
     static bool isStopRequestedHere();
+
+    /// Why the current or last download failed or, before the first, the latest command; absent
+    /// when it did not. Of a download the last word is there once doCheckDownloadStop() holds.
+    std::optional<UpdateFailure> lastFailure() const;
 
     /// How far the current or last download has come.
     UpdateDownloadProgress doGetDownloadProgress() const;

@@ -1,8 +1,8 @@
 #include "HttpFunctionPost.h"
 
+#include "../platform/KnownErrors.h"
 #include "../platform/files/Files.h"
 #include "../platform/files/PartialFile.h"
-#include "../platform/http/HttpErrors.h"
 #include "../platform/http/HttpReply.h"
 #include "../platform/http/HttpTransfer.h"
 #include "../platform/settings/SystemLog.h"
@@ -28,17 +28,7 @@ constexpr quint64 roomToLeave = 64 * 1024 * 1024; // bytes
 constexpr qint64 longestErrorPage = 256 * 1024;   // bytes that are read and not kept
 
 // Whose delegate the thread is just telling how its download ended.
-thread_local const HttpFunctionPost *reporting = nullptr;
-
-bool isSuccess(int status)
-{
-    return status >= 200 && status <= 299;
-}
-
-Error httpError(int status)
-{
-    return {QStringLiteral("HTTP Error"), status, {}};
-}
+thread_local HttpFunctionPost *reporting = nullptr;
 
 std::vector<HttpHeader> downloadHeaders(uint64_t offset)
 {
@@ -57,98 +47,104 @@ std::vector<HttpHeader> downloadHeaders(uint64_t offset)
 template <class Call>
 void HttpFunctionPost::report(Call &&call)
 {
-    const HttpFunctionPost *const outer = std::exchange(reporting, this);
+    HttpFunctionPost *const outer = std::exchange(reporting, this);
     delegate_.get().call(call);
     reporting = outer;
 }
 
-/// What a running transfer calls. It owns the transport for as long as the transfer lasts, and its
-/// own end is the end of the download, however that came about.
-class HttpFunctionPost::Callbacks : public HttpTransferObserver
+/// Puts what a transfer brings into the local file. It owns the transport for as long as the
+/// transfer lasts, and its own end is the end of the download, however that came about.
+class HttpFunctionPost::FileReceiver : public HttpReceiver
 {
 public:
-    Callbacks(std::shared_ptr<HttpFunctionPost> transport, PartialFile file,
-              HttpTransfer::Delivery delivery)
+    FileReceiver(std::shared_ptr<HttpFunctionPost> transport, PartialFile file,
+                 HttpTransfer::Delivery delivery)
         : transport_(std::move(transport)),
           file_(std::move(file)),
-          passesNetworkErrors_(delivery == HttpTransfer::Delivery::Queue)
+          passesErrors_(delivery == HttpTransfer::Delivery::Queue)
     {
     }
 
-    ~Callbacks() override { transport_->mThreadEnded_ = 1; }
+    ~FileReceiver() override
+    {
+        if (!hasFinished_)
+            transport_->fail(networkError(NetworkError::Cancelled));
+        transport_->mThreadEnded_ = 1;
+    }
 
-    Callbacks(const Callbacks &) = delete;
-    Callbacks &operator=(const Callbacks &) = delete;
+    FileReceiver(const FileReceiver &) = delete;
+    FileReceiver &operator=(const FileReceiver &) = delete;
 
     void didReceiveResponse(const HttpResponse &response) override
     {
-        transport_->lastResponse_ = response.status;
+        transport_->lastResponse_.set(response);
+        response_ = response;
         fits_ = response.expectedContentLength >= 0 &&
                 static_cast<quint64>(response.expectedContentLength) <= Files::room(path());
         // What no file can be is not expected, whatever is announced.
         const auto resumedAt = static_cast<int64_t>(transport_->downloadedBytes_);
         const int64_t mostToCome = std::numeric_limits<int64_t>::max() - resumedAt;
-        if (isSuccess(response.status) && response.expectedContentLength >= 0 &&
+        if (response_.isSuccess() && response.expectedContentLength >= 0 &&
             response.expectedContentLength <= mostToCome)
             transport_->expectedBytes_ = resumedAt + response.expectedContentLength;
     }
 
-    bool didReceiveData(const QByteArray &bytes) override
+    Result<void, Error> didReceiveData(const QByteArray &bytes) override
     {
-        if (!isSuccess(transport_->lastResponse_)) {
+        if (!response_.isSuccess()) {
             unwanted_ += bytes.size();
-            return unwanted_ <= longestErrorPage;
+            if (unwanted_ > longestErrorPage)
+                return Failure{networkError(NetworkError::ReplyTooLarge)};
+            return {};
         }
         // What is longer than it may be is not let fill the disk.
         if (!fits_ && Files::room(path()) < roomToLeave + static_cast<quint64>(bytes.size())) {
-            obstacle_ = fileError(FileError::NoRoom);
-            if (!passesNetworkErrors_ && transport_->mThreadEndFlag_ == 0)
-                systemLog(
-                    obstacle_->localizedDescription); // A connection that is stopped tells nobody.
+            const Error noRoom = fileError(FileError::NoRoom);
+            // A connection that is stopped tells nobody.
+            if (!passesErrors_ && transport_->mThreadEndFlag_ == 0)
+                systemLog(noRoom.localizedDescription);
+            transport_->fail(noRoom);
             transport_->threadStop();
-            return true;
+            return Failure{noRoom};
         }
-        obstacle_ = file_.append(bytes);
+        const auto appended = file_.append(bytes);
         transport_->downloadedBytes_ += static_cast<uint64_t>(bytes.size());
-        return !obstacle_;
+        return appended;
     }
 
-    void didFinish(const std::optional<Error> &error) override
+    void didFinish(const Result<void, Error> &result) override
     {
-        const int status = transport_->lastResponse_;
-        if (!error && isSuccess(status))
-            reportFile();
-        else if (error && isSuccess(status) && passesNetworkErrors_)
-            reportError(obstacle_.value_or(*error));
-        else // A connection never says more than the status it got, even when that is a success.
-            reportError(httpError(status));
-        if (obstacle_ && !passesNetworkErrors_)
-            systemLog(obstacle_->localizedDescription);
+        hasFinished_ = true;
+        if (file_.loss())
+            transport_->fail(*file_.loss());
+        if (response_.status != 0 && !response_.isSuccess())
+            transport_->fail(httpError(response_.status));
+        else if (!result)
+            transport_->fail(result.error());
+
+        transport_->report([&](HttpFunctionPostDelegate &delegate) {
+            if (result && response_.isSuccess())
+                delegate.downloadFinishWithFilePath(path());
+            else if (response_.isSuccess() && passesErrors_)
+                delegate.downloadFinishWithError(result.error());
+            else // A connection never says more than the status it got, even that of a success.
+                delegate.downloadFinishWithError(httpError(response_.status));
+        });
+        if (!result && !passesErrors_ && result.error().domain == QLatin1String(fileErrorDomain))
+            systemLog(result.error().localizedDescription);
         transport_->mThreadEnded_ = 1;
     }
 
 private:
     QString path() const { return transport_->mCancelDownloadTempFile().value_or(QString()); }
 
-    void reportFile()
-    {
-        transport_->report([this](HttpFunctionPostDelegate &delegate) {
-            delegate.downloadFinishWithFilePath(path());
-        });
-    }
-
-    void reportError(const Error &error)
-    {
-        transport_->report(
-            [&](HttpFunctionPostDelegate &delegate) { delegate.downloadFinishWithError(error); });
-    }
-
     const std::shared_ptr<HttpFunctionPost> transport_;
     PartialFile file_;
-    std::optional<Error> obstacle_; // Why the file is not this download's to write.
-    const bool passesNetworkErrors_;
+    const bool passesErrors_;
+    HttpResponse response_;
     qint64 unwanted_ = 0; // Bytes of a reply that is no success.
-    bool fits_ = false;   ///< Whether the announced length does into the room there was.
+    bool hasFinished_ = false;
+    bool fits_ = false; // Whether the announced length does into the room there was.
 };
 
 std::shared_ptr<HttpFunctionPost> HttpFunctionPost::getPost(const QString &url,
@@ -174,18 +170,18 @@ std::optional<QString> HttpFunctionPost::DoPost(const QString &params,
     if (sealed.isEmpty())
         return QString();
 
-    const HttpReply reply =
-        sendSynchronously({HttpMethod::Post,
-                           sealedUrl(sealed),
-                           {{"Connection", "Keep-Alive"},
-                            {"Content-Type", "application/x-www-form-urlencoded"},
-                            {"Content-Length", "0"}},
-                           commandTimeLimit});
-    if (reply.error) {
-        systemLog(QStringLiteral("connect error: ") + reply.error->localizedDescription);
+    const auto reply = sendSynchronously({HttpMethod::Post,
+                                          sealedUrl(sealed),
+                                          {{"Connection", "Keep-Alive"},
+                                           {"Content-Type", "application/x-www-form-urlencoded"},
+                                           {"Content-Length", "0"}},
+                                          commandTimeLimit});
+    noteReply(reply);
+    if (!reply) {
+        systemLog(QStringLiteral("connect error: ") + reply.error().localizedDescription);
         return std::nullopt;
     }
-    return textFromUtf8(reply.body);
+    return textFromUtf8(reply->body);
 }
 
 uint64_t HttpFunctionPost::getFileSize(const QString &params)
@@ -194,9 +190,10 @@ uint64_t HttpFunctionPost::getFileSize(const QString &params)
     if (sealed.isEmpty())
         return 0;
 
-    const HttpReply reply =
+    const auto reply =
         sendSynchronously({HttpMethod::Head, sealedUrl(sealed), {}, commandTimeLimit});
-    return reply.error ? 0 : static_cast<uint64_t>(reply.response.expectedContentLength);
+    noteReply(reply);
+    return reply ? static_cast<uint64_t>(reply->response.expectedContentLength) : 0;
 }
 
 int64_t HttpFunctionPost::DoDownloadAsync(const QString &params, const QString &localFilePath)
@@ -238,8 +235,8 @@ void HttpFunctionPost::endWithoutThread(const QString &localFilePath)
         return;
     mCancelDownloadTempFile_.set(localFilePath);
     mOpen_ = 1;
-    Callbacks(shared_from_this(), PartialFile(localFilePath), HttpTransfer::Delivery::Queue)
-        .didFinish(networkError(NetworkError::Other));
+    FileReceiver(shared_from_this(), PartialFile(localFilePath), HttpTransfer::Delivery::Queue)
+        .didFinish(Failure{networkError(NetworkError::Other)});
 }
 
 void HttpFunctionPost::startSession(const HttpRequest &request, PartialFile file)
@@ -247,23 +244,23 @@ void HttpFunctionPost::startSession(const HttpRequest &request, PartialFile file
     constexpr auto delivery = HttpTransfer::Delivery::Queue;
     const auto session = std::make_shared<SerialQueue>(QStringLiteral("URL_Session"));
     const auto task = std::make_shared<HttpTransfer>(
-        request, std::make_shared<Callbacks>(shared_from_this(), std::move(file), delivery),
+        request, std::make_shared<FileReceiver>(shared_from_this(), std::move(file), delivery),
         session, delivery);
     currentSession_.set(session);
     currentDownloadTask_.set(task);
     task->resume();
 }
 
-// The callbacks come with the connection, but are made here: should the main thread never get to
-// make the connection, their end says that the download is over.
+// The receiver goes with the connection, but is made here: should the main thread never get to make
+// the connection, its end says that the download is over.
 void HttpFunctionPost::startConnection(const HttpRequest &request, PartialFile file)
 {
     const auto delivery = HttpTransfer::Delivery::MainThread;
     MainQueue::async(
         [this, request, delivery,
-         callbacks = std::make_shared<Callbacks>(shared_from_this(), std::move(file), delivery)] {
+         receiver = std::make_shared<FileReceiver>(shared_from_this(), std::move(file), delivery)] {
             const auto connection = std::make_shared<HttpTransfer>(
-                request, callbacks, std::make_shared<SerialQueue>(QStringLiteral("URL_Connection")),
+                request, receiver, std::make_shared<SerialQueue>(QStringLiteral("URL_Connection")),
                 delivery);
             currentConnection_.set(connection);
             connection->resume();
@@ -289,6 +286,24 @@ int64_t HttpFunctionPost::threadStop()
 bool HttpFunctionPost::isStopRequestedHere()
 {
     return reporting && reporting->mThreadEndFlag_ == 1;
+}
+
+void HttpFunctionPost::failHere(const Error &error)
+{
+    if (reporting)
+        reporting->fail(error);
+}
+
+void HttpFunctionPost::fail(const Error &error)
+{
+    if (!failure())
+        failure_.set(error);
+}
+
+void HttpFunctionPost::noteReply(const Result<HttpReply, Error> &reply)
+{
+    lastResponse_.set(reply ? reply->response : HttpResponse());
+    failure_.set(reply ? std::nullopt : std::optional(reply.error()));
 }
 
 bool HttpFunctionPost::isThreadStop() const

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "../platform/http/HttpRequest.h"
+#include "../platform/http/HttpReply.h"
 #include "../platform/threads/DelegateAnchor.h"
 #include "../platform/threads/Guarded.h"
 #include "HttpFunctionPostDelegate.h"
@@ -17,7 +17,6 @@ namespace ZVPlatform {
 class HttpTransfer;
 class PartialFile;
 class SerialQueue;
-struct HttpResponse;
 } // namespace ZVPlatform
 
 /// The HTTP client: the posted command, the size probe and the resumable background download. Every
@@ -72,6 +71,17 @@ public:
     /// meanwhile, so that what the delegate does with the file is not wanted any more.
     static bool isStopRequestedHere();
 
+    /// From a delegate's call: what the transport that has made it brought is not what it should
+    /// be.
+    static void failHere(const ZVPlatform::Error &error);
+
+    /// Why the latest command brought no whole reply, or the download no file that is as it should
+    /// be: the first reason, an error of HTTP (with the status as its code), of the network or of
+    /// the file. Absent while nothing is wrong.
+    std::optional<ZVPlatform::Error> failure() const { return failure_.get(); }
+    /// How the latest reply began; without a status there is none.
+    ZVPlatform::HttpResponse lastResponse() const { return lastResponse_.get(); }
+
     /// The size in bytes that the local file had when the download began.
     uint64_t resumedAt() const { return resumedAt_; }
     /// The size in bytes that the local file has reached, if it could be written.
@@ -112,15 +122,15 @@ public:
     {
         return currentConnection_.get();
     }
-    /// The status of the latest response; 0 while there is none.
-    int lastResponse() const { return lastResponse_; }
     HttpFunctionPostDelegate *delegate() const { return delegate_.get().get(); }
     void setDelegate(HttpFunctionPostDelegate *delegate);
 
 private:
-    class Callbacks;
+    class FileReceiver;
 
     QString sealedUrl(const QString &sealed) const { return mUrl() + sealed; }
+    void fail(const ZVPlatform::Error &error);
+    void noteReply(const ZVPlatform::Result<ZVPlatform::HttpReply, ZVPlatform::Error> &reply);
     void endWithoutThread(const QString &localFilePath);
     void startSession(const ZVPlatform::HttpRequest &request, ZVPlatform::PartialFile file);
     void startConnection(const ZVPlatform::HttpRequest &request, ZVPlatform::PartialFile file);
@@ -147,7 +157,8 @@ private:
     ZVPlatform::Guarded<std::optional<QString>> mCancelDownloadTempFile_;
     ZVPlatform::Guarded<std::shared_ptr<ZVPlatform::SerialQueue>> currentSession_;
     ZVPlatform::Guarded<std::shared_ptr<ZVPlatform::HttpTransfer>> currentDownloadTask_;
-    std::atomic<int> lastResponse_ = 0; // The status; 0 while there is no response.
+    ZVPlatform::Guarded<ZVPlatform::HttpResponse> lastResponse_;
+    ZVPlatform::Guarded<std::optional<ZVPlatform::Error>> failure_;
     ZVPlatform::Guarded<std::shared_ptr<ZVPlatform::HttpTransfer>> currentConnection_;
     ZVPlatform::Guarded<ZVPlatform::DelegateRef<HttpFunctionPostDelegate>> delegate_;
 };

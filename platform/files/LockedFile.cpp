@@ -128,16 +128,11 @@ LockedFile::LockedFile(const QString &path, const std::function<bool()> &stopped
         open(O_RDWR, stopped);
         if (error_ == EACCES || error_ == EROFS || error_ == EPERM)
             open(O_RDONLY, stopped);
-        if (state_ != State::Open || isNameOf(path_, descriptor_))
+        if (state_ != State::Open || isNameOf(path_, descriptor()))
             return;
         close();
     }
     state_ = State::InUse;
-}
-
-LockedFile::~LockedFile()
-{
-    close();
 }
 
 void LockedFile::create()
@@ -147,20 +142,20 @@ void LockedFile::create()
 
 LockedFile::Moved LockedFile::moveTo(const QString &path)
 {
-    if (!isNameOf(path_, descriptor_))
+    if (!isNameOf(path_, descriptor()))
         return Moved::NotThisFile;
     if (!Files::isExpressible(path))
         return Moved::No;
     const QByteArray target = QFile::encodeName(path);
     if (leadsNowhere(target))
         unlink(target.constData());
-    return renameOrCopy(path_, path, descriptor_) ? Moved::Yes : Moved::No;
+    return renameOrCopy(path_, path, descriptor()) ? Moved::Yes : Moved::No;
 }
 
 void LockedFile::remove()
 {
     const bool isFree = state_ == State::NotOpen && !path_.isEmpty();
-    if (isFree || isNameOf(path_, descriptor_))
+    if (isFree || isNameOf(path_, descriptor()))
         unlink(path_.constData());
 }
 
@@ -169,26 +164,19 @@ void LockedFile::open(int flags, const std::function<bool()> &stopped)
     state_ = State::NotOpen;
     error_ = 0;
     // O_NONBLOCK keeps a pipe of that name from blocking; it means nothing to a regular file.
-    descriptor_ =
-        ::open(path_.constData(), flags | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, S_IRUSR | S_IWUSR);
+    descriptor_ = FileDescriptor(
+        ::open(path_.constData(), flags | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, S_IRUSR | S_IWUSR));
     struct stat status = {};
-    if (descriptor_ < 0)
+    if (!descriptor_.isOpen())
         error_ = errno;
-    else if (fstat(descriptor_, &status) != 0 || !S_ISREG(status.st_mode))
+    else if (fstat(descriptor(), &status) != 0 || !S_ISREG(status.st_mode))
         error_ = EINVAL;
-    else if ((flags & O_ACCMODE) != O_RDONLY && !lock(descriptor_, stopped))
+    else if ((flags & O_ACCMODE) != O_RDONLY && !lock(descriptor(), stopped))
         state_ = State::InUse;
     else
         state_ = State::Open;
     if (state_ != State::Open)
         close();
-}
-
-void LockedFile::close()
-{
-    if (descriptor_ >= 0)
-        ::close(descriptor_);
-    descriptor_ = -1;
 }
 
 } // namespace ZVPlatform

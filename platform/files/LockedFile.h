@@ -1,5 +1,7 @@
 #pragma once
 
+#include "FileDescriptor.h"
+
 #include <QByteArray>
 #include <QString>
 
@@ -38,16 +40,12 @@ public:
 
     /// Opens and locks a file; never follows a link, and never waits for a pipe.
     explicit LockedFile(const QString &path, const std::function<bool()> &stopped = {});
-    ~LockedFile();
-
-    LockedFile(const LockedFile &) = delete;
-    LockedFile &operator=(const LockedFile &) = delete;
 
     State state() const { return state_; }
     /// Why it could not be opened, by the system's numbers.
     int error() const { return error_; }
     /// Open for reading and, if it may be written, for writing.
-    int descriptor() const { return descriptor_; }
+    int descriptor() const { return descriptor_.get(); }
 
     /// Makes the file, readable for its user alone, when opening it has found nothing; locks it.
     /// NotOpen with EEXIST when somebody else was faster.
@@ -63,7 +61,7 @@ public:
     void remove();
 
     /// Lets go of the file, and with it of the lock.
-    void close();
+    void close() { descriptor_ = {}; }
 
 private:
     void open(int flags, const std::function<bool()> &stopped);
@@ -71,7 +69,7 @@ private:
     const QByteArray path_;
     State state_ = State::NotOpen;
     int error_ = 0;
-    int descriptor_ = -1;
+    FileDescriptor descriptor_;
 };
 
 } // namespace ZVPlatform

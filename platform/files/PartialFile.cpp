@@ -1,5 +1,6 @@
 #include "PartialFile.h"
 
+#include "../KnownErrors.h"
 #include "Files.h"
 #include "LockedFile.h"
 
@@ -16,19 +17,6 @@ namespace {
 
 // Marks a file that was begun in the middle. To regular files the bit means nothing else.
 constexpr mode_t middleMark = S_ISVTX;
-
-QString text(FileError what)
-{
-    switch (what) {
-    case FileError::InUse:
-        return QStringLiteral("Another download is writing the same file.");
-    case FileError::IsDirectory:
-        return QStringLiteral("A directory is in the place of the file.");
-    case FileError::NoRoom:
-        return QStringLiteral("There is not enough room on the disk.");
-    }
-    return {};
-}
 
 // How many of the bytes are in the file now.
 quint64 writeAt(int descriptor, quint64 offset, const QByteArray &bytes)
@@ -49,11 +37,6 @@ quint64 writeAt(int descriptor, quint64 offset, const QByteArray &bytes)
 
 } // namespace
 
-Error fileError(FileError what)
-{
-    return {QLatin1String(fileErrorDomain), static_cast<int>(what), text(what)};
-}
-
 PartialFile::PartialFile(const QString &path) : path_(path), size_(Files::size(path)) {}
 
 bool PartialFile::beginsInTheMiddle(const QString &path)
@@ -63,7 +46,7 @@ bool PartialFile::beginsInTheMiddle(const QString &path)
            S_ISREG(status.st_mode) && (status.st_mode & middleMark) != 0;
 }
 
-std::optional<Error> PartialFile::append(const QByteArray &bytes)
+Result<void, Error> PartialFile::append(const QByteArray &bytes)
 {
     LockedFile file(path_);
     if (file.error() == ENOENT) {
@@ -75,26 +58,43 @@ std::optional<Error> PartialFile::append(const QByteArray &bytes)
         }
     }
     if (file.state() == LockedFile::State::InUse || file.error() == EEXIST)
-        return fileError(FileError::InUse);
+        return Failure{fileError(FileError::InUse)};
     if (file.error() == EISDIR)
-        return fileError(FileError::IsDirectory);
+        return Failure{fileError(FileError::IsDirectory)};
 
     // Whatever else keeps the bytes from the disk may have passed by the next piece; and what is in
     // the place of the file, but no directory, is removed when the digest has turned out wrong.
+    if (file.state() != LockedFile::State::Open) {
+        lose(file.error());
+        return {};
+    }
     struct stat status = {};
-    if (file.state() != LockedFile::State::Open || fstat(file.descriptor(), &status) != 0)
-        return std::nullopt;
+    fstat(file.descriptor(), &status);
     // Others append to it, too, or have cut it off: one of us goes on, and knows where it is.
     const bool isMarked = (status.st_mode & middleMark) != 0;
     if (static_cast<quint64>(status.st_size) != size_ || isMarked != beganInTheMiddle_)
-        return fileError(FileError::InUse);
+        return Failure{fileError(FileError::InUse)};
     if (status.st_nlink > 1)
-        return std::nullopt;
+        return {};
     constexpr mode_t others = S_IRWXG | S_IRWXO;
     if ((status.st_mode & others) != 0)
         fchmod(file.descriptor(), status.st_mode & ~others); // Made so by an earlier version.
-    size_ += writeAt(file.descriptor(), size_, bytes);
-    return std::nullopt;
+    const quint64 written = writeAt(file.descriptor(), size_, bytes);
+    if (written < static_cast<quint64>(bytes.size()))
+        lose(errno);
+    size_ += written;
+    return {};
+}
+
+// Of what else is in the place of the file, the digest will tell.
+void PartialFile::lose(int reason)
+{
+    if (loss_ || reason == ELOOP || reason == EINVAL)
+        return;
+    const bool isFull = reason == ENOSPC || reason == EDQUOT;
+    loss_ = fileError(isFull ? FileError::NoRoom : FileError::NotWritable);
+    if (!isFull)
+        loss_->localizedDescription += QLatin1String(" (%1)").arg(qt_error_string(reason));
 }
 
 } // namespace ZVPlatform

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "../Error.h"
+#include "../Result.h"
 
 #include <QByteArray>
 #include <QString>
@@ -8,9 +9,6 @@
 #include <optional>
 
 namespace ZVPlatform {
-
-/// The error that stands for what was found at a download's local path, with its sentence.
-Error fileError(FileError what);
 
 /// The local file of one download, which grows by what arrives. It is open only while a piece is
 /// written, and readable for its user alone. Of several downloads into one file, in this or other
@@ -29,15 +27,21 @@ public:
     quint64 size() const { return size_; }
 
     /// Appends bytes; makes the file when it is missing. Nothing outside the directory is written:
-    /// neither through a link nor into a file that has a second name. Returns why the file never
+    /// neither through a link nor into a file that has a second name. Fails when the file never
     /// will be this download's to write. A piece that could not be written otherwise, as on a full
-    /// disk, is lost, and no error.
-    std::optional<Error> append(const QByteArray &bytes);
+    /// disk, is lost, and no failure: see loss().
+    Result<void, Error> append(const QByteArray &bytes);
+
+    /// Why the first piece that is lost could not be written; absent while none is.
+    const std::optional<Error> &loss() const { return loss_; }
 
 private:
+    void lose(int reason);
+
     const QString path_;
     quint64 size_;
     bool beganInTheMiddle_ = false;
+    std::optional<Error> loss_;
 };
 
 } // namespace ZVPlatform

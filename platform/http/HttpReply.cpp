@@ -1,5 +1,7 @@
 #include "HttpReply.h"
 
+#include "../KnownErrors.h"
+
 #include <utility>
 
 namespace ZVPlatform {
@@ -10,31 +12,35 @@ constexpr qsizetype largestBody = 2 * 1024 * 1024; // bytes
 
 } // namespace
 
-HttpReply sendSynchronously(const HttpRequest &request)
+Result<HttpReply, Error> sendSynchronously(const HttpRequest &request)
 {
     class Memory : public HttpReceiver
     {
     public:
-        void didReceiveResponse(const HttpResponse &) override {}
-
-        bool didReceiveData(const QByteArray &bytes) override
+        void didReceiveResponse(const HttpResponse &response) override
         {
-            if (body.size() + bytes.size() > largestBody)
-                return false;
-            body += bytes;
-            return true;
+            reply.response = response;
         }
 
-        QByteArray body;
+        Result<void, Error> didReceiveData(const QByteArray &bytes) override
+        {
+            if (reply.body.size() + bytes.size() > largestBody)
+                return Failure{networkError(NetworkError::ReplyTooLarge)};
+            reply.body += bytes;
+            return {};
+        }
+
+        void didFinish(const Result<void, Error> &finished) override { result = finished; }
+
+        HttpReply reply;
+        Result<void, Error> result;
     };
 
     Memory memory;
-    HttpExchange exchange(request);
-    HttpReply reply;
-    reply.error = exchange.run(memory);
-    reply.response = exchange.response();
-    reply.body = std::move(memory.body);
-    return reply;
+    HttpExchange(request).run(memory);
+    if (!memory.result)
+        return Failure{memory.result.error()};
+    return std::move(memory.reply);
 }
 
 } // namespace ZVPlatform

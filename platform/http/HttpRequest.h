@@ -22,11 +22,13 @@ struct HttpHeader
 struct HttpRequest
 {
     HttpMethod method = HttpMethod::Get;
-    QString url;
-    std::vector<HttpHeader> headers;
+    QString url = {};
+    std::vector<HttpHeader> headers = {};
     /// What the exchange may take in all, however busy the peer is. Without one only idleness ends
     /// it.
     std::optional<std::chrono::milliseconds> timeLimit = {};
+    /// The time without any sign of the peer after which the exchange fails.
+    std::chrono::milliseconds idleTimeout = std::chrono::seconds(60);
 };
 
 } // namespace ZVPlatform

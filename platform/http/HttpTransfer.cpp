@@ -1,12 +1,11 @@
 #include "HttpTransfer.h"
 
+#include "../KnownErrors.h"
 #include "../threads/MainQueue.h"
 #include "../threads/SerialQueue.h"
-#include "HttpErrors.h"
 
 #include <QScopeGuard>
 
-#include <atomic>
 #include <condition_variable>
 #include <functional>
 #include <mutex>
@@ -14,29 +13,33 @@
 
 namespace ZVPlatform {
 
-/// The transfer while it lasts. It outlives the HttpTransfer object if it must.
+using Done = Result<void, Error>; // Or why not.
+
+/// The transfer while it lasts. It outlives the HttpTransfer object if it must. With
+/// Delivery::MainThread it stands between the exchange and the receiver, and has the main thread
+/// make each call.
 class HttpTransfer::Run : public HttpReceiver, public std::enable_shared_from_this<Run>
 {
 public:
-    Run(HttpRequest request, std::shared_ptr<HttpTransferObserver> observer, Delivery delivery)
-        : exchange_(std::move(request)), delivery_(delivery), observer_(std::move(observer))
+    Run(HttpRequest request, std::shared_ptr<HttpReceiver> receiver, Delivery delivery)
+        : exchange_(std::move(request)), delivery_(delivery), receiver_(std::move(receiver))
     {
     }
 
     void run()
     {
-        // Also when the observer runs out of memory: its end is the end of the transfer.
-        const auto letGo = qScopeGuard([this] { letObserverGo(); });
-        const std::optional<Error> error = exchange_.run(*this);
-        deliver([error](HttpTransferObserver &observer) { observer.didFinish(error); });
+        // Also when the receiver runs out of memory: its end is the end of the transfer.
+        const auto letGo = qScopeGuard([this] { letReceiverGo(); });
+        exchange_.run(delivery_ == Delivery::Queue ? *receiver_ : *this);
     }
 
     void endWithoutThread()
     {
-        make([](HttpTransferObserver &observer) {
-            observer.didFinish(networkError(NetworkError::Other));
+        make([](HttpReceiver &receiver) {
+            receiver.didFinish(Failure{networkError(NetworkError::Other)});
+            return Done();
         });
-        letObserverGo();
+        letReceiverGo();
     }
 
     void cancel()
@@ -52,26 +55,33 @@ public:
         changed_.notify_all();
         exchange_.cancel();
         if (delivery_ == Delivery::MainThread)
-            letObserverGo(); // Here rather than on the queue, whose thread its end may have to
+            letReceiverGo(); // Here rather than on the queue, whose thread its end may have to
                              // join.
     }
 
     void didReceiveResponse(const HttpResponse &response) override
     {
-        deliver(
-            [response](HttpTransferObserver &observer) { observer.didReceiveResponse(response); });
+        static_cast<void>(deliver([response](HttpReceiver &receiver) {
+            receiver.didReceiveResponse(response);
+            return Done();
+        }));
     }
 
-    bool didReceiveData(const QByteArray &bytes) override
+    Done didReceiveData(const QByteArray &bytes) override
     {
-        const bool isDelivered = deliver([this, bytes](HttpTransferObserver &observer) {
-            isWanted_ = observer.didReceiveData(bytes);
-        });
-        return isDelivered && isWanted_;
+        return deliver([bytes](HttpReceiver &receiver) { return receiver.didReceiveData(bytes); });
+    }
+
+    void didFinish(const Done &result) override
+    {
+        static_cast<void>(deliver([result](HttpReceiver &receiver) {
+            receiver.didFinish(result);
+            return Done();
+        }));
     }
 
 private:
-    using Call = std::function<void(HttpTransferObserver &)>;
+    using Call = std::function<Done(HttpReceiver &)>;
 
     /// Tells the run when a call on its way through the main queue is over: made, or dropped.
     class Ticket
@@ -98,67 +108,65 @@ private:
     // Makes the call here and now, unless nobody is listening any more.
     void make(const Call &call)
     {
-        std::shared_ptr<HttpTransferObserver> observer; // Goes after the lock.
+        std::shared_ptr<HttpReceiver> receiver; // Goes after the lock.
         const std::lock_guard lock(delivering_);
         if (silent_)
             return;
-        observer = observer_; // Which may cancel the transfer, and be let go by it.
-        call(*observer);
-        delivered_ = true;
+        receiver = receiver_; // Which may cancel the transfer, and be let go by it.
+        const Done answer = call(*receiver);
+        const std::lock_guard state(mutex_);
+        answer_ = answer;
     }
 
-    // Makes the call and waits for it. False when it was not made: nobody is listening any more.
-    template <class Work>
-    bool deliver(const Work &call)
+    // Has the main thread make the call, and waits for its answer, unless nobody is listening any
+    // more.
+    Done deliver(const Call &call)
     {
-        if (delivery_ == Delivery::Queue) {
-            call(*observer_);
-            return true;
-        }
+        const Failure unheard{networkError(NetworkError::Cancelled)};
         {
             const std::lock_guard lock(mutex_);
             if (cancelled_)
-                return false;
+                return unheard;
             inDelivery_ = true;
+            answer_ = unheard;
         }
-        delivered_ = false;
         MainQueue::async(
             [ticket = std::make_shared<Ticket>(shared_from_this()), call] { ticket->make(call); });
         std::unique_lock lock(mutex_);
         changed_.wait(lock, [this] { return !inDelivery_ || cancelled_; });
-        return !inDelivery_ && delivered_;
+        return inDelivery_ ? unheard : answer_;
     }
 
     // A call that was cancelled on its way may still be in the main queue; it is silent by then,
-    // but must find the observer's place and not a half-destroyed observer.
-    void letObserverGo()
+    // but must find the receiver's place and not a half-destroyed receiver.
+    void letReceiverGo()
     {
-        std::shared_ptr<HttpTransferObserver> observer;
+        std::shared_ptr<HttpReceiver> receiver;
         const std::lock_guard lock(delivering_);
         silent_ = true;
-        observer.swap(observer_);
+        receiver.swap(receiver_);
     }
 
     HttpExchange exchange_;
     const Delivery delivery_;
 
-    // Held during each call on the main thread. Recursive, since the observer may cancel.
+    // Held during each call on the main thread. Recursive, since the receiver may cancel.
     std::recursive_mutex delivering_;
-    bool silent_ = false;                            // Guarded by delivering_.
-    std::shared_ptr<HttpTransferObserver> observer_; // The queue's thread; guarded when delivered.
+    bool silent_ = false;                    // Guarded by delivering_.
+    std::shared_ptr<HttpReceiver> receiver_; // The queue's thread; guarded when delivered.
 
     std::mutex mutex_;
     std::condition_variable changed_;
-    bool inDelivery_ = false; // Guarded by mutex_.
-    bool cancelled_ = false;  // Guarded by mutex_.
-    std::atomic<bool> delivered_ = false;
-    std::atomic<bool> isWanted_ = true;
+    // Guarded by mutex_.
+    bool inDelivery_ = false;
+    bool cancelled_ = false;
+    Done answer_;
 };
 
-HttpTransfer::HttpTransfer(HttpRequest request, std::shared_ptr<HttpTransferObserver> observer,
+HttpTransfer::HttpTransfer(HttpRequest request, std::shared_ptr<HttpReceiver> receiver,
                            std::shared_ptr<SerialQueue> queue, Delivery delivery)
     : queue_(std::move(queue)),
-      run_(std::make_shared<Run>(std::move(request), std::move(observer), delivery))
+      run_(std::make_shared<Run>(std::move(request), std::move(receiver), delivery))
 {
 }
 

@@ -13,8 +13,17 @@
 using testing::ElementsAre;
 using testing::IsEmpty;
 using Reply = ScriptedServer::Reply;
+using Kind = UpdateFailure::Kind;
+using Step = UpdateFailure::Step;
 
 namespace {
+
+std::pair<Step, Kind> failureOf(const UpdateLogicFunc &client)
+{
+    const auto failure = client.lastFailure();
+    EXPECT_TRUE(failure.has_value());
+    return failure ? std::pair(failure->step, failure->kind) : std::pair<Step, Kind>();
+}
 
 class Delegate : public UpdateLogicFuncDelegate
 {
@@ -134,10 +143,62 @@ TEST(ClientSetup, WithoutAServerAnswersWithRecordsThatAreNotOk)
     const LogCapture log;
     UpdateLogicFunc client;
     client.setMBaseURL(QStringLiteral("http://127.0.0.1:1/?dt="));
+    EXPECT_FALSE(client.lastFailure().has_value());
     EXPECT_FALSE(client.doCheckUpdate(QStringLiteral("A"), QStringLiteral("1"))->ok());
+    EXPECT_EQ(failureOf(client), std::pair(Step::Check, Kind::ServiceUnreachable));
     EXPECT_FALSE(client.doGetToken()->ok());
+    EXPECT_EQ(failureOf(client), std::pair(Step::Token, Kind::ServiceUnreachable));
     EXPECT_EQ(client.doGetFileSize(QStringLiteral("T1"), QStringLiteral("A_1.exe")), 0u);
+    EXPECT_EQ(failureOf(client), std::pair(Step::Size, Kind::ServiceUnreachable));
     EXPECT_EQ(log.lines().size(), 2);
+}
+
+TEST(ClientSetup, KnowsWhyACommandWasNotAnswered)
+{
+    const struct
+    {
+        Reply reply;
+        std::optional<Kind> kind;
+        int status = 0;
+    } rows[] = {
+        {Reply::whole(200, R"({"ok":true})"), std::nullopt},
+        {Reply::whole(500, R"({"ok":true})"), std::nullopt},
+        {Reply::whole(200, R"({"ok":false})"), Kind::NoToken, 200},
+        {Reply::whole(200, "{}"), Kind::NotAService, 200},
+        {Reply::whole(404, "page"), Kind::HttpStatus, 404},
+        {Reply::whole(407, "page"), Kind::ProxyRefused, 407},
+        {Reply().send("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nhalf").close(), Kind::BrokenOff},
+        {Reply().send("no HTTP\r\n\r\n").close(), Kind::NotAService},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(&row - rows);
+        ScriptedServer server(row.reply);
+        UpdateLogicFunc client;
+        client.setMBaseURL(server.baseUrl());
+        client.doGetToken();
+        const auto failure = client.lastFailure();
+        EXPECT_EQ(failure ? std::optional(failure->kind) : std::nullopt, row.kind);
+        EXPECT_EQ(failure ? failure->httpStatus : 0, row.status);
+        EXPECT_TRUE(!failure || !failure->sentence.isEmpty());
+    }
+}
+
+TEST(ClientSetup, KeepsWhereAReplyThatIsNoServicesCameFrom)
+{
+    for (const QString &type : {QStringLiteral("text/html"), QString()}) {
+        ScriptedServer server([&](const ScriptedServer::Request &request) {
+            const QByteArray field = "Content-Type: " + type.toLatin1();
+            return request.target == "/login"
+                       ? Reply::whole(200, "page", {type.isEmpty() ? "X: y" : field})
+                       : Reply::whole(302, "", {"Location: /login", "Content-Type: text/plain"});
+        });
+        UpdateLogicFunc client;
+        client.setMBaseURL(server.baseUrl());
+        client.doCheckUpdate(QStringLiteral("A"), QStringLiteral("1"));
+        EXPECT_EQ(failureOf(client), std::pair(Step::Check, Kind::NotAService));
+        EXPECT_EQ(client.lastFailure()->contentType, type);
+        EXPECT_EQ(client.lastFailure()->finalUrl, server.url(QStringLiteral("/login")));
+    }
 }
 
 TEST(ClientSetup, WithoutADownloadHasNothingToStop)
@@ -171,19 +232,19 @@ TEST_P(Client, TellsItsDelegateOfAFile)
     EXPECT_TRUE(log.lines().isEmpty());
 }
 
-// Which is longer than a step of the wait.
-TEST_P(Client, IsWaitedForAsLongAsItsDownloadTakes)
+TEST_P(Client, WaitsForAsManyStepsAsADownloadTakes)
 {
     const auto gate = std::make_shared<Gate>();
     ScriptedServer server(Reply().send(halfAFile).wait(gate).send("abcdefghij"));
     start(server);
-    std::thread opener([&] {
-        std::this_thread::sleep_for(std::chrono::seconds(1));
+    std::thread later([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(600)); // A step takes 500.
         gate->open();
     });
     client_->waitOne();
     EXPECT_TRUE(client_->doCheckDownloadStop());
-    opener.join();
+    later.join();
+    EXPECT_EQ(file(), "0123456789abcdefghij");
 }
 
 TEST_P(Client, OnlyLogsAFailure)
@@ -197,7 +258,9 @@ TEST_P(Client, OnlyLogsAFailure)
                 ElementsAre(QStringLiteral(
                     "download Finish Error: Error Domain=HTTP Error Code=404 \"(null)\"")));
     EXPECT_THAT(delegate_.paths, IsEmpty());
-    EXPECT_TRUE(client_->doGetDownloadProgress().failure.has_value());
+    EXPECT_EQ(failureOf(*client_), std::pair(Step::Download, Kind::HttpStatus));
+    EXPECT_EQ(client_->doGetDownloadProgress().failure,
+              QStringLiteral("The server answered with HTTP status 404."));
 }
 
 TEST_P(Client, StopsItsDownloadWhenItGoes)

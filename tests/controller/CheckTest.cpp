@@ -274,6 +274,10 @@ TEST_F(ControllerTest, TakesAnEmptyDirectoryForTheWorkingDirectory)
 class DebugMode : public ControllerTest
 {
 public:
+    using Kind = UpdateFailure::Kind;
+
+    const QString wrongFile = u"MD5 錯誤!! 重新下載"_s;
+
     /// Checks with and without debug mode.
     void expectLog(const Content &image, const Content &part, const QString &stored,
                    const QStringList &lines)
@@ -287,6 +291,10 @@ public:
             check();
             EXPECT_TRUE(waitForDownload());
             EXPECT_EQ(log.lines(), debug ? lines : QStringList());
+            const auto failure = controller->mCurrentDownloadUpdateLogic()->lastFailure();
+            const Kind kind = failure ? failure->kind : Kind();
+            EXPECT_EQ(lines.contains(wrongFile), kind == Kind::WrongDigest);
+            EXPECT_EQ(failure.has_value(), kind == Kind::WrongDigest || kind == Kind::NoToken);
         }
     }
 };
@@ -311,7 +319,7 @@ TEST_F(DebugMode, LogsWhatTheCheckAndItsDownloadCameTo)
     service.setOffer({.file = wrong, .sizeReply = Reply().send("HTTP/1.1 200 OK\r\n\r\n").close()});
     expectLog({}, {}, digest,
               {checked, token, u"fileSize ... -1"_s, Offer::digestOf(wrong).toLower(),
-               digest.toLower(), u"MD5 錯誤!! 重新下載"_s});
+               digest.toLower(), wrongFile});
     service.setOffer({.tokenOk = false});
     expectLog({}, {}, {}, {checked, other, u"local MD5 = (null)"_s, server});
     service.setOffer({.ok = false});

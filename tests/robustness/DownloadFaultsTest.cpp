@@ -1,6 +1,5 @@
 #include "OneDownload.h"
 #include "platform/files/Files.h"
-#include "platform/http/HttpExchange.h"
 #include "support/Campaign.h"
 #include "support/FaultRelay.h"
 #include "support/ScriptedServer.h"
@@ -16,7 +15,6 @@ using namespace ZVPlatform;
 using testing::ElementsAre;
 using Fault = FaultRelay::Fault;
 using Reply = ScriptedServer::Reply;
-using std::chrono::milliseconds;
 
 namespace {
 
@@ -43,7 +41,6 @@ protected:
 
     void TearDown() override
     {
-        HttpExchange::setIdleTimeout(std::chrono::seconds(60));
         EXPECT_THAT(QDir(directory_.path()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot),
                     ElementsAre(QStringLiteral("save")));
         EXPECT_TRUE(waitFor([] { return libraryThreads() == 0; }));
@@ -163,16 +160,4 @@ TEST_P(DownloadFaults, SplitAtAnyByteIsTheSame)
             ++tried;
         }
     Campaign::tried(tried);
-}
-
-// Longer than the time-out in all, but never as long without a byte.
-TEST_P(DownloadFaults, ByteAfterByteTakesItsTime)
-{
-    const qsizetype header = lengths().header;
-    QFile::remove(path_);
-    const milliseconds pause(Campaign::rounds(1000, 100));
-    ASSERT_EQ(HttpExchange::idleTimeout(), std::chrono::seconds(60));
-    HttpExchange::setIdleTimeout(20 * pause);
-    EXPECT_EQ(downloadThrough(FaultRelay::drip(toClient, header + 4096 - 25, 1, pause)), "file");
-    EXPECT_TRUE(readFile(path_) == content_);
 }

@@ -33,8 +33,10 @@ struct FaultRelay::Connection
     bool spoiled = false;
 };
 
-FaultRelay::FaultRelay(const QString &serverUrl, Fault fault)
-    : fault_(std::move(fault)), serverPort_(static_cast<quint16>(QUrl(serverUrl).port()))
+FaultRelay::FaultRelay(const QString &serverUrl, Fault fault, std::chrono::milliseconds patience)
+    : fault_(std::move(fault)),
+      serverPort_(static_cast<quint16>(QUrl(serverUrl).port())),
+      patience_(patience)
 {
 }
 
@@ -47,6 +49,8 @@ QByteArray FaultRelay::received(Direction direction) const
 void FaultRelay::relay(int client)
 {
     Connection connection{client, Loopback::connect(serverPort_)};
+    const timeval limit = {patience_.count() / 1000, patience_.count() % 1000 * 1000};
+    ::setsockopt(connection.server, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
     std::thread toServer([&] { pump(connection, ToServer); });
     pump(connection, ToClient);
     toServer.join();
@@ -87,7 +91,7 @@ bool FaultRelay::passOn(Connection &connection, int to, QByteArray bytes)
     return !connection.ended && sendRest(to, QByteArrayView(bytes).sliced(head.size()));
 }
 
-// Empty when the sender has ended its side.
+// Empty when the sender has ended its side, or been silent for too long.
 QByteArray FaultRelay::receive(int socket, Direction direction)
 {
     QByteArray bytes(64 * 1024, Qt::Uninitialized);
@@ -110,10 +114,6 @@ void FaultRelay::spoil(Connection &connection, int to)
         // Wakes the other direction. Of a reset the client hears by the close.
         ::shutdown(connection.client, fault_.kind == Fault::Reset ? SHUT_RD : SHUT_RDWR);
         ::shutdown(connection.server, SHUT_RDWR);
-        break;
-    case Fault::Stall:
-        while (!acceptor_.isStopping())
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
         break;
     case Fault::Duplicate:
         Loopback::sendAll(to, connection.recent);

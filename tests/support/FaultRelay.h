@@ -22,7 +22,7 @@ public:
     /// before the fault have been sent on by then.
     struct Fault
     {
-        enum Kind { None, Finish, Reset, Stall, Drip, Duplicate, Rewrite };
+        enum Kind { None, Finish, Reset, Drip, Duplicate, Rewrite };
 
         Kind kind = None;
         Direction direction = ToClient;
@@ -39,8 +39,6 @@ public:
     static Fault finish(Direction way, qsizetype at) { return {Fault::Finish, way, at}; }
     /// The client sees the connection break.
     static Fault reset(Direction way, qsizetype at) { return {Fault::Reset, way, at}; }
-    /// Nothing passes any more in this direction.
-    static Fault stall(Direction way, qsizetype at) { return {Fault::Stall, way, at}; }
     static Fault drip(Direction way, qsizetype at, qsizetype length,
                       std::chrono::milliseconds pause)
     {
@@ -60,8 +58,10 @@ public:
         return {Fault::Rewrite, way, at, bytes.size(), {}, bytes};
     }
 
-    /// A relay to a server on the loopback interface, of which only the port of the URL counts.
-    FaultRelay(const QString &serverUrl, Fault fault);
+    /// A relay to a server on the loopback interface, of which only the port of the URL counts. The
+    /// client sees the end of a connection on which the server is silent for too long, if a time is
+    /// given for that.
+    FaultRelay(const QString &serverUrl, Fault fault, std::chrono::milliseconds patience = {});
     /// A relay without a fault.
     explicit FaultRelay(const QString &serverUrl) : FaultRelay(serverUrl, Fault{}) {}
 
@@ -89,6 +89,7 @@ private:
 
     const Fault fault_;
     const quint16 serverPort_;
+    const std::chrono::milliseconds patience_;
     std::atomic<bool> happened_ = false;
     mutable std::mutex mutex_;
     QByteArray received_[2]; // Guarded by mutex_.

@@ -1,5 +1,4 @@
 #include "platform/files/Files.h"
-#include "platform/http/HttpExchange.h"
 #include "support/DownloadModes.h"
 #include "support/ScriptedServer.h"
 #include "support/TestFiles.h"
@@ -26,6 +25,7 @@ namespace {
 
 std::atomic<int> threadsToBeMade = -1; // Before there are no more; -1 for no such limit.
 std::atomic<int64_t> roomOnDisk = -1;  // -1 for what there is.
+std::atomic<int> writeError = 0;       // Why nothing can be written; 0 for no such trouble.
 
 template <class Function>
 Function *original(const char *name)
@@ -57,6 +57,14 @@ extern "C" int statvfs(const char *path, struct statvfs *status)
         status->f_bavail = static_cast<fsblkcnt_t>(roomOnDisk) - used;
     }
     return result;
+}
+
+extern "C" ssize_t pwrite(int file, const void *bytes, size_t size, off_t offset)
+{
+    if (writeError == 0)
+        return original<decltype(pwrite)>("pwrite")(file, bytes, size, offset);
+    errno = writeError;
+    return -1;
 }
 
 // NOLINTEND(readability-inconsistent-declaration-parameter-name)
@@ -135,6 +143,12 @@ protected:
     bool wait(const std::function<bool()> &condition) const
     {
         return waitFor(condition, meanwhile_);
+    }
+    /// The transport's own, which is the same in both modes.
+    std::string failure() const
+    {
+        const auto error = transport_->failure();
+        return error ? nameOf(*error) : "";
     }
     bool waitForSize(quint64 size) const
     {
@@ -269,7 +283,7 @@ TEST_P(Download, HasNoStatusWhileTheTargetOfARedirectIsSilent)
     ASSERT_TRUE(wait([&] { return never->isReached(); }));
     transport_->threadStop();
     ASSERT_TRUE(waitForEnd());
-    EXPECT_EQ(transport_->lastResponse(), 0);
+    EXPECT_EQ(transport_->lastResponse().status, 0);
     ASSERT_TRUE(waitForLastOwner());
     EXPECT_EQ(outcomes().size(), isSession_ ? 1u : 0u);
     EXPECT_THAT(outcomes(), Each("HTTP Error 0"));
@@ -444,6 +458,8 @@ TEST_P(Download, EndsByTheTable)
 
         const std::string expected = isSession_ ? ending.session : ending.connection;
         EXPECT_THAT(outcomes(), ElementsAre(expected == "file" ? success_ : expected));
+        const std::string known = ending.session == "HTTP Error 0" ? failure() : ending.session;
+        EXPECT_EQ(failure(), ending.session == "file" ? "" : known);
         EXPECT_EQ(Files::exists(path_), ending.after.has_value());
         EXPECT_EQ(readFile(path_), ending.after.value_or(QByteArray()));
         ASSERT_FALSE(server.requests().empty());
@@ -456,32 +472,22 @@ namespace {
 
 /// Where a download is when the server falls silent: the bytes of the reply that have arrived,
 /// those of the file among them, and what a session's delegate hears when the download is stopped
-/// then, and when the time runs out.
+/// then.
 struct Silence
 {
     const char *name;
     QByteArray reply;
-    QByteArray nextByte;
     quint64 received;
     std::string stopped;
-    std::string timedOut;
 };
 
 const Silence silences[] = {
-    {"before the reply", "", "H", 0, "HTTP Error 0", "HTTP Error 0"},
-    {"in the header", "HTTP/1.1 206 Part\r\nConte", "n", 0, "HTTP Error 0", "HTTP Error 0"},
-    {"after the header", "HTTP/1.1 206 Part\r\nTransfer-Encoding: chunked" + end, "a", 0,
-     network(NetworkError::Cancelled), network(NetworkError::TimedOut)},
-    {"in the body", "HTTP/1.1 206 Part" + half, "x", 10, network(NetworkError::Cancelled),
-     network(NetworkError::TimedOut)},
+    {"before the reply", "", 0, "HTTP Error 0"},
+    {"in the header", "HTTP/1.1 206 Part\r\nConte", 0, "HTTP Error 0"},
+    {"after the header", "HTTP/1.1 206 Part\r\nTransfer-Encoding: chunked" + end, 0,
+     network(NetworkError::Cancelled)},
+    {"in the body", "HTTP/1.1 206 Part" + half, 10, network(NetworkError::Cancelled)},
 };
-
-// Silent at the gate, and again one byte later.
-Reply silentIn(const Silence &silence, const std::shared_ptr<Gate> &gate)
-{
-    const auto never = std::make_shared<Gate>();
-    return Reply().send(silence.reply).wait(gate).send(silence.nextByte).wait(never);
-}
 
 } // namespace
 
@@ -491,44 +497,21 @@ TEST_P(Download, IsEndedByAStopAtOnceInEverySilence)
     for (const Silence &silence : silences) {
         SCOPED_TRACE(silence.name);
         const auto gate = std::make_shared<Gate>();
-        ScriptedServer server(silentIn(silence, gate));
+        ScriptedServer server(Reply().send(silence.reply).wait(gate));
         start(server);
         ASSERT_TRUE(wait([&] { return gate->isReached(); }) && waitForSize(silence.received));
         EXPECT_FALSE(transport_->isThreadStop());
         EXPECT_EQ(transport_->threadStop(), 0);
         EXPECT_EQ(transport_->mThreadEndFlag(), 1);
         EXPECT_TRUE(isSession_ || transport_->isThreadStop()) << "On return.";
-        ASSERT_TRUE(waitForEnd() && waitForLastOwner());
+        ASSERT_TRUE(waitForEnd());
+        EXPECT_EQ(failure(), network(NetworkError::Cancelled));
+        ASSERT_TRUE(waitForLastOwner());
         if (isSession_)
             EXPECT_THAT(outcomes(), ElementsAre(silence.stopped));
         else
             EXPECT_THAT(outcomes(), IsEmpty());
         EXPECT_EQ(Files::size(path_), silence.received);
-    }
-}
-
-TEST_P(Download, IsEndedByTheTimeOutInEverySilence)
-{
-    const auto former = HttpExchange::idleTimeout();
-    const auto timeout = std::chrono::milliseconds(100);
-    for (const Silence &silence : silences) {
-        SCOPED_TRACE(silence.name);
-        const auto gate = std::make_shared<Gate>();
-        ScriptedServer server(silentIn(silence, gate));
-        start(server);
-        ASSERT_TRUE(wait([&] { return gate->isReached(); }) && waitForSize(silence.received));
-        // It holds from the next byte on, which makes sure that those before it have arrived.
-        HttpExchange::setIdleTimeout(timeout);
-        const auto begin = std::chrono::steady_clock::now();
-        gate->open();
-        const bool ended = waitForEnd();
-        HttpExchange::setIdleTimeout(former);
-        ASSERT_TRUE(ended);
-
-        EXPECT_GE(std::chrono::steady_clock::now() - begin, timeout);
-        const bool isAnswered = silence.timedOut == network(NetworkError::TimedOut);
-        const std::string connection = isAnswered ? "HTTP Error 206" : "HTTP Error 0";
-        EXPECT_THAT(outcomes(), ElementsAre(isSession_ ? silence.timedOut : connection));
     }
 }
 
@@ -558,7 +541,9 @@ TEST_P(Download, LeavesRoomOnTheDisk)
         start(server);
         const bool hasEnded = waitForEnd();
         roomOnDisk = -1;
-        ASSERT_TRUE(hasEnded && waitForLastOwner());
+        ASSERT_TRUE(hasEnded);
+        EXPECT_EQ(failure(), row.isFetched ? "" : "File Error 3");
+        ASSERT_TRUE(waitForLastOwner());
         std::vector<std::string> expected = {row.isFetched ? success_ : "File Error 3"};
         if (!row.isFetched && !isSession_)
             expected.clear();
@@ -567,5 +552,19 @@ TEST_P(Download, LeavesRoomOnTheDisk)
         EXPECT_LE(size, row.isFetched ? content.size() : std::max<int64_t>(row.room - leave, 0));
         EXPECT_TRUE(size > 0 || row.room <= leave) << "What there is room for is taken.";
         EXPECT_TRUE(content.startsWith(readFile(path_)));
+    }
+}
+
+TEST_P(Download, GoesOnWhenNothingCanBeWrittenAndKnowsWhy)
+{
+    ScriptedServer server(Reply::whole(200, "content"));
+    for (const auto &[error, reason] : {std::pair(ENOSPC, "File Error 3"), {EIO, "File Error 4"}}) {
+        writeError = error;
+        start(server);
+        const bool hasEnded = waitForEnd();
+        writeError = 0;
+        ASSERT_TRUE(hasEnded);
+        EXPECT_THAT(outcomes(), ElementsAre(success_));
+        EXPECT_EQ(failure(), reason);
     }
 }

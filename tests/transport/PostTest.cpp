@@ -9,6 +9,7 @@
 #include <limits>
 
 using namespace ZVPlatform;
+using std::chrono::milliseconds;
 using testing::ElementsAre;
 using testing::StartsWith;
 using Reply = ScriptedServer::Reply;
@@ -37,6 +38,7 @@ void expectOneConnectError(const LogCapture &log, const char *reason)
 
 const char *const lost = "The connection was lost before the reply was complete.";
 const char *const redirectRefused = "The server redirected to an address that is not allowed.";
+const char *const invalid = "The server's reply is not valid HTTP.";
 const char *const unreachable = "The server could not be reached.";
 
 } // namespace
@@ -114,7 +116,9 @@ TEST(Post, WithoutAWholeReplyIsLoggedOnce)
         {Reply().send(begun).close(), lost},
         {Reply().send("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n4\r\nhalf").close(),
          lost},
-        {Reply().send("no HTTP at all\r\n\r\n").close(), "The server's reply is not valid HTTP."},
+        {Reply().send("no HTTP at all\r\n\r\n").close(), invalid},
+        {Reply().send("HTTP/1.1 200 OK\r\nContent-Length: -9\r\n\r\n"), invalid},
+        {Reply().send("HTTP/1.1 200 OK\r\nTransfer-Encoding: odd\r\n\r\nx").close(), invalid},
         {Reply::whole(200, QByteArray((2 << 20) + 1, 'x')), "The server's reply is too large."},
         {redirect("/again"), "The server redirected too many times.", 11},
         {redirect("file:///etc/hostname"), redirectRefused},
@@ -197,58 +201,75 @@ TEST(Probe, ReturnsTheAnnouncedLengthWhateverTheStatus)
 
 namespace {
 
-int codeOf(const std::optional<Error> &error)
+bool timesOut(const HttpRequest &request)
 {
-    return error ? error->code : 0;
+    const auto reply = sendSynchronously(request);
+    return !reply && reply.error().code == static_cast<int>(NetworkError::TimedOut);
 }
 
 /// Takes its time for the first bytes, or cannot take them.
 class DifficultReceiver : public HttpReceiver
 {
 public:
-    explicit DifficultReceiver(std::chrono::milliseconds time) : time_(time) {}
+    explicit DifficultReceiver(milliseconds time) : time_(time) {}
 
     void didReceiveResponse(const HttpResponse &) override {}
-    bool didReceiveData(const QByteArray &) override
+    Result<void, Error> didReceiveData(const QByteArray &) override
     {
         if (time_.count() == 0)
             throw std::bad_alloc();
         std::this_thread::sleep_for(time_);
         end = std::chrono::steady_clock::now();
-        return true;
+        return {};
+    }
+    void didFinish(const Result<void, Error> &result) override
+    {
+        code = result ? 0 : result.error().code;
     }
 
     std::chrono::steady_clock::time_point end;
+    int code = -1;
 
 private:
-    const std::chrono::milliseconds time_;
+    const milliseconds time_;
 };
 
 } // namespace
 
-// The peer is never idle for long.
-TEST(Exchange, EndsWhenItsTimeInAllIsUp)
+TEST(Exchange, EndsWhenItsPeerIsSilentForTooLong)
 {
-    ScriptedServer server(Reply::whole(200, QByteArray(100'000, 'x')));
-    const FaultRelay relay(server.baseUrl(), FaultRelay::drip(FaultRelay::ToClient, 0, 1,
-                                                              std::chrono::milliseconds(1)));
-    HttpRequest request{HttpMethod::Get, relay.baseUrl(), {}};
-    request.timeLimit = std::chrono::milliseconds(200);
-    EXPECT_EQ(codeOf(sendSynchronously(request).error), static_cast<int>(NetworkError::TimedOut));
+    const QByteArray head = "HTTP/1.1 206 Part\r\n";
+    for (const QByteArray &beginning :
+         {QByteArray(), head + "Conte", head + "Transfer-Encoding: chunked\r\n\r\n",
+          head + "Content-Length: 9\r\n\r\nhalf"}) {
+        SCOPED_TRACE(beginning.data());
+        ScriptedServer server(Reply().send(beginning).wait(std::make_shared<Gate>()));
+        const auto begin = std::chrono::steady_clock::now();
+        EXPECT_TRUE(timesOut({.url = server.url(), .idleTimeout = milliseconds(100)}));
+        EXPECT_GE(std::chrono::steady_clock::now() - begin, milliseconds(100));
+    }
+}
+
+TEST(Exchange, MayBeSlowForAsLongAsItsTimeInAllLasts)
+{
+    ScriptedServer server(Reply::whole(200, QByteArray(20, 'x')));
+    const FaultRelay relay(server.baseUrl(),
+                           FaultRelay::drip(FaultRelay::ToClient, 0, 1, milliseconds(50)));
+    HttpRequest request{.url = relay.baseUrl(), .idleTimeout = milliseconds(2000)};
+    EXPECT_TRUE(sendSynchronously(request)) << "Longer in all, but never without a byte.";
+    request.timeLimit = milliseconds(200);
+    EXPECT_TRUE(timesOut(request));
 }
 
 TEST(Exchange, DoesNotTakeTheReceiversTimeForThePeers)
 {
-    const auto former = HttpExchange::idleTimeout();
-    const auto timeout = std::chrono::milliseconds(200);
+    const milliseconds timeout(200);
     ScriptedServer server(Reply()
                               .send("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nhalf")
                               .wait(std::make_shared<Gate>()));
     DifficultReceiver receiver(timeout);
-    HttpExchange::setIdleTimeout(timeout);
-    const auto error = HttpExchange({HttpMethod::Get, server.url(), {}}).run(receiver);
-    HttpExchange::setIdleTimeout(former);
-    EXPECT_EQ(codeOf(error), static_cast<int>(NetworkError::TimedOut));
+    HttpExchange({.url = server.url(), .idleTimeout = timeout}).run(receiver);
+    EXPECT_EQ(receiver.code, static_cast<int>(NetworkError::TimedOut));
     EXPECT_GE(std::chrono::steady_clock::now() - receiver.end, timeout);
 }
 
@@ -256,8 +277,8 @@ TEST(Exchange, IsOverWhenItsReceiverThrows)
 {
     for (const qsizetype size : {10, 1'000'000}) {
         ScriptedServer server(Reply::whole(200, QByteArray(size, 'x')));
-        DifficultReceiver receiver(std::chrono::milliseconds(0));
-        const auto error = HttpExchange({HttpMethod::Get, server.url(), {}}).run(receiver);
-        EXPECT_EQ(codeOf(error), static_cast<int>(NetworkError::Other));
+        DifficultReceiver receiver(milliseconds(0));
+        HttpExchange({.url = server.url()}).run(receiver);
+        EXPECT_EQ(receiver.code, static_cast<int>(NetworkError::Other));
     }
 }

@@ -102,7 +102,10 @@ TEST(Protection, RefusesAServerThatIsNotTheOneMeant)
         const TlsRelay tls(server.url(), certificate);
         EXPECT_EQ(post(tls.baseUrl()),
                   "connect error: No secure connection to the server could be made.");
-        EXPECT_EQ(HttpFunctionPost::getPost(tls.baseUrl(), nullptr)->getFileSize(command), 0u);
+        const auto transport = HttpFunctionPost::getPost(tls.baseUrl(), nullptr);
+        EXPECT_EQ(transport->getFileSize(command), 0u);
+        EXPECT_EQ(transport->failure()->code,
+                  static_cast<int>(ZVPlatform::NetworkError::CertificateRefused));
         EXPECT_EQ(resume(tls.baseUrl()),
                   std::pair(std::string("HTTP Error 0"), content.first(content.size() / 2)));
     }
@@ -145,6 +148,13 @@ TEST(ProxyOfTheEnvironment, IsUsed)
     expectAllGoesRight(QStringLiteral("https://%1/?dt=").arg(unreachable));
     ASSERT_GT(tunnel.proxied(), 0);
     EXPECT_THAT(server.requests().back().target.toStdString(), StartsWith("/?dt="));
+}
+
+TEST(ProxyOfTheEnvironment, ThatIsNotFoundIsAFailure)
+{
+    const Proxy proxy("http_proxy", QString(64, u'x')); // No name server is asked for that.
+    EXPECT_EQ(post(QStringLiteral("http://%1/?dt=").arg(unreachable)),
+              "connect error: The server's name could not be found.");
 }
 
 TEST(ProxyOfTheEnvironment, ThatWantsAPasswordIsAFailure)

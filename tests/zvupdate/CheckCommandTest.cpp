@@ -328,11 +328,14 @@ TEST_F(CheckCommandTest, EndsWithTheStatusOfWhatHappened)
     }
 }
 
-TEST_F(CheckCommandTest, FailsWhenSomethingElseTakesTheInstallersName)
+TEST_F(CheckCommandTest, FailsWhenTheInstallersPlaceIsTakenOrGone)
 {
-    const std::function<void()> takers[] = {[this] { QDir().mkpath(diskImage_); },
-                                            [this] { writeFile(diskImage_, "another's"); }};
-    for (const auto &take : takers) {
+    const std::pair<std::function<void()>, QString> rows[] = {
+        {[this] { QDir().mkpath(diskImage_); }, diskImage_},
+        {[this] { writeFile(diskImage_, "another's"); }, diskImage_},
+        {[this] { QDir(directory_).removeRecursively(); }, directory_ + u" cannot be written to"_s},
+    };
+    for (const auto &[take, reason] : rows) {
         Offer offer;
         offer.gate = std::make_shared<Gate>();
         service_->setOffer(offer);
@@ -344,7 +347,7 @@ TEST_F(CheckCommandTest, FailsWhenSomethingElseTakesTheInstallersName)
         EXPECT_EQ(status, 1);
         const QJsonObject last = eventsOf(output).last();
         EXPECT_EQ(last[u"event"], u"failed"_s) << qPrintable(output);
-        EXPECT_TRUE(last[u"reason"].toString().contains(diskImage_)) << qPrintable(output);
+        EXPECT_TRUE(last[u"reason"].toString().contains(reason)) << qPrintable(output);
         QDir().rmdir(diskImage_);
         QFile::remove(temporary_); // Kept where a directory is in the installer's place.
     }

@@ -34,35 +34,6 @@ bool isUsable(const QFileInfo &directory)
     return directory.isDir() && directory.isWritable() && directory.isExecutable();
 }
 
-// The library logs why an exchange failed, and answers only that it did.
-class LoggedReason
-{
-public:
-    LoggedReason()
-    {
-        text().clear();
-        former_ = qInstallMessageHandler(
-            [](QtMsgType, const QMessageLogContext &, const QString &message) {
-                constexpr auto start = "connect error: "_L1;
-                if (message.startsWith(start))
-                    text() = message.sliced(start.size());
-            });
-    }
-    ~LoggedReason() { qInstallMessageHandler(former_); }
-
-    LoggedReason(const LoggedReason &) = delete;
-    LoggedReason &operator=(const LoggedReason &) = delete;
-
-    static QString &text()
-    {
-        static QString text;
-        return text;
-    }
-
-private:
-    QtMessageHandler former_ = nullptr;
-};
-
 } // namespace
 
 Doctor::Doctor(const QString &productID, const QString &productVersion, const QString &directory,
@@ -197,10 +168,10 @@ bool Doctor::examineAddress()
 
 bool Doctor::examineReply()
 {
-    const LoggedReason reason;
     const auto reply = client_.doCheckUpdate(productID_, productVersion_);
-    if (!LoggedReason::text().isEmpty())
-        return fail(u"service"_s, u"The service cannot be asked. "_s + LoggedReason::text(),
+    const auto failure = client_.lastFailure();
+    if (failure && failure->httpStatus == 0)
+        return fail(u"service"_s, u"The service cannot be asked. "_s + failure->sentence,
                     u"Check the network, the service, and its address."_s);
     const QString message = reply->msg().value_or(QString());
     if (!reply->ok() && message.isEmpty())
@@ -236,14 +207,15 @@ bool Doctor::examineReply()
 
 bool Doctor::examineToken()
 {
-    const LoggedReason reason;
     const auto reply = client_.doGetToken();
+    const auto failure = client_.lastFailure();
     token_ = reply->ID().value_or(QString());
     if (!reply->ok() || token_.isEmpty())
         return fail(u"token"_s,
                     u"The service hands out no download token. "_s +
-                        (LoggedReason::text().isEmpty() ? reply->msg().value_or(QString())
-                                                        : LoggedReason::text()),
+                        (failure && failure->kind != UpdateFailure::Kind::NoToken
+                             ? failure->sentence
+                             : reply->msg().value_or(QString())),
                     u"Look into the service's log."_s);
     pass(u"token"_s, u"The service hands out download tokens."_s);
     return true;

@@ -6,6 +6,8 @@
 #include "Doctor.h"
 #include "HostArguments.h"
 
+#include <QLoggingCategory>
+
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -41,6 +43,7 @@ int doctor(const Arguments &arguments, Console &console)
         return WrongArguments;
     }
 
+    QLoggingCategory::setFilterRules(u"zvupdate=false"_s); // The findings say it.
     const auto tell = arguments.isSet(u"json"_s) ? tellPrograms : tellPeople;
     Doctor doctor(productID, *arguments.value(u"product-version"_s), directory,
                   [&](const Finding &finding) { tell(finding, console); });

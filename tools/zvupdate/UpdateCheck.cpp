@@ -7,7 +7,6 @@
 
 #include <QCoreApplication>
 #include <QFileInfo>
-#include <QStorageInfo>
 
 #include <chrono>
 
@@ -141,13 +140,12 @@ void UpdateCheck::downloadEnded()
         return finish(stop_->status);
     }
     reportProgress();
-    if (const auto failure =
-            controller_->mCurrentDownloadUpdateLogic()->doGetDownloadProgress().failure)
-        return fail(interrupted(*failure));
+    if (const auto failure = controller_->mCurrentDownloadUpdateLogic()->lastFailure())
+        return fail(explained(*failure));
     signals_.leave(); // Digesting may take long.
     const auto path = verifiedFile();
     if (!path)
-        return fail(discarded());
+        return fail(interrupted(u"The file is not there any more, or was changed."_s));
     ready(*path);
     finish(Success);
 }
@@ -210,26 +208,22 @@ CheckFailure UpdateCheck::interrupted(const QString &reason) const
                         ProgressLine::size(static_cast<uint64_t>(kept)))};
 }
 
-// Why a download that has not failed brought no installer: its file was not the one announced, was
-// not kept whole, or is locked, which the library does not tell.
-CheckFailure UpdateCheck::discarded() const
+CheckFailure UpdateCheck::explained(const UpdateFailure &failure) const
 {
-    const QFileInfo directory(settings_.directory);
-    if (!directory.isDir() || !directory.isWritable())
+    using Kind = UpdateFailure::Kind;
+    const auto total = controller_->mCurrentDownloadUpdateLogic()->doGetDownloadProgress().total;
+    if (failure.kind == Kind::DirectoryNotWritable)
         return {u"%1 cannot be written to."_s.arg(settings_.directory),
                 u"Make it a writable directory, or choose another --directory."_s};
-    const auto progress = controller_->mCurrentDownloadUpdateLogic()->doGetDownloadProgress();
-    const qint64 room = QStorageInfo(settings_.directory).bytesAvailable();
-    if (progress.total && room >= 0 && static_cast<uint64_t>(room) < *progress.total)
+    if (failure.kind == Kind::DiskFull)
         return {u"There is not enough room in %1."_s.arg(settings_.directory),
-                u"Make room for %1, or choose another --directory."_s.arg(
-                    ProgressLine::size(*progress.total))};
-    const auto offered = files();
-    if (offered && QFileInfo::exists(offered->temporaryPath))
-        return interrupted(u"The file did not come whole, or another process is using it."_s);
-    return {u"The file received does not have the digest announced, and was discarded."_s,
-            u"The same command fetches it anew; if that does not help, the service announces "
-            "another file than it hands out."_s};
+                u"Make room%1, or choose another --directory."_s.arg(
+                    total ? u" for "_s + ProgressLine::size(*total) : QString())};
+    if (failure.kind == Kind::WrongDigest)
+        return {u"The file received does not have the digest announced, and was discarded."_s,
+                u"The same command fetches it anew; if that does not help, the service announces "
+                "another file than it hands out."_s};
+    return interrupted(failure.sentence);
 }
 
 // Why what has the installer's name is not to be told of, if so. The library says neither that the

@@ -51,7 +51,7 @@ private:
     void finish(int status);
 
     CheckFailure interrupted(const QString &reason) const;
-    CheckFailure discarded() const;
+    CheckFailure explained(const UpdateFailure &failure) const;
     std::optional<CheckFailure> unfit(const QString &path) const;
     std::optional<UpdateFiles> files() const;
     std::optional<QString> verifiedFile() const;
