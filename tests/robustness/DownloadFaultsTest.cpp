@@ -1,6 +1,6 @@
-#include "OneDownload.h"
 #include "platform/files/Files.h"
 #include "support/Campaign.h"
+#include "support/Exchanges.h"
 #include "support/FaultRelay.h"
 #include "support/ScriptedServer.h"
 #include "support/TestFiles.h"
@@ -29,8 +29,6 @@ QByteArray fileOf4KiB()
         bytes.append(static_cast<char>(i / 256)).append(static_cast<char>(i));
     return bytes;
 }
-
-const std::string lost = network(NetworkError::ConnectionLost);
 
 /// Downloads through a relay, or from a server that answers wrongly, to a directory that is looked
 /// at afterwards.
@@ -62,14 +60,8 @@ protected:
     void expectResumingSucceeds()
     {
         const bool isComplete = Files::size(path_) == static_cast<quint64>(content_.size());
-        EXPECT_EQ(download(server_.baseUrl()), isComplete ? "HTTP 416" : "file");
+        EXPECT_EQ(download(server_.baseUrl()), isComplete ? "HTTP Error 416" : "file");
         EXPECT_TRUE(readFile(path_) == content_);
-    }
-
-    /// What the delegate hears of an error after a success status.
-    std::string after(int status, const std::string &inSession) const
-    {
-        return GetParam() == DownloadMode::Session ? inSession : "HTTP " + std::to_string(status);
     }
 
     /// What passes when nothing is spoiled.
@@ -88,6 +80,10 @@ protected:
     const QTemporaryDir directory_;
     const QString path_ = directory_.filePath(QStringLiteral("save/P1_2103.bin"));
     const QByteArray content_ = fileOf4KiB();
+    /// What the delegate hears of a download that breaks in the body.
+    const std::string broken_ = GetParam() == DownloadMode::Session
+                                    ? network(NetworkError::ConnectionLost)
+                                    : "HTTP Error 200";
     ScriptedServer server_{
         [this](const ScriptedServer::Request &request) { return Reply::file(request, content_); }};
 };
@@ -96,68 +92,32 @@ INSTANTIATE_TEST_SUITE_P(, DownloadFaults,
                          testing::Values(DownloadMode::Session, DownloadMode::Connection),
                          testing::PrintToStringParamName());
 
-/// The places of a stream that are tried: all, or so many, the first and the last among them.
-std::vector<qsizetype> places(qsizetype last, int inTheShortForm)
-{
-    const int rounds = Campaign::rounds(static_cast<int>(last) + 1, inTheShortForm);
-    std::vector<qsizetype> list;
-    list.reserve(static_cast<size_t>(rounds));
-    for (int i = 0; i < rounds; ++i)
-        list.push_back(last * i / (rounds - 1));
-    return list;
-}
-
 } // namespace
 
-TEST_P(DownloadFaults, CutAtEveryByteOfTheReplyIsResumed)
+// Of the request and of the reply: cut off there, in order or not, or split there.
+TEST_P(DownloadFaults, AtEveryByteAreResumedOrMakeNoDifference)
 {
     const Lengths length = lengths();
     int tried = 0;
-    for (const auto &cut : {&FaultRelay::finish, &FaultRelay::reset})
-        for (const qsizetype at : places(length.reply, 40)) {
-            SCOPED_TRACE(at);
-            QFile::remove(path_);
-            const std::string report = downloadThrough(cut(toClient, at));
-            EXPECT_EQ(report, at < length.header  ? "HTTP 0"
-                              : at < length.reply ? after(200, lost)
-                                                  : "file");
-            const qsizetype arrived = std::max<qsizetype>(at - length.header, 0);
-            EXPECT_TRUE(readFile(path_) == content_.left(arrived));
-            expectResumingSucceeds();
-            ++tried;
-        }
-    Campaign::tried(tried);
-}
-
-TEST_P(DownloadFaults, CutAtEveryByteOfTheRequestChangesNothing)
-{
-    const QByteArray before = content_.left(1000);
-    writeFile(path_, before);
-    int tried = 0;
-    for (const auto &cut : {&FaultRelay::finish, &FaultRelay::reset})
-        for (const qsizetype at : places(lengths().request - 1, 10)) {
-            SCOPED_TRACE(at);
-            writeFile(path_, before);
-            EXPECT_EQ(downloadThrough(cut(toServer, at)), "HTTP 0");
-            EXPECT_TRUE(readFile(path_) == before);
-            ++tried;
-        }
-    expectResumingSucceeds();
-    Campaign::tried(tried);
-}
-
-TEST_P(DownloadFaults, SplitAtAnyByteIsTheSame)
-{
-    const Lengths length = lengths();
-    int tried = 0;
-    for (const auto &[direction, size] :
-         {std::pair(toServer, length.request - 1), std::pair(toClient, length.reply - 1)})
-        for (const qsizetype at : places(size, 10)) {
-            SCOPED_TRACE(at);
-            QFile::remove(path_);
-            EXPECT_EQ(downloadThrough(FaultRelay::split(direction, at)), "file");
-            EXPECT_TRUE(readFile(path_) == content_);
-            ++tried;
-        }
+    for (const auto &[direction, last] :
+         {std::pair(toServer, length.request - 1), {toClient, length.reply}}) {
+        const int rounds = Campaign::rounds(static_cast<int>(last) + 1, 20);
+        for (int i = 0; i < rounds; ++i)
+            for (const auto &fault :
+                 {&FaultRelay::finish, &FaultRelay::reset, &FaultRelay::split}) {
+                const qsizetype at = last * i / (rounds - 1);
+                SCOPED_TRACE(testing::Message() << "direction " << direction << " at " << at);
+                QFile::remove(path_);
+                const bool isWhole = fault == &FaultRelay::split || at == length.reply;
+                const qsizetype body = direction == toServer ? -1 : at - length.header;
+                EXPECT_EQ(downloadThrough(fault(direction, at)), isWhole    ? "file"
+                                                                 : body < 0 ? "HTTP Error 0"
+                                                                            : broken_);
+                const qsizetype arrived = std::max<qsizetype>(body, 0);
+                EXPECT_TRUE(readFile(path_) == (isWhole ? content_ : content_.left(arrived)));
+                expectResumingSucceeds();
+                ++tried;
+            }
+    }
     Campaign::tried(tried);
 }
