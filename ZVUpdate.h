@@ -2,6 +2,7 @@
 
 /// Everything a host needs: #include <ZVUpdate/ZVUpdate.h>
 
+#include "controller/HostInstallation.h"
 #include "controller/UpdateFiles.h"
 #include "controller/ZVUpdateProc.h"
 #include "controller/ZVUpdateProcDelegate.h"

@@ -2,7 +2,8 @@
 # reaches a host.
 add_library(zvupdate_compile_options INTERFACE)
 target_compile_options(zvupdate_compile_options INTERFACE
-    -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wnon-virtual-dtor)
+    -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wnon-virtual-dtor
+    $<$<CXX_COMPILER_ID:Clang,AppleClang>:-Wthread-safety>)
 target_compile_definitions(zvupdate_compile_options INTERFACE
     QT_NO_KEYWORDS
     QT_NO_CAST_FROM_ASCII

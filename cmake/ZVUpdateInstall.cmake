@@ -5,6 +5,7 @@ include(CMakePackageConfigHelpers)
 
 set(publicHeaders
     ZVUpdate.h
+    controller/HostInstallation.h
     controller/UpdateFiles.h
     controller/ZVUpdateProc.h
     controller/ZVUpdateProcDelegate.h
@@ -17,7 +18,7 @@ set(publicHeaders
     service/CheckUpdateResponse.h
     service/HttpFunctionURLEncode.h
     service/LanguageCodes.h
-    service/UpdateFailure.h
+    service/UpdateOutcome.h
     service/UpdateLogicFunc.h
     service/UpdateLogicFuncDelegate.h
     transport/DownloadMode.h

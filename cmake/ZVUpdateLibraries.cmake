@@ -1,6 +1,7 @@
 # The libraries, room by room. The sources are compiled once; the shared library is made of them,
 # and so is the static archive through which the tests reach what the library hides.
 add_library(zvupdate_core_objects OBJECT
+    controller/HostInstallation.cpp
     controller/LanguageSelection.cpp
     controller/ReplacedClients.cpp
     controller/UpdateFiles.cpp
@@ -31,6 +32,7 @@ add_library(zvupdate_core_objects OBJECT
     service/CheckUpdateResponse.cpp
     service/HttpFunctionURLEncode.cpp
     service/UpdateLogicFunc.cpp
+    service/UpdateOutcome.cpp
     service/XXTEA.cpp
     transport/HttpFunctionPost.cpp
     transport/ZVMisc.cpp)

@@ -1,27 +1,39 @@
 #include "ReplacedClients.h"
 
+#include "../platform/Mutex.h"
 #include "../platform/threads/ApplicationEnd.h"
 #include "../service/UpdateLogicFunc.h"
 
 #include <algorithm>
 #include <iterator>
-#include <mutex>
 #include <utility>
 #include <vector>
+
+using namespace ZVPlatform;
 
 namespace {
 
 using Clients = std::vector<std::shared_ptr<UpdateLogicFunc>>;
 
-std::mutex mutex;
-Clients clients; // Guarded by mutex.
+struct Replaced
+{
+    Mutex mutex;
+    Clients clients ZVUPDATE_GUARDED_BY(mutex);
+};
+
+Replaced &replaced()
+{
+    static Replaced &instance = *new Replaced;
+    return instance;
+}
 
 // Destroying a client stops its download and waits; so it is not done under the lock.
 void stopAll()
 {
     Clients stopped;
-    const std::lock_guard lock(mutex);
-    stopped.swap(clients);
+    Replaced &kept = replaced();
+    const MutexLock lock(kept.mutex);
+    stopped.swap(kept.clients);
 }
 
 } // namespace
@@ -29,15 +41,16 @@ void stopAll()
 void ReplacedClients::keep(std::shared_ptr<UpdateLogicFunc> client)
 {
     Clients ended;
-    const std::lock_guard lock(mutex);
+    Replaced &kept = replaced();
+    const MutexLock lock(kept.mutex);
     if (client && !client->doCheckDownloadStop()) {
-        if (clients.empty())
-            ZVPlatform::whenApplicationEnds(stopAll);
-        clients.push_back(std::move(client));
+        if (kept.clients.empty())
+            whenApplicationEnds(stopAll);
+        kept.clients.push_back(std::move(client));
     }
-    const auto firstEnded = std::partition(clients.begin(), clients.end(), [](const auto &kept) {
-        return !kept->doCheckDownloadStop();
-    });
-    std::move(firstEnded, clients.end(), std::back_inserter(ended));
-    clients.erase(firstEnded, clients.end());
+    const auto firstEnded =
+        std::partition(kept.clients.begin(), kept.clients.end(),
+                       [](const auto &one) { return !one->doCheckDownloadStop(); });
+    std::move(firstEnded, kept.clients.end(), std::back_inserter(ended));
+    kept.clients.erase(firstEnded, kept.clients.end());
 }

@@ -11,6 +11,7 @@
 #include "../platform/threads/ApplicationEnd.h"
 #include "../platform/threads/Guarded.h"
 #include "../platform/threads/MainQueue.h"
+#include "../platform/threads/Worker.h"
 #include "../preferences/UpdatePreferences.h"
 #include "../transport/HttpFunctionPost.h"
 #include "../transport/ZVMisc.h"
@@ -21,26 +22,53 @@
 #include <QDateTime>
 
 #include <atomic>
+#include <chrono>
+#include <functional>
+#include <limits>
+#include <system_error>
 
 using namespace ZVPlatform;
 
+using Kind = UpdateOutcome::Kind;
+
 namespace {
 
-// The thread that uses the shared controller.
-std::shared_ptr<ZVUpdateProc> sharedUpdateProcInstance;
+// Used by the thread that uses the shared controller.
+std::shared_ptr<ZVUpdateProc> &sharedUpdateProcInstance()
+{
+    static auto &instance = *new std::shared_ptr<ZVUpdateProc>;
+    return instance;
+}
 
 QDateTime timeZero()
 {
     return QDateTime::fromSecsSinceEpoch(0, Qt::UTC);
 }
 
-int64_t endCheck(ZVUpdateProc::Result result)
+// What a check leaves for the next one.
+void noteCheck(Kind outcome)
 {
-    const bool foundSomething = result != ZVUpdateProc::ZVNoUpdate;
+    const bool foundSomething = outcome == Kind::DownloadStarted || outcome == Kind::InstallerReady;
     UpdatePreferences::setNextCheckDate(foundSomething ? timeZero()
                                                        : QDateTime::currentDateTimeUtc());
     UpdatePreferences::synchronise();
-    return result;
+}
+
+ZVUpdateProc::Result resultFor(Kind outcome)
+{
+    switch (outcome) {
+    case Kind::DownloadStarted:
+        return ZVUpdateProc::ZVDownloadStarted;
+    case Kind::InstallerReady:
+        return ZVUpdateProc::ZVInstallerReady;
+    case Kind::NotConfigured:
+        return ZVUpdateProc::ZVNotConfigured;
+    case Kind::SwitchedOff:
+    case Kind::NotYet:
+        return ZVUpdateProc::ZVSkipped;
+    default:
+        return ZVUpdateProc::ZVNoUpdate;
+    }
 }
 
 bool isSameDigest(const std::optional<QString> &one, const std::optional<QString> &other)
@@ -48,26 +76,29 @@ bool isSameDigest(const std::optional<QString> &one, const std::optional<QString
     return one && other && one->toLower() == other->toLower();
 }
 
-bool hasDigest(const QString &path, const std::optional<QString> &digest)
-{
-    // A file that is missing has the digest of no bytes, but is not the file that was announced.
-    return Files::exists(path) && isSameDigest(ZVMisc::getFileMD5(path), digest);
-}
-
-// Whether the user's switch and the next-check date let a check happen.
-bool isTimeToCheck()
+// What keeps a check from happening now: the user's switch, or the next-check date.
+std::optional<Kind> obstacleToCheck()
 {
     if (const auto automaticUpdating = UpdatePreferences::automaticUpdating()) {
         UpdatePreferences::setNextCheckDate(timeZero());
         UpdatePreferences::synchronise();
         if (!*automaticUpdating)
-            return false;
+            return Kind::SwitchedOff;
     } else {
         UpdatePreferences::setAutomaticUpdating(true);
         UpdatePreferences::synchronise();
     }
     const auto nextCheck = UpdatePreferences::nextCheckDate();
-    return !nextCheck || *nextCheck <= QDateTime::currentDateTimeUtc();
+    return nextCheck && *nextCheck > QDateTime::currentDateTimeUtc() ? std::optional(Kind::NotYet)
+                                                                     : std::nullopt;
+}
+
+// What keeps a download from being written, of which so many bytes are still to come.
+std::optional<Kind> obstacleToDownload(const QString &path, quint64 toCome)
+{
+    if (!Files::isInWritableDirectory(path))
+        return Kind::DirectoryNotWritable;
+    return toCome > Files::room(path) ? std::optional(Kind::DiskFull) : std::nullopt;
 }
 
 void discard(const UpdateFiles &files)
@@ -75,6 +106,36 @@ void discard(const UpdateFiles &files)
     Files::remove(files.diskImagePath);
     Files::remove(files.temporaryPath);
 }
+
+// How many bytes a second have come during the last second or two.
+class DownloadRate
+{
+public:
+    uint64_t perSecond(uint64_t received)
+    {
+        const auto now = std::chrono::steady_clock::now();
+        if (received < newer_.received || older_.at == Clock::time_point())
+            older_ = newer_ = {now, received}; // Another download.
+        if (now - newer_.at >= std::chrono::seconds(1))
+            older_ = std::exchange(newer_, {now, received});
+        const auto passed = std::chrono::duration<double>(now - older_.at).count();
+        return passed > 0 ? static_cast<uint64_t>(double(received - older_.received) / passed) : 0;
+    }
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    struct Mark
+    {
+        Clock::time_point at;
+        uint64_t received = 0;
+    };
+
+    Mark older_;
+    Mark newer_;
+};
+
+constexpr std::chrono::milliseconds leastBetweenProgress(100);
 
 } // namespace
 
@@ -84,13 +145,34 @@ class ZVUpdateProc::Private
 public:
     enum class Verified { Yes, No, NotNow };
 
+    /// What is asked of a check. The call that blocks its caller keeps to what is laid down for it.
+    struct Demands
+    {
+        bool isAskedByUser = false;
+        bool looksAhead = false; // For what will keep the download from being written.
+    };
+
+    /// The outcome of a check, and what is still to be done for it: the start of the download, or
+    /// the notification.
+    struct Checked
+    {
+        UpdateOutcome outcome;
+        std::function<void()> rest = {};
+    };
+
     explicit Private(ZVUpdateProc *controller) : self(controller) {}
 
-    int64_t fetch(UpdateLogicFunc &client, const UpdateFiles &files, const QString &digest);
+    Checked check(const std::shared_ptr<UpdateLogicFunc> &client, Demands demands,
+                  const std::function<void()> &begun);
+    Checked fetch(const std::shared_ptr<UpdateLogicFunc> &client, const UpdateFiles &files,
+                  const QString &digest, Demands demands);
     Verified installVerified(LockedFile &file, const QString &diskImagePath,
-                             const std::optional<QString> &digest);
+                             const std::optional<QString> &digest,
+                             const std::function<bool()> &stopped);
+    void endCheck(const Checked &checked);
     bool isUnwanted() const;
     void scheduleFileReady(const QString &path);
+    void onMain(std::function<void(ZVUpdateProc &)> call);
     void debugLog(const QString &message) const;
 
     ZVUpdateProc *const self;
@@ -103,21 +185,29 @@ public:
     Guarded<std::optional<QString>> mSaveFileDirectory_;
     std::atomic<bool> mDebug_ = false;
     std::atomic<bool> isEnding_ = false;
+    std::atomic<bool> isProgressOnItsWay_ = false; // To the main thread.
+    std::atomic<std::chrono::steady_clock::time_point> lastProgress_{};
+
+    // The main thread's, of the check that runs in the background.
+    DownloadRate rate_;
+    std::shared_ptr<UpdateLogicFunc> checking_;
+    std::unique_ptr<Worker> worker_;
 };
 
 std::shared_ptr<ZVUpdateProc> ZVUpdateProc::getSharedZVUpdateProc()
 {
-    if (!sharedUpdateProcInstance) {
-        sharedUpdateProcInstance = std::make_shared<ZVUpdateProc>();
+    auto &instance = sharedUpdateProcInstance();
+    if (!instance) {
+        instance = std::make_shared<ZVUpdateProc>();
         whenApplicationEnds(releaseSharedZVUpdateProc);
     }
-    return sharedUpdateProcInstance;
+    return instance;
 }
 
 void ZVUpdateProc::releaseSharedZVUpdateProc()
 {
     // The variable is cleared first: the destructor runs the event loop, which may ask for it.
-    const auto released = std::exchange(sharedUpdateProcInstance, nullptr);
+    const auto released = std::exchange(sharedUpdateProcInstance(), nullptr);
 }
 
 ZVUpdateProc::ZVUpdateProc() : d_(std::make_unique<Private>(this)) {}
@@ -125,6 +215,9 @@ ZVUpdateProc::ZVUpdateProc() : d_(std::make_unique<Private>(this)) {}
 ZVUpdateProc::~ZVUpdateProc()
 {
     d_->isEnding_ = true;
+    if (d_->checking_)
+        d_->checking_->doCancel();
+    d_->worker_.reset();
     // From here on no download of this or an earlier check finds anybody to report to.
     UpdateLogicFuncDelegate::retire();
     setMCurrentDownloadUpdateLogic(nullptr);
@@ -145,37 +238,44 @@ void ZVUpdateProc::setProductID(const std::optional<QString> &productID,
 
 int64_t ZVUpdateProc::updateWithDelegate(ZVUpdateProcDelegate *delegate)
 {
-    const auto productID = mProductID();
-    const auto productVersion = mProductVersion();
-    const auto directory = mSaveFileDirectory();
-    if (!productID || !productVersion || !directory)
-        return ZVNotConfigured;
-    if (!isTimeToCheck())
-        return ZVSkipped;
+    const auto checked = d_->check(nullptr, {}, [&] { setDelegate(delegate); });
+    return resultFor(checked.outcome.kind);
+}
 
+bool ZVUpdateProc::startCheck(CheckReason reason, ZVUpdateProcDelegate *delegate)
+{
+    if (isChecking())
+        return false;
     setDelegate(delegate);
-    if (!Files::exists(*directory))
-        Files::createDirectory(*directory);
     const auto client = std::make_shared<UpdateLogicFunc>();
-    client->setDelegate(this);
-    auto former = mCurrentDownloadUpdateLogic();
-    setMCurrentDownloadUpdateLogic(client);
-    ReplacedClients::keep(std::move(former));
+    d_->checking_ = client;
+    const Private::Demands demands{reason == CheckReason::AskedByUser, true};
+    const auto end = [](const Private::Checked &checked) {
+        return [checked](ZVUpdateProc &controller) { controller.d_->endCheck(checked); };
+    };
+    try {
+        d_->worker_ = std::make_unique<Worker>(QStringLiteral("Update_Check"),
+                                               [d = d_.get(), client, demands, end] {
+                                                   d->onMain(end(d->check(client, demands, [] {})));
+                                               });
+    } catch (const std::system_error &) {
+        d_->onMain(
+            end({{Kind::BrokenOff, QStringLiteral("The system has no thread for a check.")}}));
+    }
+    return true;
+}
 
-    // The reply and the client are kept for those who ask later; the check goes on with its own.
-    const auto reply = client->doCheckUpdate(*productID, *productVersion);
-    setMLastCheckUpdateResponse(reply);
-    const QString version = reply->ZVUpdateVersion().value_or(QString());
-    const QString digest = reply->ZVMD5().value_or(QString());
-    const auto files = UpdateFiles::named(*directory, *productID, version);
-    if (!reply->ok() || version.isEmpty() || digest.isEmpty() || !files)
-        return endCheck(ZVNoUpdate);
-    d_->debugLog(QStringLiteral("checkUpdate OK ... ") + reply->debugDescription());
-    const int64_t result = d_->fetch(*client, *files, digest);
-    // Another check may have replaced the client before there was a download to keep it for.
-    if (client != mCurrentDownloadUpdateLogic())
-        ReplacedClients::keep(client);
-    return result;
+bool ZVUpdateProc::isChecking() const
+{
+    return d_->checking_ != nullptr;
+}
+
+void ZVUpdateProc::stopUpdate()
+{
+    if (d_->checking_)
+        d_->checking_->doCancel();
+    if (const auto client = mCurrentDownloadUpdateLogic())
+        client->doCancel();
 }
 
 QString ZVUpdateProc::getDefaultLangID() const
@@ -199,8 +299,10 @@ void ZVUpdateProc::downloadFinishWithFilePath(const QString &path)
     const bool debug = mDebug();
     // Stays locked until a wrong file has been removed: another process may begin its own under the
     // name as soon as it is not.
-    LockedFile file(path, [this] { return d_->isUnwanted(); });
-    const auto verified = d_->installVerified(file, UpdateFiles::diskImagePathFor(path), digest);
+    const auto stopped = [this] { return d_->isUnwanted(); };
+    LockedFile file(path, stopped);
+    const QString diskImagePath = UpdateFiles::diskImagePathFor(path);
+    const auto verified = d_->installVerified(file, diskImagePath, digest, stopped);
     if (verified == Private::Verified::NotNow) {
         const bool isStopped = d_->isUnwanted();
         HttpFunctionPost::failHere(isStopped ? networkError(NetworkError::Cancelled)
@@ -212,6 +314,7 @@ void ZVUpdateProc::downloadFinishWithFilePath(const QString &path)
         return;
     }
     if (verified == Private::Verified::Yes) {
+        d_->scheduleFileReady(diskImagePath);
         // Without a main queue the notification may have been the last owner: "this" may be gone.
         if (debug)
             systemLog(QStringLiteral("ZVUpdateProc downloadFinishWithFilePath:") + path);
@@ -224,6 +327,34 @@ void ZVUpdateProc::downloadFinishWithFilePath(const QString &path)
         systemLog(QStringLiteral("MD5 錯誤!! 重新下載"));
     }
     file.remove();
+}
+
+// The call that a busy main thread has yet to make is enough.
+void ZVUpdateProc::downloadProgressed()
+{
+    const auto now = std::chrono::steady_clock::now();
+    if (now - d_->lastProgress_.load() < leastBetweenProgress ||
+        d_->isProgressOnItsWay_.exchange(true))
+        return;
+    d_->onMain([](ZVUpdateProc &controller) {
+        Private &d = *controller.d_;
+        d.isProgressOnItsWay_ = false;
+        d.lastProgress_ = std::chrono::steady_clock::now();
+        const auto client = controller.mCurrentDownloadUpdateLogic();
+        ZVUpdateProcDelegate *host = controller.delegate();
+        if (!client || !host)
+            return;
+        const auto progress = client->doGetDownloadProgress();
+        host->updateDownloadProgressed(progress, d.rate_.perSecond(progress.received));
+    });
+}
+
+void ZVUpdateProc::downloadFailed(const UpdateOutcome &outcome)
+{
+    d_->onMain([outcome](ZVUpdateProc &controller) {
+        if (ZVUpdateProcDelegate *host = controller.delegate())
+            host->updateDownloadFailed(outcome);
+    });
 }
 
 void ZVUpdateProc::infoWindowClosedActions(uint64_t action)
@@ -323,18 +454,82 @@ void ZVUpdateProc::setMDebug(bool debug)
     d_->mDebug_ = debug;
 }
 
-// Has the offered installer on disk, or starts its download.
-int64_t ZVUpdateProc::Private::fetch(UpdateLogicFunc &client, const UpdateFiles &files,
-                                     const QString &digest)
+// One check, on the calling thread. Without a client it makes its own, and does the rest, too,
+// before it is noted for the next one.
+ZVUpdateProc::Private::Checked
+ZVUpdateProc::Private::check(const std::shared_ptr<UpdateLogicFunc> &given, Demands demands,
+                             const std::function<void()> &begun)
 {
+    const auto productID = self->mProductID();
+    const auto productVersion = self->mProductVersion();
+    const auto directory = self->mSaveFileDirectory();
+    if (!productID || !productVersion || !directory)
+        return {UpdateOutcome(Kind::NotConfigured)};
+    if (const auto obstacle = demands.isAskedByUser ? std::nullopt : obstacleToCheck())
+        return {UpdateOutcome(*obstacle)};
+
+    begun();
+    if (!Files::exists(*directory))
+        Files::createDirectory(*directory);
+    const auto client = given ? given : std::make_shared<UpdateLogicFunc>();
+    client->setDelegate(self);
+    auto former = self->mCurrentDownloadUpdateLogic();
+    self->setMCurrentDownloadUpdateLogic(client);
+    ReplacedClients::keep(std::move(former));
+
+    // The reply and the client are kept for those who ask later; the check goes on with its own.
+    const auto reply = client->doCheckUpdate(*productID, *productVersion);
+    self->setMLastCheckUpdateResponse(reply);
+    const QString version = reply->ZVUpdateVersion().value_or(QString());
+    const QString digest = reply->ZVMD5().value_or(QString());
+    const auto files = UpdateFiles::named(*directory, *productID, version);
+    Checked checked{UpdateOutcome(Kind::NothingNewer)};
+    if (const auto failure = client->lastFailure()) {
+        checked = {*failure};
+    } else if (!reply->ok()) {
+        checked.outcome.serviceMessage = reply->msg().value_or(QString());
+    } else if (version.isEmpty() || digest.isEmpty()) {
+        checked = {UpdateOutcome(Kind::NotAService, QStringLiteral("The service says that there is "
+                                                                   "an update, but not which."))};
+    } else if (!files) {
+        checked = {UpdateOutcome(Kind::UnsafeName)};
+    } else {
+        debugLog(QStringLiteral("checkUpdate OK ... ") + reply->debugDescription());
+        checked = fetch(client, *files, digest, demands);
+    }
+    if (!given && checked.rest)
+        checked.rest();
+    // Another check may have replaced the client before there was a download to keep it for.
+    if (!given && client != self->mCurrentDownloadUpdateLogic())
+        ReplacedClients::keep(client);
+    if (!demands.isAskedByUser)
+        noteCheck(checked.outcome.kind);
+    return checked;
+}
+
+// Has the offered installer on disk, or prepares its download.
+ZVUpdateProc::Private::Checked
+ZVUpdateProc::Private::fetch(const std::shared_ptr<UpdateLogicFunc> &client,
+                             const UpdateFiles &files, const QString &digest, Demands demands)
+{
+    const auto stopped = [this, &client] { return isEnding_ || client->isCancelled(); };
+    const auto ready = [this, &files] {
+        return Checked{UpdateOutcome(Kind::InstallerReady),
+                       [this, path = files.diskImagePath] { scheduleFileReady(path); }};
+    };
     const auto lastDownloadDigest = UpdatePreferences::lastDownloadDigest();
 
     // A directory is nobody's installer, but stays, and so does what has been fetched.
     if (Files::exists(files.diskImagePath) && !Files::isDirectory(files.diskImagePath)) {
-        if (hasDigest(files.diskImagePath, digest)) {
+        const QByteArray found = md5OfFile(files.diskImagePath, stopped);
+        if (stopped())
+            return {UpdateOutcome(Kind::Stopped)};
+        // A file that is missing has the digest of no bytes, but is not the file that was
+        // announced.
+        if (isSameDigest(QString::fromLatin1(found.toHex()), digest) &&
+            Files::exists(files.diskImagePath)) {
             debugLog(QStringLiteral("下載好，與線上的MD5相同"));
-            scheduleFileReady(files.diskImagePath);
-            return endCheck(ZVInstallerReady);
+            return ready();
         }
         debugLog(QStringLiteral("下載好，與線上的MD5不相同，重新下載"));
         discard(files);
@@ -349,24 +544,58 @@ int64_t ZVUpdateProc::Private::fetch(UpdateLogicFunc &client, const UpdateFiles 
         Files::remove(files.temporaryPath);
     }
 
-    const auto tokenReply = client.doGetToken();
-    if (!tokenReply->ok())
-        return endCheck(ZVNoUpdate);
+    const auto tokenReply = client->doGetToken();
+    if (!tokenReply->ok()) {
+        Checked checked{client->lastFailure().value_or(UpdateOutcome(Kind::NoToken))};
+        checked.outcome.serviceMessage = tokenReply->msg().value_or(QString());
+        return checked;
+    }
     debugLog(QStringLiteral("doGetToken OK ... ") + tokenReply->debugDescription());
 
     const QString token = tokenReply->ID().value_or(QString());
-    const uint64_t remoteSize = client.doGetFileSize(token, files.serviceFileName);
+    const uint64_t remoteSize = client->doGetFileSize(token, files.serviceFileName);
+    const bool isSizeKnown = remoteSize != 0 && remoteSize != std::numeric_limits<uint64_t>::max();
     if (remoteSize == Files::size(files.temporaryPath)) {
-        LockedFile file(files.temporaryPath, [this] { return isUnwanted(); });
-        if (installVerified(file, files.diskImagePath, digest) == Verified::Yes)
-            return endCheck(ZVInstallerReady);
+        LockedFile file(files.temporaryPath, stopped);
+        const Verified verified = installVerified(file, files.diskImagePath, digest, stopped);
+        if (verified == Verified::Yes)
+            return ready();
+        // Otherwise it stays: the download resumes it, and the service has the last word.
+        if (verified == Verified::No && demands.isAskedByUser && isSizeKnown)
+            file.remove();
+    } else if (demands.isAskedByUser && isSizeKnown &&
+               remoteSize < Files::size(files.temporaryPath)) {
+        Files::remove(files.temporaryPath);
     }
 
-    // A file of the full size but with another digest is not removed: the download resumes it, and
-    // the service has the last word.
     debugLog(QStringLiteral("fileSize ... ") + QString::number(static_cast<int64_t>(remoteSize)));
-    client.doStartDownload(token, files.serviceFileName, files.temporaryPath);
-    return endCheck(ZVDownloadStarted);
+    if (demands.looksAhead) {
+        const uint64_t present = Files::size(files.temporaryPath);
+        const uint64_t toCome = isSizeKnown && remoteSize > present ? remoteSize - present : 0;
+        if (const auto obstacle = obstacleToDownload(files.temporaryPath, toCome))
+            return {UpdateOutcome(*obstacle)};
+    }
+    const auto fullDisk = demands.looksAhead ? UpdateLogicFunc::WhenUnwritable::Stop
+                                             : UpdateLogicFunc::WhenUnwritable::GoOn;
+    return {UpdateOutcome(Kind::DownloadStarted), [client, token, files, fullDisk] {
+                client->doStartDownload(token, files.serviceFileName, files.temporaryPath,
+                                        fullDisk);
+            }};
+}
+
+// On the main thread: the check's thread is let go of, and what it has prepared begins, so that all
+// which follows is told after the outcome.
+void ZVUpdateProc::Private::endCheck(const Checked &checked)
+{
+    worker_.reset();
+    const auto client = std::exchange(checking_, nullptr);
+    const bool isStopped = client->isCancelled();
+    if (!isStopped && checked.rest)
+        checked.rest();
+    if (client != self->mCurrentDownloadUpdateLogic())
+        ReplacedClients::keep(client);
+    if (ZVUpdateProcDelegate *host = self->delegate())
+        host->updateCheckEnded(isStopped ? UpdateOutcome(Kind::Stopped) : checked.outcome);
 }
 
 // Verifies a complete temporary file and, when somebody wants to hear of it, gives it its final
@@ -374,13 +603,14 @@ int64_t ZVUpdateProc::Private::fetch(UpdateLogicFunc &client, const UpdateFiles 
 // locked, or that is not wanted any more, stays as it is, for the next check to deal with.
 ZVUpdateProc::Private::Verified
 ZVUpdateProc::Private::installVerified(LockedFile &file, const QString &diskImagePath,
-                                       const std::optional<QString> &digest)
+                                       const std::optional<QString> &digest,
+                                       const std::function<bool()> &stopped)
 {
     if (file.state() == LockedFile::State::InUse)
         return Verified::NotNow;
     if (file.state() == LockedFile::State::NotOpen)
         return Verified::No; // The digest of no bytes, but not the file that was announced.
-    const auto found = md5OfOpenFile(file.descriptor(), [this] { return isUnwanted(); });
+    const auto found = md5OfOpenFile(file.descriptor(), stopped);
     if (!found)
         return Verified::NotNow;
     if (!isSameDigest(QString::fromLatin1(found->toHex()), digest))
@@ -396,7 +626,6 @@ ZVUpdateProc::Private::installVerified(LockedFile &file, const QString &diskImag
     else if (moved == LockedFile::Moved::No)
         file.remove();
     file.close(); // A file that is open for writing cannot be started as a program.
-    scheduleFileReady(diskImagePath);
     return Verified::Yes;
 }
 
@@ -405,24 +634,33 @@ bool ZVUpdateProc::Private::isUnwanted() const
     return isEnding_ || UpdateLogicFunc::isStopRequestedHere();
 }
 
-// The notification owns the controller until it has run, unless nobody owns it by a shared pointer:
-// then it finds out whether the controller is still there. It looks its delegate up only then. A
-// controller that is being destroyed, and waits for this very call, sends none. Ownership is taken
-// only to be passed on: the last owner must not let go on the thread of a download, where a window
-// cannot be destroyed.
+// The notification owns the controller until it has been made. Ownership is taken only to be passed
+// on: the last owner must not let go on the thread of a download, where a window cannot be
+// destroyed.
 void ZVUpdateProc::Private::scheduleFileReady(const QString &path)
 {
-    const auto owner = self->weak_from_this();
-    auto owned = owner.lock();
-    const bool hasLostItsOwners = !owned && std::weak_ptr<ZVUpdateProc>().owner_before(owner);
-    if (!self->delegate() || isEnding_ || hasLostItsOwners)
+    if (!self->delegate())
         return;
-    MainQueue::async([owned = std::move(owned),
-                      unowned = DelegateRef<UpdateLogicFuncDelegate>(self), path] {
-        const auto *controller = owned ? owned.get() : static_cast<ZVUpdateProc *>(unowned.get());
-        ZVUpdateProcDelegate *host = controller ? controller->delegate() : nullptr;
-        if (host)
+    onMain([path, owned = self->weak_from_this().lock()](ZVUpdateProc &controller) {
+        if (ZVUpdateProcDelegate *host = controller.delegate())
             host->UpdateFileReady(path);
+    });
+}
+
+// Has a call made on the main thread, if the controller is still there by then. One that is being
+// destroyed, and waits for this very call, makes none.
+void ZVUpdateProc::Private::onMain(std::function<void(ZVUpdateProc &)> call)
+{
+    const auto owner = self->weak_from_this();
+    const bool isOwned = std::weak_ptr<ZVUpdateProc>().owner_before(owner);
+    if (isEnding_ || (isOwned && owner.expired()))
+        return;
+    MainQueue::async([owner, isOwned, unowned = DelegateRef<UpdateLogicFuncDelegate>(self),
+                      call = std::move(call)] {
+        const auto owned = owner.lock();
+        auto *controller = isOwned ? owned.get() : static_cast<ZVUpdateProc *>(unowned.get());
+        if (controller)
+            call(*controller);
     });
 }
 

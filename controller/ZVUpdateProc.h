@@ -94,6 +94,35 @@ public:
     /// null during a download takes that download's delegate away.
     int64_t updateWithDelegate(ZVUpdateProcDelegate *delegate);
 
+    /// Why a check is made.
+    enum class CheckReason {
+        /// It is time for one: the user's switch and the next-check date are heeded and kept up, as
+        /// by updateWithDelegate().
+        Scheduled,
+        /// The user asks for it: neither holds it back, nor is changed by it. A temporary file of
+        /// which nothing can come is discarded and the download starts over.
+        AskedByUser,
+    };
+
+    /// Starts a check on a thread of the library's, and returns at once: the delegate's
+    /// updateCheckEnded() follows in any case, once, and after a started download UpdateFileReady()
+    /// or updateDownloadFailed(). False when a check is running already, which goes on as it is.
+    ///
+    /// Unlike updateWithDelegate() these checks look whether the directory can be written to and
+    /// has room for the download before they start it, and a download ends when its disk is full.
+    /// The delegate is not owned; it hears from now on what earlier checks' downloads bring, too.
+    /// On the main thread, of a host that has an application object.
+    bool startCheck(CheckReason reason, ZVUpdateProcDelegate *delegate);
+
+    /// Whether a check that startCheck() has started has yet to tell its outcome. On the main
+    /// thread.
+    bool isChecking() const;
+
+    /// Stops a running check, whatever it is waiting for, and the latest check's download, and
+    /// returns at once; the delegate hears of their end as UpdateOutcome::Kind::Stopped, unless
+    /// that was on its way already. What has been received is kept. On the main thread.
+    void stopUpdate();
+
     /// Shows the library's own window for the update that the latest check has found: what is new,
     /// "Update", which opens the installer, and "Not now". The product's name is shown as it is.
     /// The delegate hears of the user's choice; closing the window otherwise is none. Where the
@@ -117,6 +146,8 @@ public:
 
     // From the service client, on its download's thread, and from the prompt window.
     void downloadFinishWithFilePath(const QString &path) override;
+    void downloadProgressed() override;
+    void downloadFailed(const UpdateOutcome &outcome) override;
     void infoWindowClosedActions(uint64_t action) override;
 
     ///@{

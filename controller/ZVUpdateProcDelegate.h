@@ -2,8 +2,12 @@
 
 #include "../platform/Export.h"
 #include "../platform/threads/DelegateAnchor.h"
+#include "../service/UpdateLogicFunc.h"
+#include "../service/UpdateOutcome.h"
 
 #include <QString>
+
+#include <cstdint>
 
 /// What a host hears from its update controller. Implemented by the host, which owns it; a delegate
 /// may be destroyed at any time on the main thread and is not called afterwards. All calls come on
@@ -23,4 +27,19 @@ public:
 
     /// The user declined in the prompt window.
     virtual void windowClosedCancelAction() = 0;
+
+    // Additions, for hosts that want to hear more; a host need not have them.
+
+    /// What came of a check that startCheck() has started. Once for each, in the end.
+    virtual void updateCheckEnded(const UpdateOutcome & /*outcome*/) {}
+
+    /// How far the download has come, and how many bytes a second it has made of late; 0 as long as
+    /// that cannot be said. At most ten times a second; the last call need not be that of the end.
+    virtual void updateDownloadProgressed(const UpdateDownloadProgress & /*progress*/,
+                                          uint64_t /*bytesPerSecond*/)
+    {
+    }
+
+    /// A download has ended without a file for UpdateFileReady(), and why.
+    virtual void updateDownloadFailed(const UpdateOutcome & /*outcome*/) {}
 };

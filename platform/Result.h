@@ -2,6 +2,7 @@
 
 #include <QString>
 
+#include <concepts>
 #include <optional>
 #include <utility>
 #include <variant>
@@ -26,8 +27,11 @@ class [[nodiscard]] Result
 public:
     // NOLINTNEXTLINE(google-explicit-constructor): a function returns either as it is.
     Result(T value) : either_(std::in_place_index<0>, std::move(value)) {}
+    template <std::convertible_to<E> Reason>
     // NOLINTNEXTLINE(google-explicit-constructor)
-    Result(Failure<E> failure) : either_(std::in_place_index<1>, std::move(failure.reason)) {}
+    Result(Failure<Reason> failure) : either_(std::in_place_index<1>, std::move(failure.reason))
+    {
+    }
 
     explicit operator bool() const { return either_.index() == 0; }
 
@@ -49,8 +53,11 @@ class [[nodiscard]] Result<void, E>
 {
 public:
     Result() = default;
+    template <std::convertible_to<E> Reason>
     // NOLINTNEXTLINE(google-explicit-constructor)
-    Result(Failure<E> failure) : reason_(std::move(failure.reason)) {}
+    Result(Failure<Reason> failure) : reason_(std::move(failure.reason))
+    {
+    }
 
     explicit operator bool() const { return !reason_; }
 

@@ -8,11 +8,11 @@
 #include "../platform/threads/RunLoop.h"
 #include "../transport/HttpFunctionPost.h"
 
+#include <atomic>
 #include <chrono>
 
 using namespace ZVPlatform;
-using Kind = UpdateFailure::Kind;
-using Step = UpdateFailure::Step;
+using Kind = UpdateOutcome::Kind;
 
 namespace {
 
@@ -52,8 +52,6 @@ Kind kindOf(const Error &error, int httpStatus)
             return Kind::ProxyRefused;
         case NetworkError::CertificateRefused:
             return Kind::CertificateRefused;
-        case NetworkError::ConnectionLost:
-            return Kind::BrokenOff;
         case NetworkError::TooManyRedirects:
         case NetworkError::RedirectRefused:
         case NetworkError::BadReply:
@@ -79,34 +77,44 @@ Kind kindOf(const Error &error, int httpStatus)
     return Kind::BrokenOff;
 }
 
-UpdateFailure failureOf(Step step, const HttpResponse &reply, Kind kind, const QString &sentence)
+UpdateOutcome outcomeOf(const HttpResponse &reply, Kind kind)
 {
-    return {kind, step, sentence, {}, reply.status, reply.contentType, reply.finalUrl};
+    UpdateOutcome outcome(kind);
+    outcome.httpStatus = reply.status;
+    outcome.contentType = reply.contentType;
+    outcome.finalUrl = reply.finalUrl;
+    return outcome;
 }
 
-UpdateFailure failureOf(Step step, const HttpResponse &reply, const Error &error)
+UpdateOutcome outcomeOf(const HttpResponse &reply, const Error &error)
 {
-    QString sentence = error.localizedDescription;
-    if (sentence.isEmpty())
-        sentence = QStringLiteral("The server answered with HTTP status %1.").arg(error.code);
-    UpdateFailure failure = failureOf(step, reply, kindOf(error, reply.status), sentence);
-    failure.error = error;
-    return failure;
+    UpdateOutcome outcome = outcomeOf(reply, kindOf(error, reply.status));
+    outcome.message = error.localizedDescription;
+    if (outcome.message.isEmpty())
+        outcome.message =
+            QStringLiteral("The server answered with HTTP status %1.").arg(error.code);
+    outcome.error = error;
+    return outcome;
+}
+
+std::optional<UpdateOutcome> failureOf(const HttpFunctionPost &transport)
+{
+    const auto error = transport.failure();
+    return error ? std::optional(outcomeOf(transport.lastResponse(), *error)) : std::nullopt;
 }
 
 // Why a posted command was not answered as a service does, whatever status that comes with.
-std::optional<UpdateFailure> failureOfPost(Step step, const HttpFunctionPost &transport,
+std::optional<UpdateOutcome> failureOfPost(const HttpFunctionPost &transport,
                                            const std::optional<QString> &text)
 {
     const HttpResponse reply = transport.lastResponse();
-    if (const auto error = transport.failure())
-        return failureOf(step, reply, *error);
+    if (const auto failure = failureOf(transport))
+        return failure;
     if (jsonObject(text).contains(u"ok"))
         return std::nullopt;
     if (!reply.isSuccess())
-        return failureOf(step, reply, httpError(reply.status));
-    return failureOf(step, reply, Kind::NotAService,
-                     QStringLiteral("The reply is not that of an update service."));
+        return outcomeOf(reply, httpError(reply.status));
+    return outcomeOf(reply, Kind::NotAService);
 }
 
 } // namespace
@@ -116,7 +124,19 @@ struct UpdateLogicFunc::Private
     Guarded<std::shared_ptr<HttpFunctionPost>> mDownload_;
     Guarded<QString> mBaseURL_{baseURL()};
     Guarded<DelegateRef<UpdateLogicFuncDelegate>> delegate_;
-    Guarded<std::optional<UpdateFailure>> failure_; // Of the latest command.
+    Guarded<std::optional<UpdateOutcome>> failure_; // Of the latest command.
+    Guarded<std::shared_ptr<HttpFunctionPost>> command_;
+    std::atomic<bool> isCancelled_ = false;
+
+    // A transport for one command, which a cancellation finds, whenever that comes.
+    std::shared_ptr<HttpFunctionPost> commandTransport()
+    {
+        const auto transport = HttpFunctionPost::getPost(mBaseURL_.get(), nullptr);
+        command_.set(transport);
+        if (isCancelled_)
+            transport->cancel();
+        return transport;
+    }
 };
 
 UpdateLogicFunc::UpdateLogicFunc() : d_(std::make_unique<Private>()) {}
@@ -139,42 +159,44 @@ UpdateLogicFunc::~UpdateLogicFunc()
 std::shared_ptr<CheckUpdateResponse> UpdateLogicFunc::doCheckUpdate(const QString &productID,
                                                                     const QString &productVersion)
 {
-    const auto transport = HttpFunctionPost::getPost(mBaseURL(), nullptr);
+    const auto transport = d_->commandTransport();
     const auto reply = transport->DoPost(checkCommand(productID, productVersion), std::nullopt);
-    d_->failure_.set(failureOfPost(Step::Check, *transport, reply));
+    d_->failure_.set(failureOfPost(*transport, reply));
     return CheckUpdateResponse::getFromJson(reply);
 }
 
 std::shared_ptr<BaseResponse> UpdateLogicFunc::doGetToken()
 {
-    const auto transport = HttpFunctionPost::getPost(mBaseURL(), nullptr);
+    const auto transport = d_->commandTransport();
     const auto reply = transport->DoPost(QStringLiteral("cmd=gettoken"), std::nullopt);
     auto record = std::make_shared<BaseResponse>(reply);
-    auto failure = failureOfPost(Step::Token, *transport, reply);
+    auto failure = failureOfPost(*transport, reply);
     if (!failure && !record->ok())
-        failure = failureOf(Step::Token, transport->lastResponse(), Kind::NoToken,
-                            QStringLiteral("The service hands out no download token."));
+        failure = outcomeOf(transport->lastResponse(), Kind::NoToken);
     d_->failure_.set(failure);
     return record;
 }
 
 uint64_t UpdateLogicFunc::doGetFileSize(const QString &token, const QString &fileName)
 {
-    const auto transport = HttpFunctionPost::getPost(mBaseURL(), nullptr);
+    const auto transport = d_->commandTransport();
     const uint64_t size = transport->getFileSize(downloadCommand(token, fileName));
     const HttpResponse reply = transport->lastResponse();
-    auto error = transport->failure();
-    if (!error && !reply.isSuccess())
-        error = httpError(reply.status);
-    d_->failure_.set(error ? std::optional(failureOf(Step::Size, reply, *error)) : std::nullopt);
+    auto failure = failureOf(*transport);
+    if (!failure && !reply.isSuccess())
+        failure = outcomeOf(reply, httpError(reply.status));
+    d_->failure_.set(failure);
     return size;
 }
 
 int64_t UpdateLogicFunc::doStartDownload(const QString &token, const QString &fileName,
-                                         const QString &localPath)
+                                         const QString &localPath, WhenUnwritable whenUnwritable)
 {
     const auto transport = HttpFunctionPost::getPost(mBaseURL(), this);
+    transport->setStopsWhenUnwritable(whenUnwritable == Stop);
     d_->mDownload_.set(transport);
+    if (d_->isCancelled_)
+        transport->cancel();
     transport->DoDownloadAsync(downloadCommand(token, fileName), localPath);
     return 1;
 }
@@ -192,19 +214,29 @@ int64_t UpdateLogicFunc::doStopDownload()
     return 1;
 }
 
+void UpdateLogicFunc::doCancel()
+{
+    d_->isCancelled_ = true;
+    for (const auto &transport : {d_->command_.get(), mDownload()}) {
+        if (transport)
+            transport->cancel();
+    }
+}
+
+bool UpdateLogicFunc::isCancelled() const
+{
+    return d_->isCancelled_;
+}
+
 bool UpdateLogicFunc::isStopRequestedHere()
 {
     return HttpFunctionPost::isStopRequestedHere();
 }
 
-std::optional<UpdateFailure> UpdateLogicFunc::lastFailure() const
+std::optional<UpdateOutcome> UpdateLogicFunc::lastFailure() const
 {
     const auto download = mDownload();
-    if (!download)
-        return d_->failure_.get();
-    const auto error = download->failure();
-    return error ? std::optional(failureOf(Step::Download, download->lastResponse(), *error))
-                 : std::nullopt;
+    return download ? failureOf(*download) : d_->failure_.get();
 }
 
 UpdateDownloadProgress UpdateLogicFunc::doGetDownloadProgress() const
@@ -212,7 +244,7 @@ UpdateDownloadProgress UpdateLogicFunc::doGetDownloadProgress() const
     UpdateDownloadProgress progress;
     if (const auto download = mDownload()) {
         if (const auto failure = lastFailure())
-            progress.failure = failure->sentence;
+            progress.failure = failure->message;
         progress.received = download->downloadedBytes();
         progress.resumedAt = download->resumedAt();
         if (const int64_t expected = download->expectedBytes(); expected >= 0)
@@ -272,4 +304,17 @@ void UpdateLogicFunc::downloadFinishWithFilePath(const QString &path)
 void UpdateLogicFunc::downloadFinishWithError(const Error &error)
 {
     systemLog(QStringLiteral("download Finish Error: ") + error.debugDescription());
+}
+
+void UpdateLogicFunc::downloadProgressed()
+{
+    d_->delegate_.get().call(
+        [](UpdateLogicFuncDelegate &delegate) { delegate.downloadProgressed(); });
+}
+
+void UpdateLogicFunc::downloadEnded(const HttpFunctionPost &transport)
+{
+    if (const auto failure = failureOf(transport))
+        d_->delegate_.get().call(
+            [&](UpdateLogicFuncDelegate &delegate) { delegate.downloadFailed(*failure); });
 }

@@ -4,8 +4,8 @@
 #include "../transport/HttpFunctionPostDelegate.h"
 #include "BaseResponse.h"
 #include "CheckUpdateResponse.h"
-#include "UpdateFailure.h"
 #include "UpdateLogicFuncDelegate.h"
+#include "UpdateOutcome.h"
 
 #include <QString>
 
@@ -62,10 +62,16 @@ public:
     /// service does not say.
     uint64_t doGetFileSize(const QString &token, const QString &fileName);
 
+    /// What a download does when a piece cannot be written, as on a full disk.
+    enum WhenUnwritable {
+        GoOn, ///< Lose the piece and go on.
+        Stop, ///< Stop.
+    };
+
     /// Starts downloading an update file to a local path in the background, resuming what is there,
     /// and returns 1 at once. A download that is already running goes on beside it.
-    int64_t doStartDownload(const QString &token, const QString &fileName,
-                            const QString &localPath);
+    int64_t doStartDownload(const QString &token, const QString &fileName, const QString &localPath,
+                            WhenUnwritable whenUnwritable = GoOn);
 
     /// Whether no download is running. True before the first; once true after a download, its end
     /// has been reported and dealt with.
@@ -75,13 +81,19 @@ public:
     /// download that has not begun its transfer yet is not stopped: ask again.
     int64_t doStopDownload();
 
+    /// Ends whatever this client is doing, a command in the middle as well as a download that has
+    /// not begun its transfer yet, and all that it is asked for later, as stopped. Returns at once.
+    void doCancel();
+    /// Whether doCancel() has been called.
+    bool isCancelled() const;
+
     /// Whether the calling thread is telling a delegate of a finished download that was asked to
     /// stop meanwhile: then what the delegate does with the file is not wanted any more.
     static bool isStopRequestedHere();
 
     /// Why the current or last download failed or, before the first, the latest command; absent
     /// when it did not. Of a download the last word is there once doCheckDownloadStop() holds.
-    std::optional<UpdateFailure> lastFailure() const;
+    std::optional<UpdateOutcome> lastFailure() const;
 
     /// How far the current or last download has come.
     UpdateDownloadProgress doGetDownloadProgress() const;
@@ -112,6 +124,8 @@ public:
     // From the transport.
     void downloadFinishWithFilePath(const QString &path) override;
     void downloadFinishWithError(const ZVPlatform::Error &error) override;
+    void downloadProgressed() override;
+    void downloadEnded(const HttpFunctionPost &transport) override;
 
 private:
     struct ZVUPDATE_NO_EXPORT Private;

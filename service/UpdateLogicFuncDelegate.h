@@ -2,6 +2,7 @@
 
 #include "../platform/Export.h"
 #include "../platform/threads/DelegateAnchor.h"
+#include "UpdateOutcome.h"
 
 #include <QString>
 
@@ -16,4 +17,10 @@ public:
     /// The download succeeded; the file at path holds what was received, not yet verified. A
     /// download that fails is only logged.
     virtual void downloadFinishWithFilePath(const QString &path) = 0;
+
+    /// The download has brought bytes: see doGetDownloadProgress(). Called for each piece.
+    virtual void downloadProgressed() {}
+
+    /// The download has failed or was stopped, or its file was found to be of no use.
+    virtual void downloadFailed(const UpdateOutcome & /*outcome*/) {}
 };

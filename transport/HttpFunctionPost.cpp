@@ -69,7 +69,7 @@ public:
     {
         if (!hasFinished_)
             transport_->fail(networkError(NetworkError::Cancelled));
-        transport_->mThreadEnded_ = 1;
+        end();
     }
 
     FileReceiver(const FileReceiver &) = delete;
@@ -109,6 +109,10 @@ public:
         }
         const auto appended = file_.append(bytes);
         transport_->downloadedBytes_ += static_cast<uint64_t>(bytes.size());
+        if (appended && file_.loss() && transport_->stopsWhenUnwritable_)
+            return Failure{*file_.loss()};
+        transport_->report(
+            [](HttpFunctionPostDelegate &delegate) { delegate.downloadProgressed(); });
         return appended;
     }
 
@@ -122,21 +126,42 @@ public:
         else if (!result)
             transport_->fail(result.error());
 
-        transport_->report([&](HttpFunctionPostDelegate &delegate) {
-            if (result && response_.isSuccess())
-                delegate.downloadFinishWithFilePath(path());
-            else if (response_.isSuccess() && passesErrors_)
-                delegate.downloadFinishWithError(result.error());
-            else // A connection never says more than the status it got, even that of a success.
-                delegate.downloadFinishWithError(httpError(response_.status));
-        });
+        if (result && response_.isSuccess())
+            reportFile();
+        else if (response_.isSuccess() && passesErrors_)
+            reportError(result.error());
+        else // A connection never says more than the status it got, even when that is a success.
+            reportError(httpError(response_.status));
         if (!result && !passesErrors_ && result.error().domain == QLatin1String(fileErrorDomain))
             systemLog(result.error().localizedDescription);
-        transport_->mThreadEnded_ = 1;
+        end();
     }
 
 private:
     QString path() const { return transport_->mCancelDownloadTempFile().value_or(QString()); }
+
+    // Whoever hears of it last may start another download.
+    void end()
+    {
+        if (std::exchange(hasEnded_, true))
+            return;
+        transport_->report(
+            [this](HttpFunctionPostDelegate &delegate) { delegate.downloadEnded(*transport_); });
+        transport_->mThreadEnded_ = 1;
+    }
+
+    void reportFile()
+    {
+        transport_->report([this](HttpFunctionPostDelegate &delegate) {
+            delegate.downloadFinishWithFilePath(path());
+        });
+    }
+
+    void reportError(const Error &error)
+    {
+        transport_->report(
+            [&](HttpFunctionPostDelegate &delegate) { delegate.downloadFinishWithError(error); });
+    }
 
     const std::shared_ptr<HttpFunctionPost> transport_;
     PartialFile file_;
@@ -144,6 +169,7 @@ private:
     HttpResponse response_;
     qint64 unwanted_ = 0; // Bytes of a reply that is no success.
     bool hasFinished_ = false;
+    bool hasEnded_ = false;
     bool fits_ = false; // Whether the announced length does into the room there was.
 };
 
@@ -170,18 +196,18 @@ std::optional<QString> HttpFunctionPost::DoPost(const QString &params,
     if (sealed.isEmpty())
         return QString();
 
-    const auto reply = sendSynchronously({HttpMethod::Post,
-                                          sealedUrl(sealed),
-                                          {{"Connection", "Keep-Alive"},
-                                           {"Content-Type", "application/x-www-form-urlencoded"},
-                                           {"Content-Length", "0"}},
-                                          commandTimeLimit});
-    noteReply(reply);
-    if (!reply) {
-        systemLog(QStringLiteral("connect error: ") + reply.error().localizedDescription);
+    HttpReply reply;
+    const auto result = command({HttpMethod::Post,
+                                 sealedUrl(sealed),
+                                 {{"Connection", "Keep-Alive"},
+                                  {"Content-Type", "application/x-www-form-urlencoded"},
+                                  {"Content-Length", "0"}}},
+                                reply);
+    if (!result) {
+        systemLog(QStringLiteral("connect error: ") + result.error().localizedDescription);
         return std::nullopt;
     }
-    return textFromUtf8(reply->body);
+    return textFromUtf8(reply.body);
 }
 
 uint64_t HttpFunctionPost::getFileSize(const QString &params)
@@ -190,10 +216,10 @@ uint64_t HttpFunctionPost::getFileSize(const QString &params)
     if (sealed.isEmpty())
         return 0;
 
-    const auto reply =
-        sendSynchronously({HttpMethod::Head, sealedUrl(sealed), {}, commandTimeLimit});
-    noteReply(reply);
-    return reply ? static_cast<uint64_t>(reply->response.expectedContentLength) : 0;
+    HttpReply reply;
+    return command({HttpMethod::Head, sealedUrl(sealed)}, reply)
+               ? static_cast<uint64_t>(reply.response.expectedContentLength)
+               : 0;
 }
 
 int64_t HttpFunctionPost::DoDownloadAsync(const QString &params, const QString &localFilePath)
@@ -248,6 +274,8 @@ void HttpFunctionPost::startSession(const HttpRequest &request, PartialFile file
         session, delivery);
     currentSession_.set(session);
     currentDownloadTask_.set(task);
+    if (isCancelled_)
+        threadStop();
     task->resume();
 }
 
@@ -263,7 +291,10 @@ void HttpFunctionPost::startConnection(const HttpRequest &request, PartialFile f
                 request, receiver, std::make_shared<SerialQueue>(QStringLiteral("URL_Connection")),
                 delivery);
             currentConnection_.set(connection);
-            connection->resume();
+            if (isCancelled_)
+                threadStop();
+            else
+                connection->resume();
         });
 }
 
@@ -300,10 +331,28 @@ void HttpFunctionPost::fail(const Error &error)
         failure_.set(error);
 }
 
-void HttpFunctionPost::noteReply(const Result<HttpReply, Error> &reply)
+// The flag is looked at when there is something to be cancelled, here as where transfers start, and
+// set before that is looked for.
+Result<void, Error> HttpFunctionPost::command(HttpRequest request, HttpReply &reply)
 {
-    lastResponse_.set(reply ? reply->response : HttpResponse());
-    failure_.set(reply ? std::nullopt : std::optional(reply.error()));
+    request.timeLimit = commandTimeLimit;
+    const auto exchange = std::make_shared<HttpExchange>(std::move(request));
+    command_.set(exchange);
+    if (isCancelled_)
+        exchange->cancel();
+    auto result = sendSynchronously(*exchange, reply);
+    command_.set(nullptr);
+    lastResponse_.set(reply.response);
+    failure_.set(result ? std::nullopt : std::optional(result.error()));
+    return result;
+}
+
+void HttpFunctionPost::cancel()
+{
+    isCancelled_ = true;
+    if (const auto exchange = command_.get())
+        exchange->cancel();
+    threadStop();
 }
 
 bool HttpFunctionPost::isThreadStop() const

@@ -64,6 +64,14 @@ public:
     /// stopped.
     int64_t threadStop();
 
+    /// Ends a command that is running, a download, also before its transfer has begun, and every
+    /// later one, as cancelled. Returns at once. Any thread.
+    void cancel();
+
+    /// Whether a download ends when a piece cannot be written; otherwise the piece is lost. To be
+    /// set before it starts.
+    void setStopsWhenUnwritable(bool stops) { stopsWhenUnwritable_ = stops; }
+
     /// Whether a download was started and is over, its delegate's call included.
     bool isThreadStop() const;
 
@@ -130,7 +138,8 @@ private:
 
     QString sealedUrl(const QString &sealed) const { return mUrl() + sealed; }
     void fail(const ZVPlatform::Error &error);
-    void noteReply(const ZVPlatform::Result<ZVPlatform::HttpReply, ZVPlatform::Error> &reply);
+    ZVPlatform::Result<void, ZVPlatform::Error> command(ZVPlatform::HttpRequest request,
+                                                        ZVPlatform::HttpReply &reply);
     void endWithoutThread(const QString &localFilePath);
     void startSession(const ZVPlatform::HttpRequest &request, ZVPlatform::PartialFile file);
     void startConnection(const ZVPlatform::HttpRequest &request, ZVPlatform::PartialFile file);
@@ -150,6 +159,9 @@ private:
 
     std::atomic<bool> usesConnection_ =
         false; // As the host had it when the download was asked for.
+    std::atomic<bool> isCancelled_ = false;
+    std::atomic<bool> stopsWhenUnwritable_ = false;
+    ZVPlatform::Guarded<std::shared_ptr<ZVPlatform::HttpExchange>> command_; // While it runs.
     std::atomic<uint64_t> resumedAt_ = 0;
     std::atomic<uint64_t> downloadedBytes_ = 0;
     std::atomic<int64_t> expectedBytes_ = -1;

@@ -27,11 +27,10 @@ using namespace ZVPlatform;
 
 namespace {
 
-// The bundle of the first language that the user prefers and the library has; the library's own
-// bundle when there is none, and then the keys themselves are the texts.
-Bundle languageBundle()
+// The bundle of the first language that the user prefers and a bundle has; the bundle itself when
+// there is none, and then the keys themselves are the texts.
+Bundle languageBundle(const Bundle &base)
 {
-    const Bundle base = Bundle::framework();
     const QStringList localizations = base.localizations();
     const QStringList preferred = preferredLanguages();
     for (const QString &language : preferred) {
@@ -83,8 +82,8 @@ void scrollByKeys(QDialog *window, QScrollBar *bar)
 /// The parts of the window, and what is shown in them.
 struct UpdateInfoWindowController::Private
 {
-    Private(UpdateInfoWindowController *controller, QString windowNibName)
-        : self(controller), windowNibName_(std::move(windowNibName))
+    Private(UpdateInfoWindowController *controller, QString windowNibName, Bundle bundle)
+        : self(controller), windowNibName_(std::move(windowNibName)), bundle_(std::move(bundle))
     {
     }
 
@@ -94,6 +93,7 @@ struct UpdateInfoWindowController::Private
 
     UpdateInfoWindowController *const self;
     const QString windowNibName_;
+    const Bundle bundle_;
     bool isLoaded_ = false; // Or it has been tried; it is not tried again.
     QPointer<QDialog> window_;
     QPointer<QPushButton> updateButton_;
@@ -109,8 +109,10 @@ struct UpdateInfoWindowController::Private
     DelegateRef<UpdateInfoWindowControllerDelegate> delegate_;
 };
 
-UpdateInfoWindowController::UpdateInfoWindowController(const QString &windowNibName)
-    : d_(std::make_unique<Private>(this, windowNibName))
+UpdateInfoWindowController::UpdateInfoWindowController(const QString &windowNibName,
+                                                       const std::optional<QString> &bundlePath)
+    : d_(std::make_unique<Private>(this, windowNibName,
+                                   bundlePath ? Bundle(*bundlePath) : Bundle::framework()))
 {
 }
 
@@ -131,7 +133,7 @@ QDialog *UpdateInfoWindowController::window()
 
 void UpdateInfoWindowController::reloadWindow()
 {
-    const Bundle bundle = languageBundle();
+    const Bundle bundle = languageBundle(d_->bundle_);
     const auto localized = [&bundle](const char *key) {
         return bundle.localizedString(QString::fromLatin1(key), QStringLiteral("Localizable"));
     };
@@ -330,7 +332,7 @@ void UpdateInfoWindowController::setUpdateTitleTextField(QLabel *field)
 // Connects what the layout holds; a part that it lacks stays null.
 void UpdateInfoWindowController::Private::loadWindow()
 {
-    const auto layout = Bundle::framework().pathForResource(windowNibName_, QStringLiteral("ui"));
+    const auto layout = bundle_.pathForResource(windowNibName_, QStringLiteral("ui"));
     if (layout)
         window_ = WindowLayout::load(
             *layout,

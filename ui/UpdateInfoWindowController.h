@@ -49,9 +49,10 @@ class ZVUPDATE_EXPORT UpdateInfoWindowController final : public QObject
     ///@}
 
 public:
-    /// Takes the name of a layout in the library's bundle. The layout is loaded on the first call
-    /// of window().
-    explicit UpdateInfoWindowController(const QString &windowNibName);
+    /// Takes the name of a layout, and the folder that holds it and the texts: the bundle that is
+    /// built into the library, unless named. The layout is loaded on the first call of window().
+    explicit UpdateInfoWindowController(const QString &windowNibName,
+                                        const std::optional<QString> &bundlePath = std::nullopt);
 
     /// Takes the window off the screen, without telling the delegate.
     ~UpdateInfoWindowController() override;

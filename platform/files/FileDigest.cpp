@@ -66,14 +66,14 @@ QByteArray digestOfNothing()
 
 } // namespace
 
-QByteArray md5OfFile(const QString &path)
+QByteArray md5OfFile(const QString &path, const std::function<bool()> &stopped)
 {
     QFile file(path);
     // Only a regular file is opened: opening a pipe would wait for its other end.
     if (path.contains(QChar(QChar::Null)) || !QFileInfo(path).isFile() ||
         !file.open(QIODevice::ReadOnly))
         return digestOfNothing();
-    const auto digest = md5OfOpenFile(file.handle(), [] { return false; });
+    const auto digest = md5OfOpenFile(file.handle(), stopped);
     return digest && !digest->isEmpty() ? *digest : digestOfNothing();
 }
 
@@ -92,7 +92,7 @@ std::optional<QByteArray> md5OfOpenFile(int descriptor, const std::function<bool
     if (!piece)
         return std::nullopt;
     for (size_t offset = 0; offset < size;) {
-        if (stopped())
+        if (stopped && stopped())
             return std::nullopt;
         const ssize_t got = pread(descriptor, piece.get(), std::min(pieceSize, size - offset),
                                   static_cast<off_t>(offset));

@@ -10,8 +10,9 @@ namespace ZVPlatform {
 
 /// The MD5 digest (16 bytes) of a file. One that is missing or cannot be read to its end counts as
 /// empty. Of a file of 4 GiB or more only the first (size modulo 2^32) bytes count: the service
-/// computes its digests with a 32-bit length, too. Reads the whole file on the calling thread.
-QByteArray md5OfFile(const QString &path);
+/// computes its digests with a 32-bit length, too. Reads the whole file on the calling thread,
+/// unless stopped() holds meanwhile; the digest is of no use then.
+QByteArray md5OfFile(const QString &path, const std::function<bool()> &stopped = {});
 
 /// The same of a regular file that is open for reading, wherever its names lead by now, but empty
 /// when it cannot be read to its end. Asks stopped() again and again; absent once that holds, or

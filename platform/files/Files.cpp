@@ -74,6 +74,12 @@ quint64 Files::size(const QString &path)
     return S_ISREG(status.st_mode) ? static_cast<quint64>(status.st_size) : 0;
 }
 
+bool Files::isInWritableDirectory(const QString &path)
+{
+    const QFileInfo directory(QFileInfo(path).path());
+    return directory.isDir() && directory.isWritable() && directory.isExecutable();
+}
+
 quint64 Files::room(const QString &path)
 {
     struct statvfs status = {};

@@ -41,6 +41,9 @@ public:
     /// The size in bytes of a regular file; 0 when there is none.
     static quint64 size(const QString &path);
 
+    /// Whether the directory of a path is there and may be written to.
+    static bool isInWritableDirectory(const QString &path);
+
     /// The bytes that the user may still write to the file system of a path's directory; the
     /// largest number when that cannot be learnt.
     static quint64 room(const QString &path);

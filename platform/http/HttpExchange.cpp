@@ -146,14 +146,14 @@ Result<void, Error> HttpExchange::converse(HttpReceiver &receiver)
 
 void HttpExchange::setRunning(HttpHandle *handle)
 {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     running_ = handle;
 }
 
 void HttpExchange::cancel()
 {
     cancelled_ = true;
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     if (running_)
         curl_multi_wakeup(running_->multi);
 }

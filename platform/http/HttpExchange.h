@@ -1,13 +1,13 @@
 #pragma once
 
 #include "../Error.h"
+#include "../Mutex.h"
 #include "../Result.h"
 #include "HttpRequest.h"
 
 #include <QByteArray>
 
 #include <atomic>
-#include <mutex>
 
 namespace ZVPlatform {
 
@@ -75,8 +75,8 @@ private:
     const HttpRequest request_;
 
     std::atomic<bool> cancelled_ = false;
-    std::mutex mutex_;
-    HttpHandle *running_ = nullptr; // Guarded by mutex_.
+    Mutex mutex_;
+    HttpHandle *running_ ZVUPDATE_GUARDED_BY(mutex_) = nullptr;
 };
 
 } // namespace ZVPlatform

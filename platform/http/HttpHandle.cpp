@@ -1,6 +1,7 @@
 #include "HttpHandle.h"
 
-#include <mutex>
+#include "../Mutex.h"
+
 #include <utility>
 #include <vector>
 
@@ -14,15 +15,14 @@ constexpr size_t mostIdleHandles = 4;
 
 struct Pool
 {
-    std::mutex mutex;
-    std::vector<std::unique_ptr<HttpHandle>> idle; // Guarded by mutex.
+    Mutex mutex;
+    std::vector<std::unique_ptr<HttpHandle>> idle ZVUPDATE_GUARDED_BY(mutex);
 };
 
 Pool &pool()
 {
-    // Never destroyed: an exchange may still be running when the process is on its way out.
-    static Pool *instance = new Pool;
-    return *instance;
+    static Pool &instance = *new Pool;
+    return instance;
 }
 
 void initialiseCurl()
@@ -64,7 +64,7 @@ bool HttpHandle::hasUnaskedInput() const
 std::unique_ptr<HttpHandle> HttpHandlePool::take()
 {
     {
-        const std::lock_guard lock(pool().mutex);
+        const MutexLock lock(pool().mutex);
         while (!pool().idle.empty()) {
             auto handle = std::move(pool().idle.back());
             pool().idle.pop_back();
@@ -78,7 +78,7 @@ std::unique_ptr<HttpHandle> HttpHandlePool::take()
 void HttpHandlePool::giveBack(std::unique_ptr<HttpHandle> handle)
 {
     curl_easy_reset(handle->easy);
-    const std::lock_guard lock(pool().mutex);
+    const MutexLock lock(pool().mutex);
     if (pool().idle.size() < mostIdleHandles)
         pool().idle.push_back(std::move(handle));
 }

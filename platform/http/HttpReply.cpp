@@ -2,8 +2,6 @@
 
 #include "../KnownErrors.h"
 
-#include <utility>
-
 namespace ZVPlatform {
 
 namespace {
@@ -12,11 +10,13 @@ constexpr qsizetype largestBody = 2 * 1024 * 1024; // bytes
 
 } // namespace
 
-Result<HttpReply, Error> sendSynchronously(const HttpRequest &request)
+Result<void, Error> sendSynchronously(HttpExchange &exchange, HttpReply &reply)
 {
     class Memory : public HttpReceiver
     {
     public:
+        explicit Memory(HttpReply &into) : reply(into) {}
+
         void didReceiveResponse(const HttpResponse &response) override
         {
             reply.response = response;
@@ -32,15 +32,13 @@ Result<HttpReply, Error> sendSynchronously(const HttpRequest &request)
 
         void didFinish(const Result<void, Error> &finished) override { result = finished; }
 
-        HttpReply reply;
+        HttpReply &reply;
         Result<void, Error> result;
     };
 
-    Memory memory;
-    HttpExchange(request).run(memory);
-    if (!memory.result)
-        return Failure{memory.result.error()};
-    return std::move(memory.reply);
+    Memory memory(reply);
+    exchange.run(memory);
+    return memory.result;
 }
 
 } // namespace ZVPlatform

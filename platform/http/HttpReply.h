@@ -6,15 +6,15 @@
 
 namespace ZVPlatform {
 
-/// The whole reply of an exchange that was run into memory.
+/// The reply of an exchange that was run into memory.
 struct HttpReply
 {
     HttpResponse response;
     QByteArray body;
 };
 
-/// Runs an exchange on the calling thread, without running its event loop. A body of more than
-/// 2 MiB is a failure.
-Result<HttpReply, Error> sendSynchronously(const HttpRequest &request);
+/// Runs an exchange into memory on the calling thread, without running its event loop. A body of
+/// more than 2 MiB is a failure. After a failure the reply is what had come by then.
+Result<void, Error> sendSynchronously(HttpExchange &exchange, HttpReply &reply);
 
 } // namespace ZVPlatform

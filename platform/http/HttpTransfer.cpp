@@ -1,14 +1,13 @@
 #include "HttpTransfer.h"
 
 #include "../KnownErrors.h"
+#include "../Mutex.h"
 #include "../threads/MainQueue.h"
 #include "../threads/SerialQueue.h"
 
 #include <QScopeGuard>
 
-#include <condition_variable>
 #include <functional>
-#include <mutex>
 #include <utility>
 
 namespace ZVPlatform {
@@ -45,11 +44,11 @@ public:
     void cancel()
     {
         if (delivery_ == Delivery::MainThread) {
-            const std::lock_guard lock(delivering_);
+            const MutexLock lock(delivering_);
             silent_ = true;
         }
         {
-            const std::lock_guard lock(mutex_);
+            const MutexLock lock(mutex_);
             cancelled_ = true;
         }
         changed_.notify_all();
@@ -91,7 +90,7 @@ private:
         ~Ticket()
         {
             {
-                const std::lock_guard lock(run_->mutex_);
+                const MutexLock lock(run_->mutex_);
                 run_->inDelivery_ = false;
             }
             run_->changed_.notify_all();
@@ -109,12 +108,12 @@ private:
     void make(const Call &call)
     {
         std::shared_ptr<HttpReceiver> receiver; // Goes after the lock.
-        const std::lock_guard lock(delivering_);
+        const MutexLock lock(delivering_);
         if (silent_)
             return;
         receiver = receiver_; // Which may cancel the transfer, and be let go by it.
         const Done answer = call(*receiver);
-        const std::lock_guard state(mutex_);
+        const MutexLock state(mutex_);
         answer_ = answer;
     }
 
@@ -124,7 +123,7 @@ private:
     {
         const Failure unheard{networkError(NetworkError::Cancelled)};
         {
-            const std::lock_guard lock(mutex_);
+            const MutexLock lock(mutex_);
             if (cancelled_)
                 return unheard;
             inDelivery_ = true;
@@ -132,8 +131,9 @@ private:
         }
         MainQueue::async(
             [ticket = std::make_shared<Ticket>(shared_from_this()), call] { ticket->make(call); });
-        std::unique_lock lock(mutex_);
-        changed_.wait(lock, [this] { return !inDelivery_ || cancelled_; });
+        MutexLock lock(mutex_);
+        while (inDelivery_ && !cancelled_)
+            changed_.wait(lock);
         return inDelivery_ ? unheard : answer_;
     }
 
@@ -142,7 +142,7 @@ private:
     void letReceiverGo()
     {
         std::shared_ptr<HttpReceiver> receiver;
-        const std::lock_guard lock(delivering_);
+        const MutexLock lock(delivering_);
         silent_ = true;
         receiver.swap(receiver_);
     }
@@ -151,16 +151,16 @@ private:
     const Delivery delivery_;
 
     // Held during each call on the main thread. Recursive, since the receiver may cancel.
-    std::recursive_mutex delivering_;
-    bool silent_ = false;                    // Guarded by delivering_.
-    std::shared_ptr<HttpReceiver> receiver_; // The queue's thread; guarded when delivered.
+    RecursiveMutex delivering_;
+    bool silent_ ZVUPDATE_GUARDED_BY(delivering_) = false;
+    // Of the queue's thread alone, or used under delivering_ when the main thread makes the calls.
+    std::shared_ptr<HttpReceiver> receiver_;
 
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    // Guarded by mutex_.
-    bool inDelivery_ = false;
-    bool cancelled_ = false;
-    Done answer_;
+    Mutex mutex_;
+    Condition changed_;
+    bool inDelivery_ ZVUPDATE_GUARDED_BY(mutex_) = false;
+    bool cancelled_ ZVUPDATE_GUARDED_BY(mutex_) = false;
+    Done answer_ ZVUPDATE_GUARDED_BY(mutex_);
 };
 
 HttpTransfer::HttpTransfer(HttpRequest request, std::shared_ptr<HttpReceiver> receiver,

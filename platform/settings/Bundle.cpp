@@ -17,24 +17,12 @@ namespace {
 
 constexpr QLatin1String localizationSuffix(".lproj");
 
-// Main thread only.
-QString &frameworkPath()
-{
-    static QString path = QStringLiteral(":/ZVUpdate");
-    return path;
-}
-
 } // namespace
 
 Bundle Bundle::framework()
 {
     initialiseResources();
-    return Bundle(frameworkPath());
-}
-
-void Bundle::setFrameworkPath(const QString &path)
-{
-    frameworkPath() = path;
+    return Bundle(QStringLiteral(":/ZVUpdate"));
 }
 
 QStringList Bundle::localizations() const

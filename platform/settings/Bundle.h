@@ -15,9 +15,6 @@ public:
     /// The bundle of this library, which is built into it.
     static Bundle framework();
 
-    /// Puts a folder in its place; nothing restores it. For tests, main thread only.
-    static void setFrameworkPath(const QString &path);
-
     explicit Bundle(const QString &path) : path_(path) {}
 
     /// The identifiers of the languages that have a folder.

@@ -1,5 +1,6 @@
 #include "Preferences.h"
 
+#include "../Mutex.h"
 #include "SystemLog.h"
 #include "Text.h"
 
@@ -11,7 +12,6 @@
 #include <QVariant>
 
 #include <chrono>
-#include <mutex>
 #include <utility>
 
 #include <sys/stat.h>
@@ -22,10 +22,10 @@ namespace {
 
 // To write the settings takes milliseconds. A lock that is older and that nobody holds was left by
 // a process that has been killed, perhaps before it had written into the lock whose it is.
-constexpr std::chrono::milliseconds leftLockAge(1000);
+constexpr std::chrono::milliseconds staleLockAge(1000);
 constexpr std::chrono::milliseconds longestSettingsWait(1500);
 
-std::mutex settingsMutex;
+Mutex settingsMutex;
 
 QString organisation()
 {
@@ -47,7 +47,7 @@ struct SettingsFiles
 
 // Nothing without a home: Qt would have the root directory, or the current one, stand in for it.
 // Nor where XDG_CONFIG_HOME depends on where the process was started.
-std::optional<SettingsFiles> settingsFiles()
+std::optional<SettingsFiles> settingsFiles() ZVUPDATE_REQUIRES(settingsMutex)
 {
     // Qt tells where settings are only when it has opened them, so others are asked for.
     const QString others = QStringLiteral("zvupdate-nothing");
@@ -81,13 +81,13 @@ bool isLockOrNothing(const QString &path)
 
 // Whether Qt, which waits for the lock without end, will get it at once. A lock that was left is
 // removed, and for one that is held is waited, but no second time before it was let go of.
-bool isLockFree(const QString &path)
+bool isLockFree(const QString &path) ZVUPDATE_REQUIRES(settingsMutex)
 {
     static bool isWaitedFor = true;
     if (!isLockOrNothing(path) || !isLockOrNothing(path + QLatin1String(".rmlock")))
         return false;
     QLockFile lock(path);
-    lock.setStaleLockTime(static_cast<int>(leftLockAge.count()));
+    lock.setStaleLockTime(static_cast<int>(staleLockAge.count()));
     // Where there can be no lock at all, Qt does not wait for it.
     const bool isFree =
         lock.tryLock(isWaitedFor ? static_cast<int>(longestSettingsWait.count()) : 0) ||
@@ -103,15 +103,17 @@ QString unshared(const QString &text)
 
 /// The settings while one thread uses them. Qt would share them, and the texts in them, between
 /// threads by means that thread sanitizer does not see.
-class LockedSettings
+class ZVUPDATE_THREAD_SAFETY(scoped_lockable) LockedSettings
 {
 public:
-    LockedSettings()
+    LockedSettings() ZVUPDATE_THREAD_SAFETY(acquire_capability(settingsMutex))
     {
         if (files_ && isFileOrNothing(files_->application) && isFileOrNothing(files_->organisation))
             settings_.emplace(QSettings::defaultFormat(), QSettings::UserScope, organisation(),
                               QCoreApplication::applicationName());
     }
+
+    ~LockedSettings() ZVUPDATE_THREAD_SAFETY(release_capability()) = default;
 
     std::optional<QVariant> stored(const QString &key) const
     {
@@ -124,11 +126,11 @@ public:
     /// Stores a value, or, when it is invalid, removes what is stored. Returns what kept it from
     /// being written.
     std::optional<QString> store(const QString &key, const QVariant &given)
+        ZVUPDATE_REQUIRES(settingsMutex)
     {
         // What is stored lives on in the settings, and is let go of under the lock alone.
-        const QVariant value = given.typeId() == QMetaType::QString
-                                   ? QVariant(unshared(given.toString()))
-                                   : given;
+        const QVariant value =
+            given.typeId() == QMetaType::QString ? QVariant(unshared(given.toString())) : given;
         if (!canBeWritten())
             return obstacle(key);
         if (value.isValid())
@@ -140,7 +142,7 @@ public:
                                                              : std::nullopt;
     }
 
-    bool synchronise()
+    bool synchronise() ZVUPDATE_REQUIRES(settingsMutex)
     {
         if (!canBeWritten())
             return false;
@@ -151,7 +153,7 @@ public:
 private:
     // What Qt is given when it cannot be written is tried again with each later use, and waited
     // for.
-    bool canBeWritten() const
+    bool canBeWritten() const ZVUPDATE_REQUIRES(settingsMutex)
     {
         return settings_ && isLockFree(settings_->fileName() + QLatin1String(".lock"));
     }
@@ -163,15 +165,19 @@ private:
                              : QStringLiteral("HOME names no directory"));
     }
 
-    const std::lock_guard<std::mutex> lock_{settingsMutex};
+    const MutexLock<Mutex> lock_{settingsMutex};
     const std::optional<SettingsFiles> files_ = settingsFiles();
     std::optional<QSettings> settings_;
 };
 
 void write(const QString &key, const QVariant &value)
 {
-    // What receives the log may read preferences itself, which are no longer locked by then.
-    const auto obstacle = LockedSettings().store(key, value);
+    std::optional<QString> obstacle;
+    {
+        LockedSettings settings;
+        obstacle = settings.store(key, value);
+    }
+    // What receives the log may read preferences itself, which are no longer locked.
     if (obstacle)
         systemLog(*obstacle);
 }
@@ -231,12 +237,13 @@ void Preferences::remove(const QString &key)
 
 bool Preferences::synchronise()
 {
-    return LockedSettings().synchronise();
+    LockedSettings settings;
+    return settings.synchronise();
 }
 
 QString Preferences::path()
 {
-    const std::lock_guard<std::mutex> lock(settingsMutex);
+    const MutexLock lock(settingsMutex);
     const auto files = settingsFiles();
     return files ? files->application : QString();
 }

@@ -4,7 +4,15 @@
 
 namespace ZVPlatform {
 
-Q_LOGGING_CATEGORY(category, "zvupdate", QtInfoMsg)
+namespace {
+
+const QLoggingCategory &category()
+{
+    static const auto &instance = *new QLoggingCategory("zvupdate", QtInfoMsg);
+    return instance;
+}
+
+} // namespace
 
 void systemLog(const QString &message)
 {

@@ -1,17 +1,20 @@
 #include "ApplicationEnd.h"
 
+#include "../Mutex.h"
+
 #include <QCoreApplication>
 
-#include <mutex>
+#include <cstdlib>
 
 namespace ZVPlatform {
 
 void whenApplicationEnds(void (*call)())
 {
     // Qt has a lock of its own here, which thread sanitizer does not see.
-    static std::mutex mutex;
-    const std::lock_guard lock(mutex);
+    static Mutex mutex;
+    const MutexLock lock(mutex);
     qAddPostRoutine(call);
+    std::atexit(call);
 }
 
 } // namespace ZVPlatform

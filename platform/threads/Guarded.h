@@ -1,6 +1,7 @@
 #pragma once
 
-#include <mutex>
+#include "../Mutex.h"
+
 #include <utility>
 
 namespace ZVPlatform {
@@ -18,20 +19,20 @@ public:
     /// A copy of the value.
     T get() const
     {
-        const std::lock_guard lock(mutex_);
+        const MutexLock lock(mutex_);
         return value_;
     }
 
     /// The former value is destroyed outside the lock, since its destructor may take its time.
     void set(T value)
     {
-        const std::lock_guard lock(mutex_);
+        const MutexLock lock(mutex_);
         std::swap(value_, value);
     }
 
 private:
-    mutable std::mutex mutex_;
-    T value_{};
+    mutable Mutex mutex_;
+    T value_ ZVUPDATE_GUARDED_BY(mutex_){};
 };
 
 } // namespace ZVPlatform

@@ -1,5 +1,6 @@
 #include "MainQueue.h"
 
+#include "../Mutex.h"
 #include "../settings/SystemLog.h"
 #include "ApplicationEnd.h"
 
@@ -8,14 +9,13 @@
 #include <QObject>
 
 #include <deque>
-#include <mutex>
 #include <utility>
 
 namespace ZVPlatform {
 
 namespace {
 
-std::mutex mutex;
+Mutex mutex;
 
 /// Runs one job upon each event that is posted to it. Lives on the application's thread, and no
 /// longer than the application object: posting to that itself would race with its destruction.
@@ -24,14 +24,14 @@ class Receiver : public QObject
 public:
     // Jobs are kept here and not in the events, so that they are destroyed where they run: of an
     // event that carries one, the poster may keep a share until the job is over.
-    std::deque<std::function<void()>> jobs; // Guarded by mutex.
+    std::deque<std::function<void()>> jobs ZVUPDATE_GUARDED_BY(mutex);
 
 protected:
     void customEvent(QEvent *) override
     {
         std::function<void()> job;
         {
-            const std::lock_guard lock(mutex);
+            const MutexLock lock(mutex);
             job = std::move(jobs.front());
             jobs.pop_front();
         }
@@ -39,13 +39,13 @@ protected:
     }
 };
 
-Receiver *receiver = nullptr; // Guarded by mutex.
+Receiver *receiver ZVUPDATE_GUARDED_BY(mutex) = nullptr;
 
 void dropReceiver()
 {
     Receiver *former = nullptr;
     {
-        const std::lock_guard lock(mutex);
+        const MutexLock lock(mutex);
         std::swap(former, receiver);
     }
     delete former; // With the jobs that have not run.
@@ -55,7 +55,7 @@ void dropReceiver()
 
 void MainQueue::async(std::function<void()> job)
 {
-    std::unique_lock lock(mutex);
+    MutexLock lock(mutex);
     if (!receiver) {
         const QCoreApplication *application = QCoreApplication::instance();
         if (!application) {

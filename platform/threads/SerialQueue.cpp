@@ -1,10 +1,9 @@
 #include "SerialQueue.h"
 
+#include "../Mutex.h"
 #include "Worker.h"
 
-#include <condition_variable>
 #include <deque>
-#include <mutex>
 #include <new>
 #include <system_error>
 #include <utility>
@@ -15,18 +14,17 @@ struct SerialQueue::State
 {
     void run();
 
-    std::mutex mutex;
-    std::condition_variable changed;
-    // Guarded by mutex.
-    std::deque<std::function<void()>> jobs;
-    bool closing = false;
+    Mutex mutex;
+    Condition changed;
+    std::deque<std::function<void()>> jobs ZVUPDATE_GUARDED_BY(mutex);
+    bool closing ZVUPDATE_GUARDED_BY(mutex) = false;
 };
 
 SerialQueue::SerialQueue(const QString &label) : label_(label), state_(std::make_shared<State>()) {}
 
 SerialQueue::~SerialQueue()
 {
-    const std::lock_guard lock(state_->mutex);
+    const MutexLock lock(state_->mutex);
     state_->closing = true;
     state_->changed.notify_one();
 }
@@ -41,7 +39,7 @@ bool SerialQueue::async(std::function<void()> job)
         }
     }
     {
-        const std::lock_guard lock(state_->mutex);
+        const MutexLock lock(state_->mutex);
         state_->jobs.push_back(std::move(job));
     }
     state_->changed.notify_one();
@@ -50,9 +48,10 @@ bool SerialQueue::async(std::function<void()> job)
 
 void SerialQueue::State::run()
 {
-    std::unique_lock lock(mutex);
+    MutexLock lock(mutex);
     for (;;) {
-        changed.wait(lock, [this] { return closing || !jobs.empty(); });
+        while (!closing && jobs.empty())
+            changed.wait(lock);
         if (jobs.empty())
             return;
         {

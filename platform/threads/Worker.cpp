@@ -1,7 +1,8 @@
 #include "Worker.h"
 
-#include <cstdlib>
-#include <mutex>
+#include "../Mutex.h"
+#include "ApplicationEnd.h"
+
 #include <utility>
 #include <vector>
 
@@ -17,7 +18,7 @@ class UnjoinedThreads
 public:
     void add(std::thread thread)
     {
-        const std::lock_guard lock(mutex_);
+        const MutexLock lock(mutex_);
         threads_.push_back(std::move(thread));
     }
 
@@ -25,7 +26,7 @@ public:
     {
         std::vector<std::thread> threads;
         {
-            const std::lock_guard lock(mutex_);
+            const MutexLock lock(mutex_);
             threads.swap(threads_);
         }
         for (std::thread &thread : threads) {
@@ -37,19 +38,17 @@ public:
     }
 
 private:
-    std::mutex mutex_;
-    std::vector<std::thread> threads_;
+    Mutex mutex_;
+    std::vector<std::thread> threads_ ZVUPDATE_GUARDED_BY(mutex_);
 };
 
 UnjoinedThreads &unjoinedThreads()
 {
-    // Never destroyed: a thread may still leave while the process is on its way out. Those that
-    // have left by then are joined.
-    static UnjoinedThreads *const instance = [] {
-        std::atexit([] { unjoinedThreads().join(); });
-        return new UnjoinedThreads;
+    static UnjoinedThreads &instance = []() -> UnjoinedThreads & {
+        whenApplicationEnds([] { unjoinedThreads().join(); });
+        return *new UnjoinedThreads;
     }();
-    return *instance;
+    return instance;
 }
 
 void nameCurrentThread(const QString &label)

@@ -13,16 +13,15 @@
 using testing::ElementsAre;
 using testing::IsEmpty;
 using Reply = ScriptedServer::Reply;
-using Kind = UpdateFailure::Kind;
-using Step = UpdateFailure::Step;
+using Kind = UpdateOutcome::Kind;
 
 namespace {
 
-std::pair<Step, Kind> failureOf(const UpdateLogicFunc &client)
+std::optional<Kind> failureOf(const UpdateLogicFunc &client)
 {
     const auto failure = client.lastFailure();
     EXPECT_TRUE(failure.has_value());
-    return failure ? std::pair(failure->step, failure->kind) : std::pair<Step, Kind>();
+    return failure ? std::optional(failure->kind) : std::nullopt;
 }
 
 class Delegate : public UpdateLogicFuncDelegate
@@ -145,11 +144,11 @@ TEST(ClientSetup, WithoutAServerAnswersWithRecordsThatAreNotOk)
     client.setMBaseURL(QStringLiteral("http://127.0.0.1:1/?dt="));
     EXPECT_FALSE(client.lastFailure().has_value());
     EXPECT_FALSE(client.doCheckUpdate(QStringLiteral("A"), QStringLiteral("1"))->ok());
-    EXPECT_EQ(failureOf(client), std::pair(Step::Check, Kind::ServiceUnreachable));
+    EXPECT_EQ(failureOf(client), Kind::ServiceUnreachable);
     EXPECT_FALSE(client.doGetToken()->ok());
-    EXPECT_EQ(failureOf(client), std::pair(Step::Token, Kind::ServiceUnreachable));
+    EXPECT_EQ(failureOf(client), Kind::ServiceUnreachable);
     EXPECT_EQ(client.doGetFileSize(QStringLiteral("T1"), QStringLiteral("A_1.exe")), 0u);
-    EXPECT_EQ(failureOf(client), std::pair(Step::Size, Kind::ServiceUnreachable));
+    EXPECT_EQ(failureOf(client), Kind::ServiceUnreachable);
     EXPECT_EQ(log.lines().size(), 2);
 }
 
@@ -167,7 +166,8 @@ TEST(ClientSetup, KnowsWhyACommandWasNotAnswered)
         {Reply::whole(200, "{}"), Kind::NotAService, 200},
         {Reply::whole(404, "page"), Kind::HttpStatus, 404},
         {Reply::whole(407, "page"), Kind::ProxyRefused, 407},
-        {Reply().send("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nhalf").close(), Kind::BrokenOff},
+        {Reply().send("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nhalf").close(), Kind::BrokenOff,
+         200},
         {Reply().send("no HTTP\r\n\r\n").close(), Kind::NotAService},
     };
     for (const auto &row : rows) {
@@ -179,7 +179,7 @@ TEST(ClientSetup, KnowsWhyACommandWasNotAnswered)
         const auto failure = client.lastFailure();
         EXPECT_EQ(failure ? std::optional(failure->kind) : std::nullopt, row.kind);
         EXPECT_EQ(failure ? failure->httpStatus : 0, row.status);
-        EXPECT_TRUE(!failure || !failure->sentence.isEmpty());
+        EXPECT_TRUE(!failure || !failure->message.isEmpty());
     }
 }
 
@@ -195,7 +195,7 @@ TEST(ClientSetup, KeepsWhereAReplyThatIsNoServicesCameFrom)
         UpdateLogicFunc client;
         client.setMBaseURL(server.baseUrl());
         client.doCheckUpdate(QStringLiteral("A"), QStringLiteral("1"));
-        EXPECT_EQ(failureOf(client), std::pair(Step::Check, Kind::NotAService));
+        EXPECT_EQ(failureOf(client), Kind::NotAService);
         EXPECT_EQ(client.lastFailure()->contentType, type);
         EXPECT_EQ(client.lastFailure()->finalUrl, server.url(QStringLiteral("/login")));
     }
@@ -258,7 +258,7 @@ TEST_P(Client, OnlyLogsAFailure)
                 ElementsAre(QStringLiteral(
                     "download Finish Error: Error Domain=HTTP Error Code=404 \"(null)\"")));
     EXPECT_THAT(delegate_.paths, IsEmpty());
-    EXPECT_EQ(failureOf(*client_), std::pair(Step::Download, Kind::HttpStatus));
+    EXPECT_EQ(failureOf(*client_), Kind::HttpStatus);
     EXPECT_EQ(client_->doGetDownloadProgress().failure,
               QStringLiteral("The server answered with HTTP status 404."));
 }

@@ -274,7 +274,7 @@ TEST_F(ControllerTest, TakesAnEmptyDirectoryForTheWorkingDirectory)
 class DebugMode : public ControllerTest
 {
 public:
-    using Kind = UpdateFailure::Kind;
+    using Kind = UpdateOutcome::Kind;
 
     const QString wrongFile = u"MD5 錯誤!! 重新下載"_s;
 
@@ -292,7 +292,7 @@ public:
             EXPECT_TRUE(waitForDownload());
             EXPECT_EQ(log.lines(), debug ? lines : QStringList());
             const auto failure = controller->mCurrentDownloadUpdateLogic()->lastFailure();
-            const Kind kind = failure ? failure->kind : Kind();
+            const auto kind = failure ? std::optional(failure->kind) : std::nullopt;
             EXPECT_EQ(lines.contains(wrongFile), kind == Kind::WrongDigest);
             EXPECT_EQ(failure.has_value(), kind == Kind::WrongDigest || kind == Kind::NoToken);
         }

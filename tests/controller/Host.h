@@ -21,7 +21,7 @@ public:
     QStringList heard;
     std::function<void()> whenTold = [] {};
 
-private:
+protected:
     void hear(const QString &what)
     {
         EXPECT_EQ(QThread::currentThread(), QCoreApplication::instance()->thread());

@@ -103,6 +103,22 @@ TEST_P(Races, DestroyingTheControllerInEveryPhase)
     });
 }
 
+TEST_P(Races, ChecksInTheBackgroundStoppedAndDestroyedInEveryPhase)
+{
+    repeat([this] {
+        startAfresh();
+        EXPECT_TRUE(controller->startCheck(ZVUpdateProc::CheckReason::AskedByUser, &host));
+        letTimePass(8000);
+        const bool isAskedAgain =
+            controller->startCheck(ZVUpdateProc::CheckReason::Scheduled, &host);
+        EXPECT_TRUE(!isAskedAgain || controller->isChecking());
+        controller->stopUpdate();
+        letTimePass(1000);
+        controller.reset();
+        expectSoundFiles();
+    });
+}
+
 TEST_P(Races, DestroyingTheControllerInItsCall)
 {
     repeat([this] {

@@ -28,7 +28,10 @@ int libraryThreads()
     const QDir tasks(QStringLiteral("/proc/self/task"));
     for (const QString &task : tasks.entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
         const QByteArray name = readFile(tasks.filePath(task + QStringLiteral("/comm")));
-        count += name.startsWith("Download_Queue_") || name.startsWith("URL_") ? 1 : 0;
+        count += name.startsWith("Download_Queue_") || name.startsWith("URL_") ||
+                         name.startsWith("Update_Check")
+                     ? 1
+                     : 0;
     }
     return count;
 }

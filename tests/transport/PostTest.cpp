@@ -193,8 +193,10 @@ namespace {
 
 bool timesOut(const HttpRequest &request)
 {
-    const auto reply = sendSynchronously(request);
-    return !reply && reply.error().code == static_cast<int>(NetworkError::TimedOut);
+    HttpExchange exchange(request);
+    HttpReply reply;
+    const auto result = sendSynchronously(exchange, reply);
+    return !result && result.error().code == static_cast<int>(NetworkError::TimedOut);
 }
 
 /// Takes its time for the first bytes, or cannot take them.
@@ -246,7 +248,9 @@ TEST(Exchange, MayBeSlowForAsLongAsItsTimeInAllLasts)
     const FaultRelay relay(server.baseUrl(),
                            FaultRelay::drip(FaultRelay::ToClient, 0, 1, milliseconds(50)));
     HttpRequest request{.url = relay.baseUrl(), .idleTimeout = milliseconds(2000)};
-    EXPECT_TRUE(sendSynchronously(request)) << "Longer in all, but never without a byte.";
+    HttpExchange exchange(request);
+    HttpReply reply;
+    EXPECT_TRUE(sendSynchronously(exchange, reply)) << "Longer in all, but never without a byte.";
     request.timeLimit = milliseconds(200);
     EXPECT_TRUE(timesOut(request));
 }

@@ -1,7 +1,6 @@
 #include "../support/TestFiles.h"
 #include "WindowEvents.h"
 
-#include <platform/settings/Bundle.h>
 #include <preferences/UpdatePreferences.h>
 #include <ui/UpdateInfoWindowController.h>
 
@@ -30,7 +29,6 @@
 #include <optional>
 
 using namespace Qt::Literals::StringLiterals;
-using ZVPlatform::Bundle;
 
 namespace {
 
@@ -44,7 +42,12 @@ protected:
         UpdatePreferences::setAutomaticUpdating(true);
         UpdatePreferences::synchronise();
         writeFile(installer, "installer");
-        controller.emplace(u"UpdateInfoWindowController"_s);
+        make();
+    }
+
+    void make(const std::optional<QString> &bundlePath = std::nullopt)
+    {
+        controller.emplace(u"UpdateInfoWindowController"_s, bundlePath);
         controller->setMProductName(u"Sample App"_s);
         controller->setMUpdateProductVersion(u"v2.1.0.3"_s);
         controller->setMUpdateFilePath(installer);
@@ -287,7 +290,7 @@ TEST_F(UpdateInfoWindowTest, IsAsHighAsItsNotes)
 {
     int former = 0;
     for (const QString &notes : {u" \n"_s, u"short"_s, QString(1000, u'\n') + u"long"_s}) {
-        controller.emplace(u"UpdateInfoWindowController"_s);
+        make();
         controller->setMUpdateInfo(notes);
         show();
         EXPECT_GT(controller->window()->height(), former);
@@ -501,7 +504,7 @@ QStringList messages;
 
 TEST_P(BrokenLayoutTest, SkipsWhatItLacksWithoutAWord)
 {
-    Bundle::setFrameworkPath(directory.path());
+    make(directory.path());
     if (GetParam().content)
         writeFile(directory.filePath(u"UpdateInfoWindowController.ui"_s), *GetParam().content);
     messages.clear();
@@ -514,7 +517,6 @@ TEST_P(BrokenLayoutTest, SkipsWhatItLacksWithoutAWord)
     controller->cancelAction();
     controller->updateAction();
     qInstallMessageHandler(former);
-    Bundle::setFrameworkPath(u":/ZVUpdate"_s);
 
     ASSERT_EQ(controller->window() != nullptr, GetParam().isWindow);
     EXPECT_TRUE(!GetParam().isWindow ||

@@ -1,35 +1,17 @@
 #include "RunningService.h"
 
+#include "support/Loopback.h"
+
 #include <ZVUpdate/service/BaseResponse.h>
 #include <ZVUpdate/service/HttpFunctionURLEncode.h>
 
 #include <QDir>
-#include <QFile>
+#include <QUrl>
 
-#include <curl/curl.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
-#include <memory>
-
-namespace {
-
-// What libcurl hands over is counted in items of one byte.
-
-size_t onBody(char *data, size_t, size_t count, void *body)
-{
-    static_cast<QByteArray *>(body)->append(data, static_cast<qsizetype>(count));
-    return count;
-}
-
-size_t onHeader(char *data, size_t, size_t count, void *response)
-{
-    const QByteArray line(data, static_cast<qsizetype>(count));
-    if (const qsizetype colon = line.indexOf(':'); colon > 0)
-        static_cast<RunningService::Response *>(response)->headers.insert(
-            line.first(colon).toLower(), line.sliced(colon + 1).trimmed());
-    return count;
-}
-
-} // namespace
+#include <cerrno>
 
 RunningService::RunningService()
 {
@@ -54,19 +36,6 @@ QString RunningService::served(const QString &name) const
 QString RunningService::overrideFile() const
 {
     return root_.filePath(QStringLiteral("Documents/ConsoleZVUpdate.mac"));
-}
-
-void RunningService::write(const QString &path, const QByteArray &contents)
-{
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly) || file.write(contents) != contents.size())
-        qFatal("%s: %s", qPrintable(path), qPrintable(file.errorString()));
-}
-
-QByteArray RunningService::read(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
 bool RunningService::start(const QStringList &options)
@@ -101,50 +70,52 @@ QByteArray RunningService::standardError()
     return log_ += process_.readAllStandardError();
 }
 
+quint16 RunningService::port() const
+{
+    return static_cast<quint16>(QUrl(QString::fromLatin1(baseUrl_)).port());
+}
+
 RunningService::Response RunningService::request(const QByteArray &method, const QString &command,
-                                                 const QByteArray &range, long patience) const
+                                                 const QByteArray &range, int patienceSeconds) const
 {
-    return requestUrl(method, baseUrl_ + HttpFunctionURLEncode::encode(command).toLatin1(), range,
-                      patience);
+    return requestRaw(method, path + HttpFunctionURLEncode::encode(command).toLatin1(), range,
+                      patienceSeconds);
 }
 
-RunningService::Response RunningService::requestUrl(const QByteArray &method, const QByteArray &url,
-                                                    const QByteArray &range, long patience)
+RunningService::Response RunningService::requestRaw(const QByteArray &method,
+                                                    const QByteArray &target,
+                                                    const QByteArray &range,
+                                                    int patienceSeconds) const
 {
+    const int socket = Loopback::connect(port());
+    const timeval patience = {.tv_sec = patienceSeconds, .tv_usec = 0};
+    setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+    Loopback::sendAll(socket, method + ' ' + target +
+                                  " HTTP/1.1\r\nHost: here\r\nConnection: close\r\n" +
+                                  (range.isEmpty() ? "" : "Range: " + range + "\r\n") + "\r\n");
     Response response;
-    const std::unique_ptr<CURL, decltype(&curl_easy_cleanup)> curl(curl_easy_init(),
-                                                                   &curl_easy_cleanup);
-    curl_slist *fields = nullptr;
-    if (!range.isEmpty())
-        fields = curl_slist_append(fields, ("Range: " + range).constData());
-    curl_easy_setopt(curl.get(), CURLOPT_URL, url.constData());
-    curl_easy_setopt(curl.get(), CURLOPT_NOPROXY, "*");
-    curl_easy_setopt(curl.get(), CURLOPT_TIMEOUT_MS, patience);
-    if (method == "HEAD")
-        curl_easy_setopt(curl.get(), CURLOPT_NOBODY, 1L);
-    if (method == "POST")
-        curl_easy_setopt(curl.get(), CURLOPT_POSTFIELDS, "");
-    curl_easy_setopt(curl.get(), CURLOPT_CUSTOMREQUEST, method.constData());
-    curl_easy_setopt(curl.get(), CURLOPT_HTTPHEADER, fields);
-    curl_easy_setopt(curl.get(), CURLOPT_WRITEFUNCTION, &onBody);
-    curl_easy_setopt(curl.get(), CURLOPT_WRITEDATA, &response.body);
-    curl_easy_setopt(curl.get(), CURLOPT_HEADERFUNCTION, &onHeader);
-    curl_easy_setopt(curl.get(), CURLOPT_HEADERDATA, &response);
-    const CURLcode end = curl_easy_perform(curl.get());
-    response.timedOut = end == CURLE_OPERATION_TIMEDOUT;
-    if (end == CURLE_OK)
-        curl_easy_getinfo(curl.get(), CURLINFO_RESPONSE_CODE, &response.status);
-    curl_slist_free_all(fields);
-    return response;
-}
+    char buffer[65536];
+    ssize_t count = 0;
+    while ((count = recv(socket, buffer, sizeof buffer, 0)) > 0)
+        response.body.append(buffer, count);
+    response.timedOut = count < 0 && errno == EAGAIN;
+    close(socket);
 
-QString RunningService::token() const
-{
-    const QByteArray reply = request("POST", QStringLiteral("cmd=gettoken")).body;
-    return BaseResponse(QString::fromUtf8(reply)).ID().value_or(QString());
+    const qsizetype end = response.body.indexOf("\r\n\r\n");
+    const QList<QByteArray> lines = response.body.first(qMax<qsizetype>(end, 0)).split('\n');
+    for (const QByteArray &line : lines.mid(1))
+        response.headers.insert(line.left(line.indexOf(':')).toLower(),
+                                line.mid(line.indexOf(':') + 1).trimmed());
+    response.body.remove(0, end + 4);
+    const qsizetype length = response.headers.value("content-length").toLongLong();
+    if (method == "HEAD" ? response.body.isEmpty() : response.body.size() == length)
+        response.status = lines.first().mid(9, 3).toInt();
+    return response;
 }
 
 QString RunningService::download(const QString &fileName) const
 {
-    return QStringLiteral("cmd=download&tk=") + token() + QStringLiteral("&fn=") + fileName;
+    const QByteArray reply = request("POST", QStringLiteral("cmd=gettoken")).body;
+    return QStringLiteral("cmd=download&tk=%1&fn=%2")
+        .arg(BaseResponse(QString::fromUtf8(reply)).ID().value_or(QString()), fileName);
 }

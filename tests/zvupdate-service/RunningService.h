@@ -13,23 +13,20 @@ class RunningService
 public:
     struct Response
     {
-        long status = 0; ///< 0 when the reply did not come to its end.
+        /// 0 when the reply did not come to its end.
+        int status = 0;
+        /// It stood still for the client's patience.
         bool timedOut = false;
         /// Names in lower case.
-        QMap<QByteArray, QByteArray> headers;
-        QByteArray body;
+        QMap<QByteArray, QByteArray> headers = {};
+        QByteArray body = {};
     };
-
-    /// How long an exchange may take unless told otherwise, in milliseconds.
-    static constexpr long kPatience = 60'000;
 
     RunningService();
     ~RunningService();
 
     QString served(const QString &name) const;
     QString overrideFile() const;
-    static void write(const QString &path, const QByteArray &contents);
-    static QByteArray read(const QString &path);
 
     /// Starts the program on served() with a free port; false when it ends instead.
     bool start(const QStringList &options = {});
@@ -39,19 +36,21 @@ public:
     int stop();
     int exitCode() const { return process_.exitCode(); }
     QByteArray baseUrl() const { return baseUrl_; }
+    quint16 port() const;
     QByteArray standardError();
 
     /// One exchange; command is sealed and appended to the base URL.
     Response request(const QByteArray &method, const QString &command, const QByteArray &range = {},
-                     long patience = kPatience) const;
-    /// One exchange with url as it is.
-    static Response requestUrl(const QByteArray &method, const QByteArray &url,
-                               const QByteArray &range = {}, long patience = kPatience);
+                     int patienceSeconds = 60) const;
+    /// One exchange for a path with its query as they are.
+    Response requestRaw(const QByteArray &method, const QByteArray &target,
+                        const QByteArray &range = {}, int patienceSeconds = 60) const;
 
-    /// A fresh token.
-    QString token() const;
     /// The command that asks for a file with a fresh token.
     QString download(const QString &fileName) const;
+
+    /// The path of commands, and the start of the query.
+    static constexpr char path[] = "/Update/ZVDLCtl.dll?dt=";
 
 private:
     QTemporaryDir root_;

@@ -15,11 +15,6 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-void setPreference(const QString &option, const QString &value)
-{
-    EXPECT_EQ(Tool::run({u"preferences"_s, option, value}).status, 0);
-}
-
 QStringList everythingIn(const QString &directory)
 {
     QStringList list;
@@ -33,13 +28,6 @@ QStringList everythingIn(const QString &directory)
     return list;
 }
 
-Offer offering(const std::function<void(Offer &)> &change)
-{
-    Offer offer;
-    change(offer);
-    return offer;
-}
-
 } // namespace
 
 TEST(DoctorCommandTest, NamesWhatIsWrongAndChangesNothing)
@@ -47,106 +35,74 @@ TEST(DoctorCommandTest, NamesWhatIsWrongAndChangesNothing)
     const QString overridePath = QDir::homePath() + u"/Documents/ConsoleZVUpdate.mac"_s;
     const QString settingsPath = QDir::homePath() + u"/.config/ZVUpdate/zvupdate.conf"_s;
     const QTemporaryDir root;
-    const QString directory = root.filePath(u"new/updates"_s);
+    const QString newPath = root.filePath(u"new"_s);
+    const QString directory = newPath + u"/updates"_s;
     const QString digest = Offer::digestOf(Offer::installer()).toLower();
-    const auto write = [&directory](const QString &name, const QByteArray &bytes) {
-        QDir().mkpath(directory);
-        writeFile(directory + u'/' + name, bytes);
+    using Preparation = std::function<void()>;
+    const auto file = [&directory](const QString &name, const QByteArray &bytes) {
+        return [=] {
+            QDir().mkpath(directory);
+            writeFile(directory + u'/' + name, bytes);
+        };
     };
-    const auto rememberDownload = [&] {
-        QDir().mkpath(QFileInfo(settingsPath).path());
-        writeFile(settingsPath, "[General]\nZVLAST_DOWNLOAD_MD5=" + digest.toLatin1());
+    const auto downloaded = [&](const QByteArray &bytes) {
+        return [=, write = file(u"P_2.bin"_s, bytes)] {
+            QDir().mkpath(QFileInfo(settingsPath).path());
+            writeFile(settingsPath, "[General]\nZVLAST_DOWNLOAD_MD5=" + digest.toLatin1());
+            write();
+        };
     };
-    struct Case
+    const auto folder = [](const QString &path) { return [=] { QDir().mkpath(path); }; };
+    const auto address = [=](const char *text) { return [=] { writeFile(overridePath, text); }; };
+    const auto preference = [](const char *option, const char *value) {
+        return [=] { Tool::run({u"preferences"_s, QLatin1String(option), QLatin1String(value)}); };
+    };
+    using Reply = ScriptedServer::Reply;
+    const Offer huge = {.sizeReply = Reply().send(
+                            "HTTP/1.1 200 OK\r\nContent-Length: 1152921504606846976\r\n\r\n")};
+    const struct
     {
         const char *what;
         Offer offer;
-        std::function<void()> prepare;
+        Preparation prepare;
         const char *wrong;
         const char *said;
-    };
-    const auto nothing = [] {};
-    const Offer huge = offering([](Offer &o) {
-        o.sizeReply = ScriptedServer::Reply().send(
-            "HTTP/1.1 200 OK\r\nContent-Length: 1152921504606846976\r\n\r\n");
-    });
-    const Case cases[] = {
-        {"all is well", {}, nothing, "", "offers version 2"},
-        {"no newer version", offering([](Offer &o) { o.ok = false; }), nothing, "", "says: M"},
-        {"no digest", offering([](Offer &o) { o.digest.reset(); }), nothing, "service",
-         "not which"},
-        {"odd digest", offering([](Offer &o) { o.digest = u"abc"_s; }), nothing, "service", "abc"},
-        {"odd version", offering([](Offer &o) { o.version = u"../2"_s; }), nothing, "service",
-         "../2"},
-        {"no token", offering([](Offer &o) { o.tokenOk = false; }), nothing, "token", "log"},
-        {"no size", offering([](Offer &o) { o.sizeReply = ScriptedServer::Reply::whole(404, ""); }),
-         nothing, "size", "HEAD"},
-        {"nobody there",
-         {},
-         [&] { writeFile(overridePath, "http://127.0.0.1:1/?dt="); },
-         "service",
-         "could not be reached"},
-        {"line end in the address",
-         {},
-         [&] { writeFile(overridePath, "http://a.test/?dt=\n"); },
-         "address",
-         "line end"},
-        {"no address of a service",
-         {},
-         [&] { QFile::remove(overridePath); },
-         "address",
-         "ZVUPDATE_SERVICE_URL"},
+    } cases[] = {
+        {"all is well", {}, {}, "", "offers version 2"},
+        {"no newer version", {.ok = false}, {}, "", "says: M"},
+        {"no digest", {.digest = {}}, {}, "service", "not which"},
+        {"odd digest", {.digest = u"abc"_s}, {}, "service", "abc"},
+        {"odd version", {.version = u"../2"_s}, {}, "service", "../2"},
+        {"no token", {.tokenOk = false}, {}, "token", "log"},
+        {"no size", {.sizeReply = Reply::whole(404, "")}, {}, "size", "HEAD"},
+        {"nobody there", {}, address("http://127.0.0.1:1/?dt="), "service", "not be reached"},
+        {"line end in the address", {}, address("http://a.test/?dt=\n"), "address", "line end"},
+        {"no address", {}, [&] { QFile::remove(overridePath); }, "address", "ZVUPDATE_SERVICE_URL"},
         {"switched off",
          {},
-         [] { setPreference(u"--automatic-updating"_s, u"off"_s); },
+         preference("--automatic-updating", "off"),
          "automatic-updating",
          "--automatic-updating on"},
         {"not yet",
          {},
-         [] { setPreference(u"--next-check"_s, u"2999-01-01"_s); },
+         preference("--next-check", "2999-01-01"),
          "automatic-updating",
          "2999-01-01"},
-        {"no preferences",
-         {},
-         [&] { QDir().mkpath(settingsPath); },
-         "preferences",
-         "zvupdate.conf"},
-        {"a file for a directory",
-         {},
-         [&] { writeFile(root.filePath(u"new"_s), ""); },
-         "directory",
-         "not a directory"},
-        {"no room", huge, nothing, "room", "1.0 EiB"},
-        {"no room, and no need of it", huge, [&] { write(u"P_2.dmg"_s, Offer::installer()); }, "",
-         "verified"},
-        {"a folder for an installer",
-         {},
-         [&] { QDir().mkpath(directory + u"/P_2.dmg"_s); },
-         "files",
-         "no file"},
-        {"a part",
-         {},
-         [&] {
-             rememberDownload();
-             write(u"P_2.bin"_s, "iii");
-         },
-         "",
-         "resumes"},
-        {"a part of another", {}, [&] { write(u"P_2.bin"_s, "iii"); }, "", "removes"},
-        {"wrong to its end",
-         {},
-         [&] {
-             rememberDownload();
-             write(u"P_2.bin"_s, Offer::installer('w'));
-         },
-         "files",
-         "Remove it"},
+        {"no preferences", {}, folder(settingsPath), "preferences", "zvupdate.conf"},
+        {"no directory", {}, [&] { writeFile(newPath, ""); }, "directory", "not a directory"},
+        {"no room", huge, {}, "room", "1.0 EiB"},
+        {"no need of room", huge, file(u"P_2.dmg"_s, Offer::installer()), "", "verified"},
+        {"a folder for an installer", {}, folder(directory + u"/P_2.dmg"_s), "files", "no file"},
+        {"a part", {}, downloaded("iii"), "", "resumes"},
+        {"a part of another", {}, file(u"P_2.bin"_s, "iii"), "", "removes"},
+        {"wrong to its end", {}, downloaded(Offer::installer('w')), "files", "Remove it"},
     };
-    for (const Case &each : cases) {
+    for (const auto &each : cases) {
         SCOPED_TRACE(each.what);
         UpdateService service;
         service.setOffer(each.offer);
-        each.prepare();
+        if (each.prepare)
+            each.prepare();
         const QStringList before = everythingIn(root.path()) + everythingIn(QDir::homePath());
         const auto [status, output, errors] =
             Tool::run({u"doctor"_s, u"--product-id"_s, u"P"_s, u"--product-version"_s, u"1"_s,
@@ -167,8 +123,8 @@ TEST(DoctorCommandTest, NamesWhatIsWrongAndChangesNothing)
         EXPECT_TRUE(said.contains(QLatin1String(each.said))) << qPrintable(output);
         EXPECT_EQ(status, wrong.isEmpty() ? 0 : 1);
         EXPECT_EQ(errors, QString());
-        QDir(root.filePath(u"new"_s)).removeRecursively();
-        QFile::remove(root.filePath(u"new"_s));
+        QDir(newPath).removeRecursively();
+        QFile::remove(newPath);
         QDir(QFileInfo(settingsPath).path()).removeRecursively();
     }
 }

@@ -1,47 +1,49 @@
 #pragma once
 
+#include "../../platform/Result.h"
+
 #include <QList>
 #include <QString>
 
-/// What a folder of releases offers, as its releases.json says: a value, checked when read and not
-/// changed afterwards.
-class Catalogue
+/// What a folder of releases offers, as its releases.json says.
+namespace Catalogue {
+
+/// Release notes in one language.
+struct Note
 {
-public:
-    /// Release notes in one language.
-    struct Note
-    {
-        QString language;
-        QString memo;
-    };
-
-    struct Release
-    {
-        QString version;
-        /// The installer as the catalogue names it, relative to the folder.
-        QString installer;
-        /// The same, absolute and free of symbolic links.
-        QString installerPath;
-        QList<Note> notes;
-    };
-
-    struct Product
-    {
-        QString id;
-        /// Oldest first; no two of the same version.
-        QList<Release> releases;
-    };
-
-    /// The catalogue file of a folder.
-    static QString path(const QString &directory);
-
-    /// The name under which clients ask for the installer of a product's version.
-    static QString clientFileName(const QString &productId, const QString &version);
-
-    explicit Catalogue(const QList<Product> &products) : products_(products) {}
-
-    const QList<Product> &products() const { return products_; }
-
-private:
-    QList<Product> products_;
+    QString language;
+    QString memo;
 };
+
+struct Release
+{
+    QString version;
+    /// The name under which clients ask for the installer.
+    QString fileName;
+    /// Where the installer lies: absolute and free of symbolic links.
+    QString installerPath;
+    QList<Note> notes;
+};
+
+struct Product
+{
+    QString id;
+    /// Oldest first; no two of the same version.
+    QList<Release> releases;
+};
+
+/// The catalogue file of a folder.
+QString path(const QString &directory);
+
+/// What that file holds. A failure is one line, here and below.
+ZVPlatform::Result<QByteArray> contents(const QString &directory);
+
+/// The products in the contents of a folder's file. Fails at the first thing that does not parse or
+/// cannot be served, and says where it is. No products, or a product without releases, are no
+/// failure.
+ZVPlatform::Result<QList<Product>> parse(const QString &directory, const QByteArray &json);
+
+/// The products of a folder.
+ZVPlatform::Result<QList<Product>> load(const QString &directory);
+
+} // namespace Catalogue

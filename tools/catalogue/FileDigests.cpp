@@ -7,11 +7,18 @@
 
 #include <algorithm>
 
-namespace {
-
-constexpr qint64 kPieceSize = 1 << 20;
-
-} // namespace
+std::optional<FileStamp> FileStamp::of(const QString &path)
+{
+    const std::filesystem::path name(QFile::encodeName(path).toStdString());
+    std::error_code failure;
+    const auto size = std::filesystem::file_size(name, failure);
+    if (failure)
+        return std::nullopt;
+    const auto modified = std::filesystem::last_write_time(name, failure);
+    if (failure)
+        return std::nullopt;
+    return FileStamp{size, modified};
+}
 
 std::optional<QString> FileDigests::md5(const QString &path)
 {
@@ -26,11 +33,12 @@ std::optional<QString> FileDigests::md5(const QString &path)
     if (!opened.isOpen() || !file.open(opened.get(), QIODevice::ReadOnly))
         return std::nullopt;
     QCryptographicHash hash(QCryptographicHash::Md5);
+    constexpr qint64 pieceSize = 1 << 20;
     // Clients count a file's bytes in 32 bits, and check only so many.
     qint64 left = static_cast<quint32>(file.size());
     while (left > 0) {
         // Read, not mapped: a build that truncates its installer must not take the service down.
-        const QByteArray piece = file.read(std::min(left, kPieceSize));
+        const QByteArray piece = file.read(std::min(left, pieceSize));
         if (piece.isEmpty())
             return std::nullopt;
         hash.addData(piece);

@@ -8,10 +8,13 @@
 
 #include <cerrno>
 
+using namespace ZVPlatform;
+
 namespace {
 
-constexpr int kReading = O_RDONLY | O_CLOEXEC | O_NONBLOCK;
+constexpr int reading = O_RDONLY | O_CLOEXEC | O_NONBLOCK;
 
+// With errno, when it is not.
 FileDescriptor ifRegular(FileDescriptor file)
 {
     struct stat attributes = {};
@@ -23,9 +26,15 @@ FileDescriptor ifRegular(FileDescriptor file)
 
 } // namespace
 
-FileDescriptor RegularFile::open(const QString &path)
+Result<QByteArray> RegularFile::read(const QString &path)
 {
-    return ifRegular(FileDescriptor(::open(QFile::encodeName(path).constData(), kReading)));
+    const auto opened =
+        ifRegular(FileDescriptor(::open(QFile::encodeName(path).constData(), reading)));
+    if (!opened.isOpen())
+        return Failure{qt_error_string()};
+    QFile file;
+    file.open(opened.get(), QIODevice::ReadOnly);
+    return file.readAll();
 }
 
 FileDescriptor RegularFile::openWithoutLinks(const QString &path)
@@ -39,5 +48,5 @@ FileDescriptor RegularFile::openWithoutLinks(const QString &path)
         folder = FileDescriptor(::openat(folder.get(), QFile::encodeName(name).constData(),
                                          O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     return ifRegular(FileDescriptor(
-        ::openat(folder.get(), QFile::encodeName(last).constData(), kReading | O_NOFOLLOW)));
+        ::openat(folder.get(), QFile::encodeName(last).constData(), reading | O_NOFOLLOW)));
 }

@@ -1,7 +1,9 @@
 #pragma once
 
+#include "../../platform/Result.h"
 #include "../../platform/files/FileDescriptor.h"
 
+#include <QByteArray>
 #include <QString>
 
 /// Opens files for reading that somebody else may exchange at any time. Nothing but a regular file
@@ -9,12 +11,11 @@
 /// ours.
 namespace RegularFile {
 
-/// Links count as what they point to. Not open when that is no regular file that can be read; errno
-/// then says why, as far as the system knows.
-FileDescriptor open(const QString &path);
+/// What a file holds. Links count as what they point to. Fails with the system's reason.
+ZVPlatform::Result<QByteArray> read(const QString &path);
 
-/// The same for an absolute path without any link in it: one that has come to be there since leads
-/// to a file that nobody meant.
+/// Opens a file by an absolute path without any link in it: one that has come to be there since
+/// leads to a file that nobody meant. Not open when there is no regular file that can be read.
 FileDescriptor openWithoutLinks(const QString &path);
 
 } // namespace RegularFile

@@ -9,7 +9,7 @@ bool isDigit(QChar c)
     return c >= u'0' && c <= u'9';
 }
 
-/// Cuts the next number off the front, without its leading zeros; empty for zero and at the end.
+// Cuts the next number off the front, without its leading zeros; empty for zero and at the end.
 QStringView takeNumber(QStringView &version)
 {
     const auto first = std::find_if(version.begin(), version.end(), isDigit);

@@ -9,23 +9,19 @@
 #include <system_error>
 
 using namespace Qt::StringLiterals;
+using namespace ZVPlatform;
 
-std::optional<Arguments> Arguments::parse(const QString &program, const Command &command,
-                                          const QStringList &arguments, QString *error)
+Result<Arguments> Arguments::parse(const QString &name, const Command &command,
+                                   const QStringList &arguments)
 {
     QCommandLineParser parser;
     parser.addOption({{u"h"_s, u"help"_s}, {}});
     for (const CommandOption &option : command.options)
         parser.addOption({option.name, {}, option.valueName});
-
-    const auto refuse = [error](const QString &reason) {
-        *error = reason;
-        return std::nullopt;
-    };
-    if (!parser.parse(QStringList(command.name) + arguments)) {
+    if (!parser.parse(QStringList(name) + arguments)) {
         QString reason = parser.errorText();
         reason.chop(reason.endsWith(u'.') ? 1 : 0);
-        return refuse(u"%1; see \"%2 %3 --help\""_s.arg(reason, program, command.name));
+        return Failure{u"%1; see \"%2 --help\""_s.arg(reason, name)};
     }
 
     Arguments result;
@@ -33,15 +29,12 @@ std::optional<Arguments> Arguments::parse(const QString &program, const Command 
     if (result.isHelp_)
         return result;
     for (const CommandOption &option : command.options) {
-        const QStringList values = parser.values(option.name);
         const bool isSet = parser.isSet(option.name);
-        if (const auto reason = problem(option, isSet, values))
-            return refuse(*reason);
-        if (isSet)
-            result.values_.insert(option.name, values);
+        if (const auto taken = result.take(option, isSet, parser.values(option.name)); !taken)
+            return Failure{taken.error()};
     }
-    if (const auto reason = result.takeOperand(program, command, parser.positionalArguments()))
-        return refuse(*reason);
+    if (const auto taken = result.takeOperand(name, command, parser.positionalArguments()); !taken)
+        return Failure{taken.error()};
     return result;
 }
 
@@ -52,8 +45,19 @@ std::optional<QString> Arguments::value(const QString &option) const
                                        : std::optional(found->value(found->size() - 1));
 }
 
+Result<int> Arguments::number(const QString &option, int usual, int least, int most) const
+{
+    const QString text = value(option).value_or(QString::number(usual));
+    bool isNumber = false;
+    const int number = text.toInt(&isNumber);
+    if (!isNumber || number < least || number > most)
+        return Failure{u"--%1: \"%2\" is not possible; give a number from %3 to %4"_s.arg(
+            option, text, QString::number(least), QString::number(most))};
+    return number;
+}
+
 // A directory that has gone, or whose name is not UTF-8, would be taken for another.
-std::optional<QString> Arguments::absolutePath(const QString &option, QString *error) const
+Result<QString> Arguments::absolutePath(const QString &option) const
 {
     const QString path = *value(option);
     std::error_code failure;
@@ -61,42 +65,35 @@ std::optional<QString> Arguments::absolutePath(const QString &option, QString *e
     const QString name = QString::fromStdString(current);
     if (path.startsWith(u'/') || (!failure && name.toStdString() == current))
         return QDir(name).absoluteFilePath(path);
-    *error = u"--%1: the current directory has gone, or its name is not UTF-8; give an absolute "
-             "path"_s.arg(option);
-    return std::nullopt;
+    return Failure{u"--%1: the current directory has gone, or its name is not UTF-8; give an "
+                   "absolute path"_s.arg(option)};
 }
 
-// What is wrong with an option; absent when it is right.
-std::optional<QString> Arguments::problem(const CommandOption &option, bool isSet,
-                                          const QStringList &values)
+Result<void> Arguments::take(const CommandOption &option, bool isSet, const QStringList &values)
 {
-    if (!isSet) {
-        if (option.isRequired)
-            return u"--%1 is missing; give --%1 %2"_s.arg(option.name, option.valueName);
-        return std::nullopt;
-    }
+    if (!isSet && option.isRequired)
+        return Failure{u"--%1 is missing; give --%1 %2"_s.arg(option.name, option.valueName)};
     for (const QString &value : values) {
         if (value.isEmpty())
-            return u"--%1 is empty; give --%1 %2"_s.arg(option.name, option.valueName);
+            return Failure{u"--%1 is empty; give --%1 %2"_s.arg(option.name, option.valueName)};
         if (!option.choices.isEmpty() && !option.choices.contains(value))
-            return u"--%1: \"%2\" is not possible; give %3"_s.arg(option.name, value,
-                                                                  option.choices.join(u" or "_s));
+            return Failure{u"--%1: \"%2\" is not possible; give %3"_s.arg(
+                option.name, value, option.choices.join(u" or "_s))};
     }
-    return std::nullopt;
+    if (isSet)
+        values_.insert(option.name, values);
+    return {};
 }
 
-std::optional<QString> Arguments::takeOperand(const QString &program, const Command &command,
-                                              const QStringList &operands)
+Result<void> Arguments::takeOperand(const QString &name, const Command &command,
+                                    const QStringList &operands)
 {
     const bool takesOperand = !command.operandName.isEmpty();
     if (operands.size() > (takesOperand ? 1 : 0))
-        return u"\"%1\" is one argument too many; see \"%2 %3 --help\""_s.arg(
-            operands.last(), program, command.name);
-    if (!takesOperand)
-        return std::nullopt;
+        return Failure{
+            u"\"%1\" is one argument too many; see \"%2 --help\""_s.arg(operands.last(), name)};
     operand_ = operands.value(0);
-    if (operand_.isEmpty())
-        return u"%1 is missing; give \"%2 %3 %1\""_s.arg(command.operandName, program,
-                                                         command.name);
-    return std::nullopt;
+    if (takesOperand && operand_.isEmpty())
+        return Failure{u"%1 is missing; give \"%2 %1\""_s.arg(command.operandName, name)};
+    return {};
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "../../platform/Result.h"
+
 #include <QHash>
 #include <QString>
 #include <QStringList>
@@ -13,31 +15,33 @@ struct CommandOption;
 class Arguments
 {
 public:
-    /// Reads what follows the command's name. Absent when something is wrong; error is then one
-    /// line that names the argument and the remedy.
-    static std::optional<Arguments> parse(const QString &program, const Command &command,
-                                          const QStringList &arguments, QString *error);
+    /// Reads what follows the command, which people call by that name. Fails with one line that
+    /// names the argument and the remedy.
+    static ZVPlatform::Result<Arguments> parse(const QString &name, const Command &command,
+                                               const QStringList &arguments);
 
     /// Whether help is asked for, in which case nothing else has been looked at.
     bool isHelp() const { return isHelp_; }
 
     bool isSet(const QString &option) const { return values_.contains(option); }
-    /// The value of an option; absent when the option was not given.
+    /// The last value of an option; absent when the option was not given.
     std::optional<QString> value(const QString &option) const;
-    /// All values of an option that may be given several times, in their order.
+    /// All values of an option, in their order.
     QStringList values(const QString &option) const { return values_.value(option); }
-    /// The value of an option that is required, a path: made absolute and not simplified. Absent
-    /// when the current directory has no name to begin with; error is then one line.
-    std::optional<QString> absolutePath(const QString &option, QString *error) const;
+    /// The value of an option that is a whole number, within bounds that are included.
+    ZVPlatform::Result<int> number(const QString &option, int usual, int least, int most) const;
+    /// The value of an option that is required, a path: made absolute and not simplified. Fails
+    /// when the current directory has no name to begin with.
+    ZVPlatform::Result<QString> absolutePath(const QString &option) const;
     const QString &operand() const { return operand_; }
 
 private:
     Arguments() = default;
 
-    static std::optional<QString> problem(const CommandOption &option, bool isSet,
-                                          const QStringList &values);
-    std::optional<QString> takeOperand(const QString &program, const Command &command,
-                                       const QStringList &operands);
+    ZVPlatform::Result<void> take(const CommandOption &option, bool isSet,
+                                  const QStringList &values);
+    ZVPlatform::Result<void> takeOperand(const QString &name, const Command &command,
+                                         const QStringList &operands);
 
     bool isHelp_ = false;
     QHash<QString, QStringList> values_; // Of the options given; of switches, empty.

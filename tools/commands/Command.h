@@ -1,14 +1,39 @@
 #pragma once
 
+#include "../../platform/Result.h"
+
 #include <QList>
 #include <QString>
 #include <QStringList>
+
+#include <utility>
 
 class Arguments;
 class Console;
 
 /// The exit statuses that all commands share.
-enum ExitStatus { Success = 0, Failure = 1, WrongArguments = 2 };
+enum ExitStatus { Success = 0, Failed = 1, WrongArguments = 2 };
+
+/// Why a command did not do what it was to: a line for people, and the exit status.
+struct CommandFailure
+{
+    // NOLINTNEXTLINE(google-explicit-constructor): most reasons are texts, and end with Failed.
+    CommandFailure(QString text, int exitStatus = Failed)
+        : reason(std::move(text)), status(exitStatus)
+    {
+    }
+
+    QString reason;
+    int status;
+};
+
+/// What a command ends with: its exit status, or why it failed.
+using Outcome = ZVPlatform::Result<int, CommandFailure>;
+
+inline ZVPlatform::Failure<CommandFailure> wrongArguments(const QString &reason)
+{
+    return {{reason, WrongArguments}};
+}
 
 /// An option of a command.
 struct CommandOption
@@ -21,19 +46,18 @@ struct CommandOption
     bool isRequired = false;
     /// The only values that are accepted; empty when any but an empty one is.
     QStringList choices = {};
-    /// Whether it may be given several times.
-    bool isRepeatable = false;
 };
 
 /// A command of the program: what its help and the reading of its arguments are made from, and what
 /// it does.
 struct Command
 {
-    QString name;
+    /// Empty for a program that is one command.
+    QString name = {};
     /// What it does, in one line.
     QString summary;
     /// Paragraphs that say more.
-    QStringList details;
+    QStringList details = {};
     /// What stands for its one operand in the help; empty when it takes none.
     QString operandName = {};
     QList<CommandOption> options = {};
@@ -41,6 +65,6 @@ struct Command
     QStringList exitStatuses;
     /// Arguments, the command's name first.
     QStringList examples;
-    /// Does it, and returns the exit status.
-    int (*run)(const Arguments &arguments, Console &console);
+    /// Does it. A failure is told by who calls this.
+    Outcome (*run)(const Arguments &arguments, Console &console);
 };

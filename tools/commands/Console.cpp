@@ -1,10 +1,9 @@
 #include "Console.h"
 
-#include <cerrno>
 #include <cstdio>
-#include <system_error>
 #include <utility>
 
+#include <fcntl.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -22,6 +21,16 @@ QString withoutControls(QString text)
 }
 
 } // namespace
+
+// A standard stream that was closed by whoever started the program would give its number to the
+// next file opened, which would then get what is meant for the stream.
+Console::Console()
+{
+    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (fcntl(stream, F_GETFD) == -1) [[maybe_unused]]
+            const int opened = open("/dev/null", O_RDWR);
+    }
+}
 
 void Console::print(const QString &line)
 {
@@ -74,7 +83,7 @@ void Console::write(const QByteArray &bytes)
         return;
     std::fwrite(bytes.constData(), 1, static_cast<size_t>(bytes.size()), stdout);
     if (std::fflush(stdout) != 0 || std::ferror(stdout))
-        failure_ = QString::fromStdString(std::generic_category().message(errno));
+        failure_ = qt_error_string();
 }
 
 void Console::eraseProgress()

@@ -10,6 +10,10 @@
 class Console
 {
 public:
+    /// To be made before any file is opened: gives standard streams that are missing something
+    /// harmless to stand for them.
+    Console();
+
     /// A line on standard output, as it is.
     void print(const QString &line);
 

@@ -48,9 +48,9 @@ QString term(const CommandOption &option)
     return option.valueName.isEmpty() ? name : name + u' ' + option.valueName;
 }
 
-QString usage(const QString &program, const Command &command)
+QString usage(const QString &name, const Command &command)
 {
-    QString line = u"Usage: "_s + program + u' ' + command.name;
+    QString line = u"Usage: "_s + name;
     bool hasOptional = false;
     for (const CommandOption &option : command.options) {
         if (option.isRequired)
@@ -65,12 +65,17 @@ QString usage(const QString &program, const Command &command)
     return line + u'\n';
 }
 
-QString listOfExamples(const QString &program, const QStringList &examples)
+QString listOfExamples(const QString &name, const QStringList &examples)
 {
     QString list;
     for (const QString &example : examples)
-        list += u"  "_s + program + u' ' + example + u'\n';
+        list += u"  "_s + name.section(u' ', 0, 0) + u' ' + example + u'\n';
     return list;
+}
+
+QString versionEntry()
+{
+    return entry(u"-v, --version"_s, u"Shows the version."_s, columnOfHelp);
 }
 
 } // namespace
@@ -86,17 +91,16 @@ QString HelpText::ofProgram(const QString &program, const QString &summary,
     }
     return u"Usage: %1 COMMAND [options]\n\n%2\n"_s.arg(program, summary) +
            section(u"Commands"_s, list) +
-           section(u"Options"_s,
-                   entry(u"-h, --help"_s,
-                         u"Shows this text; after a command, that of the command."_s,
-                         columnOfHelp) +
-                       entry(u"-v, --version"_s, u"Shows the version."_s, columnOfHelp)) +
+           section(u"Options"_s, entry(u"-h, --help"_s,
+                                       u"Shows this text; after a command, that of the command."_s,
+                                       columnOfHelp) +
+                                     versionEntry()) +
            section(u"Examples"_s, examples);
 }
 
-QString HelpText::ofCommand(const QString &program, const Command &command)
+QString HelpText::ofCommand(const QString &name, const Command &command)
 {
-    QString text = usage(program, command);
+    QString text = usage(name, command);
     const QStringList paragraphs = QStringList(command.summary + u'.') + command.details;
     for (const QString &paragraph : paragraphs)
         text += u'\n' + wrapped(paragraph, 0);
@@ -105,10 +109,12 @@ QString HelpText::ofCommand(const QString &program, const Command &command)
     for (const CommandOption &option : command.options)
         options += entry(term(option), option.help, columnOfHelp);
     options += entry(u"-h, --help"_s, u"Shows this text."_s, columnOfHelp);
+    if (command.name.isEmpty())
+        options += versionEntry();
 
     QString statuses;
     for (const QString &status : command.exitStatuses)
         statuses += wrapped(status, 2);
     return text + section(u"Options"_s, options) + section(u"Exit status"_s, statuses) +
-           section(u"Examples"_s, listOfExamples(program, command.examples));
+           section(u"Examples"_s, listOfExamples(name, command.examples));
 }

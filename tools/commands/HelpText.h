@@ -9,6 +9,7 @@ namespace HelpText {
 
 QString ofProgram(const QString &program, const QString &summary,
                   const std::vector<Command> &commands);
-QString ofCommand(const QString &program, const Command &command);
+/// Of a command that people call by that name.
+QString ofCommand(const QString &name, const Command &command);
 
 } // namespace HelpText

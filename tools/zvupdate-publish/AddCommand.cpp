@@ -20,6 +20,7 @@
 #include <algorithm>
 
 using namespace Qt::StringLiterals;
+using namespace ZVPlatform;
 
 namespace {
 
@@ -52,37 +53,37 @@ QString tooLong()
            "shorten them"_s.arg(Replies::longest);
 }
 
-// What is wrong with the notes, if anything: each client gets those in all languages.
-std::optional<QString> checkNotes(const Addition &addition)
+// Each client gets the notes in all languages.
+Result<void> checkNotes(const Addition &addition)
 {
     Catalogue::Release release{addition.version, {}, {}, {}};
     for (auto note = addition.notes.begin(); note != addition.notes.end(); ++note)
         release.notes.append({note.key(), note->toString()});
     const QString digest(32, u'0'); // As long as every MD5.
     if (Replies::newRelease(release, digest).size() > Replies::longest)
-        return tooLong();
-    return std::nullopt;
+        return Failure{tooLong()};
+    return {};
 }
 
-std::optional<QString> readNotes(const QStringList &values, Addition *addition)
+Result<void> readNotes(const QStringList &values, Addition *addition)
 {
     for (const QString &value : values) {
         const QString language = value.section(u'=', 0, 0);
         const QString path = value.section(u'=', 1);
-        const FileDescriptor opened = RegularFile::open(path);
-        QFile file;
-        if (!opened.isOpen() || !file.open(opened.get(), QIODevice::ReadOnly))
-            return u"--notes: %1 cannot be read; give a file"_s.arg(path);
-        if (file.size() > Replies::longest)
-            return tooLong();
+        if (QFileInfo(path).size() > Replies::longest)
+            return Failure{tooLong()};
+        const auto bytes = RegularFile::read(path);
+        if (!bytes)
+            return Failure{u"--notes: %1 cannot be read; give a file"_s.arg(path)};
         QStringDecoder decoder(QStringDecoder::Utf8);
-        const QString text = QString(decoder(file.readAll())).trimmed();
+        const QString text = QString(decoder(*bytes)).trimmed();
         if (decoder.hasError())
-            return u"--notes: %1 is not UTF-8; convert it"_s.arg(path);
+            return Failure{u"--notes: %1 is not UTF-8; convert it"_s.arg(path)};
         if (text.isEmpty())
-            return u"--notes: %1 is empty; write something into it, or leave it out"_s.arg(path);
+            return Failure{
+                u"--notes: %1 is empty; write something into it, or leave it out"_s.arg(path)};
         if (addition->notes.contains(language))
-            return u"--notes: %1 is given twice; give one file for it"_s.arg(language);
+            return Failure{u"--notes: %1 is given twice; give one file for it"_s.arg(language)};
         addition->notes.insert(language, text);
         if (text.startsWith(u'"') && text.endsWith(u'"'))
             addition->warnings.append(
@@ -96,54 +97,56 @@ std::optional<QString> readNotes(const QStringList &values, Addition *addition)
             addition->warnings.append(
                 u"there are no notes in \"%1\", and nothing stands in for them"_s.arg(language));
     }
-    return std::nullopt;
+    return checkNotes(*addition);
 }
 
-std::optional<QString> checkVersion(const CatalogueFile &catalogue, const Addition &addition,
-                                    bool isForced)
+Result<void> checkVersion(const CatalogueFile &catalogue, const Addition &addition, bool isForced)
 {
     const QString &version = addition.version;
     if (!hasNumber(version))
-        return u"version \"%1\" has no number to order it by; give one, such as 2103"_s.arg(
-            version);
+        return Failure{
+            u"version \"%1\" has no number to order it by; give one, such as 2103"_s.arg(version)};
     if (!UpdateFiles::named(catalogue.directory(), addition.productId, version))
-        return u"clients would refuse version \"%1\" of \"%2\", as \"%2_%1.exe\" is not one plain "
-               "file name; choose another version"_s.arg(version, addition.productId);
+        return Failure{
+            u"clients would refuse version \"%1\" of \"%2\", as \"%2_%1.exe\" is not "
+            "one plain file name; choose another version"_s.arg(version, addition.productId)};
     for (const QString &old : addition.supersedes) {
         if (!hasNumber(old) || compareVersions(old, version) >= 0)
-            return u"--supersedes: \"%1\" is not older than %2; leave it out"_s.arg(old, version);
+            return Failure{
+                u"--supersedes: \"%1\" is not older than %2; leave it out"_s.arg(old, version)};
     }
     if (!isForced && catalogue.withdrawn(addition.productId).contains(version))
-        return u"version %1 was withdrawn, and caches or clients may still have it; choose a "
-               "higher version, or give --force"_s.arg(version);
+        return Failure{
+            u"version %1 was withdrawn, and caches or clients may still have it; choose a higher "
+            "version, or give --force"_s.arg(version)};
     const auto *product = catalogue.product(addition.productId);
     if (!product)
-        return std::nullopt;
+        return {};
     for (const auto &release : product->releases) {
         if (compareVersions(release.version, version) == 0)
-            return u"version %1 exists, as \"%2\"; choose a higher version"_s.arg(version,
-                                                                                  release.version);
+            return Failure{u"version %1 exists, as \"%2\"; choose a higher version"_s.arg(
+                version, release.version)};
     }
     if (!isForced && !product->releases.isEmpty() &&
         compareVersions(version, product->releases.last().version) < 0)
-        return u"version %1 is older than %2, the newest; choose a higher version, or give "
-               "--force"_s.arg(version, product->releases.last().version);
-    return std::nullopt;
+        return Failure{u"version %1 is older than %2, the newest; choose a higher version, or give "
+                       "--force"_s.arg(version, product->releases.last().version)};
+    return {};
 }
 
-std::optional<QString> checkInstaller(Addition *addition)
+Result<void> checkInstaller(Addition *addition)
 {
     const QFileInfo file(addition->installer);
     if (!file.isFile() || !file.isReadable())
-        return u"--installer: %1 cannot be read; give a file"_s.arg(addition->installer);
+        return Failure{u"--installer: %1 cannot be read; give a file"_s.arg(addition->installer)};
     if (file.size() == 0)
-        return u"--installer: %1 is empty; give the installer"_s.arg(addition->installer);
+        return Failure{u"--installer: %1 is empty; give the installer"_s.arg(addition->installer)};
     // Clients count a file's bytes in 32 bits.
     if (const quint64 rest = static_cast<quint64>(file.size()) >> 32; rest != 0)
         addition->warnings.append(
             u"clients verify only the first %1 bytes of so large an installer"_s.arg(
                 static_cast<quint32>(file.size())));
-    return std::nullopt;
+    return {};
 }
 
 /// Where the installer stands in the catalogue's folder, and whether it was put there just now.
@@ -177,37 +180,39 @@ std::optional<QString> ownerOf(const CatalogueFile &catalogue, const QString &pa
     return std::nullopt;
 }
 
-// Enters the release into the catalogue. What went wrong, if anything; record is then unfinished.
-std::optional<QString> enter(CatalogueFile *catalogue, const Addition &addition, bool isDryRun,
-                             QJsonObject *record)
+// Enters the release into the catalogue, which then has the record that is returned.
+Result<QJsonObject> enter(CatalogueFile *catalogue, const Addition &addition, bool isDryRun)
 {
     const Place place = placeFor(*catalogue, addition);
     const QString target = QDir(catalogue->directory()).filePath(place.relativePath);
     const auto owner = place.isNew ? ownerOf(*catalogue, target) : std::nullopt;
     if (owner)
-        return u"%1: is the installer of %2; choose another version"_s.arg(target, *owner);
+        return Failure{u"%1: is the installer of %2; choose another version"_s.arg(target, *owner)};
     const QString path = isDryRun ? addition.installer : target;
     if (place.isNew && !isDryRun) {
         QDir(catalogue->directory()).mkpath(u"installers"_s);
         // A copy of its own: what becomes of the original is its maker's business.
-        if (const auto failure =
-                FilePlacing::place(addition.installer, path, FilePlacing::Sharing::None))
-            return failure;
+        const auto placed =
+            FilePlacing::place(addition.installer, path, FilePlacing::Sharing::None);
+        if (!placed)
+            return Failure{placed.error()};
     }
-    *record = {{u"version"_s, addition.version},
-               {u"installer"_s, place.relativePath},
-               {u"size"_s, QFileInfo(path).size()},
-               {u"md5"_s, ZVMisc::getFileMD5(path)},
-               {u"notes"_s, addition.notes}};
+    QJsonObject record{{u"version"_s, addition.version},
+                       {u"installer"_s, place.relativePath},
+                       {u"size"_s, QFileInfo(path).size()},
+                       {u"md5"_s, ZVMisc::getFileMD5(path)},
+                       {u"notes"_s, addition.notes}};
     if (!addition.supersedes.isEmpty())
-        record->insert(u"supersedes"_s, QJsonArray::fromStringList(addition.supersedes));
+        record.insert(u"supersedes"_s, QJsonArray::fromStringList(addition.supersedes));
     if (isDryRun)
-        return std::nullopt;
-    catalogue->add(addition.productId, *record);
-    const auto failure = catalogue->save();
-    if (failure && place.isNew)
-        QFile::remove(path);
-    return failure;
+        return record;
+    catalogue->add(addition.productId, record);
+    if (const auto saved = catalogue->save(); !saved) {
+        if (place.isNew)
+            QFile::remove(path);
+        return Failure{saved.error()};
+    }
+    return record;
 }
 
 void report(const Addition &addition, const QJsonObject &record, const Arguments &arguments,
@@ -230,50 +235,37 @@ void report(const Addition &addition, const QJsonObject &record, const Arguments
                          record.value(u"md5"_s).toString()));
 }
 
-int add(const Arguments &arguments, Console &console)
+Outcome add(const Arguments &arguments, Console &console)
 {
-    const auto refuse = [&console](const QString &reason, int status = Failure) {
-        console.complain(u"zvupdate-publish add: "_s + reason);
-        return status;
-    };
     Addition addition{*arguments.value(u"product-id"_s), *arguments.value(u"version"_s),
                       *arguments.value(u"installer"_s),  {},
                       arguments.values(u"supersedes"_s), {}};
     for (const QString &value : arguments.values(u"notes"_s)) {
         if (value.indexOf(u'=') < 1)
-            return refuse(
-                u"--notes: \"%1\" is not LANGUAGE=FILE; give, say, en=notes.txt"_s.arg(value),
-                WrongArguments);
+            return wrongArguments(
+                u"--notes: \"%1\" is not LANGUAGE=FILE; give, say, en=notes.txt"_s.arg(value));
     }
     if (!isBareDigits(addition.version))
         addition.warnings.append(
             u"the prompt shows a dot after each character but the last: version \"%1\" as \"v%2\""_s
                 .arg(addition.version,
                      addition.version.split(QString(), Qt::SkipEmptyParts).join(u'.')));
-    if (const auto failure = readNotes(arguments.values(u"notes"_s), &addition))
-        return refuse(*failure);
-    if (const auto failure = checkNotes(addition))
-        return refuse(*failure);
-    if (const auto failure = checkInstaller(&addition))
-        return refuse(*failure);
+    auto checked = readNotes(arguments.values(u"notes"_s), &addition);
+    if (checked)
+        checked = checkInstaller(&addition);
+    if (!checked)
+        return Failure{checked.error()};
 
-    QString error;
-    const QString directory = *arguments.value(u"catalogue"_s);
-    const bool isDryRun = arguments.isSet(u"dry-run"_s);
-    const auto lock = isDryRun ? nullptr : CatalogueOption::lock(directory, &error);
-    if (!isDryRun && !lock)
-        return refuse(error);
-    auto catalogue = CatalogueFile::read(directory, true, &error);
+    auto catalogue = CatalogueFile::open(arguments, CatalogueFile::IfMissing::Empty);
     if (!catalogue)
-        return refuse(error);
-    if (!isDryRun)
-        catalogue->removeUnfinished();
-    if (const auto failure = checkVersion(*catalogue, addition, arguments.isSet(u"force"_s)))
-        return refuse(*failure);
-    QJsonObject record;
-    if (const auto failure = enter(&*catalogue, addition, isDryRun, &record))
-        return refuse(*failure);
-    report(addition, record, arguments, console);
+        return Failure{catalogue.error()};
+    checked = checkVersion(*catalogue, addition, arguments.isSet(u"force"_s));
+    if (!checked)
+        return Failure{checked.error()};
+    const auto record = enter(&*catalogue, addition, arguments.isSet(u"dry-run"_s));
+    if (!record)
+        return Failure{record.error()};
+    report(addition, *record, arguments, console);
     return Success;
 }
 
@@ -304,14 +296,12 @@ Command addCommand()
                     {.name = u"notes"_s,
                      .valueName = u"LANGUAGE=FILE"_s,
                      .help = u"Release notes, a file in UTF-8 for each language: en, zh-TW and "
-                             "zh-CN."_s,
-                     .isRepeatable = true},
+                             "zh-CN."_s},
                     {.name = u"supersedes"_s,
                      .valueName = u"VERSION"_s,
                      .help = u"An older version that users have and that is not in the catalogue. "
                              "A static site answers only versions that it knows. May be given "
-                             "several times."_s,
-                     .isRepeatable = true},
+                             "several times."_s},
                     {.name = u"force"_s,
                      .help = u"Also adds a version that is older than the newest, or that was "
                              "withdrawn."_s},

@@ -1,9 +1,10 @@
 #include "CatalogueFile.h"
 
+#include "CatalogueOption.h"
 #include "FilePlacing.h"
 
-#include "../catalogue/CatalogueReader.h"
 #include "../catalogue/VersionOrder.h"
+#include "../commands/Arguments.h"
 
 #include <QDir>
 #include <QFile>
@@ -15,6 +16,7 @@
 #include <algorithm>
 
 using namespace Qt::StringLiterals;
+using namespace ZVPlatform;
 
 namespace {
 
@@ -37,31 +39,40 @@ qsizetype indexOfMember(const QJsonArray &objects, const QString &member, const 
 
 } // namespace
 
-std::optional<CatalogueFile> CatalogueFile::read(const QString &directory, bool isNewAllowed,
-                                                 QString *error)
+Result<CatalogueFile> CatalogueFile::open(const Arguments &arguments, IfMissing ifMissing)
+{
+    const QString directory = *arguments.value(u"catalogue"_s);
+    if (arguments.isSet(u"dry-run"_s))
+        return read(directory, ifMissing);
+    auto lock = CatalogueOption::lock(directory);
+    if (!lock)
+        return Failure{lock.error()};
+    auto catalogue = read(directory, ifMissing);
+    if (catalogue) {
+        catalogue->lock_ = *std::move(lock);
+        catalogue->removeUnfinished();
+    }
+    return catalogue;
+}
+
+Result<CatalogueFile> CatalogueFile::read(const QString &directory, IfMissing ifMissing)
 {
     CatalogueFile result;
     result.directory_ = QFileInfo(directory).canonicalFilePath();
-    if (!QFileInfo(directory).isDir()) {
-        *error = u"%1: is not a folder; make it, or give --catalogue another"_s.arg(directory);
-        return std::nullopt;
-    }
-    if (result.directory_.isEmpty()) {
-        *error = u"%1: the current directory has gone; give --catalogue an absolute path"_s.arg(
-            directory);
-        return std::nullopt;
-    }
-    if (!QFileInfo::exists(Catalogue::path(directory)) && isNewAllowed)
+    if (!QFileInfo(directory).isDir())
+        return Failure{
+            u"%1: is not a folder; make it, or give --catalogue another"_s.arg(directory)};
+    if (result.directory_.isEmpty())
+        return Failure{u"%1: the current directory has gone; give --catalogue an absolute "
+                       "path"_s.arg(directory)};
+    if (!QFileInfo::exists(Catalogue::path(directory)) && ifMissing == IfMissing::Empty)
         return result;
-    const auto json = CatalogueReader::contents(directory, error);
+    const auto json = Catalogue::contents(directory);
     if (!json)
-        return std::nullopt;
-    CatalogueReader reader(directory, *json);
-    const auto products = reader.read();
-    if (!products) {
-        *error = Catalogue::path(directory) + u':' + reader.error();
-        return std::nullopt;
-    }
+        return Failure{json.error()};
+    const auto products = Catalogue::parse(directory, *json);
+    if (!products)
+        return Failure{products.error()};
     result.root_ = QJsonDocument::fromJson(*json).object();
     result.products_ = *products;
     const QJsonArray records = result.root_.value(u"products"_s).toArray();
@@ -132,6 +143,7 @@ void CatalogueFile::withdraw(const QString &productId, const QString &version)
     setProductRecord(productId, product);
 }
 
+// What runs that were killed have left of installers that they were copying here.
 void CatalogueFile::removeUnfinished() const
 {
     QStringList kept;
@@ -147,18 +159,17 @@ void CatalogueFile::removeUnfinished() const
     }
 }
 
-std::optional<QString> CatalogueFile::save() const
+Result<void> CatalogueFile::save() const
 {
     const QByteArray json = QJsonDocument(root_).toJson();
+    if (const auto products = Catalogue::parse(directory_, json); !products)
+        return Failure{
+            u"not changed, since clients could not be served: %1"_s.arg(products.error())};
     QSaveFile file(Catalogue::path(directory_));
-    CatalogueReader reader(directory_, json);
-    if (!reader.read())
-        return u"%1: not changed, since clients could not be served: %2"_s.arg(file.fileName(),
-                                                                               reader.error());
     if (!file.open(QIODevice::WriteOnly) || file.write(json) != json.size() || !file.commit())
-        return u"%1: cannot be written: %2; the file is as it was"_s.arg(file.fileName(),
-                                                                         file.errorString());
-    return std::nullopt;
+        return Failure{u"%1: cannot be written: %2; the file is as it was"_s.arg(
+            file.fileName(), file.errorString())};
+    return {};
 }
 
 void CatalogueFile::setProductRecord(const QString &productId, const QJsonObject &record)

@@ -4,10 +4,13 @@
 
 #include <QHash>
 #include <QJsonObject>
+#include <QLockFile>
 #include <QString>
 #include <QStringList>
 
-#include <optional>
+#include <memory>
+
+class Arguments;
 
 /// A folder's releases.json, to be read and to be changed. What this program does not know in it
 /// stays as it is. Beside what zvupdate-service reads it keeps
@@ -17,10 +20,18 @@
 class CatalogueFile
 {
 public:
-    /// Reads the file and checks it as the service does. Absent when something is wrong; error is
-    /// then one line. isNewAllowed says whether a folder without the file is an empty catalogue.
-    static std::optional<CatalogueFile> read(const QString &directory, bool isNewAllowed,
-                                             QString *error);
+    /// Whether a folder without the file is an empty catalogue.
+    enum class IfMissing { Fail, Empty };
+
+    /// For a command that changes the catalogue or its folder, which nobody else does as long as
+    /// the result lives; what killed runs have left there is removed. With --dry-run it is only
+    /// read.
+    static ZVPlatform::Result<CatalogueFile> open(const Arguments &arguments,
+                                                  IfMissing ifMissing = IfMissing::Fail);
+
+    /// Reads the file and checks it as the service does.
+    static ZVPlatform::Result<CatalogueFile> read(const QString &directory,
+                                                  IfMissing ifMissing = IfMissing::Fail);
 
     /// Absolute and free of symbolic links.
     const QString &directory() const { return directory_; }
@@ -37,18 +48,16 @@ public:
     void add(const QString &productId, const QJsonObject &release);
     void withdraw(const QString &productId, const QString &version);
 
-    /// Removes what runs that were killed have left of installers that they were copying here. For
-    /// who holds the lock.
-    void removeUnfinished() const;
-
-    /// Writes the file anew, unless the service would refuse it. What is wrong, if anything.
-    std::optional<QString> save() const;
+    /// Writes the file anew, unless the service would refuse it.
+    ZVPlatform::Result<void> save() const;
 
 private:
     CatalogueFile() = default;
 
+    void removeUnfinished() const;
     void setProductRecord(const QString &productId, const QJsonObject &record);
 
+    std::unique_ptr<QLockFile> lock_; // Null when it has only been read.
     QString directory_;
     QJsonObject root_;
     // As read:

@@ -7,6 +7,7 @@
 #include <chrono>
 
 using namespace Qt::StringLiterals;
+using namespace ZVPlatform;
 
 namespace {
 
@@ -38,8 +39,7 @@ QString heldBy(const QString &path, const std::optional<Holder> &holder)
     const QString since = QFileInfo(path).lastModified().toUTC().toString(Qt::ISODate);
     const QString name = holder ? holder->name : u"somebody who has not put down a name"_s;
     return u"%1: has been held since %2 by %3; wait for its end, or, if nothing of it is at work "
-           u"any "
-           "more, remove this file and try again"_s.arg(path, since, name);
+           "any more, remove this file and try again"_s.arg(path, since, name);
 }
 
 } // namespace
@@ -70,21 +70,17 @@ CommandOption CatalogueOption::dryRun()
     return {.name = u"dry-run"_s, .help = u"Says what would be done, and changes nothing."_s};
 }
 
-std::unique_ptr<QLockFile> CatalogueOption::lock(const QString &directory, QString *error)
+Result<std::unique_ptr<QLockFile>> CatalogueOption::lock(const QString &directory)
 {
-    if (!QDir(directory).exists()) {
-        *error = u"%1: there is no such folder; make it, or give another"_s.arg(directory);
-        return nullptr;
-    }
+    if (!QDir(directory).exists())
+        return Failure{u"%1: there is no such folder; make it, or give another"_s.arg(directory)};
     const QString path = QDir(directory).filePath(u".zvupdate-publish.lock"_s);
     auto lock = std::make_unique<QLockFile>(path);
     // One that is left over is told by its process, which is gone, and never by its age.
     lock->setStaleLockTime(0);
     // What is no file is no lock, and would never be released.
-    if (QFileInfo(path).isSymLink() || (QFileInfo::exists(path) && !QFileInfo(path).isFile())) {
-        *error = u"%1: is no file; remove it"_s.arg(path);
-        return nullptr;
-    }
+    if (QFileInfo(path).isSymLink() || (QFileInfo::exists(path) && !QFileInfo(path).isFile()))
+        return Failure{u"%1: is no file; remove it"_s.arg(path)};
     if (lock->tryLock(static_cast<int>(shortWait.count())))
         return lock;
     auto holder = holderOf(*lock);
@@ -92,8 +88,7 @@ std::unique_ptr<QLockFile> CatalogueOption::lock(const QString &directory, QStri
     if (holder && holder->host == QSysInfo::machineHostName() &&
         lock->tryLock(static_cast<int>(rest.count())))
         return lock;
-    *error = lock->error() == QLockFile::LockFailedError
-                 ? heldBy(path, holder)
-                 : u"%1: cannot be made; make the folder writable"_s.arg(path);
-    return nullptr;
+    return Failure{lock->error() == QLockFile::LockFailedError
+                       ? heldBy(path, holder)
+                       : u"%1: cannot be made; make the folder writable"_s.arg(path)};
 }

@@ -5,7 +5,6 @@
 #include <QLockFile>
 
 #include <memory>
-#include <optional>
 
 /// The options that several commands have, and what goes with them.
 namespace CatalogueOption {
@@ -15,8 +14,7 @@ CommandOption productId();
 CommandOption json();
 CommandOption dryRun();
 
-/// Keeps others from changing the catalogue as long as it lives. Null when that cannot be had;
-/// error is then one line.
-std::unique_ptr<QLockFile> lock(const QString &directory, QString *error);
+/// Keeps others from changing a folder as long as the lock lives.
+ZVPlatform::Result<std::unique_ptr<QLockFile>> lock(const QString &directory);
 
 } // namespace CatalogueOption

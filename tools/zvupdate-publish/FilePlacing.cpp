@@ -2,9 +2,7 @@
 
 #include <QFile>
 
-#include <cerrno>
 #include <cstdio>
-#include <system_error>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -15,13 +13,9 @@
 #endif
 
 using namespace Qt::StringLiterals;
+using namespace ZVPlatform;
 
 namespace {
-
-QString reason()
-{
-    return QString::fromStdString(std::generic_category().message(errno));
-}
 
 bool shareBlocks([[maybe_unused]] const QFile &source, [[maybe_unused]] const QFile &target)
 {
@@ -49,38 +43,37 @@ bool makeLink(const QString &source, const QString &path)
 }
 
 // Makes a file at path with source's contents, which outlives a loss of power.
-std::optional<QString> fill(const QString &path, const QString &source,
-                            FilePlacing::Sharing sharing)
+Result<void> fill(const QString &path, const QString &source, FilePlacing::Sharing sharing)
 {
     QFile from(source);
     if (!from.open(QIODevice::ReadOnly))
-        return u"%1: cannot be read: %2"_s.arg(source, from.errorString());
+        return Failure{u"%1: cannot be read: %2"_s.arg(source, from.errorString())};
     QFile to(path);
     if (!to.open(QIODevice::WriteOnly))
-        return u"%1: cannot be written: %2"_s.arg(path, to.errorString());
+        return Failure{u"%1: cannot be written: %2"_s.arg(path, to.errorString())};
     if (!shareBlocks(from, to)) {
         if (sharing == FilePlacing::Sharing::HardLink && to.remove() && makeLink(source, path))
-            return std::nullopt;
+            return {};
         if ((!to.isOpen() && !to.open(QIODevice::WriteOnly)) || !copyBytes(&from, &to))
-            return u"%1: cannot be copied to %2: %3"_s.arg(source, path, reason());
+            return Failure{
+                u"%1: cannot be copied to %2: %3"_s.arg(source, path, qt_error_string())};
     }
     if (fsync(to.handle()) != 0)
-        return u"%1: cannot be written: %2"_s.arg(path, reason());
-    return std::nullopt;
+        return Failure{u"%1: cannot be written: %2"_s.arg(path, qt_error_string())};
+    return {};
 }
 
 } // namespace
 
-std::optional<QString> FilePlacing::place(const QString &source, const QString &target,
-                                          Sharing sharing)
+Result<void> FilePlacing::place(const QString &source, const QString &target, Sharing sharing)
 {
     const QString temporary = target + unfinishedSuffix;
     QFile::remove(temporary);
-    auto failure = fill(temporary, source, sharing);
-    if (!failure && std::rename(QFile::encodeName(temporary).constData(),
-                                QFile::encodeName(target).constData()) != 0)
-        failure = u"%1: cannot be put in place: %2"_s.arg(target, reason());
+    auto placed = fill(temporary, source, sharing);
+    if (placed && std::rename(QFile::encodeName(temporary).constData(),
+                              QFile::encodeName(target).constData()) != 0)
+        placed = Failure{u"%1: cannot be put in place: %2"_s.arg(target, qt_error_string())};
     // Renaming one name of a file to another of its names leaves both.
     QFile::remove(temporary);
-    return failure;
+    return placed;
 }

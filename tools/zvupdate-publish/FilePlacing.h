@@ -1,8 +1,8 @@
 #pragma once
 
-#include <QString>
+#include "../../platform/Result.h"
 
-#include <optional>
+#include <QString>
 
 /// Puts a file's contents at another path.
 namespace FilePlacing {
@@ -16,7 +16,6 @@ enum class Sharing { None, HardLink };
 
 /// Makes target a file with source's contents: sharing the disk's blocks where the file system can,
 /// else as sharing allows, else as a copy. Target appears at once and whole, or stays as it was.
-/// What went wrong, if anything.
-std::optional<QString> place(const QString &source, const QString &target, Sharing sharing);
+ZVPlatform::Result<void> place(const QString &source, const QString &target, Sharing sharing);
 
 } // namespace FilePlacing

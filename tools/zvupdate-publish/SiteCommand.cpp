@@ -17,6 +17,7 @@
 #include <system_error>
 
 using namespace Qt::StringLiterals;
+using namespace ZVPlatform;
 
 namespace {
 
@@ -27,58 +28,55 @@ bool isPlain(const QString &text)
     return plain.match(text).hasMatch();
 }
 
-std::optional<QString> takeBaseUrl(const QString &url, NginxConfig *config)
+Result<void> takeBaseUrl(const QString &url, NginxConfig *config)
 {
     static const QRegularExpression form(u"\\Ahttps?://[^/?#]+(/[^?#]*)\\?([A-Za-z0-9_]+)=\\z"_s);
     const auto match = form.match(url);
     // nginx compares the path as it is without escapes and doubled slashes.
     if (!match.hasMatch() || !isPlain(url) || match.captured(1).contains(u'%') ||
         match.captured(1).contains(u"//"_s))
-        return u"--base-url: \"%1\" is not possible; give http://HOST/PATH?KEY="_s.arg(url);
+        return Failure{
+            u"--base-url: \"%1\" is not possible; give http://HOST/PATH?KEY="_s.arg(url)};
     config->path = match.captured(1);
     config->queryKey = match.captured(2);
-    return std::nullopt;
+    return {};
 }
 
-std::optional<QString> takeDownloadHost(const QString &url, const QString &baseUrl,
-                                        NginxConfig *config)
+Result<void> takeDownloadHost(const QString &url, const QString &baseUrl, NginxConfig *config)
 {
     static const QRegularExpression form(u"\\Ahttps?://[^/?#]+(/[^?#]*)?\\z"_s);
     if (!form.match(url).hasMatch() || !isPlain(url))
-        return u"--download-host: \"%1\" is not possible; give http://HOST or "
-               "http://HOST/FOLDER"_s.arg(url);
+        return Failure{u"--download-host: \"%1\" is not possible; give http://HOST or "
+                       "http://HOST/FOLDER"_s.arg(url)};
     if (baseUrl.startsWith(u"https:"_s) && !url.startsWith(u"https:"_s))
-        return u"--download-host: clients do not follow from https to http; give an https URL"_s;
+        return Failure{
+            u"--download-host: clients do not follow from https to http; give an https URL"_s};
     config->downloadHost = url;
     while (config->downloadHost.endsWith(u'/'))
         config->downloadHost.chop(1);
-    return std::nullopt;
+    return {};
 }
 
-// What is wrong with the arguments, if anything.
-std::optional<QString> configure(const Arguments &arguments, const QString &output,
-                                 NginxConfig *config, int *keep)
+Result<NginxConfig> configure(const Arguments &arguments, const QString &output)
 {
-    bool isNumber = true;
-    const QString text = arguments.value(u"keep"_s).value_or(u"3"_s);
-    *keep = text.toInt(&isNumber);
-    if (!isNumber || *keep < 1)
-        return u"--keep: \"%1\" is not possible; give a number from 1 on"_s.arg(text);
+    NginxConfig config;
     const auto baseUrl = arguments.value(u"base-url"_s);
-    if (const auto failure = baseUrl ? takeBaseUrl(*baseUrl, config) : std::nullopt)
-        return failure;
     const auto host = arguments.value(u"download-host"_s);
-    if (const auto failure =
-            host ? takeDownloadHost(*host, baseUrl.value_or(QString()), config) : std::nullopt)
-        return failure;
+    Result<void> taken;
+    if (baseUrl)
+        taken = takeBaseUrl(*baseUrl, &config);
+    if (taken && host)
+        taken = takeDownloadHost(*host, baseUrl.value_or(QString()), &config);
+    if (!taken)
+        return Failure{taken.error()};
     // Simplified without asking the disk, as the folder may not be there yet.
-    config->root = arguments.value(u"root"_s).value_or(QDir::cleanPath(output));
-    if (!config->root.startsWith(u'/'))
-        return u"--root: \"%1\" is not possible; give a path from / on"_s.arg(config->root);
-    if (!isPlain(config->root))
-        return u"\"%1\" cannot stand in nginx's configuration; use a path without spaces, quotes "
-               "and signs such as $"_s.arg(config->root);
-    return std::nullopt;
+    config.root = arguments.value(u"root"_s).value_or(QDir::cleanPath(output));
+    if (!config.root.startsWith(u'/'))
+        return Failure{u"--root: \"%1\" is not possible; give a path from / on"_s.arg(config.root)};
+    if (!isPlain(config.root))
+        return Failure{u"\"%1\" cannot stand in nginx's configuration; use a path without spaces, "
+                       "quotes and signs such as $"_s.arg(config.root)};
+    return config;
 }
 
 bool isSameFolder(const QString &one, const QString &other)
@@ -116,55 +114,45 @@ void report(const SiteContents &site, const SiteFolder &folder, const NginxConfi
             config.root));
 }
 
-int site(const Arguments &arguments, Console &console)
+Outcome site(const Arguments &arguments, Console &console)
 {
-    const auto refuse = [&console](const QString &reason, int status = Failure) {
-        console.complain(u"zvupdate-publish site: "_s + reason);
-        return status;
-    };
-    QString error;
-    const auto absolute = arguments.absolutePath(u"output"_s, &error);
-    if (!absolute)
-        return refuse(error, WrongArguments);
-    const QString &output = *absolute;
-    NginxConfig config;
-    int keep = 0;
-    if (const auto failure = configure(arguments, output, &config, &keep))
-        return refuse(*failure, WrongArguments);
+    const auto output = arguments.absolutePath(u"output"_s);
+    if (!output)
+        return wrongArguments(output.error());
+    const auto keep = arguments.number(u"keep"_s, 3, 1, 1'000'000);
+    if (!keep)
+        return wrongArguments(keep.error());
+    const auto config = configure(arguments, *output);
+    if (!config)
+        return wrongArguments(config.error());
 
     const bool isDryRun = arguments.isSet(u"dry-run"_s);
-    if (!isDryRun && !QDir().mkpath(output))
-        return refuse(u"%1: cannot be made; give --output a writable place"_s.arg(output));
-    const QString directory = *arguments.value(u"catalogue"_s);
+    if (!isDryRun && !QDir().mkpath(*output))
+        return Failure{u"%1: cannot be made; give --output a writable place"_s.arg(*output)};
     // Its lock cannot be taken twice.
-    if (isSameFolder(output, directory))
-        return refuse(u"%1: is the catalogue's folder; give --output another"_s.arg(output),
-                      WrongArguments);
-    const auto lock = isDryRun ? nullptr : CatalogueOption::lock(output, &error);
-    if (!isDryRun && !lock)
-        return refuse(error);
+    if (isSameFolder(*output, *arguments.value(u"catalogue"_s)))
+        return wrongArguments(
+            u"%1: is the catalogue's folder; give --output another"_s.arg(*output));
+    const auto lock = isDryRun ? std::unique_ptr<QLockFile>() : CatalogueOption::lock(*output);
+    if (!lock)
+        return Failure{lock.error()};
     // Nobody exchanges an installer while it is digested and placed.
-    const auto catalogueLock = isDryRun ? nullptr : CatalogueOption::lock(directory, &error);
-    if (!isDryRun && !catalogueLock)
-        return refuse(error);
-    const auto catalogue = CatalogueFile::read(directory, false, &error);
+    const auto catalogue = CatalogueFile::open(arguments);
     if (!catalogue)
-        return refuse(error);
-    if (!isDryRun)
-        catalogue->removeUnfinished();
-    SiteFolder folder(output);
-    const auto contents = SiteContents::of(*catalogue, folder.currentRecord(), &error);
+        return Failure{catalogue.error()};
+    SiteFolder folder(*output);
+    const auto contents = SiteContents::of(*catalogue, folder.currentRecord());
     if (!contents)
-        return refuse(error);
+        return Failure{contents.error()};
 
-    const bool isCurrent = folder.isCurrent(*contents, config);
+    const bool isCurrent = folder.isCurrent(*contents, *config);
     qsizetype removed = 0;
     if (!isCurrent && !isDryRun) {
-        if (const auto failure = folder.publish(*contents, config))
-            return refuse(*failure);
-        removed = folder.removeOld(keep);
+        if (const auto published = folder.publish(*contents, *config); !published)
+            return Failure{published.error()};
+        removed = folder.removeOld(*keep);
     }
-    report(*contents, folder, config, !isCurrent, removed, arguments, console);
+    report(*contents, folder, *config, !isCurrent, removed, arguments, console);
     return Success;
 }
 

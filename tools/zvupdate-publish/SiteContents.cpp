@@ -10,6 +10,7 @@
 #include <QJsonDocument>
 
 using namespace Qt::StringLiterals;
+using namespace ZVPlatform;
 
 namespace {
 
@@ -34,16 +35,13 @@ std::optional<QString> sha256OfFile(const QString &path)
     return hex(hash.result());
 }
 
-// What is wrong with an installer that has changed since it was added.
-std::optional<QString> change(const QJsonObject &record, const QString &path, const QString &md5)
+// Whether an installer is as it was when it was added.
+bool isUnchanged(const QJsonObject &record, const QString &path, const QString &md5)
 {
     const QJsonValue size = record.value(u"size"_s);
     const QJsonValue recorded = record.value(u"md5"_s);
-    if ((size.isUndefined() || size.toInteger() == QFileInfo(path).size()) &&
-        (recorded.isUndefined() || recorded.toString() == md5))
-        return std::nullopt;
-    return u"%1: is not the file that was added; put that back, or withdraw the release and add "
-           "the file as a new version"_s.arg(path);
+    return (size.isUndefined() || size.toInteger() == QFileInfo(path).size()) &&
+           (recorded.isUndefined() || recorded.toString() == md5);
 }
 
 QString addReply(SiteContents *site, const QByteArray &reply)
@@ -53,40 +51,32 @@ QString addReply(SiteContents *site, const QByteArray &reply)
     return name;
 }
 
-std::optional<QString> addInstaller(SiteContents *site, const QString &productId,
-                                    const Catalogue::Release &release)
-{
-    const auto digest = sha256OfFile(release.installerPath);
-    if (!digest)
-        return u"%1: cannot be read; make it readable"_s.arg(release.installerPath);
-    const QString name = u"/installers/"_s + *digest;
-    site->installerFiles.insert(name, release.installerPath);
-    site->installerNames.insert(Catalogue::clientFileName(productId, release.version), name);
-    return std::nullopt;
-}
-
-std::optional<QString> addProduct(SiteContents *site, const CatalogueFile &catalogue,
-                                  const Catalogue::Product &product)
+Result<void> addProduct(SiteContents *site, const CatalogueFile &catalogue,
+                        const Catalogue::Product &product)
 {
     QString newestMd5;
     for (const Catalogue::Release &release : product.releases) {
-        newestMd5 = ZVMisc::getFileMD5(release.installerPath);
-        auto failure =
-            change(catalogue.record(product.id, release.version), release.installerPath, newestMd5);
-        if (!failure)
-            failure = addInstaller(site, product.id, release);
-        if (failure)
-            return failure;
+        const QString &path = release.installerPath;
+        newestMd5 = ZVMisc::getFileMD5(path);
+        if (!isUnchanged(catalogue.record(product.id, release.version), path, newestMd5))
+            return Failure{u"%1: is not the file that was added; put that back, or withdraw the "
+                           "release and add the file as a new version"_s.arg(path)};
+        const auto digest = sha256OfFile(path);
+        if (!digest)
+            return Failure{u"%1: cannot be read; make it readable"_s.arg(path)};
+        const QString name = u"/installers/"_s + *digest;
+        site->installerFiles.insert(name, path);
+        site->installerNames.insert(release.fileName, name);
     }
     const QStringList outdated = catalogue.outdated(product);
     if (outdated.isEmpty())
-        return std::nullopt;
+        return {};
     const QString reply = addReply(site, Replies::newRelease(product.releases.last(), newestMd5));
     for (const QString &version : outdated)
         site->replies.insert(HttpFunctionURLEncode::encode(u"cmd=checkupd&id="_s + product.id +
                                                            u"&ver="_s + version),
                              reply);
-    return std::nullopt;
+    return {};
 }
 
 QJsonObject asJson(const QMap<QString, QString> &map)
@@ -119,15 +109,12 @@ void chooseToken(SiteContents *site, const QJsonObject &previous)
 
 } // namespace
 
-std::optional<SiteContents> SiteContents::of(const CatalogueFile &catalogue,
-                                             const QJsonObject &previous, QString *error)
+Result<SiteContents> SiteContents::of(const CatalogueFile &catalogue, const QJsonObject &previous)
 {
     SiteContents site;
     for (const Catalogue::Product &product : catalogue.products()) {
-        if (const auto failure = addProduct(&site, catalogue, product)) {
-            *error = *failure;
-            return std::nullopt;
-        }
+        if (const auto added = addProduct(&site, catalogue, product); !added)
+            return Failure{added.error()};
     }
     chooseToken(&site, previous);
     site.replies.insert(HttpFunctionURLEncode::encode(u"cmd=gettoken"_s),

@@ -5,8 +5,6 @@
 #include <QJsonObject>
 #include <QMap>
 
-#include <optional>
-
 /// What a static site of a catalogue consists of. There is no nonce in what clients ask, so that
 /// all they can ask is known beforehand: it maps each sealed command to the file that answers it.
 ///
@@ -31,10 +29,9 @@ struct SiteContents
     /// Likewise, of earlier sites with the same token, for names that are no more.
     QMap<QString, QString> retiredNames;
 
-    /// Reads all installers. previous is the record() of the site before, or empty. Absent when
-    /// something is wrong; error is then one line.
-    static std::optional<SiteContents> of(const CatalogueFile &catalogue,
-                                          const QJsonObject &previous, QString *error);
+    /// Reads all installers. previous is the record() of the site before, or empty.
+    static ZVPlatform::Result<SiteContents> of(const CatalogueFile &catalogue,
+                                               const QJsonObject &previous);
 
     /// What is kept of it beside the site.
     QJsonObject record() const;

@@ -11,29 +11,27 @@
 #include <QSet>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
-#include <system_error>
 #include <utility>
 
 using namespace Qt::StringLiterals;
+using namespace ZVPlatform;
 
 namespace {
 
-std::optional<QString> write(const QString &path, const QByteArray &bytes)
+Result<void> write(const QString &path, const QByteArray &bytes)
 {
     QSaveFile file(path);
     if (file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size() && file.commit())
-        return std::nullopt;
-    return u"%1: cannot be written: %2"_s.arg(path, file.errorString());
+        return {};
+    return Failure{u"%1: cannot be written: %2"_s.arg(path, file.errorString())};
 }
 
+// Empty when it cannot be read.
 QByteArray contentsOf(const QString &path)
 {
-    const FileDescriptor opened = RegularFile::open(path);
-    QFile file;
-    const bool isOpen = opened.isOpen() && file.open(opened.get(), QIODevice::ReadOnly);
-    return isOpen ? file.readAll() : QByteArray();
+    const auto bytes = RegularFile::read(path);
+    return bytes ? *bytes : QByteArray();
 }
 
 QJsonObject recordAt(const QString &generationPath)
@@ -75,23 +73,20 @@ bool SiteFolder::isCurrent(const SiteContents &site, const NginxConfig &config) 
                        [this](const QString &name) { return QFileInfo::exists(path_ + name); });
 }
 
-std::optional<QString> SiteFolder::publish(const SiteContents &site, const NginxConfig &config)
+Result<void> SiteFolder::publish(const SiteContents &site, const NginxConfig &config)
 {
     const QList<int> before = generations();
     const int number = before.isEmpty() ? 1 : before.last() + 1;
     const QDir folder(path_);
     for (const QString &name : {u"installers"_s, u"replies"_s, u"generations/%1"_s.arg(number)}) {
         if (!folder.mkpath(name))
-            return u"%1/%2: cannot be made; make the folder writable"_s.arg(path_, name);
+            return Failure{u"%1/%2: cannot be made; make the folder writable"_s.arg(path_, name)};
     }
-    if (const auto failure = writeFiles(site))
-        return failure;
+    auto written = writeFiles(site);
     const auto files = filesOfGeneration(site, config);
-    for (const auto &[name, bytes] : files) {
-        if (const auto failure = write(generationPath(number) + u'/' + name, bytes))
-            return failure;
-    }
-    return makeCurrent(number);
+    for (auto file = files.begin(); written && file != files.end(); ++file)
+        written = write(generationPath(number) + u'/' + file->first, file->second);
+    return written ? makeCurrent(number) : written;
 }
 
 qsizetype SiteFolder::removeOld(int generationsToKeep)
@@ -136,27 +131,25 @@ QList<int> SiteFolder::generations() const
 }
 
 // A file that is there under its name already is the right one.
-std::optional<QString> SiteFolder::writeFiles(const SiteContents &site)
+Result<void> SiteFolder::writeFiles(const SiteContents &site)
 {
-    for (auto reply = site.replyFiles.begin(); reply != site.replyFiles.end(); ++reply) {
+    Result<void> written;
+    const auto &replies = site.replyFiles;
+    for (auto reply = replies.begin(); written && reply != replies.end(); ++reply) {
         const QString path = path_ + reply.key();
-        if (const auto failure =
-                QFileInfo::exists(path) ? std::nullopt : write(path, reply.value()))
-            return failure;
+        if (!QFileInfo::exists(path))
+            written = write(path, reply.value());
     }
-    for (auto installer = site.installerFiles.begin(); installer != site.installerFiles.end();
-         ++installer) {
-        const QString path = path_ + installer.key();
-        if (QFileInfo::exists(path))
-            continue;
-        if (const auto failure =
-                FilePlacing::place(installer.value(), path, FilePlacing::Sharing::HardLink))
-            return failure;
+    const auto &installers = site.installerFiles;
+    for (auto file = installers.begin(); written && file != installers.end(); ++file) {
+        const QString path = path_ + file.key();
+        if (!QFileInfo::exists(path))
+            written = FilePlacing::place(file.value(), path, FilePlacing::Sharing::HardLink);
     }
-    return std::nullopt;
+    return written;
 }
 
-std::optional<QString> SiteFolder::makeCurrent(int number)
+Result<void> SiteFolder::makeCurrent(int number)
 {
     const QString link = path_ + u"/current"_s;
     const QString fresh = link + u".new"_s;
@@ -164,7 +157,6 @@ std::optional<QString> SiteFolder::makeCurrent(int number)
     // Relative, so that the folder can be moved.
     if (QFile::link(u"generations/%1"_s.arg(number), fresh) &&
         std::rename(QFile::encodeName(fresh).constData(), QFile::encodeName(link).constData()) == 0)
-        return std::nullopt;
-    return u"%1: cannot be put in place: %2"_s.arg(
-        link, QString::fromStdString(std::generic_category().message(errno)));
+        return {};
+    return Failure{u"%1: cannot be put in place: %2"_s.arg(link, qt_error_string())};
 }

@@ -6,8 +6,6 @@
 #include <QJsonObject>
 #include <QStringList>
 
-#include <optional>
-
 /// The folder of a static site:
 ///
 ///     installers/, replies/   the files, named after their contents
@@ -26,8 +24,8 @@ public:
     /// Whether the site is the current one already.
     bool isCurrent(const SiteContents &site, const NginxConfig &config) const;
 
-    /// Makes the site the current one. What went wrong, if anything; the site before then goes on.
-    std::optional<QString> publish(const SiteContents &site, const NginxConfig &config);
+    /// Makes the site the current one. If that fails, the site before goes on.
+    ZVPlatform::Result<void> publish(const SiteContents &site, const NginxConfig &config);
 
     /// Removes all but the newest generations, and the files that belong to none of those that
     /// stay. Says how many files went.
@@ -37,8 +35,8 @@ private:
     QString generationPath(int number) const;
     /// In ascending order.
     QList<int> generations() const;
-    std::optional<QString> writeFiles(const SiteContents &site);
-    std::optional<QString> makeCurrent(int number);
+    ZVPlatform::Result<void> writeFiles(const SiteContents &site);
+    ZVPlatform::Result<void> makeCurrent(int number);
 
     const QString path_;
 };

@@ -1,9 +1,8 @@
 #pragma once
 
-#include "Command.h"
+#include "Faults.h"
+#include "HttpMessages.h"
 #include "ReleaseFolder.h"
-#include "Reply.h"
-#include "Request.h"
 #include "TokenStore.h"
 
 /// Answers the service's commands. Knows HTTP's words (methods, status, fields) but not how they
@@ -12,7 +11,10 @@
 class CommandHandler
 {
 public:
-    CommandHandler(ReleaseFolder &folder, TokenStore &tokens) : folder_(folder), tokens_(tokens) {}
+    CommandHandler(ReleaseFolder &folder, TokenStore &tokens, const Faults &faults)
+        : folder_(folder), tokens_(tokens), faults_(faults)
+    {
+    }
 
     Reply answer(const Request &request);
 
@@ -21,10 +23,11 @@ public:
 
 private:
     Reply answerCommand(const Request &request, const QString &text);
-    Reply checkUpdate(const Command::CheckUpdate &command);
-    Reply getToken();
-    Reply download(const Command::Download &command, const QByteArray &range);
+    Reply checkUpdate(const QString &productId, const QString &version);
+    Reply download(const QString &token, const QString &fileName, const Request &request);
+    void interrupt(Reply &reply, qint64 size) const;
 
     ReleaseFolder &folder_;
     TokenStore &tokens_;
+    const Faults faults_;
 };

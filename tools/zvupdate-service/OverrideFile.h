@@ -1,8 +1,8 @@
 #pragma once
 
-#include <QString>
+#include "../../platform/Result.h"
 
-#include <optional>
+#include <QString>
 
 /// The file in the developer's home through which update clients on this machine are pointed at
 /// another service. Written for as long as this object lives.
@@ -15,9 +15,8 @@ public:
     OverrideFile(const OverrideFile &) = delete;
     OverrideFile &operator=(const OverrideFile &) = delete;
 
-    /// Writes the base URL. Absent on success, else one line that says what is wrong: above all, a
-    /// file that points elsewhere is left alone.
-    std::optional<QString> write(const QString &baseUrl);
+    /// Writes the base URL; but a file that points elsewhere is left alone, which is a failure.
+    ZVPlatform::Result<void> write(const QString &baseUrl);
 
     static QString path();
 

@@ -8,8 +8,8 @@ namespace {
 
 constexpr quint64 noEnd = std::numeric_limits<quint64>::max();
 
-/// Plain digits only; a number too large for the type reads as its largest value, which no file
-/// reaches.
+// Plain digits only; a number too large for the type reads as its largest value, which no file
+// reaches.
 std::optional<quint64> number(QByteArrayView digits)
 {
     const auto isDigit = [](char c) { return c >= '0' && c <= '9'; };

@@ -1,19 +1,25 @@
 #include "ReleaseFolder.h"
 
-#include "../catalogue/CatalogueReader.h"
+#include "../catalogue/Catalogue.h"
 #include "../catalogue/Replies.h"
 #include "ServiceLog.h"
 
-ReleaseFolder::ReleaseFolder(const QString &directory)
-    : directory_(directory), cataloguePath_(Catalogue::path(directory))
+using namespace ZVPlatform;
+
+ReleaseFolder::ReleaseFolder(const QString &directory, bool hasWrongDigest)
+    : directory_(directory),
+      hasWrongDigest_(hasWrongDigest),
+      cataloguePath_(Catalogue::path(directory))
 {
 }
 
-std::optional<QString> ReleaseFolder::load()
+Result<void> ReleaseFolder::load()
 {
-    QString error;
-    contents_ = read(&error);
-    return contents_ ? std::nullopt : std::optional(error);
+    const auto contents = read();
+    if (!contents)
+        return Failure{contents.error()};
+    contents_ = *contents;
+    return {};
 }
 
 std::optional<ReleaseFolder::Offer> ReleaseFolder::newestRelease(const QString &productId)
@@ -56,45 +62,44 @@ ReleaseFolder::ContentsPointer ReleaseFolder::refreshed(const ContentsPointer &s
     if (contents() != stale || now < nextAttempt_)
         return contents();
 
-    QString error;
-    ContentsPointer fresh = read(&error);
+    const auto fresh = read();
     if (!fresh) {
         nextAttempt_ = now + std::chrono::seconds(1);
-        if (error != lastError_)
-            ServiceLog::note(error + QStringLiteral("; what was there before is still served"));
-        lastError_ = error;
+        if (fresh.error() != lastError_)
+            ServiceLog::note(fresh.error() +
+                             QStringLiteral("; what was there before is still served"));
+        lastError_ = fresh.error();
         return stale;
     }
     lastError_.clear();
     ServiceLog::note(QStringLiteral("read %1 again").arg(cataloguePath_));
     const std::lock_guard lock(contentsMutex_);
-    contents_ = fresh;
-    return fresh;
+    contents_ = *fresh;
+    return *fresh;
 }
 
-ReleaseFolder::ContentsPointer ReleaseFolder::read(QString *error)
+Result<ReleaseFolder::ContentsPointer> ReleaseFolder::read()
 {
     auto contents = std::make_shared<Contents>();
     contents->catalogueStamp = FileStamp::of(cataloguePath_);
-    const auto catalogue = CatalogueReader::load(directory_, error);
-    if (!catalogue)
-        return nullptr;
-    for (const Catalogue::Product &product : catalogue->products()) {
+    const auto products = Catalogue::load(directory_);
+    if (!products)
+        return Failure{products.error()};
+    for (const Catalogue::Product &product : *products) {
         for (const Catalogue::Release &release : product.releases)
-            contents->installerPaths.insert(Catalogue::clientFileName(product.id, release.version),
-                                            release.installerPath);
+            contents->installerPaths.insert(release.fileName, release.installerPath);
         if (product.releases.isEmpty())
             continue;
         const Catalogue::Release &newest = product.releases.last();
         // Taken before the digest, so that a file written meanwhile counts as changed.
         const auto stamp = FileStamp::of(newest.installerPath);
-        const auto md5 = digests_.md5(newest.installerPath);
-        if (!md5) {
-            *error = QStringLiteral("%1: cannot be read").arg(newest.installerPath);
-            return nullptr;
-        }
+        auto md5 = digests_.md5(newest.installerPath);
+        if (!md5)
+            return Failure{QStringLiteral("%1: cannot be read").arg(newest.installerPath)};
+        if (hasWrongDigest_)
+            md5->front() = md5->front() == u'0' ? u'1' : u'0';
         contents->offers.insert(product.id, {newest.version, Replies::newRelease(newest, *md5),
                                              newest.installerPath, stamp});
     }
-    return contents;
+    return ContentsPointer(contents);
 }

@@ -1,7 +1,7 @@
 #pragma once
 
+#include "../../platform/Result.h"
 #include "../catalogue/FileDigests.h"
-#include "../catalogue/FileStamp.h"
 
 #include <QByteArray>
 #include <QHash>
@@ -30,11 +30,11 @@ public:
         std::optional<FileStamp> installerStamp;
     };
 
-    explicit ReleaseFolder(const QString &directory);
+    /// With a wrong digest, installers are announced with one that differs in its first digit.
+    ReleaseFolder(const QString &directory, bool hasWrongDigest);
 
-    /// Reads the folder for the first time. Absent on success, else one line that says what is
-    /// wrong.
-    std::optional<QString> load();
+    /// Reads the folder for the first time. Fails with one line.
+    ZVPlatform::Result<void> load();
 
     /// Absent when the product is unknown or has no release.
     std::optional<Offer> newestRelease(const QString &productId);
@@ -54,9 +54,10 @@ private:
     ContentsPointer contents() const;
     bool isCurrent(const Contents &contents) const;
     ContentsPointer refreshed(const ContentsPointer &stale);
-    ContentsPointer read(QString *error);
+    ZVPlatform::Result<ContentsPointer> read();
 
     const QString directory_;
+    const bool hasWrongDigest_;
     const QString cataloguePath_;
 
     mutable std::mutex contentsMutex_;

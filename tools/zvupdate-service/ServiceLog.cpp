@@ -1,6 +1,6 @@
 #include "ServiceLog.h"
 
-#include "Reply.h"
+#include "HttpMessages.h"
 
 #include <QDateTime>
 
@@ -10,9 +10,9 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr qsizetype kLongestText = 1000;
+constexpr qsizetype longestText = 1000;
 
-/// One write a line, so that lines of several threads do not mix.
+// One write a line, so that lines of several threads do not mix.
 void writeLine(const QByteArray &line)
 {
     const QByteArray time = QDateTime::currentDateTimeUtc().toString(Qt::ISODateWithMs).toLatin1();
@@ -52,9 +52,9 @@ void ServiceLog::note(const QString &text)
 QString ServiceLog::escaped(const QString &text)
 {
     QString result;
-    for (const uint c : text.left(kLongestText).toUcs4())
+    for (const uint c : text.left(longestText).toUcs4())
         result += ::escaped(char32_t(c));
-    if (text.size() > kLongestText)
+    if (text.size() > longestText)
         result += u'…';
     return result;
 }

@@ -1,27 +1,25 @@
 #include "SocketAddress.h"
 
-#include <arpa/inet.h>
+#include <netdb.h>
 #include <netinet/in.h>
 
 #include <array>
 #include <cstring>
 
+using namespace Qt::StringLiterals;
+
 std::optional<SocketAddress> SocketAddress::fromText(const QString &address, quint16 port)
 {
-    const QByteArray text = address.toLatin1();
-    sockaddr_in v4{};
-    sockaddr_in6 v6{};
-    if (::inet_pton(AF_INET, text.constData(), &v4.sin_addr) == 1) {
-        v4.sin_family = AF_INET;
-        v4.sin_port = htons(port);
-        return SocketAddress(reinterpret_cast<const sockaddr *>(&v4));
-    }
-    if (::inet_pton(AF_INET6, text.constData(), &v6.sin6_addr) == 1) {
-        v6.sin6_family = AF_INET6;
-        v6.sin6_port = htons(port);
-        return SocketAddress(reinterpret_cast<const sockaddr *>(&v6));
-    }
-    return std::nullopt;
+    addrinfo hints = {};
+    hints.ai_flags = AI_NUMERICHOST | AI_NUMERICSERV;
+    hints.ai_socktype = SOCK_STREAM;
+    addrinfo *found = nullptr;
+    if (::getaddrinfo(address.toUtf8().constData(), QByteArray::number(port).constData(), &hints,
+                      &found) != 0)
+        return std::nullopt;
+    const SocketAddress result(found->ai_addr);
+    ::freeaddrinfo(found);
+    return result;
 }
 
 SocketAddress SocketAddress::ofSocket(int socket)
@@ -45,26 +43,15 @@ socklen_t SocketAddress::size() const
 
 QString SocketAddress::toString() const
 {
-    std::array<char, INET6_ADDRSTRLEN> host{};
-    if (family() == AF_INET6) {
-        const auto *v6 = reinterpret_cast<const sockaddr_in6 *>(&storage_);
-        ::inet_ntop(AF_INET6, &v6->sin6_addr, host.data(), host.size());
-        return QStringLiteral("[%1]:%2").arg(QLatin1String(host.data())).arg(ntohs(v6->sin6_port));
-    }
-    const auto *v4 = reinterpret_cast<const sockaddr_in *>(&storage_);
-    ::inet_ntop(AF_INET, &v4->sin_addr, host.data(), host.size());
-    return QStringLiteral("%1:%2").arg(QLatin1String(host.data())).arg(ntohs(v4->sin_port));
+    std::array<char, NI_MAXHOST> host{};
+    std::array<char, NI_MAXSERV> port{};
+    ::getnameinfo(data(), size(), host.data(), host.size(), port.data(), port.size(),
+                  NI_NUMERICHOST | NI_NUMERICSERV);
+    return (family() == AF_INET6 ? u"[%1]:%2"_s : u"%1:%2"_s)
+        .arg(QLatin1String(host.data()), QLatin1String(port.data()));
 }
 
-SocketAddress SocketAddress::reachable() const
+QString SocketAddress::reachable() const
 {
-    SocketAddress result = *this;
-    if (auto *v6 = reinterpret_cast<sockaddr_in6 *>(&result.storage_); family() == AF_INET6) {
-        if (IN6_IS_ADDR_UNSPECIFIED(&v6->sin6_addr))
-            v6->sin6_addr = in6addr_loopback;
-    } else if (auto *v4 = reinterpret_cast<sockaddr_in *>(&result.storage_);
-               v4->sin_addr.s_addr == htonl(INADDR_ANY)) {
-        v4->sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    }
-    return result;
+    return toString().replace(u"0.0.0.0:"_s, u"127.0.0.1:"_s).replace(u"[::]:"_s, u"[::1]:"_s);
 }

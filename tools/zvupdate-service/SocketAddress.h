@@ -26,9 +26,8 @@ public:
     /// "127.0.0.1:80" or "[::1]:80", as in a URL.
     QString toString() const;
 
-    /// The same port at the loopback address if this is the address that stands for all of the
-    /// machine's; this address otherwise.
-    SocketAddress reachable() const;
+    /// The same, with the loopback address for the one that stands for all of the machine's.
+    QString reachable() const;
 
 private:
     SocketAddress() = default;

@@ -1,11 +1,8 @@
 #include "../commands/Arguments.h"
 #include "../commands/Console.h"
-#include "Application.h"
 #include "Commands.h"
-#include "HostArguments.h"
-#include "JsonReporter.h"
+#include "HostOptions.h"
 #include "PromptWindow.h"
-#include "TextReporter.h"
 #include "UpdateCheck.h"
 
 #include <ZVUpdate/ZVUpdate.h>
@@ -20,6 +17,7 @@
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
+using namespace ZVPlatform;
 
 namespace {
 
@@ -37,7 +35,7 @@ void writeLog(QtMsgType type, const QMessageLogContext &context, const QString &
     static_cast<void>(std::fputs("zvupdate check: the display cannot be used; check DISPLAY, "
                                  "WAYLAND_DISPLAY and QT_QPA_PLATFORM\n",
                                  stderr));
-    _exit(Failure);
+    _exit(Failed);
 }
 
 // The application object, made while the log is silent: Qt remarks on a locale without UTF-8, which
@@ -61,44 +59,41 @@ void surviveBrokenPipes()
     std::signal(SIGPIPE, [](int) {});
 }
 
-std::optional<QString> problem(const CheckSettings &settings, bool showsWindow)
+Result<void> validate(const CheckSettings &settings, bool showsWindow)
 {
     if (showsWindow && !settings.productName)
-        return u"--product-name is missing; give --product-name NAME for the window to show"_s;
+        return Failure{
+            u"--product-name is missing; give --product-name NAME for the window to show"_s};
     if (settings.productName && !showsWindow)
-        return u"--product-name is for the window; give --show-window, too"_s;
+        return Failure{u"--product-name is for the window; give --show-window, too"_s};
     if (showsWindow && !settings.withDelegate)
-        return u"--show-window needs somebody to tell; leave out --no-delegate"_s;
-    const auto obstacle = showsWindow ? PromptWindow::obstacle() : std::nullopt;
-    if (obstacle)
-        return u"--show-window: "_s + *obstacle;
+        return Failure{u"--show-window needs somebody to tell; leave out --no-delegate"_s};
+    if (showsWindow)
+        if (const auto found = PromptWindow::findDisplay(); !found)
+            return Failure{u"--show-window: "_s + found.error()};
     const QFileInfo directory(settings.directory);
     if (directory.exists() && !directory.isDir())
-        return u"--directory: %1 is not a directory; give one for the update files"_s.arg(
-            settings.directory);
-    return std::nullopt;
+        return Failure{u"--directory: %1 is not a directory; give one for the update files"_s.arg(
+            settings.directory)};
+    return {};
 }
 
-int check(const Arguments &arguments, Console &console)
+Outcome check(const Arguments &arguments, Console &console)
 {
+    const auto host = HostOptions::read(arguments);
+    if (!host)
+        return wrongArguments(host.error());
     const CheckSettings settings = {
-        .productID = *arguments.value(u"product-id"_s),
-        .productVersion = *arguments.value(u"product-version"_s),
-        .directory = HostArguments::absoluteDirectory(arguments),
+        .productID = host->productID,
+        .productVersion = host->productVersion,
+        .directory = host->directory,
         .withDelegate = !arguments.isSet(u"no-delegate"_s),
         .debug = arguments.isSet(u"debug"_s),
         .productName = arguments.value(u"product-name"_s),
     };
     const bool showsWindow = arguments.isSet(u"show-window"_s);
-    auto wrong = HostArguments::problem(arguments);
-    if (!wrong)
-        wrong = problem(settings, showsWindow);
-    if (!wrong)
-        wrong = Application::choose(arguments);
-    if (wrong) {
-        console.complain(u"zvupdate check: "_s + *wrong);
-        return WrongArguments;
-    }
+    if (const auto valid = validate(settings, showsWindow); !valid)
+        return wrongArguments(valid.error());
 
     if (arguments.value(u"mode"_s) == u"connection"_s)
         kZVAppKitVersionNumber = lastVersionWithConnections;
@@ -106,11 +101,8 @@ int check(const Arguments &arguments, Console &console)
     std::unique_ptr<QCoreApplication> application;
     StopSignals signals; // While the application object waits for its display, too.
     application = makeApplication(showsWindow, console);
-    std::unique_ptr<CheckReporter> reporter;
-    if (arguments.isSet(u"json"_s))
-        reporter = std::make_unique<JsonReporter>(console);
-    else
-        reporter = std::make_unique<TextReporter>(console);
+    const auto reporter =
+        arguments.isSet(u"json"_s) ? makeJsonReporter(console) : makeTextReporter(console);
     return UpdateCheck(settings, *reporter, console, signals).run();
 }
 
@@ -137,28 +129,21 @@ Command checkCommand()
              "end\n"
              "{\"event\":\"window\",\"action\":\"update\"|\"cancel\"|\"closed\"} after that, with "
              "--show-window"_s},
-        .options =
-            {HostArguments::productID(),
-             HostArguments::productVersion(),
-             HostArguments::directory(),
-             {u"no-delegate"_s,
-              {},
-              u"Fetches the installer for a later check: the verified file stays under its "
-              "temporary name."_s},
-             {u"mode"_s,
-              u"session|connection"_s,
-              u"How the download runs: reporting on a thread of its own, which is the default, or "
-              "on the main thread."_s,
-              false,
-              {u"session"_s, u"connection"_s}},
-             {u"show-window"_s,
-              {},
-              u"Shows what is new when the installer is ready, and offers to open it. The command "
-              "ends with the choice."_s},
+        .options = HostOptions::with(
+            {{.name = u"no-delegate"_s,
+              .help = u"Fetches the installer for a later check: the verified file stays under its "
+                      "temporary name."_s},
+             {.name = u"mode"_s,
+              .valueName = u"session|connection"_s,
+              .help = u"How the download runs: reporting on a thread of its own, which is the "
+                      "default, or on the main thread."_s,
+              .choices = {u"session"_s, u"connection"_s}},
+             {.name = u"show-window"_s,
+              .help = u"Shows what is new when the installer is ready, and offers to open it. The "
+                      "command ends with the choice."_s},
              {u"product-name"_s, u"NAME"_s, u"The product's name as the window shows it."_s},
              {u"debug"_s, {}, u"Logs the steps of the check on standard error."_s},
-             {u"json"_s, {}, u"Tells programs, rather than people, how the check goes."_s},
-             Application::option()},
+             {u"json"_s, {}, u"Tells programs, rather than people, how the check goes."_s}}),
         .exitStatuses = {u"0 a verified installer is ready; 1 the download failed, or its file was "
                          "discarded; 2 wrong arguments; 3 there is no update, or the service could "
                          "not be asked; 4 not configured; 6 skipped, since automatic updating is "

@@ -6,7 +6,10 @@
 #include <QString>
 
 #include <cstdint>
+#include <memory>
 #include <optional>
+
+class Console;
 
 /// What a check is about.
 struct CheckSettings
@@ -66,3 +69,9 @@ public:
     /// Where the last words go.
     virtual int lastWordsDescriptor() const = 0;
 };
+
+/// For people: a line a step, and a progress bar where standard output is a terminal.
+std::unique_ptr<CheckReporter> makeTextReporter(Console &console);
+
+/// For programs: one JSON object a line on standard output, as docs/helper-process.md describes.
+std::unique_ptr<CheckReporter> makeJsonReporter(Console &console);

@@ -2,11 +2,6 @@
 
 #include "../commands/Command.h"
 
-#include <vector>
-
-/// All commands, in the order in which help lists them.
-std::vector<Command> allCommands();
-
 Command checkCommand();
 Command doctorCommand();
 Command preferencesCommand();

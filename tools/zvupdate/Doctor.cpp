@@ -170,8 +170,9 @@ bool Doctor::examineReply()
 {
     const auto reply = client_.doCheckUpdate(productID_, productVersion_);
     const auto failure = client_.lastFailure();
-    if (failure && failure->httpStatus == 0)
-        return fail(u"service"_s, u"The service cannot be asked. "_s + failure->sentence,
+    if (failure && failure->error &&
+        failure->error->domain == QLatin1String(ZVPlatform::networkErrorDomain))
+        return fail(u"service"_s, u"The service cannot be asked. "_s + failure->message,
                     u"Check the network, the service, and its address."_s);
     const QString message = reply->msg().value_or(QString());
     if (!reply->ok() && message.isEmpty())
@@ -213,8 +214,8 @@ bool Doctor::examineToken()
     if (!reply->ok() || token_.isEmpty())
         return fail(u"token"_s,
                     u"The service hands out no download token. "_s +
-                        (failure && failure->kind != UpdateFailure::Kind::NoToken
-                             ? failure->sentence
+                        (failure && failure->kind != UpdateOutcome::Kind::NoToken
+                             ? failure->message
                              : reply->msg().value_or(QString())),
                     u"Look into the service's log."_s);
     pass(u"token"_s, u"The service hands out download tokens."_s);

@@ -1,14 +1,14 @@
 #include "../commands/Arguments.h"
 #include "../commands/Console.h"
 #include "../commands/JsonLine.h"
-#include "Application.h"
 #include "Commands.h"
 #include "Doctor.h"
-#include "HostArguments.h"
+#include "HostOptions.h"
 
 #include <QLoggingCategory>
 
 using namespace Qt::StringLiterals;
+using namespace ZVPlatform;
 
 namespace {
 
@@ -31,23 +31,16 @@ void tellPeople(const Finding &finding, Console &console)
                 (finding.remedy ? u' ' + *finding.remedy : QString()));
 }
 
-int doctor(const Arguments &arguments, Console &console)
+Outcome doctor(const Arguments &arguments, Console &console)
 {
-    const QString productID = *arguments.value(u"product-id"_s);
-    const QString directory = HostArguments::absoluteDirectory(arguments);
-    auto wrong = HostArguments::problem(arguments);
-    if (!wrong)
-        wrong = Application::choose(arguments);
-    if (wrong) {
-        console.complain(u"zvupdate doctor: "_s + *wrong);
-        return WrongArguments;
-    }
-
+    const auto host = HostOptions::read(arguments);
+    if (!host)
+        return wrongArguments(host.error());
     QLoggingCategory::setFilterRules(u"zvupdate=false"_s); // The findings say it.
     const auto tell = arguments.isSet(u"json"_s) ? tellPrograms : tellPeople;
-    Doctor doctor(productID, *arguments.value(u"product-version"_s), directory,
+    Doctor doctor(host->productID, host->productVersion, host->directory,
                   [&](const Finding &finding) { tell(finding, console); });
-    return doctor.examine() ? Success : Failure;
+    return doctor.examine() ? Success : Failed;
 }
 
 } // namespace
@@ -59,18 +52,14 @@ Command doctorCommand()
         .summary = u"Looks whether updates can work, and says what to do if not"_s,
         .details =
             {u"Give what the host gives the library, and the host's own name as --application. "
-             u"Looks "
-             "at the clock, the preferences, the directory, what is in it and the room there, and "
-             "asks the update service what a check asks. Nothing is changed, and no installer "
-             "downloaded."_s,
+             "Looks at the clock, the preferences, the directory, what is in it and the room "
+             "there, and asks the update service what a check asks. Nothing is changed, and no "
+             "installer downloaded."_s,
              u"With --json, standard output is one JSON object a line:\n"
              "{\"event\":\"finding\",\"name\":TEXT,\"ok\":true|false,\"message\":TEXT,"
              "\"remedy\":TEXT|null}"_s},
-        .options = {HostArguments::productID(),
-                    HostArguments::productVersion(),
-                    HostArguments::directory(),
-                    {u"json"_s, {}, u"Tells programs, rather than people, what is found."_s},
-                    Application::option()},
+        .options = HostOptions::with(
+            {{u"json"_s, {}, u"Tells programs, rather than people, what is found."_s}}),
         .exitStatuses = {u"0 all is well, 1 something is wrong, 2 wrong arguments."_s},
         .examples = {u"doctor --product-id P1 --product-version 2100 --directory updates"_s,
                      u"doctor --product-id P1 --product-version 2100 --directory updates "

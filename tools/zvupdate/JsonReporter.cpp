@@ -1,4 +1,4 @@
-#include "JsonReporter.h"
+#include "CheckReporter.h"
 
 #include "../commands/Console.h"
 #include "../commands/JsonLine.h"
@@ -30,62 +30,73 @@ QString failedEvent(const CheckFailure &failure)
     return jsonLine({{u"event"_s, u"failed"_s}, {u"reason"_s, failure.reason}});
 }
 
+/// The events that docs/helper-process.md describes.
+class JsonReporter final : public CheckReporter
+{
+public:
+    explicit JsonReporter(Console &console) : console_(console) {}
+
+    void asking(const CheckSettings & /*settings*/) override
+    {
+        console_.print(jsonLine({{u"event"_s, u"start"_s},
+                                 {u"interface"_s, interfaceVersion},
+                                 {u"program"_s, QStringLiteral(ZVUPDATE_VERSION)}}));
+    }
+
+    void answered(int64_t result, const CheckUpdateResponse *reply,
+                  const QString & /*temporaryPath*/) override
+    {
+        console_.print(jsonLine({{u"event"_s, u"result"_s}, {u"code"_s, qint64(result)}}));
+        if (result != ZVUpdateProc::ZVDownloadStarted && result != ZVUpdateProc::ZVInstallerReady)
+            return;
+        const QString language = std::make_shared<ZVUpdateProc>()->getDefaultLangID();
+        console_.print(
+            jsonLine({{u"event"_s, u"offer"_s},
+                      {u"version"_s, textOrNull(reply->ZVUpdateVersion())},
+                      {u"notes"_s, textOrNull(reply->getUpdateMessageWithLang(language))}}));
+    }
+
+    void progressed(const UpdateDownloadProgress &progress) override
+    {
+        const QJsonValue total =
+            progress.total ? number(*progress.total) : QJsonValue(QJsonValue::Null);
+        const QString event = jsonLine({{u"event"_s, u"progress"_s},
+                                        {u"received"_s, number(progress.received)},
+                                        {u"total"_s, total}});
+        if (std::exchange(lastProgress_, event) != event)
+            console_.print(event);
+    }
+
+    void ready(const QString &path) override
+    {
+        console_.print(jsonLine({{u"event"_s, u"ready"_s}, {u"path"_s, path}}));
+    }
+
+    void windowEnded(WindowAction action) override
+    {
+        const QString name = action == WindowAction::Update   ? u"update"_s
+                             : action == WindowAction::Cancel ? u"cancel"_s
+                                                              : u"closed"_s;
+        console_.print(jsonLine({{u"event"_s, u"window"_s}, {u"action"_s, name}}));
+    }
+
+    void failed(const CheckFailure &failure) override { console_.print(failedEvent(failure)); }
+
+    QByteArray lastWords(const CheckFailure &failure) const override
+    {
+        return failedEvent(failure).toUtf8() + '\n';
+    }
+
+    int lastWordsDescriptor() const override { return STDOUT_FILENO; }
+
+private:
+    Console &console_;
+    QString lastProgress_;
+};
+
 } // namespace
 
-void JsonReporter::asking(const CheckSettings & /*settings*/)
+std::unique_ptr<CheckReporter> makeJsonReporter(Console &console)
 {
-    console_.print(jsonLine({{u"event"_s, u"start"_s},
-                             {u"interface"_s, interfaceVersion},
-                             {u"program"_s, QStringLiteral(ZVUPDATE_VERSION)}}));
-}
-
-void JsonReporter::answered(int64_t result, const CheckUpdateResponse *reply,
-                            const QString & /*temporaryPath*/)
-{
-    console_.print(jsonLine({{u"event"_s, u"result"_s}, {u"code"_s, qint64(result)}}));
-    if (result != ZVUpdateProc::ZVDownloadStarted && result != ZVUpdateProc::ZVInstallerReady)
-        return;
-    const QString language = std::make_shared<ZVUpdateProc>()->getDefaultLangID();
-    console_.print(jsonLine({{u"event"_s, u"offer"_s},
-                             {u"version"_s, textOrNull(reply->ZVUpdateVersion())},
-                             {u"notes"_s, textOrNull(reply->getUpdateMessageWithLang(language))}}));
-}
-
-void JsonReporter::progressed(const UpdateDownloadProgress &progress)
-{
-    const QJsonValue total =
-        progress.total ? number(*progress.total) : QJsonValue(QJsonValue::Null);
-    const QString event = jsonLine({{u"event"_s, u"progress"_s},
-                                    {u"received"_s, number(progress.received)},
-                                    {u"total"_s, total}});
-    if (std::exchange(lastProgress_, event) != event)
-        console_.print(event);
-}
-
-void JsonReporter::ready(const QString &path)
-{
-    console_.print(jsonLine({{u"event"_s, u"ready"_s}, {u"path"_s, path}}));
-}
-
-void JsonReporter::windowEnded(WindowAction action)
-{
-    const QString name = action == WindowAction::Update   ? u"update"_s
-                         : action == WindowAction::Cancel ? u"cancel"_s
-                                                          : u"closed"_s;
-    console_.print(jsonLine({{u"event"_s, u"window"_s}, {u"action"_s, name}}));
-}
-
-void JsonReporter::failed(const CheckFailure &failure)
-{
-    console_.print(failedEvent(failure));
-}
-
-QByteArray JsonReporter::lastWords(const CheckFailure &failure) const
-{
-    return failedEvent(failure).toUtf8() + '\n';
-}
-
-int JsonReporter::lastWordsDescriptor() const
-{
-    return STDOUT_FILENO;
+    return std::make_unique<JsonReporter>(console);
 }

@@ -5,9 +5,9 @@ bool PromptWindow::isHere()
     return false;
 }
 
-std::optional<QString> PromptWindow::obstacle()
+ZVPlatform::Result<void> PromptWindow::findDisplay()
 {
-    return QStringLiteral("this program has no window");
+    return ZVPlatform::Failure{QStringLiteral("this program has no window")};
 }
 
 std::unique_ptr<QCoreApplication> PromptWindow::makeApplication(int &count, char **arguments)

@@ -1,14 +1,15 @@
 #include "../commands/Arguments.h"
 #include "../commands/Console.h"
 #include "../commands/JsonLine.h"
-#include "Application.h"
 #include "Commands.h"
+#include "HostOptions.h"
 
 #include <ZVUpdate/ZVUpdate.h>
 
 #include <QTimeZone>
 
 using namespace Qt::StringLiterals;
+using namespace ZVPlatform;
 
 namespace {
 
@@ -54,20 +55,16 @@ void showToPeople(Console &console)
     console.say(u"Last download's MD5:   "_s + digest.value_or(unset));
 }
 
-int preferences(const Arguments &arguments, Console &console)
+Outcome preferences(const Arguments &arguments, Console &console)
 {
-    const auto refuse = [&console](int status, const QString &reason) {
-        console.complain(u"zvupdate preferences: "_s + reason);
-        return status;
-    };
-    if (const auto reason = Application::choose(arguments))
-        return refuse(WrongArguments, *reason);
+    if (const auto chosen = HostOptions::chooseApplication(arguments); !chosen)
+        return wrongArguments(chosen.error());
     const auto automatic = arguments.value(u"automatic-updating"_s);
     const auto nextCheck = arguments.value(u"next-check"_s);
     const auto date = nextCheck ? parsedDate(*nextCheck) : std::nullopt;
     if (nextCheck && !date && nextCheck != unset)
-        return refuse(WrongArguments, u"--next-check: \"%1\" is not a date; give one such as "
-                                      "2030-01-31T12:00:00Z, or unset"_s.arg(*nextCheck));
+        return wrongArguments(u"--next-check: \"%1\" is not a date; give one such as "
+                              "2030-01-31T12:00:00Z, or unset"_s.arg(*nextCheck));
 
     if (automatic)
         UpdatePreferences::setAutomaticUpdating(
@@ -76,10 +73,9 @@ int preferences(const Arguments &arguments, Console &console)
         UpdatePreferences::setNextCheckDate(date);
     if (!UpdatePreferences::synchronise()) {
         const QString path = UpdatePreferences::path();
-        return refuse(Failure, path.isEmpty()
-                                   ? u"HOME names no directory to keep them in; set it"_s
-                                   : u"%1 cannot be read or written; make it, its folder and "
-                                     "%1.lock accessible"_s.arg(path));
+        return Failure{path.isEmpty() ? u"HOME names no directory to keep them in; set it"_s
+                                      : u"%1 cannot be read or written; make it, its folder and "
+                                        "%1.lock accessible"_s.arg(path)};
     }
 
     if (arguments.isSet(u"json"_s))
@@ -114,7 +110,7 @@ Command preferencesCommand()
               {},
               u"Shows one JSON object with the keys under which the values are kept; dates are in "
               "UTC, absent values null."_s},
-             Application::option()},
+             HostOptions::application()},
         .exitStatuses = {u"0 done, 1 the preferences cannot be read or written, 2 wrong "
                          "arguments."_s},
         .examples = {u"preferences"_s, u"preferences --automatic-updating on"_s,

@@ -15,6 +15,7 @@
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
+using namespace ZVPlatform;
 
 namespace {
 
@@ -78,16 +79,16 @@ bool PromptWindow::isHere()
 }
 
 // Qt ends the process when it finds no display, so that is looked at before.
-std::optional<QString> PromptWindow::obstacle()
+Result<void> PromptWindow::findDisplay()
 {
     for (const char *variable : {"DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM"}) {
         if (!qEnvironmentVariableIsEmpty(variable))
-            return std::nullopt;
+            return {};
     }
 #ifdef __APPLE__
-    return std::nullopt;
+    return {};
 #else
-    return u"there is no display; start it in a desktop session, or set DISPLAY"_s;
+    return Failure{u"there is no display; start it in a desktop session, or set DISPLAY"_s};
 #endif
 }
 

@@ -1,13 +1,13 @@
 #pragma once
 
 #include <ZVUpdate/ZVUpdate.h>
+#include <ZVUpdate/platform/Result.h>
 
 #include <QCoreApplication>
 #include <QString>
 
 #include <functional>
 #include <memory>
-#include <optional>
 
 /// The library's prompt window, as far as the program has it: zvupdate-window does, and zvupdate,
 /// which is to load nothing of a desktop, hands over to that.
@@ -16,8 +16,8 @@ namespace PromptWindow {
 /// Whether this program has the window.
 bool isHere();
 
-/// Why a window cannot be shown here, if anything is known that prevents it.
-std::optional<QString> obstacle();
+/// Fails when something is known that prevents a window from being shown here.
+ZVPlatform::Result<void> findDisplay();
 
 /// The application object that the window needs.
 std::unique_ptr<QCoreApplication> makeApplication(int &count, char **arguments);

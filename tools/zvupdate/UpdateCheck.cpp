@@ -105,7 +105,7 @@ void UpdateCheck::look()
     const auto client = controller_->mCurrentDownloadUpdateLogic();
     reportProgress();
     if (console_.failure())
-        stop_ = stop_.value_or(Stop{Failure, {}});
+        stop_ = stop_.value_or(Stop{Failed, {}});
     if (stop_)
         client->doStopDownload();
     if (!client->doCheckDownloadStop())
@@ -188,7 +188,7 @@ void UpdateCheck::tellFailure(const CheckFailure &failure)
 void UpdateCheck::fail(const CheckFailure &failure)
 {
     tellFailure(failure);
-    finish(Failure);
+    finish(Failed);
 }
 
 void UpdateCheck::finish(int status)
@@ -208,9 +208,9 @@ CheckFailure UpdateCheck::interrupted(const QString &reason) const
                         ProgressLine::size(static_cast<uint64_t>(kept)))};
 }
 
-CheckFailure UpdateCheck::explained(const UpdateFailure &failure) const
+CheckFailure UpdateCheck::explained(const UpdateOutcome &failure) const
 {
-    using Kind = UpdateFailure::Kind;
+    using Kind = UpdateOutcome::Kind;
     const auto total = controller_->mCurrentDownloadUpdateLogic()->doGetDownloadProgress().total;
     if (failure.kind == Kind::DirectoryNotWritable)
         return {u"%1 cannot be written to."_s.arg(settings_.directory),
@@ -223,7 +223,7 @@ CheckFailure UpdateCheck::explained(const UpdateFailure &failure) const
         return {u"The file received does not have the digest announced, and was discarded."_s,
                 u"The same command fetches it anew; if that does not help, the service announces "
                 "another file than it hands out."_s};
-    return interrupted(failure.sentence);
+    return interrupted(failure.message);
 }
 
 // Why what has the installer's name is not to be told of, if so. The library says neither that the

@@ -51,7 +51,7 @@ private:
     void finish(int status);
 
     CheckFailure interrupted(const QString &reason) const;
-    CheckFailure explained(const UpdateFailure &failure) const;
+    CheckFailure explained(const UpdateOutcome &failure) const;
     std::optional<CheckFailure> unfit(const QString &path) const;
     std::optional<UpdateFiles> files() const;
     std::optional<QString> verifiedFile() const;

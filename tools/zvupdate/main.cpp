@@ -3,7 +3,9 @@
 #include "Commands.h"
 #include "PromptWindow.h"
 
+#include <algorithm>
 #include <filesystem>
+#include <string_view>
 #include <system_error>
 
 #include <unistd.h>
@@ -28,19 +30,19 @@ void handOverToWindowProgram(char *argv[])
 
 int main(int argc, char *argv[])
 {
-    Program::openMissingStreams();
-    const Program program{u"zvupdate"_s,
-                          u"Checks for updates of an application, fetches and verifies them."_s,
-                          u"" ZVUPDATE_VERSION ""_s, allCommands()};
     Console console;
-    const auto arguments = program.decoded(argc, argv, console);
-    if (!arguments)
-        return WrongArguments;
-    if (arguments->contains(u"--show-window"_s) && !PromptWindow::isHere()) {
+    const bool wantsWindow = std::any_of(
+        argv, argv + argc, [](std::string_view argument) { return argument == "--show-window"; });
+    if (wantsWindow && !PromptWindow::isHere()) {
         handOverToWindowProgram(argv);
         console.complain(u"zvupdate: --show-window: the program zvupdate-window cannot be "
                          "started; install it beside this one"_s);
         return WrongArguments;
     }
-    return program.run(*arguments, console);
+    const Program program{u"zvupdate"_s,
+                          u"Checks for updates of an application, fetches and verifies them."_s,
+                          u"" ZVUPDATE_VERSION ""_s,
+                          {checkCommand(), doctorCommand(), preferencesCommand(), sealCommand(),
+                           unsealCommand(), digestCommand(), languageCommand()}};
+    return program.run(argc, argv, console);
 }

@@ -13,18 +13,9 @@
 #include <utility>
 
 using namespace Qt::StringLiterals;
+using namespace ZVPlatform;
 
 namespace {
-
-std::optional<CatalogueFile> read(const QString &command, const Arguments &arguments,
-                                  Console &console)
-{
-    QString error;
-    auto catalogue = CatalogueFile::read(*arguments.value(u"catalogue"_s), false, &error);
-    if (!catalogue)
-        console.complain(u"zvupdate-publish %1: %2"_s.arg(command, error));
-    return catalogue;
-}
 
 QJsonObject described(const CatalogueFile &catalogue, const Catalogue::Product &product,
                       const Catalogue::Release &release)
@@ -36,11 +27,11 @@ QJsonObject described(const CatalogueFile &catalogue, const Catalogue::Product &
     return result;
 }
 
-int list(const Arguments &arguments, Console &console)
+Outcome list(const Arguments &arguments, Console &console)
 {
-    const auto catalogue = read(u"list"_s, arguments, console);
+    const auto catalogue = CatalogueFile::read(*arguments.value(u"catalogue"_s));
     if (!catalogue)
-        return Failure;
+        return Failure{catalogue.error()};
     QJsonArray releases;
     QJsonObject withdrawn;
     for (const auto &product : catalogue->products()) {
@@ -72,11 +63,11 @@ int list(const Arguments &arguments, Console &console)
     return Success;
 }
 
-int show(const Arguments &arguments, Console &console)
+Outcome show(const Arguments &arguments, Console &console)
 {
-    const auto catalogue = read(u"show"_s, arguments, console);
+    const auto catalogue = CatalogueFile::read(*arguments.value(u"catalogue"_s));
     if (!catalogue)
-        return Failure;
+        return Failure{catalogue.error()};
     const QString id = *arguments.value(u"product-id"_s);
     const auto *product = catalogue->product(id);
     const Catalogue::Release *shown = nullptr;
@@ -87,12 +78,9 @@ int show(const Arguments &arguments, Console &console)
                 shown = &release; // Without a version the last, which is the newest.
         }
     }
-    if (!shown) {
-        console.complain(
-            u"zvupdate-publish show: there is no version %1of \"%2\"; see "
-            "\"zvupdate-publish list\""_s.arg(version ? *version + u' ' : QString(), id));
-        return Failure;
-    }
+    if (!shown)
+        return Failure{u"there is no version %1of \"%2\"; see \"zvupdate-publish list\""_s.arg(
+            version ? *version + u' ' : QString(), id)};
     const QJsonObject release = described(*catalogue, *product, *shown);
     const QStringList outdated = catalogue->outdated(*product);
     if (arguments.isSet(u"json"_s)) {
@@ -112,6 +100,44 @@ int show(const Arguments &arguments, Console &console)
         for (const QString &line : note.memo.split(u'\n'))
             console.say(u"    "_s + line);
     }
+    return Success;
+}
+
+Outcome withdraw(const Arguments &arguments, Console &console)
+{
+    auto catalogue = CatalogueFile::open(arguments);
+    if (!catalogue)
+        return Failure{catalogue.error()};
+    const bool isDryRun = arguments.isSet(u"dry-run"_s);
+    const QString id = *arguments.value(u"product-id"_s);
+    const QString version = *arguments.value(u"version"_s);
+    QStringList left;
+    if (const auto *product = catalogue->product(id)) {
+        for (const auto &release : product->releases)
+            left.append(release.version);
+    }
+    if (!left.removeOne(version))
+        return Failure{
+            u"there is no version %1 of \"%2\"; see \"zvupdate-publish list\""_s.arg(version, id)};
+    catalogue->withdraw(id, version);
+    const auto saved = isDryRun ? Result<void>() : catalogue->save();
+    if (!saved)
+        return Failure{saved.error()};
+
+    const QString newest = left.isEmpty() ? QString() : left.last();
+    if (arguments.isSet(u"json"_s)) {
+        console.print(jsonLine({{u"product"_s, id},
+                                {u"withdrawn"_s, version},
+                                {u"newest"_s, newest},
+                                {u"dryRun"_s, isDryRun}}));
+        return Success;
+    }
+    console.say((isDryRun ? u"Would withdraw %1 %2; %3"_s : u"Withdrew %1 %2; %3"_s)
+                    .arg(id, version,
+                         newest.isEmpty() ? u"nothing is left to offer"_s
+                                          : u"%1 is the newest now"_s.arg(newest)));
+    console.say(u"A static site offers it until it is made anew and the server has read that."_s);
+    console.say(u"Who has it installed keeps it until a higher version is published."_s);
     return Success;
 }
 
@@ -136,7 +162,6 @@ Command showCommand()
     return {
         .name = u"show"_s,
         .summary = u"Shows a release with its notes"_s,
-        .details = {},
         .options = {CatalogueOption::catalogue(),
                     CatalogueOption::productId(),
                     {.name = u"version"_s,
@@ -146,5 +171,28 @@ Command showCommand()
         .exitStatuses = {u"0 done, 1 there is no such release, 2 wrong arguments."_s},
         .examples = {u"show --catalogue releases --product-id P1"_s},
         .run = show,
+    };
+}
+
+Command withdrawCommand()
+{
+    return {
+        .name = u"withdraw"_s,
+        .summary = u"Takes a release out of the catalogue"_s,
+        .details =
+            {u"Its installer stays in the folder. The version is remembered, so that clients "
+             "that have it are offered the next one, and it is not used again by mistake."_s,
+             u"zvupdate-service stops offering it at once, a static site when it is made anew."_s},
+        .options = {CatalogueOption::catalogue(),
+                    CatalogueOption::productId(),
+                    {.name = u"version"_s,
+                     .valueName = u"VERSION"_s,
+                     .help = u"The release."_s,
+                     .isRequired = true},
+                    CatalogueOption::dryRun(),
+                    CatalogueOption::json()},
+        .exitStatuses = {u"0 withdrawn, 1 refused, 2 wrong arguments."_s},
+        .examples = {u"withdraw --catalogue releases --product-id P1 --version 2103"_s},
+        .run = withdraw,
     };
 }

@@ -1,0 +1,29 @@
+#pragma once
+
+#include "../platform/Export.h"
+
+#include <QString>
+
+/// How a program came onto this machine, for hosts that leave updates to whoever installed them.
+enum class HostInstallation {
+    /// By nobody who would update it: it may update itself.
+    Unmanaged,
+    /// An AppImage, one file that the user keeps: it may update itself.
+    AppImage,
+    /// In a Flatpak sandbox, whose store updates it.
+    Flatpak,
+    /// As a snap, which its store updates.
+    Snap,
+    /// By a Debian package, which the system's package manager updates.
+    DebianPackage,
+    /// By an RPM package, which the system's package manager updates.
+    RpmPackage,
+};
+
+/// How the program with an absolute path was installed; without one, that which is running, whose
+/// application object must exist.
+/// Asks the package managers, where there are any, and so may take a second. Any thread.
+ZVUPDATE_EXPORT HostInstallation hostInstallation(const QString &program = {});
+
+/// Whether an installation is one that updates itself, as no store and no package manager does.
+ZVUPDATE_EXPORT bool updatesItself(HostInstallation installation);

@@ -1,0 +1,187 @@
+#include "ControllerTest.h"
+
+#include "../support/DownloadModes.h"
+#include "../support/TestFiles.h"
+#include "../support/WaitFor.h"
+
+#include <QDir>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+using Reason = ZVUpdateProc::CheckReason;
+using Reply = ScriptedServer::Reply;
+
+/// A host that remembers the words of what came of its checks and downloads, too.
+class AskingHost : public Host
+{
+public:
+    ~AskingHost() override { retire(); }
+
+    void updateCheckEnded(const UpdateOutcome &outcome) override
+    {
+        latest = outcome;
+        hear(UpdateOutcome::word(outcome.kind));
+    }
+    void updateDownloadProgressed(const UpdateDownloadProgress &progress, uint64_t) override
+    {
+        received = progress.received;
+    }
+    void updateDownloadFailed(const UpdateOutcome &outcome) override
+    {
+        latest = outcome;
+        hear(u"failed: "_s + UpdateOutcome::word(outcome.kind));
+    }
+
+    std::optional<UpdateOutcome> latest;
+    uint64_t received = 0;
+};
+
+/// Checks in the background, with downloads in both modes.
+class BackgroundCheck : public ControllerTest, public testing::WithParamInterface<DownloadMode>
+{
+public:
+    /// Runs a check and what follows to its end; what the host hears.
+    QStringList ask(Reason reason = Reason::AskedByUser)
+    {
+        host.heard.clear();
+        EXPECT_TRUE(controller->startCheck(reason, &host));
+        EXPECT_TRUE(controller->isChecking());
+        EXPECT_FALSE(controller->startCheck(reason, &host)) << "One is running.";
+        EXPECT_EQ(host.heard, QStringList()) << "Nothing is told before the event loop runs.";
+        EXPECT_TRUE(waitFor([this] { return !controller->isChecking() && isDone(); }));
+        return host.heard;
+    }
+
+    bool isDone() const
+    {
+        return host.heard.size() == (host.heard.value(0) == u"download-started"_s ||
+                                             host.heard.value(0) == u"installer-ready"_s
+                                         ? 2
+                                         : 1);
+    }
+
+    const DownloadModeSwitch mode{GetParam()};
+    AskingHost host;
+    const QStringList loaded{u"download-started"_s, diskImage};
+};
+
+TEST_P(BackgroundCheck, TellsWhatCameOfIt)
+{
+    const auto failed = [](const QString &word) {
+        return QStringList{u"download-started"_s, u"failed: "_s + word};
+    };
+    EXPECT_EQ(ask(), loaded);
+    EXPECT_EQ(ask(), QStringList({u"installer-ready"_s, diskImage}));
+
+    const std::pair<Offer, QStringList> cases[] = {
+        {{.ok = false}, {u"nothing-newer"_s}},
+        {{.version = std::nullopt}, {u"not-a-service"_s}},
+        {{.version = u"../2"_s}, {u"unsafe-name"_s}},
+        {{.tokenOk = false}, {u"no-token"_s}},
+        {{.file = wrong}, failed(u"wrong-digest"_s)},
+    };
+    for (const auto &[offer, expected] : cases) {
+        startAfresh();
+        service.setOffer(offer);
+        EXPECT_EQ(ask(), expected) << qPrintable(expected.constLast());
+        EXPECT_FALSE(host.latest->message.isEmpty());
+    }
+
+    startAfresh();
+    service.setOffer({});
+    controller->setMSaveFileDirectory(std::nullopt);
+    EXPECT_EQ(ask(), QStringList(u"not-configured"_s));
+    controller->setMSaveFileDirectory(u"/proc"_s + saveDirectory);
+    EXPECT_EQ(ask(), QStringList(u"directory-not-writable"_s));
+}
+
+TEST_P(BackgroundCheck, TellsWhatAnsweredInPlaceOfTheService)
+{
+    const auto html = QByteArrayLiteral("Content-Type: text/html");
+    const std::pair<Reply, QString> cases[] = {
+        {Reply().close(), u"service-unreachable"_s},
+        {Reply::whole(503), u"http-status"_s},
+        {Reply::whole(407), u"proxy-refused"_s},
+        {Reply::whole(200, "<html>Log in</html>", {html}), u"not-a-service"_s},
+    };
+    for (const auto &[reply, expected] : cases) {
+        ScriptedServer other(reply);
+        writeFile(QDir::home().filePath(u"Documents/ConsoleZVUpdate.mac"_s),
+                  other.baseUrl().toUtf8());
+        EXPECT_EQ(ask(), QStringList(expected));
+        EXPECT_EQ(host.latest->finalUrl.isEmpty(), expected == u"service-unreachable"_s);
+    }
+    EXPECT_EQ(host.latest->contentType, u"text/html"_s);
+}
+
+TEST_P(BackgroundCheck, HeedsAndChangesTheUsersSettingsOnlyWhenItIsScheduled)
+{
+    const QString switchKey = u"ZVUpdateAutoUpdate"_s;
+    const QString dateKey = u"CorvantaAutoUpdateNextCheckDate"_s;
+    const QDateTime later = QDateTime::currentDateTimeUtc().addDays(9);
+    const std::pair<QVariantMap, QString> cases[] = {
+        {{{switchKey, false}}, u"switched-off"_s},
+        {{{dateKey, later}}, u"not-yet"_s},
+    };
+    for (const auto &[preferences, expected] : cases) {
+        startAfresh(preferences);
+        EXPECT_EQ(ask(Reason::AskedByUser), loaded);
+        auto kept = storedPreferences();
+        kept.remove(digestKey);
+        EXPECT_EQ(kept.keys(), preferences.keys());
+        EXPECT_EQ(ask(Reason::Scheduled), QStringList(expected));
+    }
+    startAfresh();
+    EXPECT_EQ(ask(Reason::Scheduled), loaded);
+    EXPECT_EQ(storedPreferences().value(switchKey), u"true"_s);
+}
+
+TEST_P(BackgroundCheck, StartsOverWhereNothingCanComeOfTheTemporaryFile)
+{
+    for (const QByteArray &useless : {wrong, wrong + wrong}) {
+        startAfresh({{digestKey, digest}});
+        place(temporary, useless);
+        EXPECT_EQ(ask(Reason::Scheduled).constLast(), u"failed: http-status"_s);
+        EXPECT_EQ(contentOf(temporary), useless);
+        EXPECT_EQ(ask(Reason::AskedByUser), loaded);
+    }
+}
+
+TEST_P(BackgroundCheck, IsStoppedWhileTheServiceIsSilent)
+{
+    const auto silence = [](const std::shared_ptr<Gate> &gate) {
+        return [gate] { waitFor([gate] { return gate->isOpen(); }, Meanwhile::Sleep); };
+    };
+    const auto gate = std::make_shared<Gate>();
+    const std::pair<Offer, QStringList> cases[] = {
+        {{.sizeReply = Reply().wait(gate)}, {u"stopped"_s}},
+        {{.gate = gate}, {u"download-started"_s, u"failed: stopped"_s}},
+        {{.meanwhile = silence(gate)}, {u"stopped"_s}},
+    };
+    for (const auto &[offer, expected] : cases) {
+        startAfresh();
+        service.setOffer(offer);
+        host.heard.clear();
+        const qsizetype asked = service.requests().size();
+        EXPECT_TRUE(controller->startCheck(Reason::AskedByUser, &host));
+        // The last request of the case has arrived, which for a download has come halfway.
+        const qsizetype requests = offer.gate ? 4 : offer.sizeReply ? 3 : 1;
+        EXPECT_TRUE(waitFor([&] {
+            return service.requests().size() == asked + requests &&
+                   (!offer.gate || host.received > 0);
+        }));
+        controller->stopUpdate();
+        EXPECT_TRUE(waitFor([&] { return host.heard.size() == expected.size(); }));
+        EXPECT_EQ(host.heard, expected);
+        EXPECT_FALSE(controller->isChecking());
+    }
+    gate->open();
+}
+
+INSTANTIATE_TEST_SUITE_P(, BackgroundCheck,
+                         testing::Values(DownloadMode::Session, DownloadMode::Connection),
+                         testing::PrintToStringParamName());
+
+} // namespace

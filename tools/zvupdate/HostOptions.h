@@ -1,0 +1,24 @@
+#pragma once
+
+#include "../commands/Command.h"
+
+class Arguments;
+
+/// What a host tells the library, as the options of a command.
+struct HostOptions
+{
+    QString productID;
+    QString productVersion;
+    /// Absolute.
+    QString directory;
+
+    /// Those of the three above, further ones, and the one of the application.
+    static QList<CommandOption> with(const QList<CommandOption> &further);
+    /// Chooses whose preferences are meant.
+    static CommandOption application();
+
+    /// Reads them all, and takes on the name of the application.
+    static ZVPlatform::Result<HostOptions> read(const Arguments &arguments);
+    /// Takes on the name of the application that the arguments choose, or the program's own.
+    static ZVPlatform::Result<void> chooseApplication(const Arguments &arguments);
+};
