@@ -116,6 +116,7 @@ TEST_P(ConversationFaults, AreMadeGoodByTheNextChecks)
             const int at = size * i / rounds;
             const Fault faults[] = {FaultRelay::finish(direction, at),
                                     FaultRelay::reset(direction, at),
+                                    FaultRelay::split(direction, at),
                                     FaultRelay::duplicate(direction, at, 1),
                                     FaultRelay::duplicate(direction, at, 40),
                                     FaultRelay::rewrite(direction, at, QByteArray(1, '\0')),
@@ -126,6 +127,7 @@ TEST_P(ConversationFaults, AreMadeGoodByTheNextChecks)
                 begin(partial);
                 const FaultRelay relay(service_, fault, milliseconds(60));
                 checkThrough(relay);
+                EXPECT_TRUE(fault.kind != Fault::Drip || contentOf(diskImage) == file_);
                 // What cannot be gone on with, since it is too long already, stays as it is.
                 const bool addsBytes = fault.kind >= Fault::Duplicate;
                 const qsizetype left = contentOf(temporary).value_or(QByteArray()).size();
