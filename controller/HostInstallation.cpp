@@ -8,6 +8,8 @@
 
 namespace {
 
+constexpr int longestAnswer = 2000; // milliseconds
+
 // Whether a folder that the environment names holds the program. Programs that are started by one
 // from an AppImage or a snap inherit its variables, and are none themselves.
 bool isBelow(const char *variable, const QString &program)
@@ -25,7 +27,7 @@ bool isOwned(const QString &manager, const QStringList &arguments)
     QProcess process;
     process.setStandardErrorFile(QProcess::nullDevice());
     process.start(found, arguments, QIODevice::ReadOnly);
-    return process.waitForFinished() && process.exitStatus() == QProcess::NormalExit &&
+    return process.waitForFinished(longestAnswer) && process.exitStatus() == QProcess::NormalExit &&
            process.exitCode() == 0;
 }
 

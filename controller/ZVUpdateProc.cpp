@@ -20,12 +20,14 @@
 #include "UpdateFiles.h"
 
 #include <QDateTime>
+#include <QTimer>
 
 #include <atomic>
 #include <chrono>
+#include <exception>
 #include <functional>
 #include <limits>
-#include <system_error>
+#include <new>
 
 using namespace ZVPlatform;
 
@@ -93,12 +95,24 @@ std::optional<Kind> obstacleToCheck()
                                                                      : std::nullopt;
 }
 
-// What keeps a download from being written, of which so many bytes are still to come.
-std::optional<Kind> obstacleToDownload(const QString &path, quint64 toCome)
+// Whether a temporary file is complete, and yet not what is offered, or longer. The service has no
+// more bytes for such a file.
+bool isSpent(uint64_t present, uint64_t remoteSize)
+{
+    const bool isSizeKnown = remoteSize != 0 && remoteSize != std::numeric_limits<uint64_t>::max();
+    return isSizeKnown && present >= remoteSize;
+}
+
+// What keeps a download from being written.
+std::optional<Kind> obstacleToDownload(const QString &path, uint64_t remoteSize)
 {
     if (!Files::isInWritableDirectory(path))
         return Kind::DirectoryNotWritable;
-    return toCome > Files::room(path) ? std::optional(Kind::DiskFull) : std::nullopt;
+    const uint64_t present = Files::size(path);
+    const bool isSizeKnown = remoteSize != std::numeric_limits<uint64_t>::max();
+    return isSizeKnown && remoteSize > present && remoteSize - present > Files::room(path)
+               ? std::optional(Kind::DiskFull)
+               : std::nullopt;
 }
 
 void discard(const UpdateFiles &files)
@@ -135,7 +149,13 @@ private:
     Mark newer_;
 };
 
-constexpr std::chrono::milliseconds leastBetweenProgress(100);
+constexpr std::chrono::milliseconds betweenProgress(100);
+
+// The last owner of a controller may let go on another thread than the timer's.
+struct DeleteLater
+{
+    void operator()(QObject *object) const { object->deleteLater(); }
+};
 
 } // namespace
 
@@ -143,7 +163,12 @@ constexpr std::chrono::milliseconds leastBetweenProgress(100);
 class ZVUpdateProc::Private
 {
 public:
-    enum class Verified { Yes, No, NotNow };
+    enum class Verified {
+        Named,   // Good, and under its final name if it can have that.
+        Unnamed, // Good; nobody wants to hear of it.
+        No,
+        NotNow,
+    };
 
     /// What is asked of a check. The call that blocks its caller keeps to what is laid down for it.
     struct Demands
@@ -162,17 +187,22 @@ public:
 
     explicit Private(ZVUpdateProc *controller) : self(controller) {}
 
-    Checked check(const std::shared_ptr<UpdateLogicFunc> &client, Demands demands,
+    Checked check(const std::shared_ptr<UpdateLogicFunc> &given, Demands demands,
                   const std::function<void()> &begun);
     Checked fetch(const std::shared_ptr<UpdateLogicFunc> &client, const UpdateFiles &files,
                   const QString &digest, Demands demands);
+    bool hasInstaller(const UpdateFiles &files, const QString &digest,
+                      const std::function<bool()> &stopped);
     Verified installVerified(LockedFile &file, const QString &diskImagePath,
                              const std::optional<QString> &digest,
                              const std::function<bool()> &stopped);
     void endCheck(const Checked &checked);
     bool isUnwanted() const;
     void scheduleFileReady(const QString &path);
-    void onMain(std::function<void(ZVUpdateProc &)> call);
+    std::function<void()> whileHere(std::function<void(ZVUpdateProc &)> call) const;
+    void onMain(std::function<void(ZVUpdateProc &)> call) const;
+    void tellProgress();
+    void watchProgress();
     void debugLog(const QString &message) const;
 
     ZVUpdateProc *const self;
@@ -184,12 +214,11 @@ public:
     Guarded<std::optional<QString>> mProductVersion_;
     Guarded<std::optional<QString>> mSaveFileDirectory_;
     std::atomic<bool> mDebug_ = false;
-    std::atomic<bool> isEnding_ = false;
-    std::atomic<bool> isProgressOnItsWay_ = false; // To the main thread.
-    std::atomic<std::chrono::steady_clock::time_point> lastProgress_{};
+    const std::shared_ptr<std::atomic<bool>> isEnding_ = std::make_shared<std::atomic<bool>>(false);
 
-    // The main thread's, of the check that runs in the background.
+    // The main thread's, of the check in the background and its download.
     DownloadRate rate_;
+    std::unique_ptr<QTimer, DeleteLater> progressTimer_;
     std::shared_ptr<UpdateLogicFunc> checking_;
     std::unique_ptr<Worker> worker_;
 };
@@ -214,7 +243,7 @@ ZVUpdateProc::ZVUpdateProc() : d_(std::make_unique<Private>(this)) {}
 
 ZVUpdateProc::~ZVUpdateProc()
 {
-    d_->isEnding_ = true;
+    *d_->isEnding_ = true;
     if (d_->checking_)
         d_->checking_->doCancel();
     d_->worker_.reset();
@@ -253,14 +282,21 @@ bool ZVUpdateProc::startCheck(CheckReason reason, ZVUpdateProcDelegate *delegate
     const auto end = [](const Private::Checked &checked) {
         return [checked](ZVUpdateProc &controller) { controller.d_->endCheck(checked); };
     };
+    const Private::Checked outOfResources{
+        {Kind::BrokenOff,
+         QStringLiteral("The system has not enough memory or threads for a check.")}};
     try {
-        d_->worker_ = std::make_unique<Worker>(QStringLiteral("Update_Check"),
-                                               [d = d_.get(), client, demands, end] {
-                                                   d->onMain(end(d->check(client, demands, [] {})));
-                                               });
-    } catch (const std::system_error &) {
-        d_->onMain(
-            end({{Kind::BrokenOff, QStringLiteral("The system has no thread for a check.")}}));
+        d_->worker_ = std::make_unique<Worker>(
+            QStringLiteral("Update_Check"), [d = d_.get(), client, demands, end, outOfResources] {
+                auto checked = outOfResources;
+                try {
+                    checked = d->check(client, demands, [] {});
+                } catch (const std::bad_alloc &) {
+                }
+                d->onMain(end(checked));
+            });
+    } catch (const std::exception &) {
+        d_->onMain(end(outOfResources));
     }
     return true;
 }
@@ -313,8 +349,9 @@ void ZVUpdateProc::downloadFinishWithFilePath(const QString &path)
                 path);
         return;
     }
-    if (verified == Private::Verified::Yes) {
+    if (verified == Private::Verified::Named)
         d_->scheduleFileReady(diskImagePath);
+    if (verified == Private::Verified::Named || verified == Private::Verified::Unnamed) {
         // Without a main queue the notification may have been the last owner: "this" may be gone.
         if (debug)
             systemLog(QStringLiteral("ZVUpdateProc downloadFinishWithFilePath:") + path);
@@ -329,28 +366,10 @@ void ZVUpdateProc::downloadFinishWithFilePath(const QString &path)
     file.remove();
 }
 
-// The call that a busy main thread has yet to make is enough.
-void ZVUpdateProc::downloadProgressed()
-{
-    const auto now = std::chrono::steady_clock::now();
-    if (now - d_->lastProgress_.load() < leastBetweenProgress ||
-        d_->isProgressOnItsWay_.exchange(true))
-        return;
-    d_->onMain([](ZVUpdateProc &controller) {
-        Private &d = *controller.d_;
-        d.isProgressOnItsWay_ = false;
-        d.lastProgress_ = std::chrono::steady_clock::now();
-        const auto client = controller.mCurrentDownloadUpdateLogic();
-        ZVUpdateProcDelegate *host = controller.delegate();
-        if (!client || !host)
-            return;
-        const auto progress = client->doGetDownloadProgress();
-        host->updateDownloadProgressed(progress, d.rate_.perSecond(progress.received));
-    });
-}
-
 void ZVUpdateProc::downloadFailed(const UpdateOutcome &outcome)
 {
+    if (!delegate())
+        return;
     d_->onMain([outcome](ZVUpdateProc &controller) {
         if (ZVUpdateProcDelegate *host = controller.delegate())
             host->updateDownloadFailed(outcome);
@@ -479,7 +498,8 @@ ZVUpdateProc::Private::check(const std::shared_ptr<UpdateLogicFunc> &given, Dema
 
     // The reply and the client are kept for those who ask later; the check goes on with its own.
     const auto reply = client->doCheckUpdate(*productID, *productVersion);
-    self->setMLastCheckUpdateResponse(reply);
+    if (!client->isCancelled()) // By the one that is kept a running download is verified.
+        self->setMLastCheckUpdateResponse(reply);
     const QString version = reply->ZVUpdateVersion().value_or(QString());
     const QString digest = reply->ZVMD5().value_or(QString());
     const auto files = UpdateFiles::named(*directory, *productID, version);
@@ -512,24 +532,63 @@ ZVUpdateProc::Private::Checked
 ZVUpdateProc::Private::fetch(const std::shared_ptr<UpdateLogicFunc> &client,
                              const UpdateFiles &files, const QString &digest, Demands demands)
 {
-    const auto stopped = [this, &client] { return isEnding_ || client->isCancelled(); };
-    const auto ready = [this, &files] {
-        return Checked{UpdateOutcome(Kind::InstallerReady),
-                       [this, path = files.diskImagePath] { scheduleFileReady(path); }};
-    };
-    const auto lastDownloadDigest = UpdatePreferences::lastDownloadDigest();
+    const auto stopped = [this, &client] { return *isEnding_ || client->isCancelled(); };
+    const Checked ready{UpdateOutcome(Kind::InstallerReady),
+                        [this, path = files.diskImagePath] { scheduleFileReady(path); }};
+    if (hasInstaller(files, digest, stopped))
+        return ready;
+    if (stopped())
+        return {UpdateOutcome(Kind::Stopped)};
 
+    const auto tokenReply = client->doGetToken();
+    if (!tokenReply->ok()) {
+        Checked checked{client->lastFailure().value_or(UpdateOutcome(Kind::NoToken))};
+        checked.outcome.serviceMessage = tokenReply->msg().value_or(QString());
+        return checked;
+    }
+    debugLog(QStringLiteral("doGetToken OK ... ") + tokenReply->debugDescription());
+
+    const QString token = tokenReply->ID().value_or(QString());
+    const uint64_t remoteSize = client->doGetFileSize(token, files.serviceFileName);
+    if (remoteSize == Files::size(files.temporaryPath)) {
+        LockedFile file(files.temporaryPath, stopped);
+        const Verified verified = installVerified(file, files.diskImagePath, digest, stopped);
+        if (verified == Verified::Named)
+            return ready;
+        if (verified == Verified::Unnamed)
+            return {ready.outcome};
+    }
+
+    debugLog(QStringLiteral("fileSize ... ") + QString::number(static_cast<int64_t>(remoteSize)));
+    if (demands.isAskedByUser && isSpent(Files::size(files.temporaryPath), remoteSize) &&
+        !stopped())
+        Files::remove(files.temporaryPath); // A file that another process has stays.
+    if (const auto obstacle =
+            demands.looksAhead ? obstacleToDownload(files.temporaryPath, remoteSize) : std::nullopt)
+        return {UpdateOutcome(*obstacle)};
+    const auto fullDisk = demands.looksAhead ? UpdateLogicFunc::Stop : UpdateLogicFunc::GoOn;
+    return {UpdateOutcome(Kind::DownloadStarted), [client, token, files, fullDisk] {
+                client->doStartDownload(token, files.serviceFileName, files.temporaryPath,
+                                        fullDisk);
+            }};
+}
+
+// Whether the offered installer is on disk. What is there of another goes.
+bool ZVUpdateProc::Private::hasInstaller(const UpdateFiles &files, const QString &digest,
+                                         const std::function<bool()> &stopped)
+{
+    const auto lastDownloadDigest = UpdatePreferences::lastDownloadDigest();
     // A directory is nobody's installer, but stays, and so does what has been fetched.
     if (Files::exists(files.diskImagePath) && !Files::isDirectory(files.diskImagePath)) {
         const QByteArray found = md5OfFile(files.diskImagePath, stopped);
         if (stopped())
-            return {UpdateOutcome(Kind::Stopped)};
+            return false;
         // A file that is missing has the digest of no bytes, but is not the file that was
         // announced.
         if (isSameDigest(QString::fromLatin1(found.toHex()), digest) &&
             Files::exists(files.diskImagePath)) {
             debugLog(QStringLiteral("下載好，與線上的MD5相同"));
-            return ready();
+            return true;
         }
         debugLog(QStringLiteral("下載好，與線上的MD5不相同，重新下載"));
         discard(files);
@@ -543,44 +602,7 @@ ZVUpdateProc::Private::fetch(const std::shared_ptr<UpdateLogicFunc> &client,
     } else if (PartialFile::beginsInTheMiddle(files.temporaryPath)) {
         Files::remove(files.temporaryPath);
     }
-
-    const auto tokenReply = client->doGetToken();
-    if (!tokenReply->ok()) {
-        Checked checked{client->lastFailure().value_or(UpdateOutcome(Kind::NoToken))};
-        checked.outcome.serviceMessage = tokenReply->msg().value_or(QString());
-        return checked;
-    }
-    debugLog(QStringLiteral("doGetToken OK ... ") + tokenReply->debugDescription());
-
-    const QString token = tokenReply->ID().value_or(QString());
-    const uint64_t remoteSize = client->doGetFileSize(token, files.serviceFileName);
-    const bool isSizeKnown = remoteSize != 0 && remoteSize != std::numeric_limits<uint64_t>::max();
-    if (remoteSize == Files::size(files.temporaryPath)) {
-        LockedFile file(files.temporaryPath, stopped);
-        const Verified verified = installVerified(file, files.diskImagePath, digest, stopped);
-        if (verified == Verified::Yes)
-            return ready();
-        // Otherwise it stays: the download resumes it, and the service has the last word.
-        if (verified == Verified::No && demands.isAskedByUser && isSizeKnown)
-            file.remove();
-    } else if (demands.isAskedByUser && isSizeKnown &&
-               remoteSize < Files::size(files.temporaryPath)) {
-        Files::remove(files.temporaryPath);
-    }
-
-    debugLog(QStringLiteral("fileSize ... ") + QString::number(static_cast<int64_t>(remoteSize)));
-    if (demands.looksAhead) {
-        const uint64_t present = Files::size(files.temporaryPath);
-        const uint64_t toCome = isSizeKnown && remoteSize > present ? remoteSize - present : 0;
-        if (const auto obstacle = obstacleToDownload(files.temporaryPath, toCome))
-            return {UpdateOutcome(*obstacle)};
-    }
-    const auto fullDisk = demands.looksAhead ? UpdateLogicFunc::WhenUnwritable::Stop
-                                             : UpdateLogicFunc::WhenUnwritable::GoOn;
-    return {UpdateOutcome(Kind::DownloadStarted), [client, token, files, fullDisk] {
-                client->doStartDownload(token, files.serviceFileName, files.temporaryPath,
-                                        fullDisk);
-            }};
+    return false;
 }
 
 // On the main thread: the check's thread is let go of, and what it has prepared begins, so that all
@@ -592,6 +614,8 @@ void ZVUpdateProc::Private::endCheck(const Checked &checked)
     const bool isStopped = client->isCancelled();
     if (!isStopped && checked.rest)
         checked.rest();
+    if (!isStopped && checked.outcome.kind == Kind::DownloadStarted)
+        watchProgress();
     if (client != self->mCurrentDownloadUpdateLogic())
         ReplacedClients::keep(client);
     if (ZVUpdateProcDelegate *host = self->delegate())
@@ -616,7 +640,7 @@ ZVUpdateProc::Private::installVerified(LockedFile &file, const QString &diskImag
     if (!isSameDigest(QString::fromLatin1(found->toHex()), digest))
         return Verified::No;
     if (!self->delegate())
-        return Verified::Yes;
+        return Verified::Unnamed;
 
     const LockedFile::Moved moved = file.moveTo(diskImagePath);
     if (moved == LockedFile::Moved::NotThisFile)
@@ -626,12 +650,38 @@ ZVUpdateProc::Private::installVerified(LockedFile &file, const QString &diskImag
     else if (moved == LockedFile::Moved::No)
         file.remove();
     file.close(); // A file that is open for writing cannot be started as a program.
-    return Verified::Yes;
+    return Verified::Named;
 }
 
 bool ZVUpdateProc::Private::isUnwanted() const
 {
-    return isEnding_ || UpdateLogicFunc::isStopRequestedHere();
+    return *isEnding_ || UpdateLogicFunc::isStopRequestedHere();
+}
+
+// Asked again and again while the download runs.
+void ZVUpdateProc::Private::tellProgress()
+{
+    const auto client = self->mCurrentDownloadUpdateLogic();
+    if (!client || client->doCheckDownloadStop())
+        progressTimer_->stop();
+    const auto progress = client ? client->doGetDownloadProgress() : UpdateDownloadProgress();
+    const bool hasBegun = progress.total || progress.received > progress.resumedAt;
+    ZVUpdateProcDelegate *host = self->delegate();
+    if (host && hasBegun)
+        host->updateDownloadProgressed(progress, rate_.perSecond(progress.received));
+}
+
+// Tells of the progress of the download that has just been started.
+void ZVUpdateProc::Private::watchProgress()
+{
+    rate_ = {};
+    if (!progressTimer_) {
+        progressTimer_.reset(new QTimer);
+        progressTimer_->setTimerType(Qt::PreciseTimer);
+        progressTimer_->callOnTimeout(
+            whileHere([](ZVUpdateProc &controller) { controller.d_->tellProgress(); }));
+    }
+    progressTimer_->start(betweenProgress);
 }
 
 // The notification owns the controller until it has been made. Ownership is taken only to be passed
@@ -647,21 +697,25 @@ void ZVUpdateProc::Private::scheduleFileReady(const QString &path)
     });
 }
 
-// Has a call made on the main thread, if the controller is still there by then. One that is being
-// destroyed, and waits for this very call, makes none.
-void ZVUpdateProc::Private::onMain(std::function<void(ZVUpdateProc &)> call)
+// A call that is made on the main thread, if the controller is still there by then: on any other
+// thread only one that a shared pointer owns is destroyed.
+std::function<void()>
+ZVUpdateProc::Private::whileHere(std::function<void(ZVUpdateProc &)> call) const
 {
     const auto owner = self->weak_from_this();
     const bool isOwned = std::weak_ptr<ZVUpdateProc>().owner_before(owner);
-    if (isEnding_ || (isOwned && owner.expired()))
-        return;
-    MainQueue::async([owner, isOwned, unowned = DelegateRef<UpdateLogicFuncDelegate>(self),
-                      call = std::move(call)] {
+    return [controller = self, owner, isOwned, isEnding = isEnding_, call = std::move(call)] {
         const auto owned = owner.lock();
-        auto *controller = isOwned ? owned.get() : static_cast<ZVUpdateProc *>(unowned.get());
-        if (controller)
+        if (isOwned ? owned != nullptr : !*isEnding)
             call(*controller);
-    });
+    };
+}
+
+// A controller that is being destroyed, and waits for this very call, has nothing told any more.
+void ZVUpdateProc::Private::onMain(std::function<void(ZVUpdateProc &)> call) const
+{
+    if (!*isEnding_)
+        MainQueue::async(whileHere(std::move(call)));
 }
 
 void ZVUpdateProc::Private::debugLog(const QString &message) const

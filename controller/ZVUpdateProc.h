@@ -146,7 +146,6 @@ public:
 
     // From the service client, on its download's thread, and from the prompt window.
     void downloadFinishWithFilePath(const QString &path) override;
-    void downloadProgressed() override;
     void downloadFailed(const UpdateOutcome &outcome) override;
     void infoWindowClosedActions(uint64_t action) override;
 

@@ -306,12 +306,6 @@ void UpdateLogicFunc::downloadFinishWithError(const Error &error)
     systemLog(QStringLiteral("download Finish Error: ") + error.debugDescription());
 }
 
-void UpdateLogicFunc::downloadProgressed()
-{
-    d_->delegate_.get().call(
-        [](UpdateLogicFuncDelegate &delegate) { delegate.downloadProgressed(); });
-}
-
 void UpdateLogicFunc::downloadEnded(const HttpFunctionPost &transport)
 {
     if (const auto failure = failureOf(transport))

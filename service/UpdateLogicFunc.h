@@ -124,7 +124,6 @@ public:
     // From the transport.
     void downloadFinishWithFilePath(const QString &path) override;
     void downloadFinishWithError(const ZVPlatform::Error &error) override;
-    void downloadProgressed() override;
     void downloadEnded(const HttpFunctionPost &transport) override;
 
 private:

@@ -18,9 +18,6 @@ public:
     /// download that fails is only logged.
     virtual void downloadFinishWithFilePath(const QString &path) = 0;
 
-    /// The download has brought bytes: see doGetDownloadProgress(). Called for each piece.
-    virtual void downloadProgressed() {}
-
     /// The download has failed or was stopped, or its file was found to be of no use.
     virtual void downloadFailed(const UpdateOutcome & /*outcome*/) {}
 };

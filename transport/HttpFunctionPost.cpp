@@ -12,6 +12,8 @@
 #include "../service/HttpFunctionURLEncode.h"
 #include "DownloadMode.h"
 
+#include <QScopeGuard>
+
 #include <chrono>
 #include <limits>
 #include <utility>
@@ -48,8 +50,8 @@ template <class Call>
 void HttpFunctionPost::report(Call &&call)
 {
     HttpFunctionPost *const outer = std::exchange(reporting, this);
+    const auto restore = qScopeGuard([outer] { reporting = outer; });
     delegate_.get().call(call);
-    reporting = outer;
 }
 
 /// Puts what a transfer brings into the local file. It owns the transport for as long as the
@@ -111,8 +113,6 @@ public:
         transport_->downloadedBytes_ += static_cast<uint64_t>(bytes.size());
         if (appended && file_.loss() && transport_->stopsWhenUnwritable_)
             return Failure{*file_.loss()};
-        transport_->report(
-            [](HttpFunctionPostDelegate &delegate) { delegate.downloadProgressed(); });
         return appended;
     }
 

@@ -22,9 +22,6 @@ public:
     /// The transfer failed or was stopped. What was received stays in the file.
     virtual void downloadFinishWithError(const ZVPlatform::Error &error) = 0;
 
-    /// A piece has been received. On the thread of the two calls above.
-    virtual void downloadProgressed() {}
-
     /// The download is over, also when it was stopped and neither of the two calls was made: the
     /// last call of all.
     virtual void downloadEnded(const HttpFunctionPost & /*transport*/) {}

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <QScopeGuard>
+
 #include <memory>
 #include <mutex>
 
@@ -89,8 +91,8 @@ public:
         if (!state->alive)
             return;
         ++state->calls;
+        const auto end = qScopeGuard([&state] { --state->calls; });
         call(*delegate_);
-        --state->calls;
     }
 
 private:

@@ -160,7 +160,9 @@ TEST_P(BackgroundCheck, IsStoppedWhileTheServiceIsSilent)
         {{.gate = gate}, {u"download-started"_s, u"failed: stopped"_s}},
         {{.meanwhile = silence(gate)}, {u"stopped"_s}},
     };
-    for (const auto &[offer, expected] : cases) {
+    for (const auto &row : cases) {
+        const Offer &offer = row.first;
+        const QStringList &expected = row.second;
         startAfresh();
         service.setOffer(offer);
         host.heard.clear();
