@@ -1,7 +1,7 @@
-#include "InProcessExchange.h"
-
 #include "../tests/support/IsolatedHome.h"
 #include "../tests/support/TestFiles.h"
+#include "platform/KnownErrors.h"
+#include "platform/http/HttpExchange.h"
 #include "service/HttpFunctionURLEncode.h"
 
 #include <ZVUpdate/ZVUpdate.h>
@@ -13,9 +13,7 @@
 #include <cstdlib>
 
 using namespace Qt::StringLiterals;
-using Answer = InProcessExchange::Answer;
-using ZVPlatform::HttpMethod;
-using ZVPlatform::HttpRequest;
+using namespace ZVPlatform;
 
 namespace {
 
@@ -38,6 +36,15 @@ QString digestOf(const QByteArray &bytes)
     return QString::fromLatin1(QCryptographicHash::hash(bytes, QCryptographicHash::Md5).toHex());
 }
 
+/// The answer to one exchange.
+struct Answer
+{
+    int status = 200; ///< 0 for no reply at all.
+    qint64 announcedLength = -1;
+    QByteArrayList pieces; ///< The body, as it is handed on.
+    bool breaksOff = false;
+};
+
 /// What a service answers, in the order in which a check asks.
 struct Script
 {
@@ -56,10 +63,7 @@ struct Script
             return {.pieces = {checkReply}};
         if (command == u"cmd=gettoken"_s)
             return {.pieces = {tokenReply}};
-        Answer answer{status, length, {file.left(5), file.mid(5)}};
-        if (breaksOff)
-            answer.result = ZVPlatform::Failure{ZVPlatform::Error{u"broken"_s, 1, {}}};
-        return answer;
+        return {status, length, {file.left(5), file.mid(5)}, breaksOff};
     }
 
     static QByteArray sealed(const QByteArray &inner)
@@ -94,6 +98,8 @@ struct Script
     }
 };
 
+Script service;
+
 /// A host's machine: the save directory, something beside it, and another product's installer.
 class Machine
 {
@@ -107,8 +113,7 @@ public:
 
     int64_t check(const Script &script)
     {
-        InProcessExchange::setService(
-            [script](const HttpRequest &request) { return script.answer(request); });
+        service = script;
         ZVUpdateProc controller;
         controller.setProductID(u"P"_s, u"1"_s, root_.filePath(u"save"_s));
         const int64_t result = controller.updateWithDelegate(&host_);
@@ -168,6 +173,39 @@ Script healthyService()
 }
 
 } // namespace
+
+// Every exchange of the process is answered by the script, at once, on the thread that runs it.
+
+HttpExchange::HttpExchange(HttpRequest request) : request_(std::move(request)) {}
+
+void HttpExchange::run(HttpReceiver &receiver)
+{
+    receiver.didFinish(converse(receiver));
+}
+
+Result<void, Error> HttpExchange::converse(HttpReceiver &receiver)
+{
+    const Answer answer = service.answer(request_);
+    if (answer.status == 0)
+        return Failure{networkError(NetworkError::Other)};
+    receiver.didReceiveResponse({answer.status, answer.announcedLength});
+    if (request_.method != HttpMethod::Head) {
+        for (const QByteArray &piece : answer.pieces) {
+            if (cancelled_)
+                return Failure{networkError(NetworkError::Cancelled)};
+            if (auto taken = receiver.didReceiveData(piece); !taken)
+                return taken;
+        }
+    }
+    if (answer.breaksOff)
+        return Failure{Error{u"broken"_s, 1, {}}};
+    return {};
+}
+
+void HttpExchange::cancel()
+{
+    cancelled_ = true;
+}
 
 extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv)
 {

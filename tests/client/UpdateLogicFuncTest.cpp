@@ -313,23 +313,6 @@ TEST_P(Client, MayGoInTheCallOfAReplacedDownload)
     EXPECT_EQ(readFile(other), "0123456789");
 }
 
-TEST_P(Client, LetsAReplacedDownloadGoOn)
-{
-    const auto gate = std::make_shared<Gate>();
-    ScriptedServer first(Reply().send(halfAFile).wait(gate).send("abcdefghij"));
-    ScriptedServer second(Reply::whole(200, "other"));
-    start(first);
-    ASSERT_TRUE(waitFor([this] { return file() == "0123456789"; }));
-    const QString other = directory_.filePath(QStringLiteral("B.bin"));
-    start(second, other);
-    client_->waitOne();
-    EXPECT_EQ(delegate_.finished, 1);
-    gate->open();
-    ASSERT_TRUE(waitFor([this] { return delegate_.finished == 2; }));
-    EXPECT_EQ(file(), "0123456789abcdefghij");
-    EXPECT_EQ(readFile(other), "other");
-}
-
 TEST_P(Client, MayGoOnAThreadWithoutAnEventLoop)
 {
     ScriptedServer server(silentAfter(halfAFile));

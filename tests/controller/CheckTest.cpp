@@ -163,26 +163,6 @@ TEST_F(ControllerTest, FindsNoUpdateWithoutANameOrADigest)
     }
 }
 
-TEST_F(ControllerTest, NamesFilesAfterOddButHarmlessVersions)
-{
-    place(temporary, std::nullopt);
-    for (const QString &version : {u"1.2"_s, u".."_s, u"2 beta"_s, u"版本&"_s}) {
-        const QString name = u"P_"_s + version;
-        const Offer offer = {.version = version, .gate = std::make_shared<Gate>()};
-        service.setOffer(offer);
-        auto expected = tree();
-        EXPECT_EQ(check(), 1);
-        EXPECT_TRUE(waitFor([&] { return QFile::exists(saved(name + u".bin"_s)); }));
-        EXPECT_FALSE(QFile::exists(saved(name + u".dmg"_s))) << "during the download";
-        offer.gate->open();
-        EXPECT_TRUE(waitForDownload());
-        EXPECT_EQ(service.requests().constLast(),
-                  u"GET cmd=download&tk=T&fn="_s + name + u".exe"_s);
-        expected.insert(saved(name + u".dmg"_s), good);
-        EXPECT_EQ(tree(), expected);
-    }
-}
-
 TEST_F(ControllerTest, TouchesNothingBehindWhatIsInThePlaceOfItsFiles)
 {
     const QByteArray outside = QFile::encodeName(root.filePath(u"outside"_s));

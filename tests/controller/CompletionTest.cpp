@@ -79,18 +79,6 @@ TEST_F(Completion, KeepsOnlyWhatHasTheDigestOfTheLatestReply)
             }
 }
 
-TEST_F(Completion, ExchangesTheLastExtensionOnly)
-{
-    for (const QString &name : {u"P.x_1.2.3"_s, u"P_2.bin"_s, u".bin"_s}) {
-        setUp(&host);
-        place(saved(name + u".bin"_s), good);
-        finish(saved(name + u".bin"_s));
-        runMainQueue();
-        EXPECT_EQ(contentOf(saved(name + u".dmg"_s)), good);
-        EXPECT_EQ(host.heard, QStringList(saved(name + u".dmg"_s)));
-    }
-}
-
 TEST_F(Completion, NotifiesFromTheMainQueueWhoeverIsTheDelegateThen)
 {
     int calls = 0;

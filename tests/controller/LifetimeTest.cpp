@@ -1,8 +1,10 @@
 #include "ControllerTest.h"
 
 #include "../support/DownloadModes.h"
+#include "../support/TestFiles.h"
 #include "../support/WaitFor.h"
 
+#include <QDir>
 #include <QElapsedTimer>
 
 #include <unistd.h>
@@ -104,6 +106,38 @@ TEST_P(Lifetime, DestroyingTheControllerStopsItsDownloadAtOnce)
     EXPECT_TRUE(waitForDownload());
     EXPECT_EQ(service.requests().constLast(), resumed);
     expectSaved(good, std::nullopt);
+}
+
+TEST_P(Lifetime, WhatIsTakenAwayMeanwhileIsFetchedAgain)
+{
+    const auto remove = [this] { EXPECT_TRUE(QDir(saveDirectory).removeRecursively()); };
+    const std::function<void()> acts[] = {
+        remove,
+        [&] {
+            remove();
+            QDir().mkpath(saveDirectory);
+        },
+        [&] {
+            remove();
+            writeFile(saveDirectory, "in the place of the directory");
+        },
+        [&] { QDir().rename(saveDirectory, saveDirectory + u".moved"_s); },
+        [&] { EXPECT_TRUE(QFile::resize(temporary, 1000)); },
+    };
+    for (const auto &act : acts) {
+        SCOPED_TRACE(&act - acts);
+        startAfresh();
+        const auto client = startHalfway();
+        act();
+        finish(client);
+        EXPECT_EQ(contentOf(diskImage).value_or(good), good);
+        QFile::remove(saveDirectory);
+        for (int checks = 0; checks < 2 && contentOf(diskImage) != good; ++checks) {
+            check();
+            EXPECT_TRUE(waitForDownload());
+        }
+        EXPECT_EQ(contentOf(diskImage), good);
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(Mode, Lifetime,

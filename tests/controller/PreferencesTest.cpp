@@ -1,7 +1,9 @@
 #include "ControllerTest.h"
 
 #include <QDateTime>
+#include <QDir>
 #include <QFileInfo>
+#include <QSettings>
 
 #include <utility>
 
@@ -113,6 +115,17 @@ TEST_F(ControllerTest, TouchesNothingWhileItIsNotConfigured)
     EXPECT_EQ(storedPreferences(), before);
     EXPECT_EQ(service.requests(), QStringList());
     EXPECT_EQ(controller->delegate(), &formerHost);
+}
+
+TEST_F(ControllerTest, FetchesTheUpdateAlsoWithoutPreferences)
+{
+    const QString file = QSettings().fileName();
+    QFile::remove(file);
+    ASSERT_TRUE(QDir().mkpath(file)) << "It can be neither read nor written.";
+    EXPECT_EQ(check(), 1);
+    EXPECT_TRUE(waitForDownload());
+    EXPECT_EQ(host.heard, QStringList(diskImage));
+    EXPECT_TRUE(QDir().rmdir(file));
 }
 
 TEST_F(ControllerTest, ReadsTheSwitchUnderTheKeyThatTheHostHasChosen)

@@ -4,17 +4,18 @@
 #include "support/TestFiles.h"
 
 #include <QDir>
-#include <QElapsedTimer>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
 #include <cerrno>
 #include <chrono>
+#include <csignal>
 #include <memory>
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -223,6 +224,36 @@ TEST_F(FilesTest, WhoOnlyReadsAFileLocksNobodyOut)
     Files::remove(path("to"));
     EXPECT_FALSE(Files::exists(path("to")));
     ::close(reader);
+}
+
+// As on a full disk: a beginning is kept, and a copy has no name before it is whole.
+TEST_F(FilesTest, WithoutRoomIsNeitherWrittenNorCopiedInPart)
+{
+    const QTemporaryDir elsewhere(QStringLiteral("/dev/shm/ZVUpdateTests-XXXXXX"));
+    const QString target = elsewhere.filePath(text("to"));
+    const QByteArray verified(150'000, 'v');
+    writeFile(path("from"), verified);
+    LockedFile from(path("from"));
+    PartialFile download(path("file"));
+    EXPECT_TRUE(download.append("a"));
+
+    rlimit former = {};
+    getrlimit(RLIMIT_FSIZE, &former);
+    std::signal(SIGXFSZ, SIG_IGN);
+    const rlimit full = {100'000, former.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &full);
+    EXPECT_TRUE(download.append(QByteArray(150'000, 'b')))
+        << "There may be room for what comes next.";
+    const auto moved = from.moveTo(target);
+    setrlimit(RLIMIT_FSIZE, &former);
+
+    EXPECT_EQ(content("file"), 'a' + QByteArray(99'999, 'b'));
+    EXPECT_EQ(moved, LockedFile::Moved::No) << "/dev/shm is another file system.";
+    EXPECT_TRUE(QDir(elsewhere.path()).isEmpty());
+    EXPECT_EQ(content("from"), verified);
+    EXPECT_EQ(from.moveTo(target), LockedFile::Moved::Yes);
+    EXPECT_EQ(readFile(target), verified);
+    EXPECT_FALSE(Files::exists(path("from")));
 }
 
 TEST_F(FilesTest, TextIsReadInTheEncodingThatItShows)

@@ -116,6 +116,7 @@ TEST_P(ConversationFaults, AreMadeGoodByTheNextChecks)
             const int at = size * i / rounds;
             const Fault faults[] = {FaultRelay::finish(direction, at),
                                     FaultRelay::reset(direction, at),
+                                    FaultRelay::split(direction, at),
                                     FaultRelay::duplicate(direction, at, 1),
                                     FaultRelay::duplicate(direction, at, 40),
                                     FaultRelay::rewrite(direction, at, QByteArray(1, '\0')),
@@ -126,6 +127,7 @@ TEST_P(ConversationFaults, AreMadeGoodByTheNextChecks)
                 begin(partial);
                 const FaultRelay relay(service_, fault, milliseconds(60));
                 checkThrough(relay);
+                EXPECT_TRUE(fault.kind != Fault::Drip || contentOf(diskImage) == file_);
                 // What cannot be gone on with, since it is too long already, stays as it is.
                 const bool addsBytes = fault.kind >= Fault::Duplicate;
                 const qsizetype left = contentOf(temporary).value_or(QByteArray()).size();
@@ -148,13 +150,18 @@ TEST_P(ConversationFaults, InRangesAndLengthsCostWhatTheTableSays)
     FaultRelay healthy(service_);
     begin(partial);
     checkThrough(healthy);
-    const qsizetype whole = healthy.received(toClient).size();
     const auto rewriteLast = [&](FaultRelay::Direction direction, const QByteArray &text,
                                  const QByteArray &replacement) {
         const qsizetype at = healthy.received(direction).lastIndexOf(text);
         EXPECT_GE(at, 0) << text.data();
         return FaultRelay::rewrite(direction, at, replacement);
     };
+    const Fault ignored = rewriteLast(toServer, "Range", "Rangx");
+    FaultRelay ignoring(service_, ignored);
+    begin(partial);
+    checkThrough(ignoring);
+    const qsizetype body = ignoring.received(toClient).size() - file_.size();
+    const qsizetype whole = healthy.received(toClient).size(); // The client would wait for more.
     const struct
     {
         const char *name = nullptr;
@@ -162,17 +169,22 @@ TEST_P(ConversationFaults, InRangesAndLengthsCostWhatTheTableSays)
         Fault fault;
         Content left;
         int checks = 0;
-        bool isCut = false; // Where the healthy reply ends; the client would wait for more.
+        qsizetype cut = -1; // After so many bytes of all replies.
     } rows[] = {
-        {"Range ignored", partial, rewriteLast(toServer, "Range", "Rangx"), {}, 1},
+        {"Range ignored", partial, ignored, {}, 1},
+        // What is shorter than the file is completed, found wrong and thrown away.
+        {"the same, cut", partial, ignored, *partial + file_.left(2), 2, body + 2},
+        {"the same, cut later", partial, ignored, *partial + file_.left(299), 2, body + 299},
+        {"the same, cut when full", partial, ignored, *partial + file_.left(300), -1, body + 300},
+        {"the same, cut beyond", partial, ignored, *partial + file_.left(400), -1, body + 400},
         {"earlier offset", partial, rewriteLast(toServer, "=200-", "=100-"), {}, 1},
         {"later offset", partial, rewriteLast(toServer, "=200-", "=300-"), {}, 1},
         {"no Content-Range", partial, rewriteLast(toClient, "Content-Range", "X"), {}, 0},
         {"another Content-Range", partial, rewriteLast(toClient, "s 200-", "s 100-"), {}, 0},
         {"refused", partial, rewriteLast(toClient, "206", "416"), partial, 1},
         {"too short", partial, rewriteLast(toClient, ": 300", ": 200"), {}, 1},
-        {"too long", partial, rewriteLast(toClient, ": 300", ": 900"), file_, 1, true},
-        {"no length", partial, rewriteLast(toClient, "Content-Length", "X"), {}, 0, true},
+        {"too long", partial, rewriteLast(toClient, ": 300", ": 900"), file_, 1, whole},
+        {"no length", partial, rewriteLast(toClient, "Content-Length", "X"), {}, 0, whole},
         {"wrong byte", partial, rewriteLast(toClient, "199", "19x"), {}, 1},
         {"complete", file_, {}, {}, 0},
         {"complete, another size", file_, rewriteLast(toClient, ": 500", ": 900"), file_, 1},
@@ -185,35 +197,10 @@ TEST_P(ConversationFaults, InRangesAndLengthsCostWhatTheTableSays)
         begin(row.before);
         FaultRelay relay(service_, row.fault);
         FaultRelay cutting(relay.baseUrl(),
-                           row.isCut ? FaultRelay::finish(toClient, whole) : Fault());
+                           row.cut < 0 ? Fault() : FaultRelay::finish(toClient, row.cut));
         checkThrough(cutting);
         EXPECT_EQ(contentOf(temporary), row.left);
         EXPECT_EQ(healthyChecks(), row.checks);
-    }
-    Campaign::tried(static_cast<int>(std::size(rows)));
-}
-
-// What is shorter than the file is completed, found wrong and thrown away. The rest is stuck, until
-// another version is offered.
-TEST_P(ConversationFaults, InAnIgnoredRangeThatIsCutCostTwoChecksOrTheVersion)
-{
-    const Content partial = file_.left(200);
-    FaultRelay healthy(service_);
-    begin(partial);
-    checkThrough(healthy);
-    FaultRelay ignoring(
-        service_,
-        FaultRelay::rewrite(toServer, healthy.received(toServer).lastIndexOf("Range"), "X"));
-    begin(partial);
-    checkThrough(ignoring);
-    const qsizetype body = ignoring.received(toClient).size() - file_.size();
-    for (const auto &[arriving, checks] : {std::pair(2, 2), {299, 2}, {300, -1}, {400, -1}}) {
-        SCOPED_TRACE(arriving);
-        begin(partial);
-        FaultRelay cutting(ignoring.baseUrl(), FaultRelay::finish(toClient, body + arriving));
-        checkThrough(cutting);
-        EXPECT_EQ(contentOf(temporary), *partial + file_.left(arriving));
-        EXPECT_EQ(healthyChecks(), checks);
     }
     offer(u"3"_s);
     checkAndDownload();

@@ -1,4 +1,4 @@
-#include "OneDownload.h"
+#include "support/Exchanges.h"
 #include "support/LogCapture.h"
 #include "support/ScriptedServer.h"
 #include "support/TestFiles.h"
@@ -12,18 +12,7 @@ using ZVPlatform::NetworkError;
 
 namespace {
 
-const QString command = QStringLiteral("cmd=gettoken");
 const DownloadMode modes[] = {DownloadMode::Session, DownloadMode::Connection};
-
-std::optional<QString> post(const QString &url)
-{
-    return HttpFunctionPost::getPost(url, nullptr)->DoPost(command, std::nullopt);
-}
-
-int64_t probe(const QString &url)
-{
-    return static_cast<int64_t>(HttpFunctionPost::getPost(url, nullptr)->getFileSize(command));
-}
 
 /// What becomes of a reply: it is a reply; there is none; it breaks in its body; or the client
 /// breaks it off there.
@@ -120,18 +109,18 @@ TEST(HostileReplies, LeadToWhatTheTableSays)
                                                   ? std::optional(QString::fromLatin1(row.arrived))
                                                   : std::nullopt);
             EXPECT_EQ(log.lines().size(), row.fate == Taken ? 0 : 1);
-            EXPECT_EQ(probe(server.baseUrl()), row.size);
+            EXPECT_EQ(static_cast<int64_t>(probe(server.baseUrl())), row.size);
         }
         for (const DownloadMode mode : modes) {
             writeFile(path, "old+");
             const std::string broken =
                 mode == DownloadMode::Connection
-                    ? "HTTP 200"
+                    ? "HTTP Error 200"
                     : network(row.fate == Broken ? NetworkError::ConnectionLost
                                                  : NetworkError::ReplyTooLarge);
             EXPECT_EQ(OneDownload(server.baseUrl(), path, mode).report(), row.fate == Taken ? "file"
                                                                           : row.fate == Refused
-                                                                              ? "HTTP 0"
+                                                                              ? "HTTP Error 0"
                                                                               : broken);
             EXPECT_EQ(readFile(path), "old+" + row.arrived);
         }
@@ -152,7 +141,7 @@ TEST(HostileReplies, ToACommandAreBounded)
         EXPECT_EQ(post(server.baseUrl()), std::nullopt);
         ASSERT_EQ(log.lines().size(), 1);
         EXPECT_TRUE(log.lines().first().contains(QLatin1String("too large")));
-        EXPECT_EQ(probe(server.baseUrl()), -1);
+        EXPECT_EQ(static_cast<int64_t>(probe(server.baseUrl())), -1);
     }
 }
 

@@ -46,15 +46,11 @@ TEST(Sealing, RefusesWhatIsNotSealed)
 
 TEST(Hexadecimal, ReadsEveryPairAsStrtoulDoes)
 {
-    const QString before(126, u'7'); // makes a long text of the pair, which is read another way
     for (char first = 1; first < 127; ++first) {
         for (char second = 1; second < 127; ++second) {
             const char pair[] = {first, second, '\0'};
             const auto byte = static_cast<char>(std::strtoul(pair, nullptr, 16));
             ASSERT_EQ(bytes(QString::fromLatin1(pair)), QByteArray(1, byte)) << pair;
-            ASSERT_EQ(bytes(before + QString::fromLatin1(pair) + before),
-                      QByteArray(63, 'w') + byte + QByteArray(63, 'w'))
-                << pair;
         }
     }
 }

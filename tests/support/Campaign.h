@@ -1,15 +1,26 @@
 #pragma once
 
-/// A test that tries many variants of one fault. In the long form, which `./run torture` asks for
-/// by setting ZVUPDATE_TORTURE, it tries them all; otherwise so many that it takes about a second.
-class Campaign
+#include <QtGlobal>
+
+#include <gtest/gtest.h>
+
+#include <iostream>
+
+/// A test that tries many variants of one fault: all of them in the long form, which `./run
+/// torture` asks for by setting ZVUPDATE_TORTURE, and otherwise so many that it takes about a
+/// second.
+namespace Campaign {
+
+inline int rounds(int inTheLongForm, int inTheShortForm)
 {
-public:
-    static bool isLong();
+    return qEnvironmentVariableIsEmpty("ZVUPDATE_TORTURE") ? inTheShortForm : inTheLongForm;
+}
 
-    /// The number that belongs to the form that is run.
-    static int rounds(int inTheLongForm, int inTheShortForm);
+/// Says how many variants were tried, on the test's output and in its record.
+inline void tried(int variants)
+{
+    testing::Test::RecordProperty("variants", variants);
+    std::cout << "[ variants ] " << variants << '\n';
+}
 
-    /// Says how many variants were tried, on the test's output and in its record.
-    static void tried(int variants);
-};
+} // namespace Campaign

@@ -85,7 +85,6 @@ bool FaultRelay::passOn(Connection &connection, int to, QByteArray bytes)
     connection.recent = (connection.recent + head).right(fault_.length);
     if (!connection.spoiled && connection.passed >= fault_.at) {
         connection.spoiled = true;
-        happened_ = true;
         spoil(connection, to);
     }
     return !connection.ended && sendRest(to, QByteArrayView(bytes).sliced(head.size()));

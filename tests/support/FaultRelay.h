@@ -71,9 +71,6 @@ public:
         return QStringLiteral("http://127.0.0.1:%1/Update/ZVDLCtl.dll?dt=").arg(acceptor_.port());
     }
 
-    /// Whether the fault has happened, on any connection.
-    bool hasHappened() const { return happened_; }
-
     /// What has arrived in one direction up to now, on all connections together.
     QByteArray received(Direction direction) const;
 
@@ -90,7 +87,6 @@ private:
     const Fault fault_;
     const quint16 serverPort_;
     const std::chrono::milliseconds patience_;
-    std::atomic<bool> happened_ = false;
     mutable std::mutex mutex_;
     QByteArray received_[2]; // Guarded by mutex_.
     Loopback::Acceptor acceptor_{[this](int client) { relay(client); }};

@@ -5,8 +5,6 @@ must hold whatever happens. torture.py has the campaigns.
 """
 
 import argparse
-import contextlib
-import ctypes
 import json
 import os
 import pathlib
@@ -21,7 +19,6 @@ import time
 
 PATIENCE = 120  # Seconds until something that must happen counts as missing.
 SKIPPED = 77
-NOBODY = 65534
 MIB = 1 << 20
 OLDER = b"an older installer"
 MODES = ("session", "connection")
@@ -52,24 +49,6 @@ def need(program):
         raise Skip(f"{program} is not installed")
 
 
-def leave_shared_mounts():
-    """From here on what this process mounts is seen by its children only, and goes with them."""
-    new_namespace = 0x00020000
-    if os.geteuid() != 0 or ctypes.CDLL(None).unshare(new_namespace) != 0:
-        raise Skip("mounts of one's own need root, and CAP_SYS_ADMIN in a container")
-    subprocess.run(["mount", "--make-rprivate", "/"], check=True)
-
-
-@contextlib.contextmanager
-def tmpfs(path, size):
-    """Yields a function that makes more room."""
-    subprocess.run(["mount", "-t", "tmpfs", "-o", f"size={size},mode=755", "tmpfs", path], check=True)
-    try:
-        yield lambda: subprocess.run(["mount", "-o", "remount,size=16m", path], check=True)
-    finally:
-        subprocess.run(["umount", "--lazy", path], check=True)
-
-
 def strace(*arguments, paths=(), log="/dev/null"):
     selection = [part for path in paths for part in ("-P", str(path))]
     return ["strace", "-f", "-qq", "-o", str(log), *arguments, *selection]
@@ -95,9 +74,8 @@ class Road:
     must never change.
     """
 
-    def __init__(self, options, size, unprivileged=False):
+    def __init__(self, options, size):
         self.options = options
-        self.user = NOBODY if unprivileged and os.geteuid() == 0 else None
         self.installer = random.Random(options.seed).randbytes(size)
         self.base = pathlib.Path(tempfile.mkdtemp(prefix="zvupdate-torture."))
         self.tree = self.base / "tree"
@@ -135,7 +113,7 @@ class Road:
         (releases / "releases.json").write_text(
             json.dumps({"products": [{"id": "P1", "releases": [release]}]}))
         (self.outside / "treasure").write_bytes(b"not to be touched")
-        self.plant_older_image()
+        self.older_image.write_bytes(OLDER)
 
         with open(self.service_log, "wb") as log:
             self.service = subprocess.Popen(
@@ -144,9 +122,6 @@ class Road:
         url = self.service.stdout.readline().decode().strip()
         expect(url.endswith("dt="), f"the service did not start: {self.service_log.read_text()}")
         (self.home / "Documents" / "ConsoleZVUpdate.mac").write_text(url)
-        if self.user:
-            self.base.chmod(0o755)
-            subprocess.run(["chown", "-R", f"{NOBODY}:{NOBODY}", self.tree], check=True)
         self.surroundings = self._look_around()
 
     def _remove(self):
@@ -175,8 +150,7 @@ class Road:
             [*wrapper, self.options.bin / "zvupdate", "check", "--product-id", "P1",
              "--product-version", "1", "--directory", self.save, "--json", "--mode", mode],
             stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, env=environment,
-            cwd=self.tree, user=self.user, group=self.user,
-            extra_groups=[] if self.user else None)
+            cwd=self.tree)
         self.started.append(process)
         return process
 
@@ -196,14 +170,6 @@ class Road:
     def check(self, **how):
         return self.finish(self.start(**how))
 
-    def plant_older_image(self):
-        self.older_image.write_bytes(OLDER)
-        if self.user:
-            os.chown(self.older_image, NOBODY, NOBODY)
-
-    def partial_size(self):
-        return self.partial.stat().st_size if self.partial.is_file() else 0
-
     def clear(self, with_settings=True):
         """As before the first check."""
         for path in (self.partial, self.image):
@@ -212,8 +178,6 @@ class Road:
         if with_settings:
             self.put_away(self.settings_folder)
             self.settings_folder.mkdir()
-            if self.user:
-                os.chown(self.settings_folder, NOBODY, NOBODY)
 
     @staticmethod
     def put_away(path):
@@ -301,9 +265,3 @@ def run(description, campaigns):
         print(f"{name}: {variants} variants, {held} "
               f"({time.monotonic() - start:.0f} s, seed {options.seed})", flush=True)
     sys.exit(status)
-
-
-def no_strace_under_sanitizers(options):
-    if options.sanitized:
-        raise Skip("leak detection and strace both want to trace the process")
-    need("strace")

@@ -1,8 +1,8 @@
 #include "platform/http/HttpReply.h"
+#include "support/Exchanges.h"
 #include "support/FaultRelay.h"
 #include "support/LogCapture.h"
 #include "support/ScriptedServer.h"
-#include "transport/HttpFunctionPost.h"
 
 #include <gmock/gmock.h>
 
@@ -17,16 +17,6 @@ using Reply = ScriptedServer::Reply;
 namespace {
 
 const QString command = QStringLiteral("cmd=gettoken");
-
-std::optional<QString> post(const QString &url)
-{
-    return HttpFunctionPost::getPost(url, nullptr)->DoPost(command, std::nullopt);
-}
-
-uint64_t probe(const QString &url)
-{
-    return HttpFunctionPost::getPost(url, nullptr)->getFileSize(command);
-}
 
 // Port 1 is reserved for a service that nobody runs.
 const QString refusingUrl = QStringLiteral("http://127.0.0.1:1/?dt=");

@@ -1,9 +1,8 @@
+#include "support/Exchanges.h"
 #include "support/LogCapture.h"
 #include "support/ScriptedServer.h"
 #include "support/TestFiles.h"
 #include "support/TlsRelay.h"
-#include "support/WaitFor.h"
-#include "transport/HttpFunctionPost.h"
 
 #include <QTemporaryDir>
 
@@ -26,24 +25,12 @@ Reply serve(const ScriptedServer::Request &request)
 }
 
 /// A check's answer; or, without one, the line that is logged about it.
-std::string post(const QString &url)
+std::string answerOf(const QString &url)
 {
     const LogCapture log;
-    const auto answer = HttpFunctionPost::getPost(url, nullptr)->DoPost(command, std::nullopt);
+    const auto answer = post(url);
     return (answer ? *answer : log.lines().join(QLatin1Char('\n'))).toStdString();
 }
-
-class Outcome : public HttpFunctionPostDelegate
-{
-public:
-    ~Outcome() override { retire(); }
-    void downloadFinishWithFilePath(const QString &) override { text = "file"; }
-    void downloadFinishWithError(const ZVPlatform::Error &error) override
-    {
-        text = error.domain.toStdString() + ' ' + std::to_string(error.code);
-    }
-    std::string text; // Read when the download is over.
-};
 
 /// How a download ends that has the first half of the file already, and what the file holds then.
 std::pair<std::string, QByteArray> resume(const QString &url)
@@ -51,17 +38,14 @@ std::pair<std::string, QByteArray> resume(const QString &url)
     const QTemporaryDir directory;
     const QString path = directory.filePath(QStringLiteral("P1_2103.bin"));
     writeFile(path, content.first(content.size() / 2));
-    Outcome outcome;
-    const auto transport = HttpFunctionPost::getPost(url, &outcome);
-    transport->DoDownloadAsync(command, path);
-    EXPECT_TRUE(waitFor([&] { return transport->isThreadStop(); }));
-    return {outcome.text, readFile(path)};
+    const std::string report = OneDownload(url, path).report();
+    return {report, readFile(path)};
 }
 
 void expectAllGoesRight(const QString &url)
 {
-    EXPECT_EQ(post(url), "reply");
-    EXPECT_EQ(HttpFunctionPost::getPost(url, nullptr)->getFileSize(command), content.size());
+    EXPECT_EQ(answerOf(url), "reply");
+    EXPECT_EQ(probe(url), content.size());
     EXPECT_EQ(resume(url), std::pair(std::string("file"), content));
 }
 
@@ -100,7 +84,7 @@ TEST(Protection, RefusesAServerThatIsNotTheOneMeant)
          {TlsRelay::Expired, TlsRelay::SelfSigned, TlsRelay::OfAnotherHost}) {
         SCOPED_TRACE(certificate);
         const TlsRelay tls(server.url(), certificate);
-        EXPECT_EQ(post(tls.baseUrl()),
+        EXPECT_EQ(answerOf(tls.baseUrl()),
                   "connect error: No secure connection to the server could be made.");
         const auto transport = HttpFunctionPost::getPost(tls.baseUrl(), nullptr);
         EXPECT_EQ(transport->getFileSize(command), 0u);
@@ -124,11 +108,12 @@ TEST(Protection, IsNotLeftForARedirectButEntered)
         return from + QStringLiteral("/?to=") + to + QStringLiteral("/?dt=");
     };
     const QString https = QStringLiteral("https://");
-    EXPECT_EQ(post(redirected(server.url(), https + protectedTarget.address())), "reply");
-    EXPECT_EQ(post(redirected(https + tls.address(), https + protectedTarget.address())), "reply");
+    EXPECT_EQ(answerOf(redirected(server.url(), https + protectedTarget.address())), "reply");
+    EXPECT_EQ(answerOf(redirected(https + tls.address(), https + protectedTarget.address())),
+              "reply");
 
     const size_t reached = target.requests().size();
-    EXPECT_THAT(post(redirected(https + tls.address(), target.url())),
+    EXPECT_THAT(answerOf(redirected(https + tls.address(), target.url())),
                 StartsWith("connect error: "));
     EXPECT_EQ(resume(redirected(https + tls.address(), target.url())).first, "HTTP Error 307");
     EXPECT_EQ(target.requests().size(), reached);
@@ -153,7 +138,7 @@ TEST(ProxyOfTheEnvironment, IsUsed)
 TEST(ProxyOfTheEnvironment, ThatIsNotFoundIsAFailure)
 {
     const Proxy proxy("http_proxy", QString(64, u'x')); // No name server is asked for that.
-    EXPECT_EQ(post(QStringLiteral("http://%1/?dt=").arg(unreachable)),
+    EXPECT_EQ(answerOf(QStringLiteral("http://%1/?dt=").arg(unreachable)),
               "connect error: The server's name could not be found.");
 }
 
@@ -163,11 +148,11 @@ TEST(ProxyOfTheEnvironment, ThatWantsAPasswordIsAFailure)
     const Proxy http("http_proxy", server.url().mid(7));
     const Proxy https("https_proxy", server.url().mid(7));
     const QString url = QStringLiteral("http://%1/?dt=").arg(unreachable);
-    EXPECT_EQ(post(url), "Who are you?") << "The status of a check's reply does not count.";
+    EXPECT_EQ(answerOf(url), "Who are you?") << "The status of a check's reply does not count.";
     EXPECT_EQ(resume(url).first, "HTTP Error 407");
 
     const QString protectedUrl = QStringLiteral("https://%1/?dt=").arg(unreachable);
-    EXPECT_EQ(post(protectedUrl), "connect error: The proxy refused to connect to the server.");
+    EXPECT_EQ(answerOf(protectedUrl), "connect error: The proxy refused to connect to the server.");
     EXPECT_EQ(resume(protectedUrl).first, "HTTP Error 0");
     ASSERT_EQ(server.requests().size(), 4u);
     EXPECT_EQ(server.requests().back().method, "CONNECT");

@@ -13,7 +13,6 @@
 #include <QElapsedTimer>
 #include <QLabel>
 #include <QLineEdit>
-#include <QMetaProperty>
 #include <QPushButton>
 #include <QScrollBar>
 #include <QSessionManager>
@@ -352,39 +351,6 @@ TEST_F(UpdateInfoWindowTest, TellsTheFocusedButtonFromTheDefaultOne)
     }
     EXPECT_NE(pictures[0], pictures[2]);
     EXPECT_NE(pictures[1], pictures[3]);
-}
-
-TEST_F(UpdateInfoWindowTest, ReappearsWhereItsPredecessorWas)
-{
-    show();
-    const QPoint place(40, 50);
-    controller->window()->move(place);
-    ASSERT_TRUE(QTest::qWaitFor([&] { return controller->window()->pos() == place; }));
-    controller->window()->hide();
-    controller->showWindow();
-    EXPECT_EQ(controller->window()->pos(), place);
-
-    controller->window()->hide();
-    Controller successor(u"UpdateInfoWindowController"_s);
-    successor.takePlaceOf(*controller);
-    successor.showWindow();
-    EXPECT_EQ(successor.window()->pos(), place);
-}
-
-TEST_F(UpdateInfoWindowTest, HasItsFieldsAsProperties)
-{
-    const QMetaObject &meta = Controller::staticMetaObject;
-    for (const char *name :
-         {"updateButton", "notNowButton", "dontReminedMe", "updateInfoTextField",
-          "updateInfoTitleTextField", "updateTitleTextField", "mProductName",
-          "mUpdateProductVersion", "mUpdateInfo", "mUpdateFilePath", "delegate"}) {
-        const QMetaProperty property = meta.property(meta.indexOfProperty(name));
-        ASSERT_TRUE(property.isReadable() && property.isWritable()) << name;
-        const QVariant value = property.read(&*controller);
-        controller->window();
-        EXPECT_TRUE(property.write(&*controller, value)) << name;
-        EXPECT_EQ(property.read(&*controller), value) << name;
-    }
 }
 
 struct Flood

@@ -2,24 +2,43 @@
 
 #include "../../platform/Error.h"
 #include "../../transport/HttpFunctionPost.h"
-#include "../support/DownloadModes.h"
-#include "../support/WaitFor.h"
+#include "DownloadModes.h"
+#include "WaitFor.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
 
-/// The error that a session passes on, by its number alone.
-inline std::string network(ZVPlatform::NetworkError what)
+/// The answer to a command.
+inline std::optional<QString> post(const QString &baseUrl)
 {
-    return "network " + std::to_string(static_cast<int>(what));
+    return HttpFunctionPost::getPost(baseUrl, nullptr)
+        ->DoPost(QStringLiteral("cmd=gettoken"), std::nullopt);
 }
 
-/// One download from its start to its end, and the report of it: "file", or the error.
+/// The answer to a question for a size.
+inline uint64_t probe(const QString &baseUrl)
+{
+    return HttpFunctionPost::getPost(baseUrl, nullptr)->getFileSize(QStringLiteral("cmd=gettoken"));
+}
+
+/// An error by its domain and its number, such as "HTTP Error 404".
+inline std::string nameOf(const ZVPlatform::Error &error)
+{
+    return error.domain.toStdString() + ' ' + std::to_string(error.code);
+}
+
+inline std::string network(ZVPlatform::NetworkError what)
+{
+    return nameOf({QLatin1String(ZVPlatform::networkErrorDomain), static_cast<int>(what), {}});
+}
+
+/// One download from its start to its end, and the report of it: "file", or the error's name.
 class OneDownload : public HttpFunctionPostDelegate
 {
 public:
-    OneDownload(const QString &baseUrl, const QString &path, DownloadMode mode)
+    OneDownload(const QString &baseUrl, const QString &path,
+                DownloadMode mode = DownloadMode::Session)
         : mode_(mode), path_(path)
     {
         const DownloadModeSwitch chosen(mode);
@@ -49,8 +68,7 @@ private:
     }
     void downloadFinishWithError(const ZVPlatform::Error &error) override
     {
-        const bool isNetwork = error.domain == QLatin1String(ZVPlatform::networkErrorDomain);
-        report_ += (isNetwork ? "network " : "HTTP ") + std::to_string(error.code);
+        report_ += nameOf(error);
     }
 
     const DownloadMode mode_;
