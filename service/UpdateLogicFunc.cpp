@@ -14,18 +14,6 @@ namespace {
 
 constexpr std::chrono::milliseconds waitStep(500);
 
-QString baseURL()
-{
-#ifdef ZVUPDATE_OVERRIDE_FILE
-    // Developers point the system at another service with this file. What it holds is used as it
-    // stands, a line end included.
-    if (const auto override =
-            Files::readText(Files::expandTilde(QStringLiteral("~/Documents/ConsoleZVUpdate.mac"))))
-        return *override;
-#endif
-    return QStringLiteral(ZVUPDATE_SERVICE_URL);
-}
-
 // Arguments go into a command as they are: sealed, they need no escaping.
 QString checkCommand(const QString &productID, const QString &productVersion)
 {
@@ -55,10 +43,24 @@ QString reason(const Error &error)
 struct UpdateLogicFunc::Private
 {
     Guarded<std::shared_ptr<HttpFunctionPost>> mDownload_;
-    Guarded<QString> mBaseURL_{baseURL()};
+    Guarded<QString> mBaseURL_{overridingBaseURL().value_or(QStringLiteral(ZVUPDATE_SERVICE_URL))};
     Guarded<DelegateRef<UpdateLogicFuncDelegate>> delegate_;
     Guarded<std::optional<QString>> failure_;
 };
+
+QString UpdateLogicFunc::overrideFilePath()
+{
+    return Files::expandTilde(QStringLiteral("~/Documents/ConsoleZVUpdate.mac"));
+}
+
+std::optional<QString> UpdateLogicFunc::overridingBaseURL()
+{
+#ifdef ZVUPDATE_OVERRIDE_FILE
+    return Files::readText(overrideFilePath());
+#else
+    return std::nullopt;
+#endif
+}
 
 UpdateLogicFunc::UpdateLogicFunc() : d_(std::make_unique<Private>()) {}
 
