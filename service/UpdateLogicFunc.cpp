@@ -18,18 +18,6 @@ namespace {
 
 constexpr std::chrono::milliseconds waitStep(500);
 
-QString baseURL()
-{
-#ifdef ZVUPDATE_OVERRIDE_FILE
-    // Developers point the system at another service with this file. What it holds is used as it
-    // stands, a line end included.
-    if (const auto override =
-            Files::readText(Files::expandTilde(QStringLiteral("~/Documents/ConsoleZVUpdate.mac"))))
-        return *override;
-#endif
-    return QStringLiteral(ZVUPDATE_SERVICE_URL);
-}
-
 // Arguments go into a command as they are: sealed, they need no escaping.
 QString checkCommand(const QString &productID, const QString &productVersion)
 {
@@ -122,7 +110,7 @@ std::optional<UpdateOutcome> failureOfPost(const HttpFunctionPost &transport,
 struct UpdateLogicFunc::Private
 {
     Guarded<std::shared_ptr<HttpFunctionPost>> mDownload_;
-    Guarded<QString> mBaseURL_{baseURL()};
+    Guarded<QString> mBaseURL_{overridingBaseURL().value_or(QStringLiteral(ZVUPDATE_SERVICE_URL))};
     Guarded<DelegateRef<UpdateLogicFuncDelegate>> delegate_;
     Guarded<std::optional<UpdateOutcome>> failure_; // Of the latest command.
     Guarded<std::shared_ptr<HttpFunctionPost>> command_;
@@ -138,6 +126,20 @@ struct UpdateLogicFunc::Private
         return transport;
     }
 };
+
+QString UpdateLogicFunc::overrideFilePath()
+{
+    return Files::expandTilde(QStringLiteral("~/Documents/ConsoleZVUpdate.mac"));
+}
+
+std::optional<QString> UpdateLogicFunc::overridingBaseURL()
+{
+#ifdef ZVUPDATE_OVERRIDE_FILE
+    return Files::readText(overrideFilePath());
+#else
+    return std::nullopt;
+#endif
+}
 
 UpdateLogicFunc::UpdateLogicFunc() : d_(std::make_unique<Private>()) {}
 

@@ -38,9 +38,8 @@ struct UpdateDownloadProgress
 class ZVUPDATE_EXPORT UpdateLogicFunc final : public HttpFunctionPostDelegate
 {
 public:
-    /// A client of the service whose base URL stands in "~/Documents/ConsoleZVUpdate.mac", exactly
-    /// as that file has it, or, without a readable file, or in a library that was built without
-    /// ZVUPDATE_OVERRIDE_FILE, of the one the library was built for.
+    /// A client of the service with the overriding base URL or, without one, of the service that
+    /// the library was built for.
     UpdateLogicFunc();
 
     /// Stops a running download and waits until it has ended, running the calling thread's event
@@ -49,6 +48,14 @@ public:
 
     UpdateLogicFunc(const UpdateLogicFunc &) = delete;
     UpdateLogicFunc &operator=(const UpdateLogicFunc &) = delete;
+
+    /// The file by which developers point the system at another service:
+    /// "~/Documents/ConsoleZVUpdate.mac".
+    static QString overrideFilePath();
+
+    /// What that file holds, a line end included; absent when it cannot be read, and in a library
+    /// that was built without ZVUPDATE_OVERRIDE_FILE.
+    static std::optional<QString> overridingBaseURL();
 
     /// Asks for an update of a product. Never null; ok is false when there is none, and also when
     /// the service could not be reached or its reply is broken.

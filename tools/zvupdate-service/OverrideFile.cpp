@@ -14,34 +14,29 @@ OverrideFile::~OverrideFile()
 {
     if (contents_.isEmpty())
         return;
-    if (const auto present = RegularFile::read(path()); present && *present == contents_)
-        QFile::remove(path());
+    if (const auto present = RegularFile::read(path_); present && *present == contents_)
+        QFile::remove(path_);
 }
 
 Result<void> OverrideFile::write(const QString &baseUrl)
 {
     const QByteArray contents = baseUrl.toUtf8();
-    QFile file(path());
+    QFile file(path_);
     if (file.exists()) {
-        const auto present = RegularFile::read(path());
+        const auto present = RegularFile::read(path_);
         if (!present)
-            return Failure{u"%1 exists and is no file that can be read; remove it"_s.arg(path())};
+            return Failure{u"%1 exists and is no file that can be read; remove it"_s.arg(path_)};
         if (*present == contents) {
             contents_ = contents; // left behind by a run that was killed
             return {};
         }
         return Failure{u"%1 exists and holds \"%2\"; remove it if it is no longer needed"_s.arg(
-            path(), ServiceLog::escaped(QString::fromUtf8(*present)))};
+            path_, ServiceLog::escaped(QString::fromUtf8(*present)))};
     }
-    QDir().mkpath(QFileInfo(path()).path());
+    QDir().mkpath(QFileInfo(path_).path());
     if (!file.open(QIODevice::WriteOnly | QIODevice::NewOnly) ||
         file.write(contents) != contents.size() || !file.flush())
-        return Failure{u"%1 cannot be written: %2"_s.arg(path(), file.errorString())};
+        return Failure{u"%1 cannot be written: %2"_s.arg(path_, file.errorString())};
     contents_ = contents;
     return {};
-}
-
-QString OverrideFile::path()
-{
-    return QDir::homePath() + u"/Documents/ConsoleZVUpdate.mac"_s;
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "../../platform/Result.h"
+#include <ZVUpdate/service/UpdateLogicFunc.h>
 
 #include <QString>
 
@@ -18,8 +19,7 @@ public:
     /// Writes the base URL; but a file that points elsewhere is left alone, which is a failure.
     ZVPlatform::Result<void> write(const QString &baseUrl);
 
-    static QString path();
-
 private:
+    const QString path_ = UpdateLogicFunc::overrideFilePath();
     QByteArray contents_; // empty as long as nothing is written
 };

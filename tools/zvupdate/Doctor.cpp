@@ -139,10 +139,8 @@ bool Doctor::examineAddress()
 {
     const QString address = client_.mBaseURL();
     const QUrl url(address, QUrl::StrictMode);
-    const QString file = QDir::home().filePath(u"Documents/ConsoleZVUpdate.mac"_s);
-    QFile override(file);
-    const bool isOverridden = QFileInfo(file).isFile() && override.open(QIODevice::ReadOnly) &&
-                              QString::fromUtf8(override.readAll()) == address;
+    const QString file = UpdateLogicFunc::overrideFilePath();
+    const bool isOverridden = UpdateLogicFunc::overridingBaseURL() == address;
     const QString place = isOverridden ? u"write it anew in %1, or remove that"_s.arg(file)
                                        : u"build the library with ZVUPDATE_SERVICE_URL set to it"_s;
 
