@@ -42,7 +42,7 @@ FaultRelay::FaultRelay(const QString &serverUrl, Fault fault, std::chrono::milli
 
 QByteArray FaultRelay::received(Direction direction) const
 {
-    const std::lock_guard lock(mutex_);
+    const ZVPlatform::MutexLock lock(mutex_);
     return received_[direction];
 }
 
@@ -96,7 +96,7 @@ QByteArray FaultRelay::receive(int socket, Direction direction)
     QByteArray bytes(64 * 1024, Qt::Uninitialized);
     const ssize_t length = ::recv(socket, bytes.data(), static_cast<size_t>(bytes.size()), 0);
     bytes.resize(std::max<ssize_t>(length, 0));
-    const std::lock_guard lock(mutex_);
+    const ZVPlatform::MutexLock lock(mutex_);
     received_[direction] += bytes;
     return bytes;
 }

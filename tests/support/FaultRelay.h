@@ -1,5 +1,6 @@
 #pragma once
 
+#include "../../platform/Mutex.h"
 #include "Loopback.h"
 
 #include <QByteArray>
@@ -8,7 +9,6 @@
 #include <atomic>
 #include <chrono>
 #include <limits>
-#include <mutex>
 
 /// A TCP relay on a port of its own on the loopback interface, which stands between the library and
 /// a server and spoils what passes, at an exact byte. So the servers of the tests can stay correct.
@@ -87,7 +87,7 @@ private:
     const Fault fault_;
     const quint16 serverPort_;
     const std::chrono::milliseconds patience_;
-    mutable std::mutex mutex_;
-    QByteArray received_[2]; // Guarded by mutex_.
+    mutable ZVPlatform::Mutex mutex_;
+    QByteArray received_[2] ZVUPDATE_GUARDED_BY(mutex_);
     Loopback::Acceptor acceptor_{[this](int client) { relay(client); }};
 };

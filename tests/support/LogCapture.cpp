@@ -1,19 +1,20 @@
 #include "LogCapture.h"
 
+#include "../../platform/Mutex.h"
+
 #include <QByteArrayView>
 
 #include <cstdio>
-#include <mutex>
 
 namespace {
 
-std::mutex mutex;
-QStringList captured; // Guarded by mutex.
+ZVPlatform::Mutex mutex;
+QStringList captured ZVUPDATE_GUARDED_BY(mutex);
 
 void capture(QtMsgType, const QMessageLogContext &context, const QString &message)
 {
     if (QByteArrayView(context.category) == "zvupdate") {
-        const std::lock_guard lock(mutex);
+        const ZVPlatform::MutexLock lock(mutex);
         captured.append(message);
     } else {
         std::fprintf(stderr, "%s\n", qUtf8Printable(message));
@@ -25,7 +26,7 @@ void capture(QtMsgType, const QMessageLogContext &context, const QString &messag
 LogCapture::LogCapture()
 {
     {
-        const std::lock_guard lock(mutex);
+        const ZVPlatform::MutexLock lock(mutex);
         captured.clear();
     }
     former_ = qInstallMessageHandler(capture);
@@ -38,6 +39,6 @@ LogCapture::~LogCapture()
 
 QStringList LogCapture::lines() const
 {
-    const std::lock_guard lock(mutex);
+    const ZVPlatform::MutexLock lock(mutex);
     return captured;
 }

@@ -77,7 +77,7 @@ Loopback::Acceptor::~Acceptor()
     ::close(waker);
     ::close(listener_);
     {
-        const std::lock_guard lock(mutex_);
+        const ZVPlatform::MutexLock lock(mutex_);
         for (const Connection &connection : connections_)
             if (connection.socket >= 0)
                 ::shutdown(connection.socket, SHUT_RDWR);
@@ -90,7 +90,7 @@ void Loopback::Acceptor::acceptConnections()
 {
     for (;;) {
         const int socket = withoutDelay(::accept(listener_, nullptr, nullptr));
-        const std::lock_guard lock(mutex_);
+        const ZVPlatform::MutexLock lock(mutex_);
         if (stopping_) {
             ::close(socket);
             return;
@@ -99,7 +99,7 @@ void Loopback::Acceptor::acceptConnections()
         connection.socket = socket;
         connection.thread = std::thread([this, &connection, socket] {
             serve_(socket);
-            const std::lock_guard ending(mutex_);
+            const ZVPlatform::MutexLock ending(mutex_);
             ::close(std::exchange(connection.socket, -1));
         });
     }

@@ -1,11 +1,12 @@
 #pragma once
 
+#include "../../platform/Mutex.h"
+
 #include <QByteArrayView>
 
 #include <atomic>
 #include <functional>
 #include <list>
-#include <mutex>
 #include <thread>
 
 /// TCP sockets on the loopback interface.
@@ -49,8 +50,8 @@ private:
     int listener_ = -1;
     quint16 port_ = 0;
     std::atomic<bool> stopping_ = false;
-    std::mutex mutex_;
-    std::list<Connection> connections_; // Guarded by mutex_.
+    ZVPlatform::Mutex mutex_;
+    std::list<Connection> connections_ ZVUPDATE_GUARDED_BY(mutex_);
     std::thread thread_;
 };
 

@@ -46,29 +46,29 @@ ScriptedServer::ScriptedServer(const Reply &reply)
 
 void ScriptedServer::setHandler(Handler handler)
 {
-    const std::lock_guard lock(handling_);
+    const ZVPlatform::MutexLock lock(handling_);
     handler_ = std::move(handler);
 }
 
 std::vector<ScriptedServer::Request> ScriptedServer::requests() const
 {
-    const std::lock_guard lock(mutex_);
+    const ZVPlatform::MutexLock lock(mutex_);
     return requests_;
 }
 
 void ScriptedServer::serve(int socket)
 {
-    std::unique_lock counting(mutex_);
+    ZVPlatform::MutexLock counting(mutex_);
     const int number = ++connections_;
     counting.unlock();
     QByteArray received;
     while (auto request = receiveRequest(socket, received)) {
         request->connection = number;
         {
-            const std::lock_guard lock(mutex_);
+            const ZVPlatform::MutexLock lock(mutex_);
             requests_.push_back(*request);
         }
-        std::unique_lock lock(handling_);
+        ZVPlatform::MutexLock lock(handling_);
         const Reply reply = handler_(*request);
         lock.unlock();
         if (!perform(reply, *request, socket))

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "../../platform/Mutex.h"
 #include "Loopback.h"
 
 #include <QByteArray>
@@ -9,7 +10,6 @@
 #include <atomic>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <vector>
 
 /// A place in a reply at which the server waits for the test. May be used on any thread.
@@ -107,11 +107,11 @@ private:
     bool perform(const Reply &reply, const Request &request, int socket) const;
     bool wait(Gate &gate) const;
 
-    std::mutex handling_;
-    Handler handler_; // Guarded by handling_.
+    ZVPlatform::Mutex handling_;
+    Handler handler_ ZVUPDATE_GUARDED_BY(handling_);
 
-    mutable std::mutex mutex_;
-    int connections_ = 0;           // Guarded by mutex_.
-    std::vector<Request> requests_; // Guarded by mutex_.
+    mutable ZVPlatform::Mutex mutex_;
+    int connections_ ZVUPDATE_GUARDED_BY(mutex_) = 0;
+    std::vector<Request> requests_ ZVUPDATE_GUARDED_BY(mutex_);
     Loopback::Acceptor acceptor_{[this](int socket) { serve(socket); }};
 };

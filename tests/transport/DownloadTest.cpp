@@ -1,3 +1,4 @@
+#include "platform/Mutex.h"
 #include "platform/files/Files.h"
 #include "support/DownloadModes.h"
 #include "support/Exchanges.h"
@@ -7,8 +8,6 @@
 #include <QTemporaryDir>
 
 #include <gmock/gmock.h>
-
-#include <mutex>
 
 #include <dlfcn.h>
 #include <pthread.h>
@@ -115,14 +114,17 @@ protected:
         QFile::remove(path_);
         if (before)
             writeFile(path_, *before);
-        outcomes_.clear();
+        {
+            const MutexLock lock(mutex_);
+            outcomes_.clear();
+        }
         transport_ = HttpFunctionPost::getPost(server.baseUrl(), nullptr);
         delegate_ = std::make_unique<Delegate>(
             [this, observed = std::weak_ptr(transport_)](const std::string &outcome) {
                 const auto transport = observed.lock();
                 EXPECT_FALSE(transport && transport->isThreadStop()) << "The end shows afterwards.";
                 EXPECT_EQ(std::this_thread::get_id() == mainThread_, !isSession_);
-                const std::lock_guard lock(mutex_);
+                const MutexLock lock(mutex_);
                 outcomes_.push_back(outcome);
             });
         transport_->setDelegate(delegate_.get());
@@ -157,7 +159,7 @@ protected:
 
     std::vector<std::string> outcomes() const
     {
-        const std::lock_guard lock(mutex_);
+        const MutexLock lock(mutex_);
         return outcomes_;
     }
 
@@ -168,8 +170,8 @@ protected:
     const QString path_ = directory_.filePath(QStringLiteral("P1_2103.bin"));
     const std::string success_ = "file " + path_.toStdString();
     const std::thread::id mainThread_ = std::this_thread::get_id();
-    mutable std::mutex mutex_;
-    std::vector<std::string> outcomes_; // Guarded by mutex_.
+    mutable Mutex mutex_;
+    std::vector<std::string> outcomes_ ZVUPDATE_GUARDED_BY(mutex_);
     std::unique_ptr<Delegate> delegate_;
     std::shared_ptr<HttpFunctionPost> transport_;
 };

@@ -34,7 +34,7 @@ Console::Console()
 
 void Console::print(const QString &line)
 {
-    const std::lock_guard lock(mutex_);
+    const ZVPlatform::MutexLock lock(mutex_);
     eraseProgress();
     write(line.toUtf8() + '\n');
 }
@@ -46,14 +46,14 @@ void Console::say(const QString &line)
 
 void Console::complain(const QString &line)
 {
-    const std::lock_guard lock(mutex_);
+    const ZVPlatform::MutexLock lock(mutex_);
     eraseProgress();
     std::fputs((withoutControls(line).toUtf8() + '\n').constData(), stderr);
 }
 
 void Console::showProgress(const QString &line)
 {
-    const std::lock_guard lock(mutex_);
+    const ZVPlatform::MutexLock lock(mutex_);
     // Spaces rather than an escape sequence, which not every terminal knows.
     const qsizetype length = std::exchange(progressLength_, line.size());
     write('\r' + line.leftJustified(length).toUtf8());
@@ -73,7 +73,7 @@ int Console::width()
 
 std::optional<QString> Console::failure() const
 {
-    const std::lock_guard lock(mutex_);
+    const ZVPlatform::MutexLock lock(mutex_);
     return failure_;
 }
 

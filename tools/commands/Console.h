@@ -1,8 +1,9 @@
 #pragma once
 
+#include "../../platform/Mutex.h"
+
 #include <QString>
 
-#include <mutex>
 #include <optional>
 
 /// The program's standard output and standard error. What is written is UTF-8 and goes out at once.
@@ -37,10 +38,11 @@ public:
     std::optional<QString> failure() const;
 
 private:
-    void write(const QByteArray &bytes);
-    void eraseProgress();
+    void write(const QByteArray &bytes) ZVUPDATE_REQUIRES(mutex_);
+    void eraseProgress() ZVUPDATE_REQUIRES(mutex_);
 
-    mutable std::mutex mutex_;
-    std::optional<QString> failure_; // Guarded by mutex_.
-    qsizetype progressLength_ = 0;   // Guarded by mutex_; 0 when no progress is shown.
+    mutable ZVPlatform::Mutex mutex_;
+    std::optional<QString> failure_ ZVUPDATE_GUARDED_BY(mutex_);
+    // 0 when no progress is shown.
+    qsizetype progressLength_ ZVUPDATE_GUARDED_BY(mutex_) = 0;
 };

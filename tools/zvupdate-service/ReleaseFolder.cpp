@@ -15,9 +15,11 @@ ReleaseFolder::ReleaseFolder(const QString &directory, bool hasWrongDigest)
 
 Result<void> ReleaseFolder::load()
 {
+    const MutexLock refreshLock(refreshMutex_);
     const auto contents = read();
     if (!contents)
         return Failure{contents.error()};
+    const MutexLock lock(contentsMutex_);
     contents_ = *contents;
     return {};
 }
@@ -44,7 +46,7 @@ std::optional<QString> ReleaseFolder::installerPath(const QString &clientFileNam
 
 ReleaseFolder::ContentsPointer ReleaseFolder::contents() const
 {
-    const std::lock_guard lock(contentsMutex_);
+    const MutexLock lock(contentsMutex_);
     return contents_;
 }
 
@@ -55,7 +57,7 @@ bool ReleaseFolder::isCurrent(const Contents &contents) const
 
 ReleaseFolder::ContentsPointer ReleaseFolder::refreshed(const ContentsPointer &stale)
 {
-    const std::lock_guard refreshLock(refreshMutex_);
+    const MutexLock refreshLock(refreshMutex_);
     const auto now = std::chrono::steady_clock::now();
     // Another thread may have read the folder meanwhile; and a broken one is not read for every
     // request.
@@ -73,7 +75,7 @@ ReleaseFolder::ContentsPointer ReleaseFolder::refreshed(const ContentsPointer &s
     }
     lastError_.clear();
     ServiceLog::note(QStringLiteral("read %1 again").arg(cataloguePath_));
-    const std::lock_guard lock(contentsMutex_);
+    const MutexLock lock(contentsMutex_);
     contents_ = *fresh;
     return *fresh;
 }

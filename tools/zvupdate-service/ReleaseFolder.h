@@ -1,5 +1,6 @@
 #pragma once
 
+#include "../../platform/Mutex.h"
 #include "../../platform/Result.h"
 #include "../catalogue/FileDigests.h"
 
@@ -9,7 +10,6 @@
 
 #include <chrono>
 #include <memory>
-#include <mutex>
 #include <optional>
 
 /// The folder that is served, as it lies on disk at the moment of asking: when releases.json or the
@@ -54,18 +54,18 @@ private:
     ContentsPointer contents() const;
     bool isCurrent(const Contents &contents) const;
     ContentsPointer refreshed(const ContentsPointer &stale);
-    ZVPlatform::Result<ContentsPointer> read();
+    ZVPlatform::Result<ContentsPointer> read() ZVUPDATE_REQUIRES(refreshMutex_);
 
     const QString directory_;
     const bool hasWrongDigest_;
     const QString cataloguePath_;
 
-    mutable std::mutex contentsMutex_;
-    ContentsPointer contents_; // under contentsMutex_
+    mutable ZVPlatform::Mutex contentsMutex_;
+    ContentsPointer contents_ ZVUPDATE_GUARDED_BY(contentsMutex_);
 
-    // Under refreshMutex_, which is held as long as the folder is being read.
-    std::mutex refreshMutex_;
-    FileDigests digests_;
-    QString lastError_;
-    std::chrono::steady_clock::time_point nextAttempt_;
+    // Held as long as the folder is being read.
+    ZVPlatform::Mutex refreshMutex_;
+    FileDigests digests_ ZVUPDATE_GUARDED_BY(refreshMutex_);
+    QString lastError_ ZVUPDATE_GUARDED_BY(refreshMutex_);
+    std::chrono::steady_clock::time_point nextAttempt_ ZVUPDATE_GUARDED_BY(refreshMutex_);
 };

@@ -25,7 +25,7 @@ TokenStore::TokenStore(std::chrono::seconds lifetime, qsizetype capacity)
 QString TokenStore::issue(TimePoint now)
 {
     const QString token = randomToken();
-    const std::lock_guard lock(mutex_);
+    const ZVPlatform::MutexLock lock(mutex_);
     while (!oldestFirst_.isEmpty() &&
            (oldestFirst_.size() >= capacity_ || expiries_.value(oldestFirst_.head()) <= now))
         expiries_.remove(oldestFirst_.dequeue());
@@ -36,7 +36,7 @@ QString TokenStore::issue(TimePoint now)
 
 bool TokenStore::isGood(const QString &token, TimePoint now) const
 {
-    const std::lock_guard lock(mutex_);
+    const ZVPlatform::MutexLock lock(mutex_);
     const auto expiry = expiries_.constFind(token);
     return expiry != expiries_.constEnd() && now < *expiry;
 }

@@ -1,11 +1,12 @@
 #pragma once
 
+#include "../../platform/Mutex.h"
+
 #include <QHash>
 #include <QQueue>
 #include <QString>
 
 #include <chrono>
-#include <mutex>
 
 /// The download tokens that are good now. A token may be used any number of times until it expires,
 /// since a client that resumes a download uses its token again. May be used from any thread.
@@ -27,8 +28,8 @@ private:
     const std::chrono::seconds lifetime_;
     const qsizetype capacity_;
 
-    mutable std::mutex mutex_;
-    // Under mutex_. All tokens live equally long, so the oldest is the first to expire.
-    QHash<QString, TimePoint> expiries_;
-    QQueue<QString> oldestFirst_;
+    mutable ZVPlatform::Mutex mutex_;
+    // All tokens live equally long, so the oldest is the first to expire.
+    QHash<QString, TimePoint> expiries_ ZVUPDATE_GUARDED_BY(mutex_);
+    QQueue<QString> oldestFirst_ ZVUPDATE_GUARDED_BY(mutex_);
 };
