@@ -5,7 +5,7 @@ include(CMakePackageConfigHelpers)
 
 set(publicHeaders
     ZVUpdate.h
-    controller/HostInstallation.h
+    platform/settings/HostInstallation.h
     controller/UpdateFiles.h
     controller/ZVUpdateProc.h
     controller/ZVUpdateProcDelegate.h

@@ -1,7 +1,7 @@
 # The libraries, room by room. The sources are compiled once; the shared library is made of them,
 # and so is the static archive through which the tests reach what the library hides.
 add_library(zvupdate_core_objects OBJECT
-    controller/HostInstallation.cpp
+    platform/settings/HostInstallation.cpp
     controller/LanguageSelection.cpp
     controller/ReplacedClients.cpp
     controller/UpdateFiles.cpp

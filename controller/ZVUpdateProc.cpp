@@ -95,12 +95,17 @@ std::optional<Kind> obstacleToCheck()
                                                                      : std::nullopt;
 }
 
+// The size that the service tells; 0 and all ones stand for none.
+bool isKnown(uint64_t remoteSize)
+{
+    return remoteSize != 0 && remoteSize != std::numeric_limits<uint64_t>::max();
+}
+
 // Whether a temporary file is complete, and yet not what is offered, or longer. The service has no
 // more bytes for such a file.
 bool isSpent(uint64_t present, uint64_t remoteSize)
 {
-    const bool isSizeKnown = remoteSize != 0 && remoteSize != std::numeric_limits<uint64_t>::max();
-    return isSizeKnown && present >= remoteSize;
+    return isKnown(remoteSize) && present >= remoteSize;
 }
 
 // What keeps a download from being written.
@@ -109,10 +114,15 @@ std::optional<Kind> obstacleToDownload(const QString &path, uint64_t remoteSize)
     if (!Files::isInWritableDirectory(path))
         return Kind::DirectoryNotWritable;
     const uint64_t present = Files::size(path);
-    const bool isSizeKnown = remoteSize != std::numeric_limits<uint64_t>::max();
-    return isSizeKnown && remoteSize > present && remoteSize - present > Files::room(path)
-               ? std::optional(Kind::DiskFull)
-               : std::nullopt;
+    const bool hasRoom = !isKnown(remoteSize) || isSpent(present, remoteSize) ||
+                         remoteSize - present <= Files::room(path);
+    return hasRoom ? std::nullopt : std::optional(Kind::DiskFull);
+}
+
+UpdateOutcome outOfResources()
+{
+    return {Kind::BrokenOff,
+            QStringLiteral("The system has not enough memory or threads for a check.")};
 }
 
 void discard(const UpdateFiles &files)
@@ -164,12 +174,9 @@ public:
         NotNow,
     };
 
-    /// What is asked of a check. The call that blocks its caller keeps to what is laid down for it.
-    struct Demands
-    {
-        bool isAskedByUser = false;
-        bool looksAhead = false; // For what will keep the download from being written.
-    };
+    /// How a check is made. Only those in the background look ahead for what will keep the download
+    /// from being written.
+    enum class Call { Blocking, Scheduled, AskedByUser };
 
     /// The outcome of a check, and what is still to be done for it: the start of the download, or
     /// the notification.
@@ -181,10 +188,11 @@ public:
 
     explicit Private(ZVUpdateProc *controller) : self(controller) {}
 
-    Checked check(const std::shared_ptr<UpdateLogicFunc> &given, Demands demands,
-                  const std::function<void()> &begun);
+    std::optional<Kind> obstacle(Call call) const;
+    Checked check(const std::shared_ptr<UpdateLogicFunc> &client, Call call);
     Checked fetch(const std::shared_ptr<UpdateLogicFunc> &client, const UpdateFiles &files,
-                  const QString &digest, Demands demands);
+                  const QString &digest, Call call);
+    Checked checkInBackground(const std::shared_ptr<UpdateLogicFunc> &client, Call call);
     bool hasInstaller(const UpdateFiles &files, const QString &digest,
                       const std::function<bool()> &stopped);
     Verified installVerified(LockedFile &file, const QString &diskImagePath,
@@ -262,7 +270,17 @@ void ZVUpdateProc::setProductID(const std::optional<QString> &productID,
 
 int64_t ZVUpdateProc::updateWithDelegate(ZVUpdateProcDelegate *delegate)
 {
-    const auto checked = d_->check(nullptr, {}, [&] { setDelegate(delegate); });
+    if (const auto obstacle = d_->obstacle(Private::Call::Blocking))
+        return resultFor(*obstacle);
+    setDelegate(delegate);
+    const auto client = std::make_shared<UpdateLogicFunc>();
+    const Private::Checked checked = d_->check(client, Private::Call::Blocking);
+    if (checked.rest)
+        checked.rest();
+    noteCheck(checked.outcome.kind);
+    // Another check may have replaced the client before there was a download to keep it for.
+    if (client != mCurrentDownloadUpdateLogic())
+        ReplacedClients::keep(client);
     return resultFor(checked.outcome.kind);
 }
 
@@ -273,25 +291,18 @@ bool ZVUpdateProc::startCheck(CheckReason reason, ZVUpdateProcDelegate *delegate
     setDelegate(delegate);
     const auto client = std::make_shared<UpdateLogicFunc>();
     d_->checking_ = client;
-    const Private::Demands demands{reason == CheckReason::AskedByUser, true};
+    const auto call =
+        reason == CheckReason::AskedByUser ? Private::Call::AskedByUser : Private::Call::Scheduled;
     const auto end = [](const Private::Checked &checked) {
         return [checked](ZVUpdateProc &controller) { controller.d_->endCheck(checked); };
     };
-    const Private::Checked outOfResources{
-        {Kind::BrokenOff,
-         QStringLiteral("The system has not enough memory or threads for a check.")}};
     try {
         d_->worker_ = std::make_unique<Worker>(
-            QStringLiteral("Update_Check"), [d = d_.get(), client, demands, end, outOfResources] {
-                auto checked = outOfResources;
-                try {
-                    checked = d->check(client, demands, [] {});
-                } catch (const std::bad_alloc &) {
-                }
-                d->onMain(end(checked));
+            QStringLiteral("Update_Check"), [d = d_.get(), client, call, end] {
+                d->onMain(end(d->checkInBackground(client, call)));
             });
     } catch (const std::exception &) {
-        d_->onMain(end(outOfResources));
+        d_->onMain(end({outOfResources()}));
     }
     return true;
 }
@@ -468,64 +479,71 @@ void ZVUpdateProc::setMDebug(bool debug)
     d_->mDebug_ = debug;
 }
 
-// One check, on the calling thread. Without a client it makes its own, and does the rest, too,
-// before it is noted for the next one.
-ZVUpdateProc::Private::Checked
-ZVUpdateProc::Private::check(const std::shared_ptr<UpdateLogicFunc> &given, Demands demands,
-                             const std::function<void()> &begun)
+// What keeps a check from being made.
+std::optional<Kind> ZVUpdateProc::Private::obstacle(Call call) const
 {
-    const auto productID = self->mProductID();
-    const auto productVersion = self->mProductVersion();
-    const auto directory = self->mSaveFileDirectory();
-    if (!productID || !productVersion || !directory)
-        return {UpdateOutcome(Kind::NotConfigured)};
-    if (const auto obstacle = demands.isAskedByUser ? std::nullopt : obstacleToCheck())
-        return {UpdateOutcome(*obstacle)};
+    if (!self->mProductID() || !self->mProductVersion() || !self->mSaveFileDirectory())
+        return Kind::NotConfigured;
+    return call == Call::AskedByUser ? std::nullopt : obstacleToCheck();
+}
 
-    begun();
-    if (!Files::exists(*directory))
-        Files::createDirectory(*directory);
-    const auto client = given ? given : std::make_shared<UpdateLogicFunc>();
+// One check, on the calling thread.
+ZVUpdateProc::Private::Checked
+ZVUpdateProc::Private::check(const std::shared_ptr<UpdateLogicFunc> &client, Call call)
+{
+    const QString productID = self->mProductID().value_or(QString());
+    const QString productVersion = self->mProductVersion().value_or(QString());
+    const QString directory = self->mSaveFileDirectory().value_or(QString());
+    if (!Files::exists(directory))
+        Files::createDirectory(directory);
     client->setDelegate(self);
     auto former = self->mCurrentDownloadUpdateLogic();
     self->setMCurrentDownloadUpdateLogic(client);
     ReplacedClients::keep(std::move(former));
 
     // The reply and the client are kept for those who ask later; the check goes on with its own.
-    const auto reply = client->doCheckUpdate(*productID, *productVersion);
+    const auto reply = client->doCheckUpdate(productID, productVersion);
     if (!client->isCancelled()) // By the one that is kept a running download is verified.
         self->setMLastCheckUpdateResponse(reply);
     const QString version = reply->ZVUpdateVersion().value_or(QString());
     const QString digest = reply->ZVMD5().value_or(QString());
-    const auto files = UpdateFiles::named(*directory, *productID, version);
-    Checked checked{UpdateOutcome(Kind::NothingNewer)};
-    if (const auto failure = client->lastFailure()) {
-        checked = {*failure};
-    } else if (!reply->ok()) {
+    const auto files = UpdateFiles::named(directory, productID, version);
+    if (const auto failure = client->lastFailure())
+        return {*failure};
+    if (!reply->ok()) {
+        Checked checked{UpdateOutcome(Kind::NothingNewer)};
         checked.outcome.serviceMessage = reply->msg().value_or(QString());
-    } else if (version.isEmpty() || digest.isEmpty()) {
-        checked = {UpdateOutcome(Kind::NotAService, QStringLiteral("The service says that there is "
-                                                                   "an update, but not which."))};
-    } else if (!files) {
-        checked = {UpdateOutcome(Kind::UnsafeName)};
-    } else {
-        debugLog(QStringLiteral("checkUpdate OK ... ") + reply->debugDescription());
-        checked = fetch(client, *files, digest, demands);
+        return checked;
     }
-    if (!given && checked.rest)
-        checked.rest();
-    // Another check may have replaced the client before there was a download to keep it for.
-    if (!given && client != self->mCurrentDownloadUpdateLogic())
-        ReplacedClients::keep(client);
-    if (!demands.isAskedByUser)
-        noteCheck(checked.outcome.kind);
-    return checked;
+    if (version.isEmpty() || digest.isEmpty())
+        return {{Kind::NotAService,
+                 QStringLiteral("The service says that there is an update, but not which.")}};
+    if (!files)
+        return {UpdateOutcome(Kind::UnsafeName)};
+    debugLog(QStringLiteral("checkUpdate OK ... ") + reply->debugDescription());
+    return fetch(client, *files, digest, call);
+}
+
+// The same on a thread of the library's, at whose end nothing is thrown.
+ZVUpdateProc::Private::Checked
+ZVUpdateProc::Private::checkInBackground(const std::shared_ptr<UpdateLogicFunc> &client, Call call)
+{
+    try {
+        if (const auto found = obstacle(call))
+            return {UpdateOutcome(*found)};
+        Checked checked = check(client, call);
+        if (call == Call::Scheduled)
+            noteCheck(checked.outcome.kind);
+        return checked;
+    } catch (const std::bad_alloc &) {
+        return {outOfResources()};
+    }
 }
 
 // Has the offered installer on disk, or prepares its download.
 ZVUpdateProc::Private::Checked
 ZVUpdateProc::Private::fetch(const std::shared_ptr<UpdateLogicFunc> &client,
-                             const UpdateFiles &files, const QString &digest, Demands demands)
+                             const UpdateFiles &files, const QString &digest, Call call)
 {
     const auto stopped = [this, &client] { return *isEnding_ || client->isCancelled(); };
     const Checked ready{UpdateOutcome(Kind::InstallerReady),
@@ -555,13 +573,14 @@ ZVUpdateProc::Private::fetch(const std::shared_ptr<UpdateLogicFunc> &client,
     }
 
     debugLog(QStringLiteral("fileSize ... ") + QString::number(static_cast<int64_t>(remoteSize)));
-    if (demands.isAskedByUser && isSpent(Files::size(files.temporaryPath), remoteSize) &&
+    if (call == Call::AskedByUser && isSpent(Files::size(files.temporaryPath), remoteSize) &&
         !stopped())
         Files::remove(files.temporaryPath); // A file that another process has stays.
-    if (const auto obstacle =
-            demands.looksAhead ? obstacleToDownload(files.temporaryPath, remoteSize) : std::nullopt)
-        return {UpdateOutcome(*obstacle)};
-    const auto fullDisk = demands.looksAhead ? UpdateLogicFunc::Stop : UpdateLogicFunc::GoOn;
+    const bool looksAhead = call != Call::Blocking;
+    if (const auto found =
+            looksAhead ? obstacleToDownload(files.temporaryPath, remoteSize) : std::nullopt)
+        return {UpdateOutcome(*found)};
+    const auto fullDisk = looksAhead ? UpdateLogicFunc::Stop : UpdateLogicFunc::GoOn;
     return {UpdateOutcome(Kind::DownloadStarted), [client, token, files, fullDisk] {
                 client->doStartDownload(token, files.serviceFileName, files.temporaryPath,
                                         fullDisk);

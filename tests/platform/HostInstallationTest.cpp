@@ -1,9 +1,11 @@
-#include "../../controller/HostInstallation.h"
+#include "../../platform/settings/HostInstallation.h"
 
 #include <QFile>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
+
+using namespace ZVPlatform;
 
 namespace {
 

@@ -1,8 +1,10 @@
 #pragma once
 
-#include "../platform/Export.h"
+#include "../Export.h"
 
 #include <QString>
+
+namespace ZVPlatform {
 
 /// How a program came onto this machine, for hosts that leave updates to whoever installed them.
 enum class HostInstallation {
@@ -21,9 +23,11 @@ enum class HostInstallation {
 };
 
 /// How the program with an absolute path was installed; without one, that which is running, whose
-/// application object must exist.
-/// Asks the package managers, where there are any, and so may take a second. Any thread.
+/// application object must exist. Asks the package managers, where there are any, for two seconds
+/// each at the most. Any thread.
 ZVUPDATE_EXPORT HostInstallation hostInstallation(const QString &program = {});
 
 /// Whether an installation is one that updates itself, as no store and no package manager does.
 ZVUPDATE_EXPORT bool updatesItself(HostInstallation installation);
+
+} // namespace ZVPlatform

@@ -6,6 +6,8 @@
 #include <QProcess>
 #include <QStandardPaths>
 
+namespace ZVPlatform {
+
 namespace {
 
 constexpr int longestAnswer = 2000; // milliseconds
@@ -78,3 +80,5 @@ bool updatesItself(HostInstallation installation)
     return installation == HostInstallation::Unmanaged ||
            installation == HostInstallation::AppImage;
 }
+
+} // namespace ZVPlatform
