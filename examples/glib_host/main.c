@@ -106,7 +106,7 @@ static void leave_session(gpointer data)
 
 int main(void)
 {
-    setlocale(LC_ALL, "");
+    setlocale(LC_ALL, ""); /* NOLINT(concurrency-mt-unsafe): no second thread runs yet. */
     g_autofree char *directory =
         g_build_filename(g_get_user_data_dir(), APPLICATION, "updates", NULL);
     g_autoptr(GSubprocessLauncher) launcher =

@@ -269,12 +269,12 @@ TEST_F(CheckCommandTest, EndsWithTheStatusOfWhatHappened)
     const Offer wrong = {.file = Offer::installer('w')};
     const struct
     {
-        const char *what;
+        const char *what = "";
         Offer offer;
         QStringList options;
-        int status;
-        const char *events;
-        const char *reason;
+        int status = 0;
+        const char *events = "";
+        const char *reason = "";
     } cases[] = {
         {"no newer version", {.ok = false}, {}, 3, "result", ""},
         {"no token", {.tokenOk = false}, {}, 3, "result", ""},
