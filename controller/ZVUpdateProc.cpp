@@ -28,6 +28,7 @@
 #include <functional>
 #include <limits>
 #include <new>
+#include <utility>
 
 using namespace ZVPlatform;
 
@@ -54,23 +55,6 @@ void noteCheck(Kind outcome)
     UpdatePreferences::setNextCheckDate(foundSomething ? timeZero()
                                                        : QDateTime::currentDateTimeUtc());
     UpdatePreferences::synchronise();
-}
-
-ZVUpdateProc::Result resultFor(Kind outcome)
-{
-    switch (outcome) {
-    case Kind::DownloadStarted:
-        return ZVUpdateProc::ZVDownloadStarted;
-    case Kind::InstallerReady:
-        return ZVUpdateProc::ZVInstallerReady;
-    case Kind::NotConfigured:
-        return ZVUpdateProc::ZVNotConfigured;
-    case Kind::SwitchedOff:
-    case Kind::NotYet:
-        return ZVUpdateProc::ZVSkipped;
-    default:
-        return ZVUpdateProc::ZVNoUpdate;
-    }
 }
 
 bool isSameDigest(const std::optional<QString> &one, const std::optional<QString> &other)
@@ -131,34 +115,6 @@ void discard(const UpdateFiles &files)
     Files::remove(files.temporaryPath);
 }
 
-// How many bytes a second have come during the last second or two.
-class DownloadRate
-{
-public:
-    uint64_t perSecond(uint64_t received)
-    {
-        const auto now = std::chrono::steady_clock::now();
-        if (received < newer_.received || older_.at == Clock::time_point())
-            older_ = newer_ = {now, received}; // Another download.
-        if (now - newer_.at >= std::chrono::seconds(1))
-            older_ = std::exchange(newer_, {now, received});
-        const auto passed = std::chrono::duration<double>(now - older_.at).count();
-        return passed > 0 ? static_cast<uint64_t>(double(received - older_.received) / passed) : 0;
-    }
-
-private:
-    using Clock = std::chrono::steady_clock;
-
-    struct Mark
-    {
-        Clock::time_point at;
-        uint64_t received = 0;
-    };
-
-    Mark older_;
-    Mark newer_;
-};
-
 constexpr std::chrono::milliseconds betweenProgress(100);
 
 } // namespace
@@ -213,6 +169,7 @@ public:
     Guarded<std::shared_ptr<CheckUpdateResponse>> mLastCheckUpdateResponse_;
     Guarded<std::shared_ptr<UpdateLogicFunc>> mCurrentDownloadUpdateLogic_;
     Guarded<std::shared_ptr<UpdateInfoWindowController>> mUpdateInfoWindowCtrl_;
+    Guarded<std::optional<UpdateOutcome>> lastOutcome_;
     Guarded<std::optional<QString>> mProductID_;
     Guarded<std::optional<QString>> mProductVersion_;
     Guarded<std::optional<QString>> mSaveFileDirectory_;
@@ -220,7 +177,6 @@ public:
     const std::shared_ptr<std::atomic<bool>> isEnding_ = std::make_shared<std::atomic<bool>>(false);
 
     // The main thread's, of the check in the background and its download.
-    DownloadRate rate_;
     bool isProgressWatched_ = false;
     std::shared_ptr<UpdateLogicFunc> checking_;
     std::unique_ptr<Worker> worker_;
@@ -270,14 +226,17 @@ void ZVUpdateProc::setProductID(const std::optional<QString> &productID,
 
 int64_t ZVUpdateProc::updateWithDelegate(ZVUpdateProcDelegate *delegate)
 {
-    if (const auto obstacle = d_->obstacle(Private::Call::Blocking))
+    if (const auto obstacle = d_->obstacle(Private::Call::Blocking)) {
+        d_->lastOutcome_.set(UpdateOutcome(*obstacle));
         return resultFor(*obstacle);
+    }
     setDelegate(delegate);
     const auto client = std::make_shared<UpdateLogicFunc>();
     const Private::Checked checked = d_->check(client, Private::Call::Blocking);
     if (checked.rest)
         checked.rest();
     noteCheck(checked.outcome.kind);
+    d_->lastOutcome_.set(checked.outcome);
     // Another check may have replaced the client before there was a download to keep it for.
     if (client != mCurrentDownloadUpdateLogic())
         ReplacedClients::keep(client);
@@ -305,6 +264,28 @@ bool ZVUpdateProc::startCheck(CheckReason reason, ZVUpdateProcDelegate *delegate
         d_->onMain(end({outOfResources()}));
     }
     return true;
+}
+
+ZVUpdateProc::Result ZVUpdateProc::resultFor(UpdateOutcome::Kind outcome)
+{
+    switch (outcome) {
+    case Kind::DownloadStarted:
+        return ZVDownloadStarted;
+    case Kind::InstallerReady:
+        return ZVInstallerReady;
+    case Kind::NotConfigured:
+        return ZVNotConfigured;
+    case Kind::SwitchedOff:
+    case Kind::NotYet:
+        return ZVSkipped;
+    default:
+        return ZVNoUpdate;
+    }
+}
+
+std::optional<UpdateOutcome> ZVUpdateProc::lastOutcome() const
+{
+    return d_->lastOutcome_.get();
 }
 
 bool ZVUpdateProc::isChecking() const
@@ -632,8 +613,10 @@ void ZVUpdateProc::Private::endCheck(const Checked &checked)
         watchProgress();
     if (client != self->mCurrentDownloadUpdateLogic())
         ReplacedClients::keep(client);
+    const UpdateOutcome outcome = isStopped ? UpdateOutcome(Kind::Stopped) : checked.outcome;
+    lastOutcome_.set(outcome);
     if (ZVUpdateProcDelegate *host = self->delegate())
-        host->updateCheckEnded(isStopped ? UpdateOutcome(Kind::Stopped) : checked.outcome);
+        host->updateCheckEnded(outcome);
 }
 
 // Verifies a complete temporary file and, when somebody wants to hear of it, gives it its final
@@ -675,7 +658,6 @@ bool ZVUpdateProc::Private::isUnwanted() const
 // Tells of the progress of the download that has just been started.
 void ZVUpdateProc::Private::watchProgress()
 {
-    rate_ = {};
     if (!std::exchange(isProgressWatched_, true))
         lookSoon();
 }
@@ -696,7 +678,7 @@ void ZVUpdateProc::Private::tellProgress()
     const bool hasBegun = progress.total || progress.received > progress.resumedAt;
     ZVUpdateProcDelegate *host = self->delegate();
     if (host && hasBegun)
-        host->updateDownloadProgressed(progress, rate_.perSecond(progress.received));
+        host->updateDownloadProgressed(progress);
 }
 
 // The notification owns the controller until it has been made. Ownership is taken only to be passed

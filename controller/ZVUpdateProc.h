@@ -4,6 +4,7 @@
 #include "../service/CheckUpdateResponse.h"
 #include "../service/UpdateLogicFunc.h"
 #include "../service/UpdateLogicFuncDelegate.h"
+#include "../service/UpdateOutcome.h"
 #include "../ui/UpdateInfoWindowControllerDelegate.h"
 #include "ZVUpdateProcDelegate.h"
 
@@ -113,6 +114,13 @@ public:
     /// The delegate is not owned; it hears from now on what earlier checks' downloads bring, too.
     /// On the main thread, of a host that has an application object.
     bool startCheck(CheckReason reason, ZVUpdateProcDelegate *delegate);
+
+    /// What came of the latest check that has ended, of either kind; absent before the first. Any
+    /// thread.
+    std::optional<UpdateOutcome> lastOutcome() const;
+
+    /// What updateWithDelegate() answers when that comes of its check.
+    static Result resultFor(UpdateOutcome::Kind outcome);
 
     /// Whether a check that startCheck() has started has yet to tell its outcome. On the main
     /// thread.

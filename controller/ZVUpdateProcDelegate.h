@@ -33,13 +33,9 @@ public:
     /// What came of a check that startCheck() has started. Once for each, in the end.
     virtual void updateCheckEnded(const UpdateOutcome & /*outcome*/) {}
 
-    /// How far the download that startCheck() has brought has come, and how many bytes a second it
-    /// has made of late; 0 as long as that cannot be said. At most ten times a second; the last
-    /// call need not be that of the end.
-    virtual void updateDownloadProgressed(const UpdateDownloadProgress & /*progress*/,
-                                          uint64_t /*bytesPerSecond*/)
-    {
-    }
+    /// How far the download that startCheck() has brought has come. At most ten times a second; the
+    /// last call need not be that of the end.
+    virtual void updateDownloadProgressed(const UpdateDownloadProgress & /*progress*/) {}
 
     /// A download has ended without a file for UpdateFileReady(), and why.
     virtual void updateDownloadFailed(const UpdateOutcome & /*outcome*/) {}

@@ -7,7 +7,9 @@
 #include "../platform/threads/Guarded.h"
 #include "../platform/threads/RunLoop.h"
 #include "../transport/HttpFunctionPost.h"
+#include "DownloadRate.h"
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 
@@ -17,6 +19,7 @@ using Kind = UpdateOutcome::Kind;
 namespace {
 
 constexpr std::chrono::milliseconds waitStep(500);
+constexpr int loginRequired = 511; // The HTTP status of a network that wants its users to log in.
 
 // Arguments go into a command as they are: sealed, they need no escaping.
 QString checkCommand(const QString &productID, const QString &productVersion)
@@ -77,8 +80,9 @@ UpdateOutcome outcomeOf(const HttpResponse &reply, Kind kind)
 UpdateOutcome outcomeOf(const HttpResponse &reply, const Error &error)
 {
     UpdateOutcome outcome = outcomeOf(reply, kindOf(error, reply.status));
-    outcome.message = error.localizedDescription;
-    if (outcome.message.isEmpty())
+    if (!error.localizedDescription.isEmpty())
+        outcome.message = error.localizedDescription;
+    else if (outcome.kind == Kind::HttpStatus)
         outcome.message =
             QStringLiteral("The server answered with HTTP status %1.").arg(error.code);
     outcome.error = error;
@@ -91,6 +95,19 @@ std::optional<UpdateOutcome> failureOf(const HttpFunctionPost &transport)
     return error ? std::optional(outcomeOf(transport.lastResponse(), *error)) : std::nullopt;
 }
 
+// A reply that is no service's. Networks that want their users to log in first answer with a page
+// in the place of whoever was asked, or with a status of its own.
+UpdateOutcome notAService(const HttpResponse &reply)
+{
+    UpdateOutcome outcome = outcomeOf(reply, Kind::NotAService);
+    if (reply.status == loginRequired)
+        outcome.message = QStringLiteral("The network wants you to log in first.");
+    else if (reply.contentType.startsWith(u"text/html", Qt::CaseInsensitive))
+        outcome.message = QStringLiteral("A web page has come in the place of the update service's "
+                                         "reply; the network may want you to log in first.");
+    return outcome;
+}
+
 // Why a posted command was not answered as a service does, whatever status that comes with.
 std::optional<UpdateOutcome> failureOfPost(const HttpFunctionPost &transport,
                                            const std::optional<QString> &text)
@@ -100,9 +117,9 @@ std::optional<UpdateOutcome> failureOfPost(const HttpFunctionPost &transport,
         return failure;
     if (jsonObject(text).contains(u"ok"))
         return std::nullopt;
-    if (!reply.isSuccess())
+    if (!reply.isSuccess() && reply.status != loginRequired)
         return outcomeOf(reply, httpError(reply.status));
-    return outcomeOf(reply, Kind::NotAService);
+    return notAService(reply);
 }
 
 } // namespace
@@ -115,6 +132,7 @@ struct UpdateLogicFunc::Private
     Guarded<std::optional<UpdateOutcome>> failure_; // Of the latest command.
     Guarded<std::shared_ptr<HttpFunctionPost>> command_;
     std::atomic<bool> isCancelled_ = false;
+    DownloadRate rate_;
 
     // A transport for one command, which a cancellation finds, whenever that comes.
     std::shared_ptr<HttpFunctionPost> commandTransport()
@@ -251,6 +269,9 @@ UpdateDownloadProgress UpdateLogicFunc::doGetDownloadProgress() const
         progress.resumedAt = download->resumedAt();
         if (const int64_t expected = download->expectedBytes(); expected >= 0)
             progress.total = static_cast<uint64_t>(expected);
+        // What was here before has not come of late.
+        progress.bytesPerSecond =
+            d_->rate_.perSecond(std::max(progress.received, progress.resumedAt));
     }
     return progress;
 }

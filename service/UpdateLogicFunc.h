@@ -25,6 +25,9 @@ struct UpdateDownloadProgress
     uint64_t resumedAt = 0;
     /// The size in bytes that it will have in the end; absent while that is unknown.
     std::optional<uint64_t> total;
+    /// How many bytes a second have come during the last second or two, measured from one question
+    /// to the next; 0 as long as that cannot be said.
+    uint64_t bytesPerSecond = 0;
     /// Why the download failed, in a sentence for people; absent when it did not. One that was
     /// stopped has failed, too, and so has one whose file is not the one announced.
     std::optional<QString> failure;

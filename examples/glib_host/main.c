@@ -37,6 +37,10 @@ static void handle(JsonObject *event)
     if (g_str_equal(name, "offer")) {
         const char *version = json_object_get_string_member_with_default(event, "version", NULL);
         g_print("Version %s is available.\n", version ? version : "?");
+    } else if (g_str_equal(name, "result")) {
+        const gint64 code = json_object_get_int_member_with_default(event, "code", 0);
+        if (code != 1 && code != 2)
+            g_print("%s\n", json_object_get_string_member_with_default(event, "message", ""));
     } else if (g_str_equal(name, "progress")) {
         const gint64 received = json_object_get_int_member_with_default(event, "received", 0);
         /* Null while it is not known, which gives 0. */
@@ -66,10 +70,6 @@ static void helper_ended(GObject *source, GAsyncResult *result, gpointer data)
     g_subprocess_wait_finish(helper, result, NULL);
     check->status = g_subprocess_get_if_exited(helper) ? g_subprocess_get_exit_status(helper)
                                                        : 128 + g_subprocess_get_term_sig(helper);
-    if (check->status == 3)
-        g_print("No update was found.\n");
-    else if (check->status == 6)
-        g_print("Automatic updating is switched off.\n");
     g_main_loop_quit(check->loop);
 }
 

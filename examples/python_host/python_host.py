@@ -37,6 +37,8 @@ def handle(event: dict) -> None:
     """Does what the application does with an event. One that is not known here is a newer
     zvupdate's, and means nothing to this host."""
     match event:
+        case {"event": "result", "code": 3 | 4 | 6, "message": message}:
+            print(message)
         case {"event": "offer", "version": version}:
             print(f"Version {version or '?'} is available.")
         case {"event": "progress", "received": received, "total": int(total)} if total > 0:
@@ -87,10 +89,6 @@ def main() -> int:
         print(f"{COMMAND[0]} cannot be started: {error.strerror}; install it, or add its folder to "
               "PATH", file=sys.stderr)
         return 1
-    if status == 3:
-        print("No update was found.")
-    elif status == 6:
-        print("Automatic updating is switched off.")
     return status if status >= 0 else 128 - status
 
 

@@ -17,14 +17,14 @@ ApplicationWindow {
     Timer {
         running: true
         interval: 0
-        onTriggered: updater.check()
+        onTriggered: updater.check(false)
     }
 
     header: ToolBar {
         ToolButton {
             text: qsTr("Check for Updates…")
-            enabled: !updater.downloading
-            onClicked: updater.check()
+            enabled: !updater.busy
+            onClicked: updater.check(true)
         }
     }
     footer: RowLayout {
@@ -37,7 +37,8 @@ ApplicationWindow {
         }
         ProgressBar {
             Layout.rightMargin: 8
-            visible: updater.downloading
+            visible: updater.busy
+            indeterminate: updater.progress === 0
             value: updater.progress
         }
     }

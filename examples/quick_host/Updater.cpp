@@ -14,41 +14,50 @@ Updater::Updater() : controller_(ZVUpdateProc::getSharedZVUpdateProc())
     const QString data = QStandardPaths::writableLocation(QStandardPaths::AppLocalDataLocation);
     controller_->setProductID(productID, productVersion,
                               QDir(data).filePath(QStringLiteral("updates")));
-    progressTimer_.setInterval(250);
-    connect(&progressTimer_, &QTimer::timeout, this, [this] {
-        showProgress();
-        Q_EMIT changed();
-    });
 }
 
-void Updater::check()
+void Updater::check(bool askedByUser)
 {
-    if (isDownloading())
-        return;
-    switch (controller_->updateWithDelegate(this)) {
-    case ZVUpdateProc::ZVDownloadStarted:
-        status_ = tr("Downloading an update…");
-        progress_ = 0;
-        progressTimer_.start();
-        break;
-    case ZVUpdateProc::ZVInstallerReady:
-        break; // UpdateFileReady() follows.
-    case ZVUpdateProc::ZVSkipped:
-        status_ = tr("Automatic updating is switched off.");
-        break;
+    using Reason = ZVUpdateProc::CheckReason;
+    progress_ = 0;
+    if (controller_->startCheck(askedByUser ? Reason::AskedByUser : Reason::Scheduled, this))
+        show(tr("Checking for updates…"), true);
+}
+
+void Updater::updateCheckEnded(const UpdateOutcome &outcome)
+{
+    using Kind = UpdateOutcome::Kind;
+    switch (outcome.kind) {
+    case Kind::DownloadStarted:
+        return show(tr("Downloading an update…"), true);
+    case Kind::NothingNewer:
+        return show(tr("You are up to date."), false);
+    case Kind::InstallerReady: // UpdateFileReady() follows.
+    case Kind::SwitchedOff:    // Nobody has asked.
+    case Kind::NotYet:
+        return show({}, false);
     default:
-        status_ = tr("No update was found.");
-        break;
+        return show(outcome.message, false);
     }
+}
+
+void Updater::updateDownloadProgressed(const UpdateDownloadProgress &progress)
+{
+    if (progress.total.value_or(0) > 0)
+        progress_ = double(progress.received) / double(*progress.total);
     Q_EMIT changed();
+}
+
+void Updater::updateDownloadFailed(const UpdateOutcome &outcome)
+{
+    show(outcome.message, false); // The next check resumes it.
 }
 
 bool Updater::install()
 {
     if (QDesktopServices::openUrl(QUrl::fromLocalFile(installer_)))
         return true;
-    status_ = tr("Please open the installer yourself: %1").arg(installer_);
-    Q_EMIT changed();
+    show(tr("Please open the installer yourself: %1").arg(installer_), false);
     return false;
 }
 
@@ -60,25 +69,17 @@ void Updater::neverAskAgain()
 
 void Updater::UpdateFileReady(const QString &path)
 {
-    progressTimer_.stop();
     const auto reply = controller_->mLastCheckUpdateResponse();
     version_ = reply->ZVUpdateVersion().value_or(QString());
     notes_ = reply->getUpdateMessageWithLang(controller_->getDefaultLangID()).value_or(QString());
     installer_ = path;
-    status_ = tr("An update is ready to install.");
-    Q_EMIT changed();
+    show(tr("An update is ready to install."), false);
     Q_EMIT ready();
 }
 
-void Updater::showProgress()
+void Updater::show(const QString &status, bool isBusy)
 {
-    const auto client = controller_->mCurrentDownloadUpdateLogic();
-    const UpdateDownloadProgress progress = client->doGetDownloadProgress();
-    if (client->doCheckDownloadStop()) {
-        // A failed download is no reason to bother the user: the next check resumes it.
-        progressTimer_.stop();
-        status_.clear();
-    } else if (progress.total.value_or(0) > 0) {
-        progress_ = double(progress.received) / double(*progress.total);
-    }
+    status_ = status;
+    isBusy_ = isBusy;
+    Q_EMIT changed();
 }

@@ -1,5 +1,6 @@
 // A host application of the size of a page: a menu with "Check for Updates…" and the setting
-// "Automatically check for updates", the download's progress in the status bar, and the library's
+// "Automatically check for updates", how a check or its
+// download is getting on in the status bar, and the library's
 // own window when an installer is ready. Copy what you need.
 
 #include <ZVUpdate/ZVUpdate.h>
@@ -7,6 +8,7 @@
 #include <QApplication>
 #include <QDir>
 #include <QIcon>
+#include <QLocale>
 #include <QMainWindow>
 #include <QMenuBar>
 #include <QStandardPaths>
@@ -24,25 +26,56 @@ class MainWindow : public QMainWindow, public ZVUpdateProcDelegate
 public:
     MainWindow() : updater_(ZVUpdateProc::getSharedZVUpdateProc())
     {
-        const QString data = QStandardPaths::writableLocation(QStandardPaths::AppLocalDataLocation);
+        const QString folder =
+            QStandardPaths::writableLocation(QStandardPaths::AppLocalDataLocation);
         updater_->setProductID(productID, productVersion,
-                               QDir(data).filePath(QStringLiteral("updates")));
+                               QDir(folder).filePath(QStringLiteral("updates")));
         setWindowTitle(productName);
         setCentralWidget(new QTextEdit);
         makeMenus();
 
-        progressTimer_.setInterval(250);
-        connect(&progressTimer_, &QTimer::timeout, this, [this] { showProgress(); });
-
         // Once the window is up. With the setting off, the check ends at once and asks nobody.
-        QTimer::singleShot(0, this, [this] { checkForUpdates(); });
+        QTimer::singleShot(0, this, [this] { check(ZVUpdateProc::CheckReason::Scheduled); });
     }
 
     // ZVUpdateProcDelegate, always on the main thread:
 
+    void updateCheckEnded(const UpdateOutcome &outcome) override
+    {
+        using Kind = UpdateOutcome::Kind;
+        switch (outcome.kind) {
+        case Kind::NothingNewer:
+            statusBar()->showMessage(tr("You are up to date."));
+            break;
+        case Kind::DownloadStarted:
+        case Kind::InstallerReady: // UpdateFileReady() follows.
+        case Kind::SwitchedOff:    // Nobody has asked.
+        case Kind::NotYet:
+            statusBar()->clearMessage();
+            break;
+        default:
+            statusBar()->showMessage(outcome.message);
+            break;
+        }
+    }
+
+    void updateDownloadProgressed(const UpdateDownloadProgress &progress) override
+    {
+        const QLocale locale;
+        const QString rate = locale.formattedDataSize(static_cast<qint64>(progress.bytesPerSecond));
+        if (progress.total.value_or(0) > 0)
+            statusBar()->showMessage(tr("Downloading an update: %1 %, %2/s")
+                                         .arg(100 * progress.received / *progress.total)
+                                         .arg(rate));
+    }
+
+    void updateDownloadFailed(const UpdateOutcome &outcome) override
+    {
+        statusBar()->showMessage(outcome.message); // The next check resumes the download.
+    }
+
     void UpdateFileReady(const QString &) override
     {
-        progressTimer_.stop();
         statusBar()->showMessage(tr("An update is ready to install."));
         updater_->showDefaultUpdateWindowWithProductName(productName);
     }
@@ -64,7 +97,8 @@ private:
         QMenu *file = menuBar()->addMenu(tr("&File"));
         file->addAction(tr("&Quit"), QKeySequence::Quit, this, &QWidget::close);
         QMenu *help = menuBar()->addMenu(tr("&Help"));
-        help->addAction(tr("Check for &Updates…"), this, [this] { checkForUpdates(); });
+        help->addAction(tr("Check for &Updates…"), this,
+                        [this] { check(ZVUpdateProc::CheckReason::AskedByUser); });
 
         automatic_ = help->addAction(tr("&Automatically check for updates"));
         automatic_->setCheckable(true);
@@ -75,45 +109,14 @@ private:
         });
     }
 
-    void checkForUpdates()
+    void check(ZVUpdateProc::CheckReason reason)
     {
-        if (progressTimer_.isActive())
-            return; // The download of an earlier check is still running.
-        QApplication::setOverrideCursor(Qt::WaitCursor);
-        const int64_t result = updater_->updateWithDelegate(this);
-        QApplication::restoreOverrideCursor();
-
-        switch (result) {
-        case ZVUpdateProc::ZVDownloadStarted:
-            progressTimer_.start();
-            break;
-        case ZVUpdateProc::ZVInstallerReady:
-            break; // UpdateFileReady() follows.
-        case ZVUpdateProc::ZVSkipped:
-            statusBar()->showMessage(tr("Automatic updating is switched off."));
-            break;
-        default:
-            statusBar()->showMessage(tr("No update was found."));
-            break;
-        }
-    }
-
-    void showProgress()
-    {
-        const auto client = updater_->mCurrentDownloadUpdateLogic();
-        const UpdateDownloadProgress progress = client->doGetDownloadProgress();
-        if (client->doCheckDownloadStop()) {
-            // A failed download is no reason to bother the user: the next check resumes it.
-            progressTimer_.stop();
-            statusBar()->clearMessage();
-        } else if (progress.total.value_or(0) > 0) {
-            const auto percent = 100 * progress.received / *progress.total;
-            statusBar()->showMessage(tr("Downloading an update: %1 %").arg(percent));
-        }
+        // False when one is running already, which will tell its outcome.
+        if (updater_->startCheck(reason, this))
+            statusBar()->showMessage(tr("Checking for updates…"));
     }
 
     const std::shared_ptr<ZVUpdateProc> updater_;
-    QTimer progressTimer_;
     QAction *automatic_ = nullptr;
 };
 

@@ -17,12 +17,11 @@ product_name='Sample App'
 application=Example/SampleApp
 directory=${XDG_DATA_HOME:-$HOME/.local/share}/$application/updates
 
-# Prints the text that is the member $2, the first after the event's name, of the event $1. Prints
-# nothing of null.
+# Prints the text that is the member $2 of the event $1. Prints nothing of null.
 text_of() {
     printf '%s\n' "$1" | sed \
-        -e '/^{"event":"[a-z]*","'"$2"'":"/!d' \
-        -e 's/^{"event":"[a-z]*","'"$2"'":"\(\([^"\\]*\\.\)*[^"\\]*\)".*/\1/' \
+        -e '/[{,]"'"$2"'":"/!d' \
+        -e 's/^.*[{,]"'"$2"'":"\(\([^"\\]*\\.\)*[^"\\]*\)".*/\1/' \
         -e 's/\\\(["\\]\)/\1/g'
 }
 
@@ -38,6 +37,7 @@ tell_progress() {
 # means nothing to this host.
 handle() {
     case $1 in
+    '{"event":"result","code":'[346]*) text_of "$1" message ;;
     '{"event":"offer",'*)
         version=$(text_of "$1" version)
         echo "Version ${version:-?} is available." ;;
@@ -80,8 +80,6 @@ follow
 wait "$helper"
 status=$?
 case $status in
-3) echo 'No update was found.' ;;
-6) echo 'Automatic updating is switched off.' ;;
 127) echo 'zvupdate cannot be started; install it, or add its folder to PATH' >&2 ;;
 esac
 exit "$status"

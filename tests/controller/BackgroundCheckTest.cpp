@@ -2,6 +2,7 @@
 
 #include "../support/DownloadModes.h"
 #include "../support/TestFiles.h"
+#include "../support/TlsRelay.h"
 #include "../support/WaitFor.h"
 
 #include <QDir>
@@ -24,7 +25,7 @@ public:
         latest = outcome;
         hear(UpdateOutcome::word(outcome.kind));
     }
-    void updateDownloadProgressed(const UpdateDownloadProgress &progress, uint64_t) override
+    void updateDownloadProgressed(const UpdateDownloadProgress &progress) override
     {
         received = progress.received;
     }
@@ -80,6 +81,9 @@ TEST_P(BackgroundCheck, TellsWhatCameOfIt)
         {{.version = std::nullopt}, {u"not-a-service"_s}},
         {{.version = u"../2"_s}, {u"unsafe-name"_s}},
         {{.tokenOk = false}, {u"no-token"_s}},
+        {{.sizeReply =
+              Reply().send("HTTP/1.1 200 OK\r\nContent-Length: 1152921504606846976\r\n\r\n")},
+         {u"disk-full"_s}},
         {{.file = wrong}, failed(u"wrong-digest"_s)},
     };
     for (const auto &[offer, expected] : cases) {
@@ -102,6 +106,8 @@ TEST_P(BackgroundCheck, TellsWhatAnsweredInPlaceOfTheService)
     const auto html = QByteArrayLiteral("Content-Type: text/html");
     const std::pair<Reply, QString> cases[] = {
         {Reply().close(), u"service-unreachable"_s},
+        {Reply().send("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\n{").close(), u"broken-off"_s},
+        {Reply::whole(511, "<html>Log in</html>", {html}), u"not-a-service"_s},
         {Reply::whole(503), u"http-status"_s},
         {Reply::whole(407), u"proxy-refused"_s},
         {Reply::whole(200, "<html>Log in</html>", {html}), u"not-a-service"_s},
@@ -114,6 +120,11 @@ TEST_P(BackgroundCheck, TellsWhatAnsweredInPlaceOfTheService)
         EXPECT_EQ(host.latest->finalUrl.isEmpty(), expected == u"service-unreachable"_s);
     }
     EXPECT_EQ(host.latest->contentType, u"text/html"_s);
+    EXPECT_EQ(controller->lastOutcome()->kind, UpdateOutcome::Kind::NotAService);
+
+    const TlsRelay relay(service.baseUrl(), TlsRelay::SelfSigned);
+    writeFile(QDir::home().filePath(u"Documents/ConsoleZVUpdate.mac"_s), relay.baseUrl().toUtf8());
+    EXPECT_EQ(ask(), QStringList(u"certificate-refused"_s));
 }
 
 TEST_P(BackgroundCheck, HeedsAndChangesTheUsersSettingsOnlyWhenItIsScheduled)

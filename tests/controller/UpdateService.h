@@ -37,6 +37,7 @@ public:
     UpdateService();
     ~UpdateService();
 
+    QString baseUrl() const { return server_.baseUrl(); }
     void setOffer(const Offer &offer);
     /// The requests up to now: method, command and, if there is one, the Range.
     QStringList requests() const;

@@ -181,7 +181,7 @@ TEST_P(HostsTest, WalkTheRoadToTheChoiceAtTheWindow)
     service_.setOffer(older);
     Host host(GetParam(), "");
     EXPECT_EQ(host.end(), 3);
-    EXPECT_EQ(host.output(), u"No update was found.\n"_s);
+    EXPECT_EQ(host.output(), u"There is nothing newer. The service says: M\n"_s);
 }
 
 INSTANTIATE_TEST_SUITE_P(Helper, HostsTest, testing::ValuesIn(helperHosts),

@@ -26,9 +26,14 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-QJsonObject resultEvent(int code)
+using Kind = UpdateOutcome::Kind;
+
+QJsonObject resultEvent(UpdateOutcome::Kind kind)
 {
-    return {{u"event"_s, u"result"_s}, {u"code"_s, code}};
+    return {{u"event"_s, u"result"_s},
+            {u"code"_s, qint64(ZVUpdateProc::resultFor(kind))},
+            {u"outcome"_s, UpdateOutcome::word(kind)},
+            {u"message"_s, UpdateOutcome(kind).message}};
 }
 
 QJsonObject offerEvent()
@@ -42,7 +47,7 @@ QList<QJsonObject> eventsOf(const QString &output)
     QList<QJsonObject> events = eventsIn(output);
     EXPECT_EQ(
         events.value(0),
-        (QJsonObject{{u"event"_s, u"start"_s}, {u"interface"_s, 1}, {u"program"_s, u"1.0.0"_s}}));
+        (QJsonObject{{u"event"_s, u"start"_s}, {u"interface"_s, 2}, {u"program"_s, u"1.0.0"_s}}));
     return events.mid(1);
 }
 
@@ -103,7 +108,7 @@ TEST_P(CheckCommandTest, FetchesAnInstallerAndTellsProgramsHow)
     EXPECT_EQ(readFile(diskImage_), offer.file);
     const auto events = eventsOf(output);
     ASSERT_GE(events.size(), 4);
-    EXPECT_EQ(events[0], resultEvent(1));
+    EXPECT_EQ(events[0], resultEvent(Kind::DownloadStarted));
     EXPECT_EQ(events[1], offerEvent());
     EXPECT_EQ(events.last(), (QJsonObject{{u"event"_s, u"ready"_s}, {u"path"_s, diskImage_}}));
     qint64 received = 0;
@@ -115,14 +120,16 @@ TEST_P(CheckCommandTest, FetchesAnInstallerAndTellsProgramsHow)
     }
     EXPECT_LE(received, offer.file.size());
     EXPECT_LE(events.size() - 3, 1 + milliseconds / 100);
-    EXPECT_EQ(output.section(u'\n', 1, 1), u"{\"event\":\"result\",\"code\":1}"_s);
+    EXPECT_EQ(output.section(u'\n', 1, 1).section(u',', 0, 2),
+              u"{\"event\":\"result\",\"code\":1,\"outcome\":\"download-started\""_s);
 
     // Whoever stops it now comes too late.
     Tool again(checkInMode());
-    ASSERT_TRUE(again.waitForOutput(u"ready"_s));
+    ASSERT_TRUE(again.waitForOutput(u"\"ready\""_s));
     again.send(SIGTERM);
     again.send(SIGINT);
-    EXPECT_EQ(eventsOf(again.end().output), (QList{resultEvent(2), offerEvent(), events.last()}));
+    EXPECT_EQ(eventsOf(again.end().output),
+              (QList{resultEvent(Kind::InstallerReady), offerEvent(), events.last()}));
 }
 
 TEST_P(CheckCommandTest, FailsWhenTheServiceGoesAwayAndKeepsTheHalf)
@@ -154,7 +161,7 @@ TEST_P(CheckCommandTest, StopsADownloadUponASignal)
         tool.send(signal);
         const auto [status, output, errors] = tool.end();
         EXPECT_EQ(status, 128 + signal);
-        EXPECT_EQ(eventsOf(output).first(), resultEvent(1));
+        EXPECT_EQ(eventsOf(output).first(), resultEvent(Kind::DownloadStarted));
         EXPECT_EQ(eventsOf(output).last()[u"event"], u"failed"_s);
         EXPECT_EQ(readFile(temporary_), offer.file.left(offer.file.size() / 2));
     }
@@ -169,7 +176,7 @@ TEST_F(CheckCommandTest, StopsAtTheWindowUponASignal)
     service_->setOffer({});
     qputenv("QT_QPA_PLATFORM", "offscreen");
     Tool tool(check({u"--json"_s, u"--show-window"_s, u"--product-name"_s, u"Sample"_s}));
-    ASSERT_TRUE(tool.waitForOutput(u"ready"_s));
+    ASSERT_TRUE(tool.waitForOutput(u"\"ready\""_s));
     tool.send(SIGTERM);
     const auto [status, output, errors] = tool.end();
     EXPECT_EQ(status, 128 + SIGTERM);
@@ -203,6 +210,7 @@ TEST_F(CheckCommandTest, StopsWhileTheServiceIsSilent)
         EXPECT_EQ(status, 128 + signal);
         ASSERT_EQ(eventsOf(output).size(), 1);
         EXPECT_EQ(eventsOf(output).first()[u"event"], u"failed"_s);
+        EXPECT_EQ(eventsOf(output).first()[u"outcome"], u"stopped"_s);
     }
 }
 
@@ -267,6 +275,8 @@ TEST_F(CheckCommandTest, StopsWhenItsReaderHasStoppedReading)
 TEST_F(CheckCommandTest, EndsWithTheStatusOfWhatHappened)
 {
     const Offer wrong = {.file = Offer::installer('w')};
+    const Offer huge = {.sizeReply = ScriptedServer::Reply().send(
+                            "HTTP/1.1 200 OK\r\nContent-Length: 1152921504606846976\r\n\r\n")};
     const struct
     {
         const char *what = "";
@@ -274,17 +284,24 @@ TEST_F(CheckCommandTest, EndsWithTheStatusOfWhatHappened)
         QStringList options;
         int status = 0;
         const char *events = "";
-        const char *reason = "";
+        const char *outcome = ""; ///< Of the last event.
     } cases[] = {
-        {"no newer version", {.ok = false}, {}, 3, "result", ""},
-        {"no token", {.tokenOk = false}, {}, 3, "result", ""},
-        {"another file", wrong, {}, 1, "result offer progress failed", "digest"},
+        {"no newer version", {.ok = false}, {}, 3, "result", "nothing-newer"},
+        {"no token", {.tokenOk = false}, {}, 3, "result", "no-token"},
+        {"no token, nobody told",
+         {.tokenOk = false},
+         {u"--no-delegate"_s},
+         3,
+         "result",
+         "no-token"},
+        {"no room", huge, {}, 1, "result offer failed", "disk-full"},
+        {"another file", wrong, {}, 1, "result offer progress failed", "wrong-digest"},
         {"another file, nobody told",
          wrong,
          {u"--no-delegate"_s},
          1,
          "result offer progress failed",
-         "digest"},
+         "wrong-digest"},
     };
     for (const auto &each : cases) {
         service_->setOffer(each.offer);
@@ -296,7 +313,7 @@ TEST_F(CheckCommandTest, EndsWithTheStatusOfWhatHappened)
             events.append(event[u"event"].toString());
         events.removeDuplicates();
         EXPECT_EQ(events.join(u' '), QLatin1String(each.events)) << each.what;
-        EXPECT_TRUE(all.last()[u"reason"].toString().contains(QLatin1String(each.reason)));
+        EXPECT_EQ(all.last()[u"outcome"], QLatin1String(each.outcome)) << each.what;
         EXPECT_FALSE(QFileInfo::exists(temporary_) || QFileInfo::exists(diskImage_)) << each.what;
     }
 }
@@ -331,20 +348,21 @@ TEST_F(CheckCommandTest, SkipsACheckThatTheUserHasSwitchedOff)
     Tool::run({u"preferences"_s, u"--automatic-updating"_s, u"off"_s});
     const auto off = Tool::run(check());
     EXPECT_EQ(off.status, 6);
-    EXPECT_EQ(eventsOf(off.output), QList{resultEvent(6)});
+    EXPECT_EQ(eventsOf(off.output), QList{resultEvent(Kind::SwitchedOff)});
     EXPECT_EQ(service_->requests(), QStringList());
 
-    // Another application has preferences of its own.
+    // The user may ask all the same, and another application has preferences of its own.
+    EXPECT_EQ(Tool::run(check() + QStringList{u"--now"_s}).status, 0);
     EXPECT_EQ(Tool::run(check() + QStringList{u"--application"_s, u"ZVUpdate/Other"_s}).status, 0);
 }
 
 TEST_F(CheckCommandTest, LeavesAFileForALaterCheckWithoutADelegate)
 {
     const QStringList nobody = check({u"--json"_s, u"--no-delegate"_s});
-    for (const int result : {1, 2}) {
+    for (const Kind kind : {Kind::DownloadStarted, Kind::InstallerReady}) {
         const auto [status, output, errors] = Tool::run(nobody);
         EXPECT_EQ(status, 0);
-        EXPECT_EQ(eventsOf(output).first(), resultEvent(result));
+        EXPECT_EQ(eventsOf(output).first(), resultEvent(kind));
         EXPECT_EQ(eventsOf(output).last()[u"path"], temporary_);
         EXPECT_EQ(readFile(temporary_), Offer::installer());
         EXPECT_FALSE(QFileInfo::exists(diskImage_));

@@ -58,6 +58,24 @@ TEST(DoctorCommandTest, NamesWhatIsWrongAndChangesNothing)
         return [=] { Tool::run({u"preferences"_s, QLatin1String(option), QLatin1String(value)}); };
     };
     using Reply = ScriptedServer::Reply;
+    const QByteArray html = "Content-Type: text/html";
+    ScriptedServer other{Reply()};
+    const auto page = [&](const ScriptedServer::Handler &answer) {
+        return [&, answer] {
+            other.setHandler(answer);
+            writeFile(overridePath, other.baseUrl().toUtf8());
+        };
+    };
+    const auto always = [&](const Reply &reply) {
+        return page([reply](const auto &) { return reply; });
+    };
+    const auto moved = page([&](const ScriptedServer::Request &request) {
+        QByteArray host = request.header("Host");
+        return host.startsWith("localhost")
+                   ? Reply::whole(200, "<p>", {html})
+                   : Reply::whole(302, {},
+                                  {"Location: http://" + host.replace("127.0.0.1", "localhost")});
+    });
     const Offer huge = {.sizeReply = Reply().send(
                             "HTTP/1.1 200 OK\r\nContent-Length: 1152921504606846976\r\n\r\n")};
     const struct
@@ -76,6 +94,22 @@ TEST(DoctorCommandTest, NamesWhatIsWrongAndChangesNothing)
         {"no token", {.tokenOk = false}, {}, "token", "log"},
         {"no size", {.sizeReply = Reply::whole(404, "")}, {}, "size", "HEAD"},
         {"nobody there", {}, address("http://127.0.0.1:1/?dt="), "service", "not be reached"},
+        {"no such name", {}, address("http://no-such-name.test/?dt="), "service", "name server"},
+        {"a proxy that is dead",
+         {},
+         [] { qputenv("http_proxy", "http://a:b@127.0.0.1:1"); },
+         "service",
+         "Check the proxy http://127.0.0.1:1"},
+        {"a page", {}, always(Reply::whole(200, "<p>", {html})), "service", "log in"},
+        {"a page elsewhere", {}, moved, "service", "text/html, from http://localhost"},
+        {"a network's login", {}, always(Reply::whole(511, "<p>", {html})), "service", "log in"},
+        {"forbidden", {}, always(Reply::whole(403, "<p>")), "service", "HTTP status 403"},
+        {"a proxy's login", {}, always(Reply::whole(407)), "service", "NAME:PASSWORD"},
+        {"unknown product",
+         {},
+         always(Reply::whole(200, R"({"ok":false,"msg":"unknown product"})")),
+         "service",
+         "--product-id"},
         {"line end in the address", {}, address("http://a.test/?dt=\n"), "address", "line end"},
         {"no address", {}, [&] { QFile::remove(overridePath); }, "address", "ZVUPDATE_SERVICE_URL"},
         {"switched off",
@@ -123,6 +157,7 @@ TEST(DoctorCommandTest, NamesWhatIsWrongAndChangesNothing)
         EXPECT_TRUE(said.contains(QLatin1String(each.said))) << qPrintable(output);
         EXPECT_EQ(status, wrong.isEmpty() ? 0 : 1);
         EXPECT_EQ(errors, QString());
+        qunsetenv("http_proxy");
         QDir(newPath).removeRecursively();
         QFile::remove(newPath);
         QDir(QFileInfo(settingsPath).path()).removeRecursively();

@@ -117,6 +117,16 @@ QStringList CatalogueFile::outdated(const Catalogue::Product &product) const
     return versions;
 }
 
+QStringList CatalogueFile::current(const Catalogue::Product &product) const
+{
+    QStringList versions = withdrawn(product.id);
+    const QStringList older = outdated(product);
+    versions.removeIf([&older](const QString &version) { return older.contains(version); });
+    if (!product.releases.isEmpty())
+        versions.prepend(product.releases.last().version);
+    return versions;
+}
+
 void CatalogueFile::add(const QString &productId, const QJsonObject &release)
 {
     QJsonObject product = productRecords_.value(productId);

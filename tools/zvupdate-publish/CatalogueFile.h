@@ -44,6 +44,9 @@ public:
     /// Every version of a product that clients may have and that is older than the newest release,
     /// oldest first: other releases, superseded versions and withdrawn ones.
     QStringList outdated(const Catalogue::Product &product) const;
+    /// Versions of a product that clients may have and for which there is nothing newer: the newest
+    /// and withdrawn ones above it, or all withdrawn ones where there is no release.
+    QStringList current(const Catalogue::Product &product) const;
 
     void add(const QString &productId, const QJsonObject &release);
     void withdraw(const QString &productId, const QString &version);

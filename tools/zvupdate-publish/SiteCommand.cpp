@@ -168,8 +168,8 @@ Command siteCommand()
                     "the place of the old one by the rename of one link. The server then has to "
                     "read its configuration again, and serves the old site until it has."_s,
                     u"A static site knows only the versions in the catalogue and those that "
-                    "\"add --supersedes\" has named. All others are told that there is no newer "
-                    "version."_s},
+                    "\"add --supersedes\" has named. All others are told that theirs is "
+                    "unknown."_s},
         .options = {CatalogueOption::catalogue(),
                     {.name = u"output"_s,
                      .valueName = u"DIR"_s,

@@ -68,14 +68,19 @@ Result<void> addProduct(SiteContents *site, const CatalogueFile &catalogue,
         site->installerFiles.insert(name, path);
         site->installerNames.insert(release.fileName, name);
     }
-    const QStringList outdated = catalogue.outdated(product);
-    if (outdated.isEmpty())
-        return {};
-    const QString reply = addReply(site, Replies::newRelease(product.releases.last(), newestMd5));
-    for (const QString &version : outdated)
-        site->replies.insert(HttpFunctionURLEncode::encode(u"cmd=checkupd&id="_s + product.id +
-                                                           u"&ver="_s + version),
-                             reply);
+    const auto answer = [&](const QStringList &versions, const QByteArray &text) {
+        if (versions.isEmpty())
+            return;
+        const QString reply = addReply(site, text);
+        for (const QString &version : versions)
+            site->replies.insert(HttpFunctionURLEncode::encode(u"cmd=checkupd&id="_s + product.id +
+                                                               u"&ver="_s + version),
+                                 reply);
+    };
+    if (!product.releases.isEmpty())
+        answer(catalogue.outdated(product),
+               Replies::newRelease(product.releases.last(), newestMd5));
+    answer(catalogue.current(product), Replies::refusal(u"no newer version is known"_s));
     return {};
 }
 
@@ -119,7 +124,7 @@ Result<SiteContents> SiteContents::of(const CatalogueFile &catalogue, const QJso
     chooseToken(&site, previous);
     site.replies.insert(HttpFunctionURLEncode::encode(u"cmd=gettoken"_s),
                         addReply(&site, Replies::token(site.token)));
-    site.defaultReply = addReply(&site, Replies::refusal(u"no newer version is known"_s));
+    site.defaultReply = addReply(&site, Replies::refusal(u"unknown product or version"_s));
     for (auto name = site.installerNames.begin(); name != site.installerNames.end(); ++name)
         site.downloads.insert(HttpFunctionURLEncode::encode(u"cmd=download&tk="_s + site.token +
                                                             u"&fn="_s + name.key()),

@@ -38,19 +38,6 @@ struct Finding
     QStringList differences;
 };
 
-// Versions for which there is nothing newer: the newest, withdrawn ones above it, and one that
-// nobody has published.
-QStringList current(const CatalogueFile &catalogue, const Catalogue::Product &product)
-{
-    QStringList versions = catalogue.withdrawn(product.id);
-    const QStringList outdated = catalogue.outdated(product);
-    versions.removeIf([&outdated](const QString &version) { return outdated.contains(version); });
-    if (product.releases.isEmpty())
-        return versions;
-    const QString newest = product.releases.last().version;
-    return QStringList{newest, newest + u"999"_s} + versions;
-}
-
 QString shown(const std::optional<QString> &text)
 {
     return text ? u"\"%1\""_s.arg(*text) : u"nothing"_s;
@@ -91,7 +78,10 @@ public:
         for (const Catalogue::Product &product : catalogue_.products()) {
             for (const QString &version : catalogue_.outdated(product))
                 tell({product.id, version, u"check"_s, check(product, version, true)});
-            for (const QString &version : current(catalogue_, product))
+            QStringList current = catalogue_.current(product);
+            if (!product.releases.isEmpty()) // And one that nobody has published.
+                current += product.releases.last().version + u"999"_s;
+            for (const QString &version : current)
                 tell({product.id, version, u"check"_s, check(product, version, false)});
             for (const Catalogue::Release &release : product.releases)
                 tell({product.id, release.version, u"download"_s, download(release)});

@@ -88,6 +88,7 @@ Outcome check(const Arguments &arguments, Console &console)
         .productVersion = host->productVersion,
         .directory = host->directory,
         .withDelegate = !arguments.isSet(u"no-delegate"_s),
+        .isAskedFor = arguments.isSet(u"now"_s),
         .debug = arguments.isSet(u"debug"_s),
         .productName = arguments.value(u"product-name"_s),
     };
@@ -119,18 +120,24 @@ Command checkCommand()
              "has left there, and verified. SIGINT and SIGTERM stop the download; what has been "
              "received is kept for the next run."_s,
              u"With --json, standard output is one JSON object a line:\n"
-             "{\"event\":\"start\",\"interface\":1,\"program\":VERSION} before anything else\n"
-             "{\"event\":\"result\",\"code\":N} once the service has been asked\n"
+             "{\"event\":\"start\",\"interface\":2,\"program\":VERSION} before anything else\n"
+             "{\"event\":\"result\",\"code\":N,\"outcome\":WORD,\"message\":TEXT} once the service "
+             "has been "
+             "asked\n"
              "{\"event\":\"offer\",\"version\":VERSION,\"notes\":TEXT} after the codes 1 and 2, "
              "with what is new, in the user's language\n"
-             "{\"event\":\"progress\",\"received\":BYTES,\"total\":BYTES} at most ten times a "
-             "second; total is null while it is unknown\n"
-             "{\"event\":\"ready\",\"path\":PATH} or {\"event\":\"failed\",\"reason\":TEXT} in the "
-             "end\n"
+             "{\"event\":\"progress\",\"received\":BYTES,\"total\":BYTES,\"rate\":BYTES} at most "
+             "ten "
+             "times a second; total is null while it is unknown, and the rate for each second\n"
+             "{\"event\":\"ready\",\"path\":PATH} or {\"event\":\"failed\",\"reason\":TEXT,"
+             "\"outcome\":WORD} in the end\n"
              "{\"event\":\"window\",\"action\":\"update\"|\"cancel\"|\"closed\"} after that, with "
              "--show-window"_s},
         .options = HostOptions::with(
-            {{.name = u"no-delegate"_s,
+            {{.name = u"now"_s,
+              .help = u"The user asks: neither the switch nor the date of the next check holds the "
+                      "check back, or is changed by it."_s},
+             {.name = u"no-delegate"_s,
               .help = u"Fetches the installer for a later check: the verified file stays under its "
                       "temporary name."_s},
              {.name = u"mode"_s,

@@ -20,6 +20,8 @@ struct CheckSettings
     QString directory;
     /// Whether there is somebody to tell; without, a file stays under its temporary name.
     bool withDelegate = true;
+    /// Whether the user asks, so that neither switch nor date holds the check back.
+    bool isAskedFor = false;
     bool debug = false;
     /// The name under which the prompt window shows the product; absent when it is not to be shown.
     std::optional<QString> productName = {};
@@ -31,10 +33,30 @@ enum class WindowAction { Update, Cancel, Closed };
 /// Why a check brought no installer.
 struct CheckFailure
 {
+    UpdateOutcome::Kind outcome;
     /// A sentence.
     QString reason;
     /// What can be done about it: a sentence.
     QString remedy;
+};
+
+/// What a check has answered.
+struct CheckAnswer
+{
+    UpdateOutcome outcome;
+    /// The result code, which is the exit status where nothing follows.
+    int64_t result;
+    /// Null when no reply was asked for.
+    std::shared_ptr<CheckUpdateResponse> reply;
+    /// Where the file that the reply offers grows; empty when there is none.
+    QString temporaryPath;
+
+    /// Whether there is something newer, which is said in an offer.
+    bool isOffer() const
+    {
+        return result == ZVUpdateProc::ZVDownloadStarted ||
+               result == ZVUpdateProc::ZVInstallerReady;
+    }
 };
 
 /// Tells its audience how a check goes. Called on the main thread, in the order of the functions.
@@ -46,10 +68,8 @@ public:
     /// The service is about to be asked.
     virtual void asking(const CheckSettings &settings) = 0;
 
-    /// The check has answered with a result code. The reply is null when none was asked for. The
-    /// path says where the file that the reply offers grows; it is empty when there is none.
-    virtual void answered(int64_t result, const CheckUpdateResponse *reply,
-                          const QString &temporaryPath) = 0;
+    /// The check has answered.
+    virtual void answered(const CheckAnswer &answer) = 0;
 
     /// The download has come this far.
     virtual void progressed(const UpdateDownloadProgress &progress) = 0;

@@ -1,5 +1,6 @@
 #include "Doctor.h"
 
+#include "Advice.h"
 #include "ProgressLine.h"
 
 #include <QDateTime>
@@ -12,6 +13,7 @@
 #include <limits>
 
 using namespace Qt::StringLiterals;
+using namespace ZVPlatform;
 
 namespace {
 
@@ -34,22 +36,46 @@ bool isUsable(const QFileInfo &directory)
     return directory.isDir() && directory.isWritable() && directory.isExecutable();
 }
 
+QString installationSentence(HostInstallation installation)
+{
+    switch (installation) {
+    case HostInstallation::Unmanaged:
+        return u" was installed by no package manager and updates itself."_s;
+    case HostInstallation::AppImage:
+        return u" is an AppImage and updates itself."_s;
+    case HostInstallation::Flatpak:
+        return u" runs in a Flatpak sandbox, which its store updates."_s;
+    case HostInstallation::Snap:
+        return u" is a snap, which its store updates."_s;
+    case HostInstallation::DebianPackage:
+        return u" belongs to a Debian package, which the package manager updates."_s;
+    case HostInstallation::RpmPackage:
+        break;
+    }
+    return u" belongs to an RPM package, which the package manager updates."_s;
+}
+
 } // namespace
 
 Doctor::Doctor(const QString &productID, const QString &productVersion, const QString &directory,
-               const Report &report)
-    : productID_(productID), productVersion_(productVersion), directory_(directory), report_(report)
+               const QString &program, const Report &report)
+    : productID_(productID),
+      productVersion_(productVersion),
+      directory_(directory),
+      program_(program),
+      report_(report)
 {
 }
 
 bool Doctor::examine()
 {
     examineClock();
+    examineInstallation();
     examinePreferences();
     examineSwitch();
     examineDirectory();
     // Each of these needs the one before.
-    if (examineAddress() && examineReply() && examineToken())
+    if (examineAddress() && examineProxy() && examineReply() && examineToken())
         examineSize();
     examineFiles();
     examineRoom();
@@ -80,6 +106,18 @@ void Doctor::examineClock()
              u"Set it."_s);
     else
         pass(u"clock"_s, u"The clock shows %1."_s.arg(shown));
+}
+
+// What a store or a package manager has installed is for that to update.
+void Doctor::examineInstallation()
+{
+    const HostInstallation installation = hostInstallation(program_);
+    const QString name = program_.isEmpty() ? u"This program"_s : program_;
+    const QString message = name + installationSentence(installation);
+    if (program_.isEmpty() || updatesItself(installation))
+        pass(u"installation"_s, message);
+    else
+        fail(u"installation"_s, message, u"Leave updates to that."_s);
 }
 
 void Doctor::examinePreferences()
@@ -164,19 +202,30 @@ bool Doctor::examineAddress()
     return true;
 }
 
+// Whether it works shows the service's answer.
+bool Doctor::examineProxy()
+{
+    const auto proxy = proxyFor(client_.mBaseURL());
+    pass(u"proxy"_s, proxy ? u"The service is asked through the proxy %1, as %2 says."_s.arg(
+                                 proxy->address, proxy->variable)
+                           : u"The service is asked without a proxy."_s);
+    return true;
+}
+
 bool Doctor::examineReply()
 {
     const auto reply = client_.doCheckUpdate(productID_, productVersion_);
-    const auto failure = client_.lastFailure();
-    if (failure && failure->error &&
-        failure->error->domain == QLatin1String(ZVPlatform::networkErrorDomain))
-        return fail(u"service"_s, u"The service cannot be asked. "_s + failure->message,
-                    u"Check the network, the service, and its address."_s);
+    if (const auto failure = client_.lastFailure())
+        return fail(u"service"_s, sentenceFor(*failure), remedyFor(*failure));
     const QString message = reply->msg().value_or(QString());
-    if (!reply->ok() && message.isEmpty())
-        return fail(u"service"_s, u"The service's answer to a check makes no sense."_s,
-                    u"Check that its address leads to an update service, and that this speaks the "
-                    "protocol."_s);
+    // In these words zvupdate-service and the sites of zvupdate-publish say it.
+    if (!reply->ok() && message.startsWith(u"unknown product"_s))
+        return fail(
+            u"service"_s,
+            u"The service does not know version %1 of %2; it says: %3"_s.arg(productVersion_,
+                                                                             productID_, message),
+            u"Check --product-id and --product-version; the catalogue of a static site must "
+            "name every version that is in use."_s);
     if (!reply->ok()) {
         pass(u"service"_s, u"The service has no update for version %1 of %2; it says: %3"_s.arg(
                                productVersion_, productID_, message));
@@ -213,7 +262,7 @@ bool Doctor::examineToken()
         return fail(u"token"_s,
                     u"The service hands out no download token. "_s +
                         (failure && failure->kind != UpdateOutcome::Kind::NoToken
-                             ? failure->message
+                             ? sentenceFor(*failure)
                              : reply->msg().value_or(QString())),
                     u"Look into the service's log."_s);
     pass(u"token"_s, u"The service hands out download tokens."_s);
@@ -226,7 +275,10 @@ void Doctor::examineSize()
         return;
     const uint64_t size = client_.doGetFileSize(token_, files_->serviceFileName);
     if (size == 0) {
-        fail(u"size"_s, u"The service tells no size of %1."_s.arg(files_->serviceFileName),
+        const auto failure = client_.lastFailure();
+        fail(u"size"_s,
+             u"The service tells no size of %1. "_s.arg(files_->serviceFileName) +
+                 (failure ? sentenceFor(*failure) : QString()),
              u"Have it answer HEAD with the installer's Content-Length; look into its log."_s);
     } else if (size == std::numeric_limits<uint64_t>::max()) {
         pass(u"size"_s, u"The service announces no size of %1; progress cannot be shown."_s.arg(

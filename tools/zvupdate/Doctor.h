@@ -26,9 +26,9 @@ class Doctor
 public:
     using Report = std::function<void(const Finding &)>;
 
-    /// The directory's path is absolute.
+    /// The directory's path is absolute, and so is the host's program's, unless it is empty.
     Doctor(const QString &productID, const QString &productVersion, const QString &directory,
-           const Report &report);
+           const QString &program, const Report &report);
 
     /// Tells what it finds, one thing after the other. True when all is well.
     bool examine();
@@ -38,10 +38,12 @@ private:
     bool fail(const QString &name, const QString &message, const QString &remedy);
 
     void examineClock();
+    void examineInstallation();
     void examinePreferences();
     void examineSwitch();
     void examineDirectory();
     bool examineAddress();
+    bool examineProxy();
     bool examineReply();
     bool examineToken();
     void examineSize();
@@ -54,6 +56,7 @@ private:
     const QString productID_;
     const QString productVersion_;
     const QString directory_;
+    const QString program_;
     const Report report_;
     UpdateLogicFunc client_;
     bool isAllWell_ = true;

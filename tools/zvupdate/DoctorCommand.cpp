@@ -5,6 +5,8 @@
 #include "Doctor.h"
 #include "HostOptions.h"
 
+#include <QCoreApplication>
+#include <QFileInfo>
 #include <QLoggingCategory>
 
 using namespace Qt::StringLiterals;
@@ -38,7 +40,13 @@ Outcome doctor(const Arguments &arguments, Console &console)
         return wrongArguments(host.error());
     QLoggingCategory::setFilterRules(u"zvupdate=false"_s); // The findings say it.
     const auto tell = arguments.isSet(u"json"_s) ? tellPrograms : tellPeople;
-    Doctor doctor(host->productID, host->productVersion, host->directory,
+    const QString program = arguments.value(u"program"_s).value_or(QString());
+    const QString programPath = program.isEmpty() ? program : QFileInfo(program).absoluteFilePath();
+    static char name[] = "zvupdate";
+    static char *names[] = {name, nullptr};
+    int count = 1;
+    const QCoreApplication application(count, names); // It knows where the running program is.
+    Doctor doctor(host->productID, host->productVersion, host->directory, programPath,
                   [&](const Finding &finding) { tell(finding, console); });
     return doctor.examine() ? Success : Failed;
 }
@@ -59,7 +67,9 @@ Command doctorCommand()
              "{\"event\":\"finding\",\"name\":TEXT,\"ok\":true|false,\"message\":TEXT,"
              "\"remedy\":TEXT|null}"_s},
         .options = HostOptions::with(
-            {{u"json"_s, {}, u"Tells programs, rather than people, what is found."_s}}),
+            {{u"program"_s, u"FILE"_s,
+              u"The host's program, to hear whether updates are its own business."_s},
+             {u"json"_s, {}, u"Tells programs, rather than people, what is found."_s}}),
         .exitStatuses = {u"0 all is well, 1 something is wrong, 2 wrong arguments."_s},
         .examples = {u"doctor --product-id P1 --product-version 2100 --directory updates"_s,
                      u"doctor --product-id P1 --product-version 2100 --directory updates "

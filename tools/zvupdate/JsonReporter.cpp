@@ -2,6 +2,7 @@
 
 #include "../commands/Console.h"
 #include "../commands/JsonLine.h"
+#include "Advice.h"
 
 #include <utility>
 
@@ -13,7 +14,7 @@ namespace {
 
 // The state of the interface that docs/helper-process.md describes. One more with every addition to
 // it; nothing is ever taken away.
-constexpr int interfaceVersion = 1;
+constexpr int interfaceVersion = 2;
 
 QJsonValue number(uint64_t value)
 {
@@ -27,7 +28,9 @@ QJsonValue textOrNull(const std::optional<QString> &text)
 
 QString failedEvent(const CheckFailure &failure)
 {
-    return jsonLine({{u"event"_s, u"failed"_s}, {u"reason"_s, failure.reason}});
+    return jsonLine({{u"event"_s, u"failed"_s},
+                     {u"reason"_s, failure.reason},
+                     {u"outcome"_s, UpdateOutcome::word(failure.outcome)}});
 }
 
 /// The events that docs/helper-process.md describes.
@@ -43,17 +46,19 @@ public:
                                  {u"program"_s, QStringLiteral(ZVUPDATE_VERSION)}}));
     }
 
-    void answered(int64_t result, const CheckUpdateResponse *reply,
-                  const QString & /*temporaryPath*/) override
+    void answered(const CheckAnswer &answer) override
     {
-        console_.print(jsonLine({{u"event"_s, u"result"_s}, {u"code"_s, qint64(result)}}));
-        if (result != ZVUpdateProc::ZVDownloadStarted && result != ZVUpdateProc::ZVInstallerReady)
+        console_.print(jsonLine({{u"event"_s, u"result"_s},
+                                 {u"code"_s, qint64(answer.result)},
+                                 {u"outcome"_s, UpdateOutcome::word(answer.outcome.kind)},
+                                 {u"message"_s, sentenceFor(answer.outcome)}}));
+        if (!answer.isOffer())
             return;
         const QString language = std::make_shared<ZVUpdateProc>()->getDefaultLangID();
         console_.print(
             jsonLine({{u"event"_s, u"offer"_s},
-                      {u"version"_s, textOrNull(reply->ZVUpdateVersion())},
-                      {u"notes"_s, textOrNull(reply->getUpdateMessageWithLang(language))}}));
+                      {u"version"_s, textOrNull(answer.reply->ZVUpdateVersion())},
+                      {u"notes"_s, textOrNull(answer.reply->getUpdateMessageWithLang(language))}}));
     }
 
     void progressed(const UpdateDownloadProgress &progress) override
@@ -62,7 +67,8 @@ public:
             progress.total ? number(*progress.total) : QJsonValue(QJsonValue::Null);
         const QString event = jsonLine({{u"event"_s, u"progress"_s},
                                         {u"received"_s, number(progress.received)},
-                                        {u"total"_s, total}});
+                                        {u"total"_s, total},
+                                        {u"rate"_s, number(progress.bytesPerSecond)}});
         if (std::exchange(lastProgress_, event) != event)
             console_.print(event);
     }

@@ -1,6 +1,7 @@
 #include "CheckReporter.h"
 
 #include "../commands/Console.h"
+#include "Advice.h"
 #include "ProgressLine.h"
 
 #include <QUrl>
@@ -39,22 +40,23 @@ public:
             serviceName(), settings.productID, settings.productVersion));
     }
 
-    void answered(int64_t result, const CheckUpdateResponse *reply,
-                  const QString &temporaryPath) override
+    void answered(const CheckAnswer &answer) override
     {
-        const QString version = reply ? reply->ZVUpdateVersion().value_or(QString()) : QString();
-        if (result == ZVUpdateProc::ZVDownloadStarted) {
-            console_.say(u"Version %1 is available"_s.arg(version));
-            progressLine_.begin();
-            console_.say(u"Downloading it to %1"_s.arg(temporaryPath));
-        } else if (result == ZVUpdateProc::ZVInstallerReady) {
-            console_.say(u"Version %1 is available and has been downloaded already"_s.arg(version));
-        } else if (result == ZVUpdateProc::ZVSkipped) {
-            console_.say(
-                u"Skipped: automatic updating is switched off, or the next check is set to a "
-                "later date. \"zvupdate preferences\" shows and changes both."_s);
-        } else if (reply) {
-            tellNoUpdate(*reply);
+        using Kind = UpdateOutcome::Kind;
+        const UpdateOutcome &outcome = answer.outcome;
+        if (answer.isOffer()) {
+            const QString version = answer.reply->ZVUpdateVersion().value_or(QString());
+            const bool isHere = outcome.kind == Kind::InstallerReady;
+            console_.say(u"Version %1 is available"_s.arg(version) +
+                         (isHere ? u" and has been downloaded already"_s : QString()));
+            if (outcome.kind == Kind::DownloadStarted)
+                console_.say(u"Downloading it to %1"_s.arg(answer.temporaryPath));
+        } else if (outcome.kind == Kind::NothingNewer) {
+            console_.say(sentenceFor(outcome));
+        } else if (answer.result == ZVUpdateProc::ZVSkipped) {
+            console_.say(outcome.message + u' ' + remedyFor(outcome));
+        } else {
+            failed({outcome.kind, sentenceFor(outcome), remedyFor(outcome)});
         }
     }
 
@@ -65,7 +67,7 @@ public:
         if (isTerminal_ && progress.received == progress.total)
             console_.showProgress(u"Verifying ..."_s);
         else if (isTerminal_)
-            console_.showProgress(progressLine_.text(progress, Console::width() - 1));
+            console_.showProgress(ProgressLine::text(progress, Console::width() - 1));
     }
 
     void ready(const QString &path) override { console_.say(u"Verified; ready at %1"_s.arg(path)); }
@@ -90,26 +92,9 @@ public:
     int lastWordsDescriptor() const override { return STDERR_FILENO; }
 
 private:
-    // The check's result code does not tell a service that has nothing newer from one that cannot
-    // be reached; its reply does.
-    void tellNoUpdate(const CheckUpdateResponse &reply)
-    {
-        const QString reason = reply.msg().value_or(QString());
-        if (reply.ok() && reply.ZVUpdateVersion())
-            failed({u"The service offers version %1 but hands nothing out."_s.arg(
-                        *reply.ZVUpdateVersion()),
-                    u"Try again later."_s});
-        else if (!reply.ok() && !reason.isEmpty())
-            console_.say(u"There is no update; the service says: "_s + reason);
-        else
-            failed({u"The service could not be asked, or its answer makes no sense."_s,
-                    u"Check the network and the service's address, and try again."_s});
-    }
-
     Console &console_;
     const bool isTerminal_;
     bool hasBegun_ = false; // Whether bytes have been asked for and are coming.
-    ProgressLine progressLine_;
 };
 
 } // namespace

@@ -12,6 +12,8 @@
 
 using namespace Qt::StringLiterals;
 
+using Kind = UpdateOutcome::Kind;
+
 namespace {
 
 // Progress is reported at most ten times a second.
@@ -34,8 +36,8 @@ UpdateCheck::UpdateCheck(const CheckSettings &settings, CheckReporter &reporter,
       signals_(signals)
 {
     signals_.setLastWords(reporter.lastWordsDescriptor(), [&reporter](const QString &signal) {
-        return reporter.lastWords(
-            {stoppedBy(signal), u"What has been received is kept for the next time."_s});
+        return reporter.lastWords({Kind::Stopped, stoppedBy(signal),
+                                   u"What has been received is kept for the next time."_s});
     });
     controller_->setProductID(settings_.productID, settings_.productVersion, settings_.directory);
     controller_->setDebugMode(settings_.debug);
@@ -55,16 +57,33 @@ UpdateCheck::~UpdateCheck()
 int UpdateCheck::run()
 {
     reporter_.asking(settings_);
-    const int64_t result = controller_->updateWithDelegate(settings_.withDelegate ? this : nullptr);
-    const auto offered = files();
-    reporter_.answered(result, controller_->mLastCheckUpdateResponse().get(),
-                       offered ? offered->temporaryPath : QString());
-    if (result != ZVUpdateProc::ZVDownloadStarted && result != ZVUpdateProc::ZVInstallerReady)
-        return static_cast<int>(result);
+    using Reason = ZVUpdateProc::CheckReason;
+    controller_->startCheck(settings_.isAskedFor ? Reason::AskedByUser : Reason::Scheduled,
+                            settings_.withDelegate ? this : nullptr);
+    while (controller_->isChecking())
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+    if (!settings_.withDelegate) // And nobody who was told.
+        updateCheckEnded(*controller_->lastOutcome());
+    return isOver_ ? status_ : QCoreApplication::exec();
+}
 
+void UpdateCheck::updateCheckEnded(const UpdateOutcome &outcome)
+{
+    // A download that cannot be written is told as one that has begun and failed.
+    const bool isUnwritable =
+        outcome.kind == Kind::DirectoryNotWritable || outcome.kind == Kind::DiskFull;
+    const auto offered = files();
+    const CheckAnswer answer{
+        outcome,
+        isUnwritable ? ZVUpdateProc::ZVDownloadStarted : ZVUpdateProc::resultFor(outcome.kind),
+        controller_->mLastCheckUpdateResponse(), offered ? offered->temporaryPath : QString()};
+    reporter_.answered(answer);
+    if (isUnwritable)
+        return fail(explained(outcome));
+    if (!answer.isOffer())
+        return finish(static_cast<int>(answer.result));
     takeSignals();
     look();
-    return QCoreApplication::exec();
 }
 
 void UpdateCheck::UpdateFileReady(const QString &path)
@@ -136,7 +155,7 @@ void UpdateCheck::downloadEnded()
         return;
     if (stop_) {
         if (!stop_->reason.isEmpty())
-            tellFailure(interrupted(stop_->reason));
+            tellFailure(interrupted(Kind::Stopped, stop_->reason));
         return finish(stop_->status);
     }
     reportProgress();
@@ -145,7 +164,8 @@ void UpdateCheck::downloadEnded()
     signals_.leave(); // Digesting may take long.
     const auto path = verifiedFile();
     if (!path)
-        return fail(interrupted(u"The file is not there any more, or was changed."_s));
+        return fail(
+            interrupted(Kind::WrongDigest, u"The file is not there any more, or was changed."_s));
     ready(*path);
     finish(Success);
 }
@@ -167,7 +187,7 @@ void UpdateCheck::showWindow()
             &timer_, [this] { windowEnded(); }, Qt::QueuedConnection);
     });
     if (!isShown)
-        fail({u"The window could not be shown."_s,
+        fail({Kind::InstallerReady, u"The window could not be shown."_s,
               u"The installer is ready; open it by hand, or leave out --show-window."_s});
 }
 
@@ -194,36 +214,37 @@ void UpdateCheck::fail(const CheckFailure &failure)
 void UpdateCheck::finish(int status)
 {
     isOver_ = true;
+    status_ = status;
     timer_.stop();
     QCoreApplication::exit(status);
 }
 
-CheckFailure UpdateCheck::interrupted(const QString &reason) const
+CheckFailure UpdateCheck::interrupted(Kind kind, const QString &reason) const
 {
     const auto offered = files();
     const qint64 kept = offered ? QFileInfo(offered->temporaryPath).size() : 0;
     if (kept == 0)
-        return {reason, u"Try the same command again later."_s};
-    return {reason, u"The same command goes on at %1."_s.arg(
-                        ProgressLine::size(static_cast<uint64_t>(kept)))};
+        return {kind, reason, u"Try the same command again later."_s};
+    return {
+        kind, reason,
+        u"The same command goes on at %1."_s.arg(ProgressLine::size(static_cast<uint64_t>(kept)))};
 }
 
 CheckFailure UpdateCheck::explained(const UpdateOutcome &failure) const
 {
-    using Kind = UpdateOutcome::Kind;
     const auto total = controller_->mCurrentDownloadUpdateLogic()->doGetDownloadProgress().total;
     if (failure.kind == Kind::DirectoryNotWritable)
-        return {u"%1 cannot be written to."_s.arg(settings_.directory),
+        return {failure.kind, u"%1 cannot be written to."_s.arg(settings_.directory),
                 u"Make it a writable directory, or choose another --directory."_s};
     if (failure.kind == Kind::DiskFull)
-        return {u"There is not enough room in %1."_s.arg(settings_.directory),
+        return {failure.kind, u"There is not enough room in %1."_s.arg(settings_.directory),
                 u"Make room%1, or choose another --directory."_s.arg(
                     total ? u" for "_s + ProgressLine::size(*total) : QString())};
     if (failure.kind == Kind::WrongDigest)
-        return {u"The file received does not have the digest announced, and was discarded."_s,
+        return {failure.kind, UpdateOutcome(Kind::WrongDigest).message,
                 u"The same command fetches it anew; if that does not help, the service announces "
                 "another file than it hands out."_s};
-    return interrupted(failure.message);
+    return interrupted(failure.kind, failure.message);
 }
 
 // Why what has the installer's name is not to be told of, if so. The library says neither that the
@@ -231,10 +252,12 @@ CheckFailure UpdateCheck::explained(const UpdateOutcome &failure) const
 std::optional<CheckFailure> UpdateCheck::unfit(const QString &path) const
 {
     if (!QFileInfo(path).isFile())
-        return CheckFailure{u"The installer could not be put at %1."_s.arg(path),
+        return CheckFailure{Kind::DirectoryNotWritable,
+                            u"The installer could not be put at %1."_s.arg(path),
                             u"Remove what is in its way, or choose another --directory."_s};
     if (!isAsAnnounced(path))
-        return CheckFailure{u"What lies at %1 is not the installer announced."_s.arg(path),
+        return CheckFailure{Kind::WrongDigest,
+                            u"What lies at %1 is not the installer announced."_s.arg(path),
                             u"Remove it, or choose a --directory that nobody else writes to."_s};
     return std::nullopt;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "../commands/Command.h"
 #include "CheckReporter.h"
 #include "StopSignals.h"
 
@@ -34,6 +35,7 @@ private:
         QString reason;
     };
 
+    void updateCheckEnded(const UpdateOutcome &outcome) override;
     void UpdateFileReady(const QString &path) override;
     void windowClosedUpdateAction() override { windowAction_ = WindowAction::Update; }
     void windowClosedCancelAction() override { windowAction_ = WindowAction::Cancel; }
@@ -50,7 +52,7 @@ private:
     void fail(const CheckFailure &failure);
     void finish(int status);
 
-    CheckFailure interrupted(const QString &reason) const;
+    CheckFailure interrupted(UpdateOutcome::Kind kind, const QString &reason) const;
     CheckFailure explained(const UpdateOutcome &failure) const;
     std::optional<CheckFailure> unfit(const QString &path) const;
     std::optional<UpdateFiles> files() const;
@@ -68,4 +70,5 @@ private:
     bool isWindowOpen_ = false;
     WindowAction windowAction_ = WindowAction::Closed;
     bool isOver_ = false;
+    int status_ = Success; // With which it is over.
 };
