@@ -16,9 +16,14 @@ Result<Arguments> Arguments::parse(const QString &name, const Command &command,
 {
     QCommandLineParser parser;
     parser.addOption({{u"h"_s, u"help"_s}, {}});
-    for (const CommandOption &option : command.options)
-        parser.addOption({option.name, {}, option.valueName});
-    if (!parser.parse(QStringList(name) + arguments)) {
+    qsizetype end = arguments.size(); // of what the parser gets
+    for (const CommandOption &option : command.options) {
+        parser.addOption({option.name, {}, option.takesRest ? QString() : option.valueName});
+        if (const qsizetype found = arguments.indexOf(u"--"_s + option.name);
+            option.takesRest && found >= 0)
+            end = found + 1;
+    }
+    if (!parser.parse(QStringList(name) + arguments.first(end))) {
         QString reason = parser.errorText();
         reason.chop(reason.endsWith(u'.') ? 1 : 0);
         return Failure{u"%1; see \"%2 --help\""_s.arg(reason, name)};
@@ -30,7 +35,9 @@ Result<Arguments> Arguments::parse(const QString &name, const Command &command,
         return result;
     for (const CommandOption &option : command.options) {
         const bool isSet = parser.isSet(option.name);
-        if (const auto taken = result.take(option, isSet, parser.values(option.name)); !taken)
+        if (option.takesRest && isSet)
+            result.values_.insert(option.name, arguments.sliced(end));
+        else if (const auto taken = result.take(option, isSet, parser.values(option.name)); !taken)
             return Failure{taken.error()};
     }
     if (const auto taken = result.takeOperand(name, command, parser.positionalArguments()); !taken)

@@ -46,6 +46,8 @@ struct CommandOption
     bool isRequired = false;
     /// The only values that are accepted; empty when any but an empty one is.
     QStringList choices = {};
+    /// Whether all arguments after it are its values, whatever they look like.
+    bool takesRest = false;
 };
 
 /// A command of the program: what its help and the reading of its arguments are made from, and what

@@ -1,0 +1,5 @@
+#pragma once
+
+#include "../commands/Command.h"
+
+Command applyCommand();
