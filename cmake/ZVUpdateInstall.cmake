@@ -11,6 +11,7 @@ set(publicHeaders
     controller/ZVUpdateProcDelegate.h
     controller/ZVUpdateVersion.h
     platform/threads/DelegateAnchor.h
+    platform/files/InstallerKind.h
     platform/Error.h
     platform/Export.h
     preferences/UpdatePreferences.h

@@ -11,6 +11,8 @@ add_library(zvupdate_core_objects OBJECT
     platform/Error.cpp
     platform/files/FileDigest.cpp
     platform/files/Files.cpp
+    platform/files/InstallerKind.cpp
+    platform/files/InstallerLink.cpp
     platform/http/HttpErrors.cpp
     platform/http/HttpExchange.cpp
     platform/http/HttpHandle.cpp

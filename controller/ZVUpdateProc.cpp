@@ -20,6 +20,7 @@
 #include "UpdateFiles.h"
 
 #include <QDateTime>
+#include <QFile>
 #include <QTimer>
 
 #include <atomic>
@@ -372,6 +373,14 @@ void ZVUpdateProc::infoWindowClosedActions(uint64_t action)
         host->windowClosedUpdateAction();
     else if (action == 0)
         host->windowClosedCancelAction();
+}
+
+bool ZVUpdateProc::infoWindowInstalls(const QString &path)
+{
+    ZVUpdateProcDelegate *host = delegate();
+    QFile installer(path);
+    return host && installer.open(QIODevice::ReadOnly) &&
+           host->installUpdate(path, installerKind(installer));
 }
 
 void ZVUpdateProc::setDebugMode(bool debug)

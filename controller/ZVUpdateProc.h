@@ -156,6 +156,7 @@ public:
     void downloadFinishWithFilePath(const QString &path) override;
     void downloadFailed(const UpdateOutcome &outcome) override;
     void infoWindowClosedActions(uint64_t action) override;
+    bool infoWindowInstalls(const QString &path) override;
 
     ///@{
     /// The host's receiver of notifications; null when there is none or it has been destroyed.

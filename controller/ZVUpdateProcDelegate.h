@@ -1,6 +1,7 @@
 #pragma once
 
 #include "../platform/Export.h"
+#include "../platform/files/InstallerKind.h"
 #include "../platform/threads/DelegateAnchor.h"
 #include "../service/UpdateLogicFunc.h"
 #include "../service/UpdateOutcome.h"
@@ -36,6 +37,14 @@ public:
     /// How far the download that startCheck() has brought has come. At most ten times a second; the
     /// last call need not be that of the end.
     virtual void updateDownloadProgressed(const UpdateDownloadProgress & /*progress*/) {}
+
+    /// The user chose to update in the prompt window. True when the host has seen to it, as by a
+    /// program that replaces the host: then the installer, which lies at the path and is of that
+    /// kind by its content, is not opened, and windowClosedUpdateAction() follows all the same.
+    virtual bool installUpdate(const QString & /*path*/, ZVPlatform::InstallerKind /*kind*/)
+    {
+        return false;
+    }
 
     /// A download has ended without a file for UpdateFileReady(), and why.
     virtual void updateDownloadFailed(const UpdateOutcome & /*outcome*/) {}

@@ -7,6 +7,7 @@
 #include "../platform/desktop/WindowLayout.h"
 #include "../platform/desktop/WindowSystem.h"
 #include "../platform/files/Files.h"
+#include "../platform/files/InstallerLink.h"
 #include "../platform/settings/Bundle.h"
 #include "../platform/settings/Locale.h"
 #include "../platform/settings/Text.h"
@@ -89,11 +90,13 @@ struct UpdateInfoWindowController::Private
 
     void loadWindow();
     void awakeFromNib();
+    void tellPlace(const QString &path);
     void closeAndTell(uint64_t action);
 
     UpdateInfoWindowController *const self;
     const QString windowNibName_;
     const Bundle bundle_;
+    QString place_;         // Of an installer that no program opens; empty otherwise.
     bool isLoaded_ = false; // Or it has been tried; it is not tried again.
     QPointer<QDialog> window_;
     QPointer<QPushButton> updateButton_;
@@ -154,6 +157,7 @@ void UpdateInfoWindowController::reloadWindow()
     setTitle(d_->updateButton_, bundle.localizedString(QStringLiteral("Update")));
     const QString notes = mUpdateInfo().value_or(QString());
     const bool hasNotes = !notes.trimmed().isEmpty();
+    d_->place_.clear();
     if (d_->updateInfoTitleTextField_)
         d_->updateInfoTitleTextField_->setVisible(hasNotes);
     if (d_->updateInfoTextField_) {
@@ -187,9 +191,17 @@ void UpdateInfoWindowController::updateAction()
     const auto path = mUpdateFilePath();
     if (!path || !Files::exists(*path))
         return;
-    // A host may have taken the opening of files upon itself, and do anything then.
+    if (!d_->place_.isEmpty())
+        return WindowSystem::showInFileManager(d_->place_);
+    // A host may have taken the step upon itself, or the opening of files, and do anything then.
     const QPointer self(this);
-    WindowSystem::openFile(*path);
+    auto *delegate = d_->delegate_.get();
+    if (!delegate || !delegate->infoWindowInstalls(*path)) {
+        const QString link = installerLink(*path);
+        const bool isOpen = self && WindowSystem::openFile(link);
+        if (self && !isOpen)
+            return d_->tellPlace(link);
+    }
     if (self)
         d_->closeAndTell(1);
 }
@@ -382,6 +394,26 @@ void UpdateInfoWindowController::Private::awakeFromNib()
 
 // The last thing that an action does: who hears of it may destroy this controller, and so may
 // whoever watches the window close.
+// In the place of the notes, where it can be copied.
+void UpdateInfoWindowController::Private::tellPlace(const QString &path)
+{
+    place_ = path;
+    const Bundle bundle = languageBundle(bundle_);
+    const auto localized = [&bundle](const char *key) {
+        return bundle.localizedString(QString::fromLatin1(key), QStringLiteral("Localizable"));
+    };
+    const QString trouble = localized("No program here opens the installer. It is at:");
+    setStringValue(updateInfoTitleTextField_, trouble);
+    setTitle(updateButton_, localized("Show in folder"));
+    if (updateInfoTitleTextField_)
+        updateInfoTitleTextField_->setVisible(true);
+    if (updateInfoTextField_) {
+        PlainTextView::setText(updateInfoTextField_, path);
+        updateInfoTextField_->setAccessibleName(trouble);
+        updateInfoTextField_->setVisible(true);
+    }
+}
+
 void UpdateInfoWindowController::Private::closeAndTell(uint64_t action)
 {
     const auto delegate = delegate_;

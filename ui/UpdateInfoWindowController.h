@@ -70,8 +70,10 @@ public:
     /// Has the window appear where another one is or was; does nothing if that was never there.
     void takePlaceOf(const UpdateInfoWindowController &former);
 
-    /// "Update": opens the installer, closes the window and tells the delegate 1. Does nothing when
-    /// there is no installer.
+    /// "Update": opens the installer, unless the delegate sees to it, closes the window and tells
+    /// the delegate 1. Does nothing when there is no installer. Where no program opens it, the
+    /// window stays and says where the installer lies, nobody is told, and the button shows that
+    /// place in the file manager from then on.
     void updateAction();
 
     /// "Not now": switches automatic updating off if the check box says so, closes the window and

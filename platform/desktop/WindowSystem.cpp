@@ -1,11 +1,18 @@
 #include "WindowSystem.h"
 
 #include <QApplication>
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QDBusPendingCall>
+#include <QDBusPendingCallWatcher>
 #include <QDesktopServices>
 #include <QFileInfo>
 #include <QInputMethodQueryEvent>
 #include <QLayout>
+#include <QMimeDatabase>
+#include <QProcess>
 #include <QScreen>
+#include <QStandardPaths>
 #include <QStyle>
 #include <QThread>
 #include <QUrl>
@@ -13,6 +20,7 @@
 #include <QWindow>
 
 #include <algorithm>
+#include <optional>
 
 namespace ZVPlatform {
 
@@ -79,6 +87,36 @@ void keepOnScreen(QWidget *window)
                  std::max(room.top(), std::min(window->y(), room.bottom() + 1 - size.height())));
 }
 
+// Whether the desktop names a program for files of a type; absent when it cannot be asked.
+std::optional<bool> hasProgramForType(const QString &asker, const QString &type)
+{
+    constexpr int patience = 2000; // ms; the user has pressed a button.
+    constexpr int noAsker = 3;     // What xdg-mime needs itself is missing.
+    QProcess process;
+    process.start(asker, {QStringLiteral("query"), QStringLiteral("default"), type},
+                  QIODevice::ReadOnly);
+    if (!process.waitForFinished(patience) || process.exitStatus() != QProcess::NormalExit ||
+        process.exitCode() == noAsker)
+        return std::nullopt;
+    return !process.readAllStandardOutput().trimmed().isEmpty();
+}
+
+// Asked before, as what opens a file may find out that nothing does when nobody listens any more.
+bool hasProgramFor(const QString &path)
+{
+    const QString asker = QStandardPaths::findExecutable(QStringLiteral("xdg-mime"));
+    const bool isSandboxed =
+        QFileInfo::exists(QStringLiteral("/.flatpak-info")) || qEnvironmentVariableIsSet("SNAP");
+    if (asker.isEmpty() || isSandboxed) // In a sandbox, what is outside opens files.
+        return true;
+    const QMimeType type = QMimeDatabase().mimeTypeForFile(path);
+    QStringList names = QStringList(type.name()) + type.allAncestors();
+    names.removeAll(QStringLiteral("application/octet-stream")); // It says nothing.
+    return names.isEmpty() || std::any_of(names.begin(), names.end(), [&](const QString &name) {
+               return hasProgramForType(asker, name).value_or(true);
+           });
+}
+
 } // namespace
 
 bool WindowSystem::isAvailable()
@@ -119,12 +157,36 @@ void WindowSystem::discard(QWidget *window)
     window->deleteLater();
 }
 
-void WindowSystem::openFile(const QString &path)
+bool WindowSystem::openFile(const QString &path)
 {
+    if (!hasProgramFor(path))
+        return false;
     // The desktop shortens "..", which behind a symbolic link leads to another place than here.
     const QFileInfo file(path);
     const QString directory = QFileInfo(file.path()).canonicalFilePath();
-    QDesktopServices::openUrl(QUrl::fromLocalFile(directory + QLatin1Char('/') + file.fileName()));
+    return QDesktopServices::openUrl(
+        QUrl::fromLocalFile(directory + QLatin1Char('/') + file.fileName()));
+}
+
+void WindowSystem::showInFileManager(const QString &path)
+{
+    QDBusMessage call = QDBusMessage::createMethodCall(
+        QStringLiteral("org.freedesktop.FileManager1"),
+        QStringLiteral("/org/freedesktop/FileManager1"),
+        QStringLiteral("org.freedesktop.FileManager1"), QStringLiteral("ShowItems"));
+    call << QStringList(QUrl::fromLocalFile(path).toString(QUrl::FullyEncoded)) << QString();
+    const auto openFolder = [path] {
+        QDesktopServices::openUrl(QUrl::fromLocalFile(QFileInfo(path).absolutePath()));
+    };
+    const QDBusConnection bus = QDBusConnection::sessionBus();
+    if (!bus.isConnected())
+        return openFolder();
+    auto *answer = new QDBusPendingCallWatcher(bus.asyncCall(call), qApp);
+    QObject::connect(answer, &QDBusPendingCallWatcher::finished, answer, [answer, openFolder] {
+        answer->deleteLater();
+        if (answer->isError())
+            openFolder();
+    });
 }
 
 } // namespace ZVPlatform

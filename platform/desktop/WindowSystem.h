@@ -23,8 +23,13 @@ public:
     /// Takes a window off the screen, and destroys it when whatever it is doing has ended.
     static void discard(QWidget *window);
 
-    /// Opens a file with the program that the user has chosen for files of its kind.
-    static void openFile(const QString &path);
+    /// Opens a file with the program that the user has chosen for files of its kind. False when
+    /// there is none, as far as that can be known.
+    static bool openFile(const QString &path);
+
+    /// Shows where a file lies, in the file manager; without one that can point at a file, its
+    /// folder.
+    static void showInFileManager(const QString &path);
 };
 
 } // namespace ZVPlatform

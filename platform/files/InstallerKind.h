@@ -1,5 +1,7 @@
 #pragma once
 
+#include "../Export.h"
+
 #include <QIODevice>
 #include <QString>
 
@@ -23,12 +25,12 @@ enum class InstallerKind {
 };
 
 /// Finds the kind of what a device holds that can be sought in; leaves it anywhere.
-InstallerKind installerKind(QIODevice &content);
+ZVUPDATE_EXPORT InstallerKind installerKind(QIODevice &content);
 
 /// What a file of that kind is called after its name, with the dot; empty for those without.
-QString installerSuffix(InstallerKind kind);
+ZVUPDATE_EXPORT QString installerSuffix(InstallerKind kind);
 
 /// What a file of that kind is, and what opens it: what people are told after "It is".
-QString installerOpener(InstallerKind kind);
+ZVUPDATE_EXPORT QString installerOpener(InstallerKind kind);
 
 } // namespace ZVPlatform

@@ -27,5 +27,13 @@
         <source>Not now</source>
         <translation>Not now</translation>
     </message>
+    <message>
+        <source>No program here opens the installer. It is at:</source>
+        <translation>No program here opens the installer. It is at:</translation>
+    </message>
+    <message>
+        <source>Show in folder</source>
+        <translation>Show in folder</translation>
+    </message>
 </context>
 </TS>

@@ -27,5 +27,13 @@
         <source>Not now</source>
         <translation>以后再说</translation>
     </message>
+    <message>
+        <source>No program here opens the installer. It is at:</source>
+        <translation>这里没有程序可以打开安装文件，它位于：</translation>
+    </message>
+    <message>
+        <source>Show in folder</source>
+        <translation>在文件夹中显示</translation>
+    </message>
 </context>
 </TS>

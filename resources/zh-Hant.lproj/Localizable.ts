@@ -27,5 +27,13 @@
         <source>Not now</source>
         <translation>稍後再說</translation>
     </message>
+    <message>
+        <source>No program here opens the installer. It is at:</source>
+        <translation>這裡沒有程式可以開啟安裝檔，它位於：</translation>
+    </message>
+    <message>
+        <source>Show in folder</source>
+        <translation>在資料夾中顯示</translation>
+    </message>
 </context>
 </TS>

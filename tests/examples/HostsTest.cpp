@@ -187,6 +187,23 @@ TEST_P(HostsTest, WalkTheRoadToTheChoiceAtTheWindow)
 INSTANTIATE_TEST_SUITE_P(Helper, HostsTest, testing::ValuesIn(helperHosts),
                          [](const auto &host) { return std::string(host.param.name); });
 
+TEST_F(HostsTest, ACommandTakesTheStepOver)
+{
+    const QByteArray script = QFile::encodeName(QDir::homePath() + u"/host"_s);
+    writeFile(QString::fromLocal8Bit(script),
+              "exec zvupdate check --product-id SampleApp --product-version 1 --directory '" +
+                  directory_.toUtf8() +
+                  "' --show-window --product-name Sample --on-update "
+                  "'printf %s \"$1\" >\"$HOME/programs/taken\"; echo heard'\n");
+    Host host({"Command", "sh", script.constData()}, "Update");
+    EXPECT_EQ(host.end(), 0);
+    const QString programs = QDir::homePath() + u"/programs/"_s;
+    EXPECT_TRUE(waitFor([&] { return readFile(programs + u"taken"_s) == diskImage_.toUtf8(); }));
+    EXPECT_FALSE(QFile::exists(programs + u"opened"_s));
+    EXPECT_TRUE(host.output().contains(u"\"Update\" was chosen"_s)) << qPrintable(host.output());
+    EXPECT_FALSE(host.output().contains(u"heard"_s));
+}
+
 TEST_F(HostsTest, QuickHostAsksTheUserAtTheWindowOfItsOwn)
 {
     if (!isHere(quickHost))

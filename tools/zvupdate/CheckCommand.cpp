@@ -66,6 +66,8 @@ Result<void> validate(const CheckSettings &settings, bool showsWindow)
             u"--product-name is missing; give --product-name NAME for the window to show"_s};
     if (settings.productName && !showsWindow)
         return Failure{u"--product-name is for the window; give --show-window, too"_s};
+    if (settings.onUpdate && !showsWindow)
+        return Failure{u"--on-update is for the window; give --show-window, too"_s};
     if (showsWindow && !settings.withDelegate)
         return Failure{u"--show-window needs somebody to tell; leave out --no-delegate"_s};
     if (showsWindow)
@@ -91,6 +93,7 @@ Outcome check(const Arguments &arguments, Console &console)
         .isAskedFor = arguments.isSet(u"now"_s),
         .debug = arguments.isSet(u"debug"_s),
         .productName = arguments.value(u"product-name"_s),
+        .onUpdate = arguments.value(u"on-update"_s),
     };
     const bool showsWindow = arguments.isSet(u"show-window"_s);
     if (const auto valid = validate(settings, showsWindow); !valid)
@@ -149,6 +152,9 @@ Command checkCommand()
               .help = u"Shows what is new when the installer is ready, and offers to open it. The "
                       "command ends with the choice."_s},
              {u"product-name"_s, u"NAME"_s, u"The product's name as the window shows it."_s},
+             {u"on-update"_s, u"COMMAND"_s,
+              u"What the shell is to run when the user chooses \"Update\", in the place of opening "
+              "the installer, whose path is its first argument, $1."_s},
              {u"debug"_s, {}, u"Logs the steps of the check on standard error."_s},
              {u"json"_s, {}, u"Tells programs, rather than people, how the check goes."_s}}),
         .exitStatuses = {u"0 a verified installer is ready; 1 the download failed, or its file was "

@@ -25,6 +25,8 @@ struct CheckSettings
     bool debug = false;
     /// The name under which the prompt window shows the product; absent when it is not to be shown.
     std::optional<QString> productName = {};
+    /// What is done instead of opening the installer when the user chooses "Update".
+    std::optional<QString> onUpdate = {};
 };
 
 /// How the prompt window went: the user chose, or closed it without a choice.

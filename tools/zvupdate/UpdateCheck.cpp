@@ -7,6 +7,7 @@
 
 #include <QCoreApplication>
 #include <QFileInfo>
+#include <QProcess>
 
 #include <chrono>
 
@@ -98,6 +99,17 @@ void UpdateCheck::UpdateFileReady(const QString &path)
     if (settings_.productName)
         return showWindow();
     finish(Success);
+}
+
+bool UpdateCheck::installUpdate(const QString &path, ZVPlatform::InstallerKind /*kind*/)
+{
+    if (!settings_.onUpdate)
+        return false;
+    QProcess shell;
+    shell.setProgram(u"/bin/sh"_s);
+    shell.setArguments({u"-c"_s, *settings_.onUpdate, u"sh"_s, path});
+    shell.setStandardOutputFile(QProcess::nullDevice()); // Whoever reads ours waits for its end.
+    return shell.startDetached();
 }
 
 void UpdateCheck::takeSignals()

@@ -1,0 +1,156 @@
+#include "WindowEvents.h"
+#include "ui/UpdateInfoWindowController.h"
+
+#include "../support/WaitFor.h"
+
+#include <QDialog>
+#include <QDir>
+#include <QFileInfo>
+#include <QLabel>
+#include <QPushButton>
+#include <QTemporaryDir>
+#include <QTextEdit>
+
+#include <gtest/gtest.h>
+
+#include <optional>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+/// A desktop that notes down what it is asked, and a window for an installer.
+class OpeningTest : public testing::Test
+{
+protected:
+    OpeningTest()
+    {
+        QDir(directory_.path()).mkpath(u"bin"_s);
+        const QString asker = directory_.filePath(u"bin/xdg-mime"_s);
+        writeFile(asker, "#!/bin/sh\necho \"$3\" >>\"${0%/*}/asked\"; cat \"${0%/*}/programs\"");
+        QFile::setPermissions(asker, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        qputenv("PATH", QFile::encodeName(directory_.filePath(u"bin"_s)) + ':' + path_);
+        writeFile(programs_, "viewer.desktop\n");
+    }
+    ~OpeningTest() override { qputenv("PATH", path_); }
+
+    void place(const QByteArray &content)
+    {
+        writeFile(installer_, content);
+        controller_.emplace(u"UpdateInfoWindowController"_s);
+        controller_->setMUpdateFilePath(installer_);
+        controller_->reloadWindow();
+        controller_->showWindow();
+    }
+
+    const QByteArray path_ = qgetenv("PATH");
+    const QTemporaryDir directory_;
+    const QString installer_ = directory_.filePath(u"P_2.dmg"_s);
+    const QString programs_ = directory_.filePath(u"bin/programs"_s);
+    std::optional<UpdateInfoWindowController> controller_;
+};
+
+const QByteArray elf = QByteArrayLiteral("\x7f"
+                                         "ELF\2\1\1\0");
+
+} // namespace
+
+TEST_F(OpeningTest, GivesTheDesktopANameByWhichItKnowsTheKind)
+{
+    const std::pair<QByteArray, const char *> kinds[] = {
+        {"!<arch>\ndebian-binary   0", "P_2.deb"},
+        {QByteArrayLiteral("\xed\xab\xee\xdb\3\0"), "P_2.rpm"},
+        {elf + QByteArrayLiteral("AI\2\0"), "P_2.AppImage"},
+        {QByteArrayLiteral("flatpak\0\1\0\x89\xe5"), "P_2.flatpak"},
+        {"#!/bin/sh\nexit 0\n", "P_2.run"},
+        {QByteArrayLiteral("PK\3\4\x14\0\0\0"), "P_2.zip"},
+        {QByteArray(257, 'n') + QByteArrayLiteral("ustar\0") + "00", "P_2.tar"},
+        {QByteArrayLiteral("\x1f\x8b\x08\0"), "P_2.tar.gz"},
+        {QByteArrayLiteral("\xfd"
+                           "7zXZ\0\0"),
+         "P_2.tar.xz"},
+        {QByteArrayLiteral("\x28\xb5\x2f\xfd\x24\x00"), "P_2.tar.zst"},
+        {QByteArray(1024, '\1') + "koly" + QByteArray(508, '\0'), "P_2.dmg"},
+        {QByteArrayLiteral("\1\2\3"), "P_2.dmg"},
+    };
+    for (const auto &[content, name] : kinds) {
+        const WindowEvents events;
+        place(content);
+        controller_->updateAction();
+        EXPECT_EQ(events.list(), QStringList(u"opened "_s + QLatin1String(name)));
+        EXPECT_EQ(readFile(directory_.filePath(QString::fromLatin1(name))), content) << name;
+        EXPECT_FALSE(controller_->window()->isVisible());
+        EXPECT_EQ(QFileInfo(installer_).isExecutable(),
+                  content.startsWith("\x7f") || content.startsWith("#!"));
+        QFile::remove(installer_);
+    }
+}
+
+TEST_F(OpeningTest, LeavesOneLinkAndNobodyElsesFile)
+{
+    const auto path = [this](const char *name) {
+        return directory_.filePath(QString::fromLatin1(name));
+    };
+    const WindowEvents events;
+    place("!<arch>\ndebian-binary 1");
+    ASSERT_TRUE(QFile::rename(installer_, path("P_1.dmg")));
+    controller_->setMUpdateFilePath(path("P_1.dmg"));
+    controller_->updateAction();
+    writeFile(path("P_2.deb"), "of an earlier file");
+    writeFile(path("P_notes.deb"), "the user's");
+    place("!<arch>\ndebian-binary 2");
+    controller_->updateAction();
+    EXPECT_EQ(QDir(directory_.path()).entryList({u"*.deb"_s}),
+              QStringList({u"P_2.deb"_s, u"P_notes.deb"_s}));
+    EXPECT_EQ(readFile(path("P_2.deb")), "!<arch>\ndebian-binary 2");
+}
+
+TEST_F(OpeningTest, SaysWhereTheInstallerIsWhenNoProgramOpensIt)
+{
+    WindowEvents events; // Also of what is opened from here on.
+    writeFile(programs_, "");
+    place(elf + QByteArrayLiteral("AI\2\0"));
+    controller_->setDelegate(&events);
+    controller_->updateAction();
+    EXPECT_TRUE(controller_->window()->isVisible());
+    EXPECT_EQ(events.list(), QStringList());
+    EXPECT_EQ(controller_->updateInfoTextField()->toPlainText(),
+              directory_.filePath(u"P_2.AppImage"_s));
+    EXPECT_EQ(controller_->updateButton()->text(), u"Show in folder"_s);
+    EXPECT_FALSE(readFile(directory_.filePath(u"bin/asked"_s)).contains("octet-stream"));
+
+    controller_->updateAction();
+    EXPECT_TRUE(waitFor([&] { return !events.list().isEmpty(); }));
+    EXPECT_EQ(events.openedPath(), directory_.path());
+    EXPECT_TRUE(controller_->window()->isVisible());
+
+    writeFile(programs_, "launcher.desktop\n");
+    controller_->reloadWindow();
+    controller_->updateAction();
+    EXPECT_EQ(events.list().mid(1), QStringList({u"opened P_2.AppImage"_s, u"told 1"_s}));
+}
+
+TEST_F(OpeningTest, OpensNothingWhenTheDelegateSeesToIt)
+{
+    struct Installing final : UpdateInfoWindowControllerDelegate
+    {
+        ~Installing() override { retire(); }
+        void infoWindowClosedActions(uint64_t action) override
+        {
+            heard.append(QString::number(action));
+        }
+        bool infoWindowInstalls(const QString &path) override
+        {
+            heard.append(path);
+            return true;
+        }
+        QStringList heard;
+    } host;
+    const WindowEvents events;
+    place("!<arch>\ndebian-binary");
+    controller_->setDelegate(&host);
+    controller_->updateAction();
+    EXPECT_EQ(host.heard, QStringList({installer_, u"1"_s}));
+    EXPECT_EQ(events.list(), QStringList());
+    EXPECT_FALSE(controller_->window()->isVisible());
+}
