@@ -149,12 +149,14 @@ INSTANTIATE_TEST_SUITE_P(Mode, Lifetime,
 bool applicationEndsReplacedDownload()
 {
     UpdateService service;
-    service.setOffer({.gate = std::make_shared<Gate>()});
+    const auto gate = std::make_shared<Gate>();
+    service.setOffer({.gate = gate});
     const QTemporaryDir directory;
     ZVUpdateProc controller;
     controller.setProductID(u"P"_s, u"1"_s, directory.path());
     controller.updateWithDelegate(nullptr);
     const std::weak_ptr replaced = controller.mCurrentDownloadUpdateLogic();
+    waitFor([&] { return gate->isReached(); }, Meanwhile::Sleep); // Another offer has no gate.
     service.setOffer({.tokenOk = false});
     controller.updateWithDelegate(nullptr);
     const bool isRunning = !replaced.expired();
