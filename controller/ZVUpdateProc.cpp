@@ -29,6 +29,7 @@
 #include <functional>
 #include <limits>
 #include <new>
+#include <thread>
 #include <utility>
 
 using namespace ZVPlatform;
@@ -110,13 +111,24 @@ UpdateOutcome outOfResources()
             QStringLiteral("The system has not enough memory or threads for a check.")};
 }
 
-void discard(const UpdateFiles &files)
+void discard(const UpdateFiles &files, const std::function<bool()> &stopped)
 {
-    Files::remove(files.diskImagePath);
-    Files::remove(files.temporaryPath);
+    Files::remove(files.diskImagePath, stopped);
+    Files::remove(files.temporaryPath, stopped);
 }
 
 constexpr std::chrono::milliseconds betweenProgress(100);
+
+// Whether there was memory for a call.
+bool tried(const std::function<void()> &call)
+{
+    try {
+        call();
+        return true;
+    } catch (const std::bad_alloc &) {
+        return false;
+    }
+}
 
 } // namespace
 
@@ -259,7 +271,10 @@ bool ZVUpdateProc::startCheck(CheckReason reason, ZVUpdateProcDelegate *delegate
     try {
         d_->worker_ = std::make_unique<Worker>(
             QStringLiteral("Update_Check"), [d = d_.get(), client, call, end] {
-                d->onMain(end(d->checkInBackground(client, call)));
+                const Private::Checked checked = d->checkInBackground(client, call);
+                // The outcome is told in any case, once there is memory for it.
+                while (!tried([&] { d->onMain(end(checked)); }))
+                    std::this_thread::sleep_for(betweenProgress);
             });
     } catch (const std::exception &) {
         d_->onMain(end({outOfResources()}));
@@ -522,7 +537,7 @@ ZVUpdateProc::Private::checkInBackground(const std::shared_ptr<UpdateLogicFunc> 
         if (const auto found = obstacle(call))
             return {UpdateOutcome(*found)};
         Checked checked = check(client, call);
-        if (call == Call::Scheduled)
+        if (call == Call::Scheduled && !client->isCancelled())
             noteCheck(checked.outcome.kind);
         return checked;
     } catch (const std::bad_alloc &) {
@@ -563,12 +578,14 @@ ZVUpdateProc::Private::fetch(const std::shared_ptr<UpdateLogicFunc> &client,
     }
 
     debugLog(QStringLiteral("fileSize ... ") + QString::number(static_cast<int64_t>(remoteSize)));
-    if (call == Call::AskedByUser && isSpent(Files::size(files.temporaryPath), remoteSize) &&
+    // The length of a page that says what is wrong is not the installer's.
+    const uint64_t toldSize = client->lastFailure() ? 0 : remoteSize;
+    if (call == Call::AskedByUser && isSpent(Files::size(files.temporaryPath), toldSize) &&
         !stopped())
-        Files::remove(files.temporaryPath); // A file that another process has stays.
+        Files::remove(files.temporaryPath, stopped); // A file that another process has stays.
     const bool looksAhead = call != Call::Blocking;
     if (const auto found =
-            looksAhead ? obstacleToDownload(files.temporaryPath, remoteSize) : std::nullopt)
+            looksAhead ? obstacleToDownload(files.temporaryPath, toldSize) : std::nullopt)
         return {UpdateOutcome(*found)};
     const auto fullDisk = looksAhead ? UpdateLogicFunc::Stop : UpdateLogicFunc::GoOn;
     return {UpdateOutcome(Kind::DownloadStarted), [client, token, files, fullDisk] {
@@ -595,16 +612,16 @@ bool ZVUpdateProc::Private::hasInstaller(const UpdateFiles &files, const QString
             return true;
         }
         debugLog(QStringLiteral("下載好，與線上的MD5不相同，重新下載"));
-        discard(files);
+        discard(files, stopped);
     }
     if (!isSameDigest(lastDownloadDigest, digest)) {
         debugLog(QStringLiteral("正在下載的暫存檔 MD5 與 Server 的不同"));
         debugLog(QStringLiteral("local MD5 = ") + describe(lastDownloadDigest));
         debugLog(QStringLiteral("server MD5 = ") + digest);
         UpdatePreferences::setLastDownloadDigest(digest.toLower());
-        discard(files);
+        discard(files, stopped);
     } else if (PartialFile::beginsInTheMiddle(files.temporaryPath)) {
-        Files::remove(files.temporaryPath);
+        Files::remove(files.temporaryPath, stopped);
     }
     return false;
 }
@@ -681,8 +698,9 @@ void ZVUpdateProc::Private::tellProgress()
 {
     const auto client = self->mCurrentDownloadUpdateLogic();
     isProgressWatched_ = client && !client->doCheckDownloadStop();
-    if (isProgressWatched_)
-        lookSoon();
+    if (!isProgressWatched_)
+        return; // The end is told already.
+    lookSoon();
     const auto progress = client ? client->doGetDownloadProgress() : UpdateDownloadProgress();
     const bool hasBegun = progress.total || progress.received > progress.resumedAt;
     ZVUpdateProcDelegate *host = self->delegate();

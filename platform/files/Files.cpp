@@ -89,9 +89,9 @@ quint64 Files::room(const QString &path)
                    : std::numeric_limits<quint64>::max();
 }
 
-void Files::remove(const QString &path)
+void Files::remove(const QString &path, const std::function<bool()> &stopped)
 {
-    LockedFile(path).remove();
+    LockedFile(path, stopped).remove();
 }
 
 std::optional<QString> Files::readText(const QString &path)

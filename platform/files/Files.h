@@ -5,6 +5,7 @@
 #include <QByteArray>
 #include <QString>
 
+#include <functional>
 #include <optional>
 
 namespace ZVPlatform {
@@ -49,8 +50,8 @@ public:
     static quint64 room(const QString &path);
 
     /// Removes a file or a link; a directory stays, and so does a file that another process has
-    /// locked for more than a second: it is that one's to deal with.
-    static void remove(const QString &path);
+    /// locked for more than a second, or until stopped() holds: it is that one's to deal with.
+    static void remove(const QString &path, const std::function<bool()> &stopped = {});
 
     /// The text of a file, in UTF-8 unless a byte order mark says otherwise; absent when the file
     /// cannot be read, has more than 1 MiB or is not text in that encoding.

@@ -160,6 +160,15 @@ TEST_P(BackgroundCheck, StartsOverWhereNothingCanComeOfTheTemporaryFile)
     }
 }
 
+TEST_P(BackgroundCheck, KeepsAPartWhenTheSizeIsThatOfAnErrorsPage)
+{
+    startAfresh({{digestKey, digest}});
+    place(temporary, good.left(1000));
+    service.setOffer({.sizeReply = Reply::whole(503, QByteArray(100, 'p'))});
+    EXPECT_EQ(ask(), loaded);
+    EXPECT_EQ(service.requests().filter(u"bytes=1000-"_s).size(), 1);
+}
+
 TEST_P(BackgroundCheck, IsStoppedWhileTheServiceIsSilent)
 {
     const auto silence = [](const std::shared_ptr<Gate> &gate) {

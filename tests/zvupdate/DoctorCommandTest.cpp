@@ -92,14 +92,19 @@ TEST(DoctorCommandTest, NamesWhatIsWrongAndChangesNothing)
         {"odd digest", {.digest = u"abc"_s}, {}, "service", "abc"},
         {"odd version", {.version = u"../2"_s}, {}, "service", "../2"},
         {"no token", {.tokenOk = false}, {}, "token", "log"},
-        {"no size", {.sizeReply = Reply::whole(404, "")}, {}, "size", "HEAD"},
+        {"no size", {.sizeReply = Reply::whole(404, "page")}, {}, "size", "HEAD"},
         {"nobody there", {}, address("http://127.0.0.1:1/?dt="), "service", "not be reached"},
         {"no such name", {}, address("http://no-such-name.test/?dt="), "service", "name server"},
         {"a proxy that is dead",
          {},
          [] { qputenv("http_proxy", "http://a:b@127.0.0.1:1"); },
          "service",
-         "Check the proxy http://127.0.0.1:1"},
+         "Check the network, and the proxy that http_proxy names"},
+        {"no proxy's address",
+         {},
+         [] { qputenv("http_proxy", "http:/usr:SECRET@127.0.0.1:1"); },
+         "proxy service",
+         "is not the address"},
         {"a page", {}, always(Reply::whole(200, "<p>", {html})), "service", "log in"},
         {"a page elsewhere", {}, moved, "service", "text/html, from http://localhost"},
         {"a network's login", {}, always(Reply::whole(511, "<p>", {html})), "service", "log in"},
@@ -157,6 +162,7 @@ TEST(DoctorCommandTest, NamesWhatIsWrongAndChangesNothing)
         EXPECT_TRUE(said.contains(QLatin1String(each.said))) << qPrintable(output);
         EXPECT_EQ(status, wrong.isEmpty() ? 0 : 1);
         EXPECT_EQ(errors, QString());
+        EXPECT_FALSE(output.contains(u"SECRET"_s));
         qunsetenv("http_proxy");
         QDir(newPath).removeRecursively();
         QFile::remove(newPath);

@@ -81,9 +81,11 @@ void Console::write(const QByteArray &bytes)
 {
     if (failure_)
         return;
+    isWithinLine = true;
     std::fwrite(bytes.constData(), 1, static_cast<size_t>(bytes.size()), stdout);
     if (std::fflush(stdout) != 0 || std::ferror(stdout))
         failure_ = qt_error_string();
+    isWithinLine = false;
 }
 
 void Console::eraseProgress()

@@ -4,6 +4,7 @@
 
 #include <QString>
 
+#include <atomic>
 #include <optional>
 
 /// The program's standard output and standard error. What is written is UTF-8 and goes out at once.
@@ -36,6 +37,10 @@ public:
 
     /// Why standard output could not be written; absent while all is well.
     std::optional<QString> failure() const;
+
+    /// Whether a line on standard output may have been begun and not ended, for handlers of
+    /// signals.
+    static inline std::atomic<bool> isWithinLine = false;
 
 private:
     void write(const QByteArray &bytes) ZVUPDATE_REQUIRES(mutex_);

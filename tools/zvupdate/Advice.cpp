@@ -2,29 +2,12 @@
 
 #include "../../platform/KnownErrors.h"
 
-#include <QRegularExpression>
 #include <QUrl>
 
 using namespace Qt::StringLiterals;
 using namespace ZVPlatform;
 
 namespace {
-
-bool isExempt(const QString &host)
-{
-    const QString list =
-        qEnvironmentVariable("no_proxy", qEnvironmentVariable("NO_PROXY")).toLower();
-    static const QRegularExpression separators(u"[,\\s]+"_s);
-    for (QString name : list.split(separators, Qt::SkipEmptyParts)) {
-        if (name == u"*")
-            return true;
-        if (name.startsWith(u'.'))
-            name.remove(0, 1);
-        if (host == name || host.endsWith(u'.' + name))
-            return true;
-    }
-    return false;
-}
 
 // An address for people: the command that is sealed in it means nothing to them.
 QString shown(const QString &address)
@@ -36,8 +19,7 @@ QString remedyForUnreachable(const UpdateOutcome &outcome)
 {
     const auto proxy = proxyFor(UpdateLogicFunc().mBaseURL());
     if (proxy)
-        return u"Check the proxy %1, which %2 names, and the network."_s.arg(proxy->address,
-                                                                             proxy->variable);
+        return u"Check the network, and the proxy that %1 names."_s.arg(proxy->variable);
     const auto is = [&outcome](NetworkError what) {
         return outcome.error && outcome.error->code == static_cast<int>(what);
     };
@@ -53,11 +35,9 @@ QString remedyForUnreachable(const UpdateOutcome &outcome)
 
 } // namespace
 
-std::optional<ProxyInUse> proxyFor(const QString &address)
+std::optional<NamedProxy> proxyFor(const QString &address)
 {
     const QUrl url(address);
-    if (isExempt(url.host().toLower()))
-        return std::nullopt;
     // "HTTP_PROXY" is left out, as web servers set it to what their clients say.
     const QStringList variables =
         url.scheme() == u"https"
@@ -67,8 +47,13 @@ std::optional<ProxyInUse> proxyFor(const QString &address)
         const QString value = qEnvironmentVariable(variable.toLatin1().constData());
         if (value.isEmpty())
             continue;
-        const QUrl proxy(value.contains(u"://") ? value : u"http://"_s + value);
-        return ProxyInUse{variable, proxy.toDisplayString(QUrl::RemoveUserInfo)};
+        const QUrl proxy(value.contains(u"://") ? value : u"http://"_s + value, QUrl::StrictMode);
+        if (!proxy.isValid() || proxy.host().isEmpty() || proxy.path().size() > 1)
+            return NamedProxy{variable, {}};
+        return NamedProxy{variable, proxy
+                                        .adjusted(QUrl::RemoveUserInfo | QUrl::RemovePath |
+                                                  QUrl::RemoveQuery | QUrl::RemoveFragment)
+                                        .toString()};
     }
     return std::nullopt;
 }
@@ -77,7 +62,7 @@ QString sentenceFor(const UpdateOutcome &outcome)
 {
     using Kind = UpdateOutcome::Kind;
     QStringList reply;
-    if (outcome.kind == Kind::NotAService)
+    if (outcome.kind == Kind::NotAService && outcome.httpStatus != 0)
         reply.append(u"HTTP status %1"_s.arg(outcome.httpStatus));
     if (outcome.kind == Kind::NotAService || outcome.kind == Kind::HttpStatus) {
         if (!outcome.contentType.isEmpty())
@@ -110,7 +95,8 @@ QString remedyFor(const UpdateOutcome &outcome)
                u"into "
                "all traffic needs its own certificate known here."_s;
     case Kind::NotAService:
-        return outcome.contentType.startsWith(u"text/html", Qt::CaseInsensitive)
+        return outcome.httpStatus == 511 ||
+                       outcome.contentType.startsWith(u"text/html", Qt::CaseInsensitive)
                    ? u"If the network has a page to log in, do that with a browser; otherwise "
                      u"check "
                      "the service's address."_s

@@ -6,16 +6,15 @@
 
 #include <optional>
 
-/// A proxy that the environment names for an address.
-struct ProxyInUse
+/// A proxy that the environment names.
+struct NamedProxy
 {
     QString variable;
-    QString address; ///< Without a password.
+    QString address; ///< Without name and password; empty when the value is no address.
 };
 
-/// The proxy for requests to an address; absent when it is asked directly. Follows the environment
-/// as the library does.
-std::optional<ProxyInUse> proxyFor(const QString &address);
+/// The proxy for requests to an address, if its host is not exempt; absent when there is none.
+std::optional<NamedProxy> proxyFor(const QString &address);
 
 /// What an outcome is, with all that is known of it: sentences.
 QString sentenceFor(const UpdateOutcome &outcome);

@@ -75,7 +75,10 @@ bool Doctor::examine()
     examineSwitch();
     examineDirectory();
     // Each of these needs the one before.
-    if (examineAddress() && examineProxy() && examineReply() && examineToken())
+    const bool isAddressed = examineAddress();
+    if (isAddressed)
+        examineProxy();
+    if (isAddressed && examineReply() && examineToken())
         examineSize();
     examineFiles();
     examineRoom();
@@ -175,10 +178,10 @@ void Doctor::examineDirectory()
 
 bool Doctor::examineAddress()
 {
-    const QString address = client_.mBaseURL();
-    const QUrl url(address, QUrl::StrictMode);
+    const QUrl url(client_.mBaseURL(), QUrl::StrictMode);
+    const QString address = url.isValid() ? url.toString(QUrl::RemoveUserInfo) : client_.mBaseURL();
     const QString file = UpdateLogicFunc::overrideFilePath();
-    const bool isOverridden = UpdateLogicFunc::overridingBaseURL() == address;
+    const bool isOverridden = UpdateLogicFunc::overridingBaseURL() == client_.mBaseURL();
     const QString place = isOverridden ? u"write it anew in %1, or remove that"_s.arg(file)
                                        : u"build the library with ZVUPDATE_SERVICE_URL set to it"_s;
 
@@ -203,13 +206,17 @@ bool Doctor::examineAddress()
 }
 
 // Whether it works shows the service's answer.
-bool Doctor::examineProxy()
+void Doctor::examineProxy()
 {
     const auto proxy = proxyFor(client_.mBaseURL());
-    pass(u"proxy"_s, proxy ? u"The service is asked through the proxy %1, as %2 says."_s.arg(
-                                 proxy->address, proxy->variable)
-                           : u"The service is asked without a proxy."_s);
-    return true;
+    if (!proxy)
+        pass(u"proxy"_s, u"No proxy is named for the service."_s);
+    else if (proxy->address.isEmpty())
+        fail(u"proxy"_s, u"What %1 holds is not the address of a proxy."_s.arg(proxy->variable),
+             u"Set it to one such as http://proxy.example.com:3128, or unset it."_s);
+    else
+        pass(u"proxy"_s, u"%1 names the proxy %2, but for the hosts in no_proxy."_s.arg(
+                             proxy->variable, proxy->address));
 }
 
 bool Doctor::examineReply()
@@ -259,12 +266,14 @@ bool Doctor::examineToken()
     const auto failure = client_.lastFailure();
     token_ = reply->ID().value_or(QString());
     if (!reply->ok() || token_.isEmpty())
-        return fail(u"token"_s,
-                    u"The service hands out no download token. "_s +
-                        (failure && failure->kind != UpdateOutcome::Kind::NoToken
-                             ? sentenceFor(*failure)
-                             : reply->msg().value_or(QString())),
-                    u"Look into the service's log."_s);
+        return failure && failure->kind != UpdateOutcome::Kind::NoToken
+                   ? fail(u"token"_s,
+                          u"The service hands out no download token. "_s + sentenceFor(*failure),
+                          remedyFor(*failure))
+                   : fail(u"token"_s,
+                          u"The service hands out no download token. "_s +
+                              reply->msg().value_or(QString()),
+                          u"Look into the service's log."_s);
     pass(u"token"_s, u"The service hands out download tokens."_s);
     return true;
 }
@@ -274,8 +283,8 @@ void Doctor::examineSize()
     if (!files_)
         return;
     const uint64_t size = client_.doGetFileSize(token_, files_->serviceFileName);
-    if (size == 0) {
-        const auto failure = client_.lastFailure();
+    const auto failure = client_.lastFailure();
+    if (failure || size == 0) {
         fail(u"size"_s,
              u"The service tells no size of %1. "_s.arg(files_->serviceFileName) +
                  (failure ? sentenceFor(*failure) : QString()),

@@ -43,7 +43,7 @@ private:
     void examineSwitch();
     void examineDirectory();
     bool examineAddress();
-    bool examineProxy();
+    void examineProxy();
     bool examineReply();
     bool examineToken();
     void examineSize();

@@ -38,10 +38,14 @@ Outcome doctor(const Arguments &arguments, Console &console)
     const auto host = HostOptions::read(arguments);
     if (!host)
         return wrongArguments(host.error());
+    const QFileInfo program(arguments.value(u"program"_s).value_or(QString()));
+    if (arguments.isSet(u"program"_s) && !program.exists())
+        return wrongArguments(
+            u"--program: %1 is not there; give the host's program"_s.arg(program.filePath()));
     QLoggingCategory::setFilterRules(u"zvupdate=false"_s); // The findings say it.
     const auto tell = arguments.isSet(u"json"_s) ? tellPrograms : tellPeople;
-    const QString program = arguments.value(u"program"_s).value_or(QString());
-    const QString programPath = program.isEmpty() ? program : QFileInfo(program).absoluteFilePath();
+    const QString programPath =
+        arguments.isSet(u"program"_s) ? program.absoluteFilePath() : QString();
     static char name[] = "zvupdate";
     static char *names[] = {name, nullptr};
     int count = 1;

@@ -1,5 +1,7 @@
 #include "StopSignals.h"
 
+#include "../commands/Console.h"
+
 #include <array>
 #include <atomic>
 #include <cerrno>
@@ -34,7 +36,8 @@ static_assert(std::atomic<bool>::is_always_lock_free && std::atomic<int>::is_alw
 {
     const QByteArray &words = lastWordsOf[signal == stopSignals[0] ? 0 : 1];
     pollfd output = {.fd = lastWordsDescriptor, .events = POLLOUT, .revents = 0};
-    if (poll(&output, 1, 0) == 1) [[maybe_unused]]
+    const bool isInTheWay = output.fd == STDOUT_FILENO && Console::isWithinLine;
+    if (!isInTheWay && poll(&output, 1, 0) == 1) [[maybe_unused]]
         const ssize_t written =
             write(output.fd, words.constData(), static_cast<size_t>(words.size()));
     _exit(128 + signal);

@@ -78,6 +78,8 @@ void UpdateCheck::updateCheckEnded(const UpdateOutcome &outcome)
         outcome,
         isUnwritable ? ZVUpdateProc::ZVDownloadStarted : ZVUpdateProc::resultFor(outcome.kind),
         controller_->mLastCheckUpdateResponse(), offered ? offered->temporaryPath : QString()};
+    if (!answer.isOffer())
+        signals_.dropLastWords(); // Nothing follows.
     reporter_.answered(answer);
     if (isUnwritable)
         return fail(explained(outcome));
