@@ -124,7 +124,7 @@ TEST_F(Apply, WaitsForTheEndOfTheHostAndOfNoOther)
     EXPECT_EQ(ran(), "");
 
     Tool tool(QStringList{u"--installer"_s, path("new"), u"--replace"_s, path("app")} + waiting);
-    ASSERT_TRUE(waitFor([&] { return QFile::exists(path(".app.zvupdate-apply/new")); }));
+    ASSERT_TRUE(tool.waitForOutput(u"ready\n"_s));
     const auto other = replace("new", "app");
     EXPECT_EQ(other.status, 1);
     EXPECT_TRUE(other.errors.contains(u"another process"_s)) << qPrintable(other.errors);
