@@ -135,6 +135,18 @@ TEST_F(Apply, WaitsForTheEndOfTheHostAndOfNoOther)
     EXPECT_EQ(readFile(path("app")), program("new"));
 }
 
+TEST_F(Apply, RestartsFromAFolderThatHasGone)
+{
+    write("app/gone/run", program("old"), true);
+    write("new", archiveOf({{"run", Item::File, program("new"), 0755}}));
+    QDir::setCurrent(path("app/gone"));
+    const auto end =
+        replace("new", "app", {u"--program"_s, u"run"_s, u"--probation"_s, u"1"_s, u"--restart"_s});
+    QDir::setCurrent(folder_.path());
+    EXPECT_EQ(end.status, 0) << qPrintable(end.errors);
+    EXPECT_EQ(ran(), "new " + path("app").toUtf8() + " mark:\n");
+}
+
 // A process that is younger than the program cannot be the one that has started it.
 TEST_F(Apply, DoesNotTakeAnotherProcessForTheHost)
 {

@@ -1,6 +1,7 @@
 #include "Launch.h"
 
 #include <QFile>
+#include <QFileInfo>
 
 #include <csignal>
 #include <thread>
@@ -78,8 +79,10 @@ Result<void> Launch::start(std::chrono::seconds probation) const
     std::vector<QByteArray> words{QFile::encodeName(program)};
     for (const QString &argument : arguments)
         words.push_back(argument.toUtf8());
+    // The new version of a folder may lack the one that the host was in.
+    const QString place = QFileInfo(folder).isDir() ? folder : QFileInfo(program).path();
     pid_t child = 0;
-    if (const int error = Spawning(QFile::encodeName(folder)).start(words, child); error != 0)
+    if (const int error = Spawning(QFile::encodeName(place)).start(words, child); error != 0)
         return Failure{u"cannot be started: "_s + qt_error_string(error)};
     const auto deadline = Clock::now() + probation;
     while (Clock::now() < deadline) {

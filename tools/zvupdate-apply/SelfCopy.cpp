@@ -57,7 +57,7 @@ Failure<QString> SelfCopy::run(const Target &target, const QString &folder)
     }
     const QByteArray former = qgetenv(libraryPath);
     qputenv(formerLibraryPath, former);
-    qputenv(libraryPath, QFile::encodeName(folder) + ':' + former);
+    qputenv(libraryPath, QFile::encodeName(folder) + (former.isEmpty() ? "" : ":") + former);
     QByteArrayList words;
     for (const QString &argument : QCoreApplication::arguments())
         words.append(argument.toUtf8());
