@@ -46,6 +46,10 @@ class Place:
         for name, version in (("new", self.new), ("bad", self.bad)):
             self._pack(self.folder / name, version)
 
+        self._run(self._strace("-e", "trace=all"), "--version")
+        self.start_up = collections.Counter(
+            text.partition("(")[0] for _, text in self._calls())
+
     def __enter__(self):
         return self
 
@@ -89,12 +93,22 @@ class Place:
         more = ["--program", "run"] if self.form.is_folder else []
         more += ["--probation", "1", "--restart"] if restarts else []
         digest = hashlib.md5((self.folder / installer).read_bytes()).hexdigest()
-        done = subprocess.run(
-            [*wrapper, self.options.bin / "zvupdate-apply", "--installer", self.folder / installer,
-             "--replace", self.target, "--expect-md5", digest, *more], capture_output=True,
-            env={"PATH": str(self.folder), "LC_ALL": "C.UTF-8"}, timeout=road.PATIENCE, text=True,
-            check=False)
+        return self._run(wrapper, "--installer", self.folder / installer, "--replace", self.target,
+                         "--expect-md5", digest, *more)
+
+    def _run(self, wrapper, *arguments):
+        done = subprocess.run([*wrapper, self.options.bin / "zvupdate-apply", *arguments],
+                              capture_output=True, env={"PATH": str(self.folder), "LC_ALL": "C.UTF-8"},
+                              timeout=road.PATIENCE, text=True, check=False)
         return road.Outcome(done.returncode, done.stdout, done.stderr)
+
+    def _strace(self, *arguments):
+        _, *more = road.strace(*arguments, log=self.log)
+        return [shutil.which("strace"), *more]
+
+    def _calls(self):
+        """The calls that were traced: of which process, and how."""
+        return [line.split(None, 1) for line in self.log.read_text().splitlines()]
 
     def is_version(self, path, version):
         files = ["" if path.is_file() else str(file.relative_to(path))
@@ -106,22 +120,21 @@ class Place:
     def inject(self, call, fault):
         trace = {call} if self.form.has_exchange else {call, "renameat2"}
         lacking = () if self.form.has_exchange or call == "renameat2" else NO_EXCHANGE
-        _, *more = road.strace("-e", f"trace={','.join(sorted(trace))}", *lacking,
-                           "-e", f"inject={call}:{fault}", log=self.log)
-        return [shutil.which("strace"), *more]
+        return self._strace("-e", f"trace={','.join(sorted(trace))}", *lacking,
+                            "-e", f"inject={call}:{fault}")
 
     def is_injected(self, call):
         """Whether the fault has met the program itself, and not what it has started."""
-        lines = [line.split(None, 1) for line in self.log.read_text().splitlines()]
-        return any(process == lines[0][0] and text.startswith(call + "(") and "(INJECTED)" in text
-                   for process, text in lines)
+        calls = self._calls()
+        return any(process == calls[0][0] and text.startswith(call + "(") and "(INJECTED)" in text
+                   for process, text in calls)
 
     def tries(self, calls, faults):
-        """What came of each fault at the first, second, ... of each call."""
+        """What came of each fault at each call of its own: before those it has been loaded."""
         for call, fault in itertools.product(calls, faults):
             if call == "renameat2" and not self.form.has_exchange:
                 continue
-            for number in itertools.count(1):
+            for number in itertools.count(self.start_up[call] + 1):
                 self.clear()
                 outcome = self.apply("new" if self.form.ends_well else "bad",
                                      self.inject(call, fault.format(number)),
@@ -141,7 +154,7 @@ class Place:
 
 
 def apply_kill(options):
-    """Kills at the first, second, ... call of each kind."""
+    """Kills at each call that touches a file."""
     road.need("strace")
     if options.sanitized:
         raise road.Skip("leak detection and strace both want to trace the process")

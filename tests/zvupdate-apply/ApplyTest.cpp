@@ -90,7 +90,8 @@ TEST_F(Apply, RestartsTheNewOneOrElseTheOldOne)
         {program("bad", "kill -9 $$"), {}, 1, "bad" + where + "\nold" + where + "\n"},
         {"#!/nowhere/no-shell\n", {}, 1, "old" + where + "\n"},
     };
-    for (const auto &[installer, arguments, status, expected] : cases) {
+    for (const auto &[installer, arguments, status, expectedRuns] : cases) {
+        const QByteArray expected = expectedRuns;
         for (const bool isFolder : {false, true}) {
             QFile::remove(path("ran"));
             QFile::remove(path("app"));

@@ -91,10 +91,10 @@ TEST_F(Refusals, NameWhatIsWrong)
     const char *const digest = "1a79a4d60de6718e8e5b326e338ae533";
     const struct
     {
-        const char *installer;
-        const char *target;
+        const char *installer = nullptr;
+        const char *target = nullptr;
         QStringList more;
-        const char *reason;
+        const char *reason = nullptr;
         int status = 1;
     } cases[] = {
         {"new.deb", "app", {}, "apt install"},
