@@ -123,25 +123,28 @@ class Place:
         return self._strace("-e", f"trace={','.join(sorted(trace))}", *lacking,
                             "-e", f"inject={call}:{fault}")
 
-    def is_injected(self, call):
-        """Whether the fault has met the program itself, and not what it has started."""
+    def injected(self, call):
+        """The first call of the program itself, and not of what it has started, that has failed."""
         calls = self._calls()
-        return any(process == calls[0][0] and text.startswith(call + "(") and "(INJECTED)" in text
-                   for process, text in calls)
+        return next((text for process, text in calls if process == calls[0][0] and
+                     text.startswith(call + "(") and "(INJECTED)" in text), "")
 
     def tries(self, calls, faults):
         """What came of each fault at each call of its own: before those it has been loaded."""
         for call, fault in itertools.product(calls, faults):
-            if call == "renameat2" and not self.form.has_exchange:
+            if (call == "renameat2" and not self.form.has_exchange or
+                    call == "openat" and fault.endswith("+")):
                 continue
             for number in itertools.count(self.start_up[call] + 1):
                 self.clear()
                 outcome = self.apply("new" if self.form.ends_well else "bad",
                                      self.inject(call, fault.format(number)),
                                      restarts=not self.form.ends_well)
-                is_hit = outcome.status == -signal.SIGKILL or self.is_injected(call)
-                if not is_hit:
+                injected = self.injected(call)
+                if outcome.status != -signal.SIGKILL and not injected:
                     break
+                if call == "openat" and injected and "O_CREAT" not in injected:
+                    continue  # Needs no room.
                 yield f"{self.form} {call} {fault.format(number)}: {outcome}", outcome.status
 
     def goes_on(self, what):
@@ -190,13 +193,18 @@ def apply_full(options):
                     ["error=ENOSPC:when={}", "error=ENOSPC:when={}+"][:1 + options.long]):
                 road.expect(status in (0, 1), what)
                 expected = place.new if status == 0 else place.old
+                if "cannot be brought back" in what and " rename error" in what:
+                    expected, status = place.bad, "stuck"
+                    road.expect(place.is_version(place.previous, place.old), f"no old one: {what}")
                 road.expect(place.is_version(place.target, expected), f"another version: {what}")
                 left = {path.name for path in place.place.iterdir()}
                 road.expect(left <= {"app", "app.previous"}, f"left behind: {left}: {what}")
                 ends[status] += 1
                 place.goes_on(what)
     return ends.total(), (f"{ends[1]} failed with the whole old one in place, {ends[0]} were replaced "
-                          "all the same; nothing was left behind, and the next run replaced it")
+                          f"all the same, and in {ends['stuck']} the old one stayed the previous one, as "
+                          "the rename that brings it back was what failed; nothing was left behind, and "
+                          "the next run replaced it")
 
 
 if __name__ == "__main__":
