@@ -57,8 +57,9 @@ set(CPACK_DEBIAN_TOOLS_DESCRIPTION "software updates for desktop applications - 
 ${about}
 
 This package has zvupdate, which updates from the command line, for scripts
-and for applications in other languages; zvupdate-publish, which publishes
-releases; and zvupdate-service, an update service for development and trials.")
+and for applications in other languages; zvupdate-apply, which replaces an
+application by its new version; zvupdate-publish, which publishes releases;
+and zvupdate-service, an update service for development and trials.")
 
 find_program(GZIP gzip REQUIRED)
 set(documents ${PROJECT_BINARY_DIR}/debian)

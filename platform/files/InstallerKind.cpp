@@ -52,10 +52,7 @@ const struct
 } marks[] = {
     {8, QByteArrayLiteral("AI\1"), InstallerKind::AppImage},
     {8, QByteArrayLiteral("AI\2"), InstallerKind::AppImage},
-    {0,
-     QByteArrayLiteral("\x7f"
-                       "ELF"),
-     InstallerKind::Executable},
+    {0, QByteArrayLiteral("\177ELF"), InstallerKind::Executable},
     {0, QByteArrayLiteral("#!"), InstallerKind::Script},
     {0, QByteArrayLiteral("flatpak\0"), InstallerKind::FlatpakBundle},
 };
@@ -78,7 +75,7 @@ InstallerKind installerKind(QIODevice &content)
             return each.kind;
     }
     for (const auto &[offset, bytes, kind] : marks) {
-        if (head.sliced(qMin(offset, head.size())).startsWith(bytes))
+        if (head.mid(offset, bytes.size()) == bytes)
             return kind;
     }
     content.seek(qMax<qint64>(0, content.size() - diskImageTrailer));

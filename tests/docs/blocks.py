@@ -128,7 +128,7 @@ class Page:
             program = words[0].rsplit('/', 1)[-1]
             if words[0] == './run':
                 self.look_up(words[1:2], str(ROOT / 'run'), 'help')
-            elif re.fullmatch(r'zvupdate(-service|-publish|-window)?', program):
+            elif re.fullmatch(r'zvupdate(-apply|-service|-publish|-window)?', program):
                 path = str(self.options.build / 'bin' / program)
                 to_command = [words[1]] if 'Commands:' in self.help(path, '--help') else []
                 self.look_up([word for word in words if word.startswith('--')], path,

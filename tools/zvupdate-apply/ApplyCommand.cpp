@@ -17,6 +17,7 @@
 #include <QFile>
 #include <QFileInfo>
 
+#include <cstdio>
 #include <optional>
 
 using namespace Qt::StringLiterals;
@@ -201,6 +202,10 @@ Outcome apply(const Arguments &arguments, Console &console)
         return SelfCopy::run(*target, Files::join(target->workFolder(), u"program"_s));
     if (const auto staged = stage(*settings, *target, replacement); !staged)
         return Failure{staged.error()};
+    if (arguments.isSet(u"wait-for"_s)) {
+        std::puts("ready"); // Past the console, as the host may have gone without reading this.
+        std::fflush(stdout);
+    }
     if (!settings->host.waitForEnd(settings->patience))
         return Failure{u"the process to wait for has not ended in time"_s};
     return exchange(*settings, *target, replacement, console);
@@ -222,7 +227,9 @@ Command applyCommand()
              "old one, the process is waited for, and the two are exchanged. If this ends at any "
              "moment, the whole old or the whole new one is in place. What a package manager, a "
              "Flatpak or a snap looks after is left alone."_s,
-             u"What happened is one sentence on standard error."_s},
+             u"With --wait-for, the line \"ready\" on standard output says that nothing has been "
+             u"refused "
+             "and the process may end. What happened is one sentence on standard error."_s},
         .options =
             {{.name = u"installer"_s,
               .valueName = u"FILE"_s,

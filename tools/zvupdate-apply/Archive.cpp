@@ -92,6 +92,7 @@ public:
     Result<Entry> inspect(archive_entry *raw);
 
 private:
+    Result<void> describe(archive_entry *raw, Entry &entry);
     Result<QString> pathFrom(const char *name);
     Result<void> inspectLink(const Entry &entry) const;
     Result<void> enter(const Entry &entry);
@@ -100,7 +101,7 @@ private:
     struct Known
     {
         QString path;
-        EntryKind kind;
+        EntryKind kind = EntryKind::Folder;
     };
 
     const bool stripsTopFolder_;
@@ -119,40 +120,46 @@ Result<Entry> Inspector::inspect(archive_entry *raw)
     if (!path)
         return Failure{path.error()};
     Entry entry{.path = *path};
-    const auto type = archive_entry_filetype(raw);
+    auto passed = describe(raw, entry);
+    const bool isLink = entry.kind == EntryKind::Link; // Its permissions mean nothing.
+    if (passed && !isLink && (archive_entry_perm(raw) & specialBits) != 0)
+        passed = refused(entry.path, u"has a set-user, set-group or sticky bit"_s);
+    if (passed && entry.path.isEmpty() && entry.kind != EntryKind::Folder)
+        passed = Failure{u"the archive has no one top folder to strip"_s};
+    if (passed)
+        passed = enter(entry);
+    return passed ? Result<Entry>(entry) : Failure{passed.error()};
+}
+
+Result<void> Inspector::describe(archive_entry *raw, Entry &entry)
+{
     if (archive_entry_hardlink(raw)) {
         const auto first = pathFrom(archive_entry_hardlink_utf8(raw));
         if (!first)
             return Failure{first.error()};
         entry.kind = EntryKind::SecondName;
         entry.leadsTo = *first;
-    } else if (type == AE_IFLNK) {
+        const Known known = known_.value(folded(*first));
+        return known.path == *first && known.kind == EntryKind::File
+                   ? Result<void>()
+                   : refused(entry.path, u"is a second name of no file before it"_s);
+    }
+    switch (archive_entry_filetype(raw)) {
+    case AE_IFDIR:
+        return {};
+    case AE_IFLNK:
         entry.kind = EntryKind::Link;
         entry.leadsTo = QString::fromUtf8(archive_entry_symlink_utf8(raw));
-    } else if (type == AE_IFREG) {
+        return inspectLink(entry);
+    case AE_IFREG:
         entry.kind = EntryKind::File;
         if (!archive_entry_size_is_set(raw) || archive_entry_size(raw) < 0)
             return refused(entry.path, u"has no size"_s);
         entry.size = static_cast<quint64>(archive_entry_size(raw));
-    } else if (type != AE_IFDIR) {
+        return {};
+    default:
         return refused(entry.path, u"is a device or the like"_s);
     }
-    if ((archive_entry_perm(raw) & specialBits) != 0 && entry.kind != EntryKind::Link)
-        return refused(entry.path, u"has a set-user, set-group or sticky bit"_s);
-    if (entry.path.isEmpty() && entry.kind != EntryKind::Folder)
-        return Failure{u"the archive has no one top folder to strip"_s};
-    if (entry.kind == EntryKind::Link) {
-        if (const auto stays = inspectLink(entry); !stays)
-            return Failure{stays.error()};
-    }
-    if (entry.kind == EntryKind::SecondName) {
-        const auto first = known_.value(folded(entry.leadsTo));
-        if (first.path != entry.leadsTo || first.kind != EntryKind::File)
-            return refused(entry.path, u"is a second name of no file before it"_s);
-    }
-    if (const auto entered = enter(entry); !entered)
-        return Failure{entered.error()};
-    return entry;
 }
 
 Result<QString> Inspector::pathFrom(const char *name)

@@ -1,10 +1,12 @@
 #include "Launch.h"
 
+#include "ProgramWords.h"
+
 #include <QFile>
+#include <QFileInfo>
 
 #include <csignal>
 #include <thread>
-#include <vector>
 
 #include <fcntl.h>
 #include <spawn.h>
@@ -56,30 +58,25 @@ public:
         posix_spawnattr_destroy(&attributes_);
     }
 
-    int start(std::vector<QByteArray> &words, pid_t &child) const
+    int start(const ProgramWords &words, pid_t &child) const
     {
-        std::vector<char *> pointers;
-        for (QByteArray &word : words)
-            pointers.push_back(word.data());
-        pointers.push_back(nullptr);
-        return posix_spawn(&child, pointers.front(), &actions_, &attributes_, pointers.data(),
-                           environ);
+        return posix_spawn(&child, words.program(), &actions_, &attributes_, words.all(), environ);
     }
 
 private:
-    posix_spawnattr_t attributes_;
-    posix_spawn_file_actions_t actions_;
+    posix_spawnattr_t attributes_ = {};
+    posix_spawn_file_actions_t actions_ = {};
 };
 
 } // namespace
 
 Result<void> Launch::start(std::chrono::seconds probation) const
 {
-    std::vector<QByteArray> words{QFile::encodeName(program)};
-    for (const QString &argument : arguments)
-        words.push_back(argument.toUtf8());
+    const ProgramWords words(program, arguments);
+    // The new version of a folder may lack the one that the host was in.
+    const QString place = QFileInfo(folder).isDir() ? folder : QFileInfo(program).path();
     pid_t child = 0;
-    if (const int error = Spawning(QFile::encodeName(folder)).start(words, child); error != 0)
+    if (const int error = Spawning(QFile::encodeName(place)).start(words, child); error != 0)
         return Failure{u"cannot be started: "_s + qt_error_string(error)};
     const auto deadline = Clock::now() + probation;
     while (Clock::now() < deadline) {

@@ -8,7 +8,7 @@
 #include <chrono>
 
 /// A program to be started, in the environment that this one has and in a folder by its name, which
-/// may be another folder by then.
+/// may be another folder by then, or else in the program's own.
 struct Launch
 {
     QString program; ///< Absolute.

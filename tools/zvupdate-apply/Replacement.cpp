@@ -193,13 +193,13 @@ Result<void> Replacement::exchange()
 Result<void> Replacement::restore()
 {
     const QString previous = target_.previous();
-    const Exchanged exchanged = exchangeNames(previous, target_.path);
-    bool isDone = exchanged == Exchanged::Yes;
-    if (exchanged == Exchanged::NotPossible)
+    const bool isExchanged = exchangeNames(previous, target_.path) == Exchanged::Yes;
+    bool isDone = isExchanged;
+    if (!isDone) // Whatever the reason: there is no other old one.
         isDone = target_.isFolder ? moveInPlace(previous, target_.path, staged())
                                   : rename(previous, target_.path);
     if (!isDone)
         return failed(u"\"%1\" cannot be brought back from \"%2\""_s.arg(target_.path, previous));
     flushNames(target_);
-    return exchanged == Exchanged::Yes ? removeAll(previous) : Result<void>();
+    return isExchanged ? removeAll(previous) : Result<void>();
 }

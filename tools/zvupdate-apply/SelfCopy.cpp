@@ -1,14 +1,13 @@
 #include "SelfCopy.h"
 
 #include "../../platform/files/Files.h"
+#include "ProgramWords.h"
 
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QStringList>
-
-#include <vector>
 
 #include <link.h>
 #include <unistd.h>
@@ -57,16 +56,10 @@ Failure<QString> SelfCopy::run(const Target &target, const QString &folder)
     }
     const QByteArray former = qgetenv(libraryPath);
     qputenv(formerLibraryPath, former);
-    qputenv(libraryPath, QFile::encodeName(folder) + ':' + former);
-    QByteArrayList words;
-    for (const QString &argument : QCoreApplication::arguments())
-        words.append(argument.toUtf8());
-    std::vector<char *> pointers;
-    for (QByteArray &word : words)
-        pointers.push_back(word.data());
-    pointers.push_back(nullptr);
+    qputenv(libraryPath, QFile::encodeName(folder) + (former.isEmpty() ? "" : ":") + former);
+    const ProgramWords words(program, QCoreApplication::arguments().sliced(1));
     if (isCopied)
-        execv(QFile::encodeName(program).constData(), pointers.data());
+        execv(words.program(), words.all());
     return {u"it lies in what it is to replace, and no copy of it can be run from \"%1\": %2"_s.arg(
         folder, qt_error_string())};
 }

@@ -1,0 +1,70 @@
+#include "Archives.h"
+
+#include <archive.h>
+#include <archive_entry.h>
+
+namespace {
+
+void write(archive *writer, const Item &item)
+{
+    archive_entry *entry = archive_entry_new();
+    archive_entry_set_pathname(entry, item.path.constData());
+    archive_entry_set_perm(entry, item.permissions);
+    archive_entry_set_filetype(entry, AE_IFREG);
+    archive_entry_set_size(entry, item.content.size());
+    switch (item.kind) {
+    case Item::File:
+        break;
+    case Item::Folder:
+        archive_entry_set_filetype(entry, AE_IFDIR);
+        break;
+    case Item::Link:
+        archive_entry_set_filetype(entry, AE_IFLNK);
+        archive_entry_set_symlink(entry, item.content.constData());
+        archive_entry_set_size(entry, 0);
+        break;
+    case Item::SecondName:
+        archive_entry_set_hardlink(entry, item.content.constData());
+        archive_entry_set_size(entry, 0);
+        break;
+    case Item::Device:
+        archive_entry_set_filetype(entry, AE_IFCHR);
+        archive_entry_set_rdevmajor(entry, 1);
+        break;
+    case Item::Pipe:
+        archive_entry_set_filetype(entry, AE_IFIFO);
+        break;
+    case Item::Huge:
+        archive_entry_set_size(entry, 1LL << 50);
+        break;
+    }
+    archive_write_header(writer, entry);
+    if (item.kind == Item::File)
+        archive_write_data(writer, item.content.constData(), size_t(item.content.size()));
+    archive_entry_free(entry);
+}
+
+} // namespace
+
+QByteArray archiveOf(const QList<Item> &items, const QByteArray &format)
+{
+    archive *writer = archive_write_new();
+    if (format == "zip")
+        archive_write_set_format_zip(writer);
+    else
+        archive_write_set_format_pax_restricted(writer);
+    if (format == "tar.gz")
+        archive_write_add_filter_gzip(writer);
+    else if (format == "tar.xz")
+        archive_write_add_filter_xz(writer);
+    else if (format == "tar.zst")
+        archive_write_add_filter_zstd(writer);
+    QByteArray bytes(4 << 20, '\0');
+    size_t used = 0;
+    archive_write_open_memory(writer, bytes.data(), size_t(bytes.size()), &used);
+    for (const Item &item : items)
+        write(writer, item);
+    archive_write_free(writer); // Closes it, with what an unfinished entry lacks.
+    bytes.resize(qsizetype(used));
+    return bytes;
+}

@@ -1,0 +1,67 @@
+#pragma once
+
+#include "../support/TestFiles.h"
+#include "../zvupdate/Tool.h"
+
+#include <QDir>
+#include <QDirIterator>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+/// A folder with what is to be replaced, and what stands by it.
+class Installation : public testing::Test
+{
+protected:
+    QString path(const char *name) const { return folder_.filePath(QString::fromUtf8(name)); }
+
+    /// A program that notes that it runs, how and where, and lives for a while.
+    static QByteArray program(const QByteArray &version, const QByteArray &end = "sleep 3")
+    {
+        return "#!/bin/sh\n(echo " + version +
+               " \"$PWD\" \"$MARK$LD_LIBRARY_PATH\" \"$@\" >> \"$OUT\")\n" + end + "\n";
+    }
+
+    QString write(const char *name, const QByteArray &content, bool isExecutable = false) const
+    {
+        QDir().mkpath(QFileInfo(path(name)).path());
+        writeFile(path(name), content);
+        QFile::setPermissions(path(name), isExecutable ? QFile::Permissions(0x7755)
+                                                       : QFile::Permissions(0x6644));
+        return path(name);
+    }
+
+    /// All that is there, with links as their targets and files as their content.
+    QStringList tree() const
+    {
+        QStringList all;
+        QDirIterator each(folder_.path(),
+                          QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
+                          QDirIterator::Subdirectories);
+        while (each.hasNext()) {
+            const QString name = each.next();
+            const QFileInfo info(name);
+            all.append(
+                name + QLatin1Char('=') +
+                (info.isSymLink() ? info.symLinkTarget() : QString::fromLatin1(readFile(name))));
+        }
+        all.sort();
+        return all;
+    }
+
+    /// Runs it, and sees that it says one sentence.
+    static Tool::End apply(const QStringList &arguments)
+    {
+        const Tool::End end = Tool::run(arguments);
+        EXPECT_EQ(end.errors.count(QLatin1Char('\n')), 1) << qPrintable(end.errors);
+        return end;
+    }
+    Tool::End replace(const char *installer, const char *target, const QStringList &more = {}) const
+    {
+        return apply(QStringList{QStringLiteral("--installer"), path(installer),
+                                 QStringLiteral("--replace"), path(target)} +
+                     more);
+    }
+
+    const QTemporaryDir folder_;
+};
