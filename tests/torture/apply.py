@@ -197,7 +197,7 @@ def apply_full(options):
                     expected, status = place.bad, "stuck"
                     road.expect(place.is_version(place.previous, place.old), f"no old one: {what}")
                 road.expect(place.is_version(place.target, expected) or
-                            " stays " in what and not place.target.exists(),
+                            status == "stuck" and not place.target.exists(),
                             f"another version: {what}")
                 left = {path.name for path in place.place.iterdir()}
                 road.expect(left <= {"app", "app.previous"}, f"left behind: {left}: {what}")
