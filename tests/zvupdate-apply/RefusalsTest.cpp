@@ -112,6 +112,7 @@ TEST_F(Refusals, NameWhatIsWrong)
         {"new", "app", {u"--wat"_s}, "wat", 2},
         {"new", "data", {u"--restart"_s}, "not executable"},
         {"new.tar", "folder", {u"--restart"_s}, "--program is missing", 2},
+        {"new", "app", {u"--program"_s, u"x"_s}, "--program is for folders", 2},
         {"new.tar", "folder", {u"--program"_s, u"y"_s, u"--restart"_s}, "no program \"y\""},
         {"new.tar", "folder", {u"--program"_s, u"x"_s, u"--restart"_s}, "no program \"x\""},
     };
