@@ -107,6 +107,9 @@ TEST_F(Apply, RestartsTheNewOneOrElseTheOldOne)
             EXPECT_TRUE(waitFor([&] { return ran() == expected; })) << ran().constData();
             EXPECT_EQ(readFile(path(isFolder ? "app/run" : "app")),
                       status == 0 ? installer : program("old"));
+            EXPECT_EQ(QFile::exists(path("app.previous")), status == 0);
+            QFile::remove(path("app.previous"));
+            QDir(path("app.previous")).removeRecursively();
         }
     }
 }

@@ -11,7 +11,7 @@ void write(archive *writer, const Item &item)
     archive_entry_set_pathname(entry, item.path.constData());
     archive_entry_set_perm(entry, item.permissions);
     archive_entry_set_filetype(entry, AE_IFREG);
-    archive_entry_set_size(entry, item.content.size());
+    archive_entry_set_size(entry, item.announced < 0 ? item.content.size() : item.announced);
     switch (item.kind) {
     case Item::File:
         break;
@@ -33,9 +33,6 @@ void write(archive *writer, const Item &item)
         break;
     case Item::Pipe:
         archive_entry_set_filetype(entry, AE_IFIFO);
-        break;
-    case Item::Huge:
-        archive_entry_set_size(entry, 1LL << 50);
         break;
     }
     archive_write_header(writer, entry);

@@ -15,11 +15,13 @@ class Installation : public testing::Test
 protected:
     QString path(const char *name) const { return folder_.filePath(QString::fromUtf8(name)); }
 
-    /// A program that notes that it runs, how and where, and lives for a while.
+    /// A program that notes that it runs, how and where, if in a session of its own; and lives for
+    /// a while.
     static QByteArray program(const QByteArray &version, const QByteArray &end = "sleep 3")
     {
-        return "#!/bin/sh\n(echo " + version +
-               " \"$PWD\" \"$MARK$LD_LIBRARY_PATH\" \"$@\" >> \"$OUT\")\n" + end + "\n";
+        return "#!/bin/sh\nread -r _ _ _ _ _ session _ < /proc/$$/stat\n[ $session = $$ ] && "
+               "echo " +
+               version + " \"$PWD\" \"$MARK$LD_LIBRARY_PATH\" \"$@\" >> \"$OUT\"\n" + end + "\n";
     }
 
     QString write(const char *name, const QByteArray &content, bool isExecutable = false) const

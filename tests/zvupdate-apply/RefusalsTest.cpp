@@ -1,3 +1,4 @@
+#include "../../platform/files/Files.h"
 #include "../../platform/files/LockedFile.h"
 #include "Archives.h"
 #include "Installation.h"
@@ -27,6 +28,7 @@ TEST_F(Refusals, HostileArchivesLeaveNothingBehind)
     const QByteArray zip = archiveOf({{"grows", Item::File, QByteArray(100'000, 'x')}}, "zip");
     const QByteArray size("\xa0\x86\x01\x00", 4);
     ASSERT_TRUE(zip.contains(size));
+    const auto tooMuch = qint64(ZVPlatform::Files::room(path("app")) * 2);
     const QByteArray whole = archiveOf({{"long", Item::File, QByteArray(100'000, 'x')}}, "tar.xz");
     const struct
     {
@@ -60,7 +62,7 @@ TEST_F(Refusals, HostileArchivesLeaveNothingBehind)
         {archiveOf({file, {"pipe", Item::Pipe}}), "is a device"},
         {archiveOf({file, {"root", Item::File, "x", 04755}}), "set-user"},
         {archiveOf({file, {"group", Item::Folder, "", 02755}}), "set-user"},
-        {archiveOf({file, {"bomb", Item::Huge}}), "no room"},
+        {archiveOf({file, {"bomb", Item::File, "", 0644, tooMuch}}), "no room"},
         {QByteArray(zip).replace(size, QByteArray("\x0a\x00\x00\x00", 4)), "archive"},
         {whole.first(whole.size() - 40), "damaged"},
         {QByteArray(whole).replace(whole.size() / 2, 1, "?"), "damaged"},
@@ -110,6 +112,7 @@ TEST_F(Refusals, NameWhatIsWrong)
         {"new", "app", {u"--wat"_s}, "wat", 2},
         {"new", "data", {u"--restart"_s}, "not executable"},
         {"new.tar", "folder", {u"--restart"_s}, "--program is missing", 2},
+        {"new", "app", {u"--program"_s, u"x"_s}, "--program is for folders", 2},
         {"new.tar", "folder", {u"--program"_s, u"y"_s, u"--restart"_s}, "no program \"y\""},
         {"new.tar", "folder", {u"--program"_s, u"x"_s, u"--restart"_s}, "no program \"x\""},
     };

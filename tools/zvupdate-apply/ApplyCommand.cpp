@@ -130,10 +130,9 @@ Result<void> checkInstaller(const LockedFile &installer, const Settings &setting
 Result<void> checkProgram(const Settings &settings, const Target &target,
                           const Replacement &replacement)
 {
-    const bool isFileWithProgram = !target.isFolder && !settings.program.isEmpty();
-    const QString program = Files::join(replacement.staged(), settings.program);
-    const QFileInfo info(target.isFolder ? program : replacement.staged());
-    if (!settings.restart || (info.isFile() && info.isExecutable() && !isFileWithProgram))
+    const QFileInfo info(target.isFolder ? Files::join(replacement.staged(), settings.program)
+                                         : replacement.staged());
+    if (!settings.restart || (info.isFile() && info.isExecutable()))
         return {};
     if (target.isFolder)
         return Failure{u"the archive has no program \"%1\" to restart"_s.arg(settings.program)};
@@ -195,6 +194,8 @@ Outcome apply(const Arguments &arguments, Console &console)
     if (target->isFolder && settings->restart && settings->program.isEmpty())
         return wrongArguments(u"--program is missing; give --program with the path, within the "
                               "folder, of what --restart starts"_s);
+    if (!target->isFolder && !settings->program.isEmpty())
+        return wrongArguments(u"--program is for folders; leave it out to restart the file"_s);
     Replacement replacement(*target);
     if (const auto prepared = replacement.prepare(); !prepared)
         return Failure{prepared.error()};

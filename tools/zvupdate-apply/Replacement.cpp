@@ -184,6 +184,8 @@ Result<void> Replacement::exchange()
         isDone = moveInPlace(staged(), target_.path, previous);
         error = errno;
     }
+    if (!isDone && !Files::exists(target_.path)) // Nor could what had been begun be undone.
+        return failed(u"\"%1\" stays \"%2\""_s.arg(target_.path, previous), error);
     if (!isDone)
         return failed(u"\"%1\" cannot be exchanged"_s.arg(target_.path), error);
     flushNames(target_);
@@ -201,5 +203,8 @@ Result<void> Replacement::restore()
     if (!isDone)
         return failed(u"\"%1\" cannot be brought back from \"%2\""_s.arg(target_.path, previous));
     flushNames(target_);
-    return isExchanged ? removeAll(previous) : Result<void>();
+    if (isExchanged) // What cannot be removed is, when the next one is kept under that name.
+        [[maybe_unused]]
+        const auto removed = removeAll(previous);
+    return {};
 }
