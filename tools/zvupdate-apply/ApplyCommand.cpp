@@ -221,16 +221,13 @@ Command applyCommand()
         .details =
             {u"An AppImage, a program or a script replaces a file; a zip archive, or a tar archive "
              "with or without gzip, xz or zstd, replaces a folder. Name, permissions and links "
-             "that "
-             "lead there stay, and the old one is kept beside it as NAME.previous."_s,
+             "that lead there stay, and the old one is kept beside it as NAME.previous."_s,
              u"All that can be known is checked first. Then the new one is put on the disk beside "
-             u"the "
-             "old one, the process is waited for, and the two are exchanged. If this ends at any "
-             "moment, the whole old or the whole new one is in place. What a package manager, a "
-             "Flatpak or a snap looks after is left alone."_s,
+             "the old one, the process is waited for, and the two are exchanged. If this ends at "
+             "any moment, the whole old or the whole new one is in place. What a package manager, "
+             "a Flatpak or a snap looks after is left alone."_s,
              u"With --wait-for, the line \"ready\" on standard output says that nothing has been "
-             u"refused "
-             "and the process may end. What happened is one sentence on standard error."_s},
+             "refused and the process may end. What happened is one sentence on standard error."_s},
         .options =
             {{.name = u"installer"_s,
               .valueName = u"FILE"_s,
