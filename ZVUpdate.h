@@ -6,6 +6,7 @@
 #include "controller/ZVUpdateProc.h"
 #include "controller/ZVUpdateProcDelegate.h"
 #include "controller/ZVUpdateVersion.h"
+#include "platform/files/InstallerLink.h"
 #include "platform/settings/HostInstallation.h"
 #include "preferences/UpdatePreferences.h"
 #include "service/HttpFunctionURLEncode.h"

@@ -12,6 +12,7 @@ set(publicHeaders
     controller/ZVUpdateVersion.h
     platform/threads/DelegateAnchor.h
     platform/files/InstallerKind.h
+    platform/files/InstallerLink.h
     platform/Error.h
     platform/Export.h
     preferences/UpdatePreferences.h

@@ -270,8 +270,8 @@ UpdateDownloadProgress UpdateLogicFunc::doGetDownloadProgress() const
         if (const int64_t expected = download->expectedBytes(); expected >= 0)
             progress.total = static_cast<uint64_t>(expected);
         // What was here before has not come of late.
-        progress.bytesPerSecond =
-            d_->rate_.perSecond(std::max(progress.received, progress.resumedAt));
+        progress.bytesPerSecond = d_->rate_.perSecond(
+            progress.received - std::min(progress.received, progress.resumedAt));
     }
     return progress;
 }

@@ -90,12 +90,14 @@ struct UpdateInfoWindowController::Private
 
     void loadWindow();
     void awakeFromNib();
+    bool isVisible() const { return window_ && window_->isVisible(); }
     void tellPlace(const QString &path);
     void closeAndTell(uint64_t action);
 
     UpdateInfoWindowController *const self;
     const QString windowNibName_;
     const Bundle bundle_;
+    bool isActing_ = false; // "Update" has been chosen, and is not dealt with yet.
     QString place_;         // Of an installer that no program opens; empty otherwise.
     bool isLoaded_ = false; // Or it has been tried; it is not tried again.
     QPointer<QDialog> window_;
@@ -193,21 +195,35 @@ void UpdateInfoWindowController::updateAction()
         return;
     if (!d_->place_.isEmpty())
         return WindowSystem::showInFileManager(d_->place_);
-    // A host may have taken the step upon itself, or the opening of files, and do anything then.
+    if (d_->isActing_)
+        return;
+    // A host may do anything while it takes the step upon itself, or the opening of files.
     const QPointer self(this);
+    const bool wasVisible = d_->isVisible();
+    d_->isActing_ = true;
     auto *delegate = d_->delegate_.get();
-    if (!delegate || !delegate->infoWindowInstalls(*path)) {
-        const QString link = installerLink(*path);
-        const bool isOpen = self && WindowSystem::openFile(link);
-        if (self && !isOpen)
-            return d_->tellPlace(link);
+    const bool isTaken = delegate && delegate->infoWindowInstalls(*path);
+    if (!self)
+        return;
+    if (!isTaken && wasVisible && !d_->isVisible()) {
+        d_->isActing_ = false;
+        return; // It was closed meanwhile.
     }
-    if (self)
+    const QString link = isTaken ? QString() : installerLink(*path);
+    const bool isDone = isTaken || WindowSystem::openFile(link);
+    if (!self)
+        return;
+    d_->isActing_ = false;
+    if (isDone)
         d_->closeAndTell(1);
+    else
+        d_->tellPlace(link);
 }
 
 void UpdateInfoWindowController::cancelAction()
 {
+    if (d_->isActing_)
+        return;
     if (d_->dontReminedMe_ && d_->dontReminedMe_->checkState() == Qt::Checked) {
         UpdatePreferences::setAutomaticUpdating(false);
         UpdatePreferences::synchronise();
@@ -392,8 +408,6 @@ void UpdateInfoWindowController::Private::awakeFromNib()
                      &UpdateInfoWindowController::systemPowerOffNotification);
 }
 
-// The last thing that an action does: who hears of it may destroy this controller, and so may
-// whoever watches the window close.
 // In the place of the notes, where it can be copied.
 void UpdateInfoWindowController::Private::tellPlace(const QString &path)
 {
@@ -414,6 +428,8 @@ void UpdateInfoWindowController::Private::tellPlace(const QString &path)
     }
 }
 
+// The last thing that an action does: who hears of it may destroy this controller, and so may
+// whoever watches the window close.
 void UpdateInfoWindowController::Private::closeAndTell(uint64_t action)
 {
     const auto delegate = delegate_;

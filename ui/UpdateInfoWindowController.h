@@ -73,7 +73,9 @@ public:
     /// "Update": opens the installer, unless the delegate sees to it, closes the window and tells
     /// the delegate 1. Does nothing when there is no installer. Where no program opens it, the
     /// window stays and says where the installer lies, nobody is told, and the button shows that
-    /// place in the file manager from then on.
+    /// place in the file manager from then on. Blocks while the desktop is asked for a program, for
+    /// two seconds a question at the most, and while a link is made, or a copy where there are
+    /// none.
     void updateAction();
 
     /// "Not now": switches automatic updating off if the check box says so, closes the window and

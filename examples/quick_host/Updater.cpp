@@ -55,6 +55,8 @@ void Updater::updateDownloadFailed(const UpdateOutcome &outcome)
 
 bool Updater::install()
 {
+    // By its own name no desktop but one would know what it is.
+    installer_ = ZVPlatform::installerLink(installer_);
     if (QDesktopServices::openUrl(QUrl::fromLocalFile(installer_)))
         return true;
     show(tr("Please open the installer yourself: %1").arg(installer_), false);

@@ -1,7 +1,7 @@
 // A host application of the size of a page: a menu with "Check for Updates…" and the setting
 // "Automatically check for updates", how a check or its
-// download is getting on in the status bar, and the library's
-// own window when an installer is ready. Copy what you need.
+// download is getting on in the status bar, and the library's own window when an installer is
+// ready. Copy what you need.
 
 #include <ZVUpdate/ZVUpdate.h>
 
@@ -111,7 +111,10 @@ private:
 
     void check(ZVUpdateProc::CheckReason reason)
     {
-        // False when one is running already, which will tell its outcome.
+        const auto client = updater_->mCurrentDownloadUpdateLogic();
+        if (client && !client->doCheckDownloadStop())
+            return; // A download is running; a second one would want the same file.
+        // False when a check is running already, which will tell its outcome.
         if (updater_->startCheck(reason, this))
             statusBar()->showMessage(tr("Checking for updates…"));
     }

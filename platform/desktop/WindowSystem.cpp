@@ -110,8 +110,10 @@ bool hasProgramFor(const QString &path)
     if (asker.isEmpty() || isSandboxed) // In a sandbox, what is outside opens files.
         return true;
     const QMimeType type = QMimeDatabase().mimeTypeForFile(path);
-    QStringList names = QStringList(type.name()) + type.allAncestors();
-    names.removeAll(QStringLiteral("application/octet-stream")); // It says nothing.
+    QStringList names = QStringList(type.name()) + type.aliases() + type.allAncestors();
+    // What opens any bytes or any text does not install.
+    names.removeAll(QStringLiteral("application/octet-stream"));
+    names.removeAll(QStringLiteral("text/plain"));
     return names.isEmpty() || std::any_of(names.begin(), names.end(), [&](const QString &name) {
                return hasProgramForType(asker, name).value_or(true);
            });
@@ -174,7 +176,8 @@ void WindowSystem::showInFileManager(const QString &path)
         QStringLiteral("org.freedesktop.FileManager1"),
         QStringLiteral("/org/freedesktop/FileManager1"),
         QStringLiteral("org.freedesktop.FileManager1"), QStringLiteral("ShowItems"));
-    call << QStringList(QUrl::fromLocalFile(path).toString(QUrl::FullyEncoded)) << QString();
+    const QUrl file = QUrl::fromLocalFile(QFileInfo(path).absoluteFilePath());
+    call << QStringList(file.toString(QUrl::FullyEncoded)) << QString();
     const auto openFolder = [path] {
         QDesktopServices::openUrl(QUrl::fromLocalFile(QFileInfo(path).absolutePath()));
     };

@@ -34,6 +34,8 @@ const Traits allTraits[] = {
     {InstallerKind::Tar, "application/x-tar", ".tar", "a tar archive, which tar unpacks"},
     {InstallerKind::TarGzip, "application/gzip", ".tar.gz",
      "compressed by gzip; if it is a tar archive, tar unpacks it"},
+    {InstallerKind::TarBzip2, "application/x-bzip2", ".tar.bz2",
+     "compressed by bzip2; if it is a tar archive, tar unpacks it"},
     {InstallerKind::TarXz, "application/x-xz", ".tar.xz",
      "compressed by xz; if it is a tar archive, tar unpacks it"},
     {InstallerKind::TarZstd, "application/zstd", ".tar.zst",
@@ -53,6 +55,7 @@ const struct
     {8, QByteArrayLiteral("AI\1"), InstallerKind::AppImage},
     {8, QByteArrayLiteral("AI\2"), InstallerKind::AppImage},
     {0, QByteArrayLiteral("\177ELF"), InstallerKind::Executable},
+    {0, QByteArrayLiteral("BZh"), InstallerKind::TarBzip2},
     {0, QByteArrayLiteral("#!"), InstallerKind::Script},
     {0, QByteArrayLiteral("flatpak\0"), InstallerKind::FlatpakBundle},
 };

@@ -16,7 +16,9 @@ enum class InstallerKind {
     Script, ///< Begins with "#!", as self-extracting .run files do.
     Zip,
     Tar,
-    TarGzip, ///< This and the next two: compressed, with what is most likely a tar archive inside.
+    TarGzip, ///< This and the next three: compressed, with what is most likely a tar archive
+             ///< inside.
+    TarBzip2,
     TarXz,
     TarZstd,
     DiskImage,  ///< Of macOS.

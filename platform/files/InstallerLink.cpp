@@ -21,6 +21,12 @@ fs::path nativePath(const QString &path)
     return {QFile::encodeName(path).toStdString()};
 }
 
+QString nameFor(const QString &path, InstallerKind kind)
+{
+    const QString suffix = installerSuffix(kind);
+    return suffix.isEmpty() ? path : Files::replaceExtension(path, suffix.mid(1));
+}
+
 bool isSameFile(const QString &one, const QString &other)
 {
     std::error_code error;
@@ -28,18 +34,21 @@ bool isSameFile(const QString &one, const QString &other)
 }
 
 // A file that is no link to its installer is somebody else's, and stays.
-void removeOtherLinks(const QString &path, const QString &suffix)
+void removeLinksOfOthers(const QFileInfo &installer)
 {
-    const QFileInfo installer(path);
-    const QString product = installer.completeBaseName().section(QLatin1Char('_'), 0, -2);
-    const auto files = installer.dir().entryInfoList(QDir::Files);
-    for (const QFileInfo &file : files) {
-        const QString name = file.filePath();
-        if (!file.fileName().startsWith(product + QLatin1Char('_')) || !name.endsWith(suffix))
+    const auto productOf = [](const QFileInfo &file) {
+        return file.completeBaseName().section(QLatin1Char('_'), 0, -2);
+    };
+    const auto images =
+        installer.dir().entryInfoList({QLatin1String("*.") + installer.suffix()}, QDir::Files);
+    for (const QFileInfo &image : images) {
+        if (image == installer || productOf(image) != productOf(installer))
             continue;
-        const QString origin = name.chopped(suffix.size()) + QLatin1Char('.') + installer.suffix();
-        if (origin != path && isSameFile(name, origin))
-            QFile::remove(name);
+        for (int kind = 0; kind < static_cast<int>(InstallerKind::Unknown); ++kind) {
+            const QString link = nameFor(image.filePath(), static_cast<InstallerKind>(kind));
+            if (link != image.filePath() && isSameFile(link, image.filePath()))
+                QFile::remove(link);
+        }
     }
 }
 
@@ -58,21 +67,19 @@ QString installerLink(const QString &path)
         return path;
     const InstallerKind kind = installerKind(file);
     if (isStarted(kind))
-        file.setPermissions(file.permissions() | QFile::ExeOwner | QFile::ExeUser);
-    const QString suffix = installerSuffix(kind);
-    if (suffix.isEmpty() || path.endsWith(suffix))
-        return path;
-    removeOtherLinks(path, suffix);
+        file.setPermissions(file.permissions() | QFile::ExeOwner);
+    removeLinksOfOthers(QFileInfo(path));
 
-    const QString link = Files::replaceExtension(path, suffix.mid(1));
+    const QString link = nameFor(path, kind);
     if (isSameFile(link, path))
         return link;
     std::error_code error;
     fs::remove(nativePath(link), error); // Of an earlier file, or a copy.
     fs::create_hard_link(nativePath(path), nativePath(link), error);
-    if (error)
-        fs::copy_file(nativePath(path), nativePath(link), error);
-    return error ? path : link;
+    if (!error || fs::copy_file(nativePath(path), nativePath(link), error))
+        return link;
+    QFile::remove(link); // It may be cut off.
+    return path;
 }
 
 } // namespace ZVPlatform

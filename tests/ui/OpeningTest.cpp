@@ -66,6 +66,7 @@ TEST_F(OpeningTest, GivesTheDesktopANameByWhichItKnowsTheKind)
         {QByteArrayLiteral("PK\3\4\x14\0\0\0"), "P_2.zip"},
         {QByteArray(257, 'n') + QByteArrayLiteral("ustar\0") + "00", "P_2.tar"},
         {QByteArrayLiteral("\x1f\x8b\x08\0"), "P_2.tar.gz"},
+        {"BZh91AY&SY", "P_2.tar.bz2"},
         {QByteArrayLiteral("\xfd"
                            "7zXZ\0\0"),
          "P_2.tar.xz"},
@@ -142,12 +143,16 @@ TEST_F(OpeningTest, OpensNothingWhenTheDelegateSeesToIt)
         bool infoWindowInstalls(const QString &path) override
         {
             heard.append(path);
+            controller->updateAction(); // The user presses on, while the host asks something.
+            controller->cancelAction();
             return true;
         }
+        UpdateInfoWindowController *controller = nullptr;
         QStringList heard;
     } host;
     const WindowEvents events;
     place("!<arch>\ndebian-binary");
+    host.controller = &*controller_;
     controller_->setDelegate(&host);
     controller_->updateAction();
     EXPECT_EQ(host.heard, QStringList({installer_, u"1"_s}));

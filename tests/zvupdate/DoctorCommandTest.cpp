@@ -100,6 +100,14 @@ TEST(DoctorCommandTest, NamesWhatIsWrongAndChangesNothing)
          [] { qputenv("http_proxy", "http://a:b@127.0.0.1:1"); },
          "service",
          "Check the network, and the proxy that http_proxy names"},
+        {"a proxy that is not asked",
+         {},
+         [] {
+             qputenv("http_proxy", "http://127.0.0.1:1");
+             qputenv("no_proxy", "example.com, 127.0.0.1");
+         },
+         "",
+         "without a proxy"},
         {"no proxy's address",
          {},
          [] { qputenv("http_proxy", "http:/usr:SECRET@127.0.0.1:1"); },
@@ -164,6 +172,7 @@ TEST(DoctorCommandTest, NamesWhatIsWrongAndChangesNothing)
         EXPECT_EQ(errors, QString());
         EXPECT_FALSE(output.contains(u"SECRET"_s));
         qunsetenv("http_proxy");
+        qunsetenv("no_proxy");
         QDir(newPath).removeRecursively();
         QFile::remove(newPath);
         QDir(QFileInfo(settingsPath).path()).removeRecursively();

@@ -4,10 +4,27 @@
 
 #include <QUrl>
 
+#include <algorithm>
+
 using namespace Qt::StringLiterals;
 using namespace ZVPlatform;
 
 namespace {
+
+// Whether a host is asked directly: by its name, or that of a domain above it.
+bool isExempt(const QString &host)
+{
+    QString list = qEnvironmentVariable("no_proxy");
+    if (list.isEmpty())
+        list = qEnvironmentVariable("NO_PROXY");
+    if (list == u"*")
+        return true;
+    const QStringList names = list.toLower().replace(u',', u' ').split(u' ', Qt::SkipEmptyParts);
+    return std::any_of(names.begin(), names.end(), [&host](const QString &name) {
+        const QString domain = name.startsWith(u'.') ? name.mid(1) : name;
+        return host == domain || host.endsWith(u'.' + domain);
+    });
+}
 
 // An address for people: the command that is sealed in it means nothing to them.
 QString shown(const QString &address)
@@ -38,6 +55,8 @@ QString remedyForUnreachable(const UpdateOutcome &outcome)
 std::optional<NamedProxy> proxyFor(const QString &address)
 {
     const QUrl url(address);
+    if (isExempt(url.host().toLower()))
+        return std::nullopt;
     // "HTTP_PROXY" is left out, as web servers set it to what their clients say.
     const QStringList variables =
         url.scheme() == u"https"

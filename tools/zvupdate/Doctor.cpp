@@ -210,13 +210,13 @@ void Doctor::examineProxy()
 {
     const auto proxy = proxyFor(client_.mBaseURL());
     if (!proxy)
-        pass(u"proxy"_s, u"No proxy is named for the service."_s);
+        pass(u"proxy"_s, u"The service is asked without a proxy."_s);
     else if (proxy->address.isEmpty())
         fail(u"proxy"_s, u"What %1 holds is not the address of a proxy."_s.arg(proxy->variable),
              u"Set it to one such as http://proxy.example.com:3128, or unset it."_s);
     else
-        pass(u"proxy"_s, u"%1 names the proxy %2, but for the hosts in no_proxy."_s.arg(
-                             proxy->variable, proxy->address));
+        pass(u"proxy"_s,
+             u"%1 names the proxy %2 for the service."_s.arg(proxy->variable, proxy->address));
 }
 
 bool Doctor::examineReply()

@@ -75,7 +75,7 @@ public:
     void windowEnded(WindowAction action) override
     {
         if (action == WindowAction::Update)
-            console_.say(u"\"Update\" was chosen, and the installer opened"_s);
+            console_.say(u"\"Update\" was chosen"_s);
         else if (action == WindowAction::Cancel)
             console_.say(u"\"Not now\" was chosen"_s);
         else
