@@ -22,7 +22,7 @@ namespace {
 /// A desktop that notes down what it is asked, and a window for an installer.
 class OpeningTest : public testing::Test
 {
-protected:
+public:
     OpeningTest()
     {
         QDir(directory_.path()).mkpath(u"bin"_s);
@@ -34,6 +34,7 @@ protected:
     }
     ~OpeningTest() override { qputenv("PATH", path_); }
 
+protected:
     void place(const QByteArray &content)
     {
         writeFile(installer_, content);

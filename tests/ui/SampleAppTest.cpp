@@ -17,7 +17,7 @@ namespace {
 
 class SampleAppTest : public testing::Test
 {
-protected:
+public:
     ~SampleAppTest() override
     {
         ZVUpdateProc::releaseSharedZVUpdateProc();
@@ -25,6 +25,7 @@ protected:
         UpdatePreferences::synchronise();
     }
 
+protected:
     static bool shows(const MainWindow &window, const QString &text)
     {
         return waitFor([&] { return window.statusBar()->currentMessage() == text; });
