@@ -40,9 +40,12 @@ TEST(ArgumentsTest, WrongOnesAreRefusedInOneLineThatNamesThem)
         {right + words("--mode both"), "session or connection"},
         {right + words("--json=yes"), "--json"},
         {right + words("--frobnicate"), "frobnicate"},
-        {right + words("--show-window"), "--product-name"},
         {right + words("--product-name N"), "--show-window"},
+#ifdef ZVUPDATE_HAS_WINDOW
+        {right + words("--show-window"), "--product-name"},
         {right + words("--show-window --product-name N --no-delegate"), "--no-delegate"},
+#endif
+        {right + words("--on-update true"), "--show-window"},
         {right + words("more"), "more"},
         {right + words("--application Name"), "ORGANIZATION/NAME"},
         {words("doctor --product-id a/b --product-version 1 --directory d"), "--product-id"},
