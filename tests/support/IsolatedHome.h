@@ -7,8 +7,8 @@
 #include <ctime>
 
 /// A home directory for one run of a test program, which is gone afterwards: neither the files nor
-/// the preferences nor the proxies nor the time zone of whoever runs the tests take part. Made
-/// before the application object.
+/// the preferences nor the proxies nor the time zone of whoever runs the tests take part, nor does
+/// their desktop: here there is a program for every file. Made before the application object.
 class IsolatedHome
 {
 public:
@@ -22,6 +22,13 @@ public:
         for (const char *proxy : {"http_proxy", "https_proxy", "HTTPS_PROXY", "all_proxy",
                                   "ALL_PROXY", "no_proxy", "NO_PROXY"})
             qunsetenv(proxy);
+        const QString asker = home_.filePath(QStringLiteral("xdg-mime"));
+        QFile program(asker);
+        if (!program.open(QIODevice::WriteOnly) ||
+            program.write("#!/bin/sh\necho viewer.desktop\n") < 0)
+            qFatal("%s cannot be written.", qPrintable(asker));
+        program.setPermissions(QFile::ReadOwner | QFile::ExeOwner);
+        qputenv("PATH", QFile::encodeName(home_.path()) + ':' + qgetenv("PATH"));
         // Without this the C library looks at its file for each conversion, under a lock of its own
         // that thread sanitizer does not see.
         qputenv("TZ", "UTC0");
