@@ -16,6 +16,12 @@ set(publicHeaders
     platform/Error.h
     platform/Export.h
     preferences/UpdatePreferences.h
+    platform/Result.h
+    platform/settings/VersionOrder.h
+    release/ReleaseKey.h
+    release/ReleaseKeys.h
+    release/ReleaseSignature.h
+    release/ReleaseStatement.h
     service/BaseResponse.h
     service/CheckUpdateResponse.h
     service/HttpFunctionURLEncode.h

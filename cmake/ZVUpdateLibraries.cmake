@@ -7,6 +7,7 @@ add_library(zvupdate_core_objects OBJECT
     controller/UpdateFiles.cpp
     controller/ZVUpdateProc.cpp
     controller/ZVUpdateVersion.cpp
+    platform/crypto/Ed25519.cpp
     platform/threads/ApplicationEnd.cpp
     platform/Error.cpp
     platform/files/FileDigest.cpp
@@ -28,8 +29,14 @@ add_library(zvupdate_core_objects OBJECT
     platform/threads/SerialQueue.cpp
     platform/settings/SystemLog.cpp
     platform/settings/Text.cpp
+    platform/settings/VersionOrder.cpp
     preferences/UpdatePreferences.cpp
     platform/threads/Worker.cpp
+    release/ReleaseKey.cpp
+    release/ReleaseKeys.cpp
+    release/ReleaseSignature.cpp
+    release/ReleaseStatement.cpp
+    release/SignatureText.cpp
     service/BaseResponse.cpp
     service/CheckUpdateResponse.cpp
     service/HttpFunctionURLEncode.cpp
@@ -45,6 +52,9 @@ set_target_properties(zvupdate_core_objects PROPERTIES
 target_compile_definitions(zvupdate_core_objects PRIVATE
     ZVUPDATE_SERVICE_URL="${ZVUPDATE_SERVICE_URL}"
     $<$<BOOL:${ZVUPDATE_OVERRIDE_FILE}>:ZVUPDATE_OVERRIDE_FILE>)
+string(TIMESTAMP today "%Y-%m-%d" UTC) # A signature's end is compared with it, at the least.
+set_property(SOURCE service/CheckUpdateResponse.cpp APPEND PROPERTY
+    COMPILE_DEFINITIONS ZVUPDATE_BUILD_DATE="${today}")
 target_include_directories(zvupdate_core_objects PUBLIC ${PROJECT_SOURCE_DIR})
 target_link_libraries(zvupdate_core_objects
     PUBLIC Qt6::Core CURL::libcurl OpenSSL::Crypto Threads::Threads

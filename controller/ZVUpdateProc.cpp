@@ -1,7 +1,6 @@
 #include "ZVUpdateProc.h"
 
 #include "../platform/KnownErrors.h"
-#include "../platform/files/FileDigest.h"
 #include "../platform/files/Files.h"
 #include "../platform/files/LockedFile.h"
 #include "../platform/files/PartialFile.h"
@@ -118,6 +117,7 @@ void discard(const UpdateFiles &files, const std::function<bool()> &stopped)
 }
 
 constexpr std::chrono::milliseconds betweenProgress(100);
+constexpr int rangeNotSatisfiable = 416; // The HTTP status where there are no more bytes.
 
 // Whether there was memory for a call.
 bool tried(const std::function<void()> &call)
@@ -160,14 +160,17 @@ public:
     std::optional<Kind> obstacle(Call call) const;
     Checked check(const std::shared_ptr<UpdateLogicFunc> &client, Call call);
     Checked fetch(const std::shared_ptr<UpdateLogicFunc> &client, const UpdateFiles &files,
-                  const QString &digest, Call call);
+                  const CheckUpdateResponse &reply, Call call);
     Checked checkInBackground(const std::shared_ptr<UpdateLogicFunc> &client, Call call);
-    bool hasInstaller(const UpdateFiles &files, const QString &digest,
+    bool hasInstaller(const UpdateFiles &files, const CheckUpdateResponse &reply,
                       const std::function<bool()> &stopped);
     Verified installVerified(LockedFile &file, const QString &diskImagePath,
-                             const std::optional<QString> &digest,
+                             const CheckUpdateResponse *reply,
                              const std::function<bool()> &stopped);
     void endCheck(const Checked &checked);
+    std::function<bool()> startingOver(const std::weak_ptr<UpdateLogicFunc> &client,
+                                       const std::function<void(UpdateLogicFunc &)> &start,
+                                       const QString &temporaryPath);
     bool isUnwanted() const;
     void scheduleFileReady(const QString &path);
     std::function<void()> whileHere(std::function<void(ZVUpdateProc &)> call) const;
@@ -186,8 +189,11 @@ public:
     Guarded<std::optional<QString>> mProductID_;
     Guarded<std::optional<QString>> mProductVersion_;
     Guarded<std::optional<QString>> mSaveFileDirectory_;
+    Guarded<std::optional<ReleaseKeys>> releaseKeys_; // Absent: no signature is demanded.
+    std::atomic<bool> hasChecked_ = false;
     std::atomic<bool> mDebug_ = false;
     const std::shared_ptr<std::atomic<bool>> isEnding_ = std::make_shared<std::atomic<bool>>(false);
+    Guarded<std::function<bool()>> startsOver_; // Whether a failed download has begun anew.
 
     // The main thread's, of the check in the background and its download.
     bool isProgressWatched_ = false;
@@ -237,8 +243,21 @@ void ZVUpdateProc::setProductID(const std::optional<QString> &productID,
     setMSaveFileDirectory(productSaveDirectory);
 }
 
+ZVPlatform::Result<void> ZVUpdateProc::setReleaseKeys(const QList<QByteArray> &keys)
+{
+    const auto read = ReleaseKeys::read(keys);
+    const bool isInTime = !d_->hasChecked_;
+    d_->releaseKeys_.set(read && isInTime ? *read : ReleaseKeys());
+    if (!isInTime)
+        return Failure{QStringLiteral("Release keys are to be set before the first check.")};
+    if (!read)
+        return Failure{read.error()};
+    return {};
+}
+
 int64_t ZVUpdateProc::updateWithDelegate(ZVUpdateProcDelegate *delegate)
 {
+    d_->hasChecked_ = true;
     if (const auto obstacle = d_->obstacle(Private::Call::Blocking)) {
         d_->lastOutcome_.set(UpdateOutcome(*obstacle));
         return resultFor(*obstacle);
@@ -260,6 +279,7 @@ bool ZVUpdateProc::startCheck(CheckReason reason, ZVUpdateProcDelegate *delegate
 {
     if (isChecking())
         return false;
+    d_->hasChecked_ = true;
     setDelegate(delegate);
     const auto client = std::make_shared<UpdateLogicFunc>();
     d_->checking_ = client;
@@ -341,7 +361,7 @@ void ZVUpdateProc::downloadFinishWithFilePath(const QString &path)
     const auto stopped = [this] { return d_->isUnwanted(); };
     LockedFile file(path, stopped);
     const QString diskImagePath = UpdateFiles::diskImagePathFor(path);
-    const auto verified = d_->installVerified(file, diskImagePath, digest, stopped);
+    const auto verified = d_->installVerified(file, diskImagePath, response.get(), stopped);
     if (verified == Private::Verified::NotNow) {
         const bool isStopped = d_->isUnwanted();
         HttpFunctionPost::failHere(isStopped ? networkError(NetworkError::Cancelled)
@@ -371,7 +391,8 @@ void ZVUpdateProc::downloadFinishWithFilePath(const QString &path)
 
 void ZVUpdateProc::downloadFailed(const UpdateOutcome &outcome)
 {
-    if (!delegate())
+    const auto startsOver = d_->startsOver_.get();
+    if ((startsOver && startsOver()) || !delegate())
         return;
     d_->onMain([outcome](ZVUpdateProc &controller) {
         if (ZVUpdateProcDelegate *host = controller.delegate())
@@ -388,6 +409,12 @@ void ZVUpdateProc::infoWindowClosedActions(uint64_t action)
         host->windowClosedUpdateAction();
     else if (action == 0)
         host->windowClosedCancelAction();
+}
+
+void ZVUpdateProc::infoWindowRefusedInstaller()
+{
+    if (ZVUpdateProcDelegate *host = delegate())
+        host->updateDownloadFailed(UpdateOutcome(Kind::WrongDigest));
 }
 
 bool ZVUpdateProc::infoWindowInstalls(const QString &path)
@@ -507,7 +534,17 @@ ZVUpdateProc::Private::check(const std::shared_ptr<UpdateLogicFunc> &client, Cal
     ReplacedClients::keep(std::move(former));
 
     // The reply and the client are kept for those who ask later; the check goes on with its own.
-    const auto reply = client->doCheckUpdate(productID, productVersion);
+    auto reply = client->doCheckUpdate(productID, productVersion);
+    std::optional<UpdateOutcome> refusal;
+    if (const auto keys = releaseKeys_.get(); keys && reply->ok()) {
+        const auto release = reply->signedRelease(*keys, productID, productVersion);
+        if (release)
+            reply->setRelease(*release);
+        else
+            refusal = release.error();
+    }
+    if (refusal) // Nor is anything else in it to be believed.
+        reply = std::make_shared<CheckUpdateResponse>();
     if (!client->isCancelled()) // By the one that is kept a running download is verified.
         self->setMLastCheckUpdateResponse(reply);
     const QString version = reply->ZVUpdateVersion().value_or(QString());
@@ -515,6 +552,8 @@ ZVUpdateProc::Private::check(const std::shared_ptr<UpdateLogicFunc> &client, Cal
     const auto files = UpdateFiles::named(directory, productID, version);
     if (const auto failure = client->lastFailure())
         return {*failure};
+    if (refusal)
+        return {*refusal};
     if (!reply->ok()) {
         Checked checked{UpdateOutcome(Kind::NothingNewer)};
         checked.outcome.serviceMessage = reply->msg().value_or(QString());
@@ -526,7 +565,7 @@ ZVUpdateProc::Private::check(const std::shared_ptr<UpdateLogicFunc> &client, Cal
     if (!files)
         return {UpdateOutcome(Kind::UnsafeName)};
     debugLog(QStringLiteral("checkUpdate OK ... ") + reply->debugDescription());
-    return fetch(client, *files, digest, call);
+    return fetch(client, *files, *reply, call);
 }
 
 // The same on a thread of the library's, at whose end nothing is thrown.
@@ -548,12 +587,12 @@ ZVUpdateProc::Private::checkInBackground(const std::shared_ptr<UpdateLogicFunc> 
 // Has the offered installer on disk, or prepares its download.
 ZVUpdateProc::Private::Checked
 ZVUpdateProc::Private::fetch(const std::shared_ptr<UpdateLogicFunc> &client,
-                             const UpdateFiles &files, const QString &digest, Call call)
+                             const UpdateFiles &files, const CheckUpdateResponse &reply, Call call)
 {
     const auto stopped = [this, &client] { return *isEnding_ || client->isCancelled(); };
     const Checked ready{UpdateOutcome(Kind::InstallerReady),
                         [this, path = files.diskImagePath] { scheduleFileReady(path); }};
-    if (hasInstaller(files, digest, stopped))
+    if (hasInstaller(files, reply, stopped))
         return ready;
     if (stopped())
         return {UpdateOutcome(Kind::Stopped)};
@@ -568,9 +607,12 @@ ZVUpdateProc::Private::fetch(const std::shared_ptr<UpdateLogicFunc> &client,
 
     const QString token = tokenReply->ID().value_or(QString());
     const uint64_t remoteSize = client->doGetFileSize(token, files.serviceFileName);
+    const auto &release = reply.release();
+    if (release && (client->lastFailure() || remoteSize != release->size))
+        return {client->lastFailure().value_or(UpdateOutcome(Kind::WrongSize))};
     if (remoteSize == Files::size(files.temporaryPath)) {
         LockedFile file(files.temporaryPath, stopped);
-        const Verified verified = installVerified(file, files.diskImagePath, digest, stopped);
+        const Verified verified = installVerified(file, files.diskImagePath, &reply, stopped);
         if (verified == Verified::Named)
             return ready;
         if (verified == Verified::Unnamed)
@@ -580,34 +622,61 @@ ZVUpdateProc::Private::fetch(const std::shared_ptr<UpdateLogicFunc> &client,
     debugLog(QStringLiteral("fileSize ... ") + QString::number(static_cast<int64_t>(remoteSize)));
     // The length of a page that says what is wrong is not the installer's.
     const uint64_t toldSize = client->lastFailure() ? 0 : remoteSize;
-    if (call == Call::AskedByUser && isSpent(Files::size(files.temporaryPath), toldSize) &&
-        !stopped())
+    if ((call == Call::AskedByUser || release) &&
+        isSpent(Files::size(files.temporaryPath), toldSize) && !stopped())
         Files::remove(files.temporaryPath, stopped); // A file that another process has stays.
     const bool looksAhead = call != Call::Blocking;
     if (const auto found =
             looksAhead ? obstacleToDownload(files.temporaryPath, toldSize) : std::nullopt)
         return {UpdateOutcome(*found)};
-    const auto fullDisk = looksAhead ? UpdateLogicFunc::Stop : UpdateLogicFunc::GoOn;
-    return {UpdateOutcome(Kind::DownloadStarted), [client, token, files, fullDisk] {
-                client->doStartDownload(token, files.serviceFileName, files.temporaryPath,
-                                        fullDisk);
+    const auto start = [token, files, release, call](UpdateLogicFunc &logic) {
+        const auto fullDisk =
+            call == Call::Blocking ? UpdateLogicFunc::GoOn : UpdateLogicFunc::Stop;
+        logic.doStartDownload(token, files.serviceFileName, files.temporaryPath, fullDisk,
+                              release ? std::optional<uint64_t>(release->size) : std::nullopt);
+    };
+    return {UpdateOutcome(Kind::DownloadStarted), [this, client, start, files, call] {
+                // Before there is a download to fail.
+                startsOver_.set(call == Call::AskedByUser
+                                    ? startingOver(client, start, files.temporaryPath)
+                                    : nullptr);
+                start(*client);
             }};
 }
 
+// Where the service tells no size, only the download shows that it has no more bytes for the
+// temporary file. It begins anew, once.
+std::function<bool()>
+ZVUpdateProc::Private::startingOver(const std::weak_ptr<UpdateLogicFunc> &client,
+                                    const std::function<void(UpdateLogicFunc &)> &start,
+                                    const QString &temporaryPath)
+{
+    return [this, client, start, temporaryPath] {
+        const auto logic = client.lock();
+        const auto failure = logic ? logic->lastFailure() : std::nullopt;
+        if (!failure || failure->httpStatus != rangeNotSatisfiable || logic->isCancelled())
+            return false;
+        startsOver_.set(nullptr);
+        Files::remove(temporaryPath);
+        start(*logic);
+        return true;
+    };
+}
+
 // Whether the offered installer is on disk. What is there of another goes.
-bool ZVUpdateProc::Private::hasInstaller(const UpdateFiles &files, const QString &digest,
+bool ZVUpdateProc::Private::hasInstaller(const UpdateFiles &files, const CheckUpdateResponse &reply,
                                          const std::function<bool()> &stopped)
 {
+    const QString digest = reply.ZVMD5().value_or(QString());
     const auto lastDownloadDigest = UpdatePreferences::lastDownloadDigest();
     // A directory is nobody's installer, but stays, and so does what has been fetched.
     if (Files::exists(files.diskImagePath) && !Files::isDirectory(files.diskImagePath)) {
-        const QByteArray found = md5OfFile(files.diskImagePath, stopped);
-        if (stopped())
+        const auto isOffered = reply.announces(files.diskImagePath, stopped);
+        if (!isOffered || stopped())
             return false;
         // A file that is missing has the digest of no bytes, but is not the file that was
         // announced.
-        if (isSameDigest(QString::fromLatin1(found.toHex()), digest) &&
-            Files::exists(files.diskImagePath)) {
+        if (*isOffered && Files::exists(files.diskImagePath)) {
             debugLog(QStringLiteral("下載好，與線上的MD5相同"));
             return true;
         }
@@ -650,17 +719,20 @@ void ZVUpdateProc::Private::endCheck(const Checked &checked)
 // locked, or that is not wanted any more, stays as it is, for the next check to deal with.
 ZVUpdateProc::Private::Verified
 ZVUpdateProc::Private::installVerified(LockedFile &file, const QString &diskImagePath,
-                                       const std::optional<QString> &digest,
+                                       const CheckUpdateResponse *reply,
                                        const std::function<bool()> &stopped)
 {
     if (file.state() == LockedFile::State::InUse)
         return Verified::NotNow;
     if (file.state() == LockedFile::State::NotOpen)
         return Verified::No; // The digest of no bytes, but not the file that was announced.
-    const auto found = md5OfOpenFile(file.descriptor(), stopped);
-    if (!found)
+    const bool isUnsigned = releaseKeys_.get() && (!reply || !reply->release());
+    if (!reply || isUnsigned)
+        return Verified::No;
+    const auto isOffered = reply->announcesOpenFile(file.descriptor(), stopped);
+    if (!isOffered)
         return Verified::NotNow;
-    if (!isSameDigest(QString::fromLatin1(found->toHex()), digest))
+    if (!*isOffered)
         return Verified::No;
     if (!self->delegate())
         return Verified::Unnamed;

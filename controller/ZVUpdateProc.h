@@ -1,6 +1,7 @@
 #pragma once
 
 #include "../platform/Export.h"
+#include "../platform/Result.h"
 #include "../service/CheckUpdateResponse.h"
 #include "../service/UpdateLogicFunc.h"
 #include "../service/UpdateLogicFuncDelegate.h"
@@ -8,6 +9,8 @@
 #include "../ui/UpdateInfoWindowControllerDelegate.h"
 #include "ZVUpdateProcDelegate.h"
 
+#include <QByteArray>
+#include <QList>
 #include <QString>
 
 #include <cstdint>
@@ -78,6 +81,17 @@ public:
     void setProductID(const std::optional<QString> &productID,
                       const std::optional<QString> &productVersion,
                       const std::optional<QString> &productSaveDirectory);
+
+    /// Has every check demand that what is offered is signed by the maker, under one of one to
+    /// eight keys in the form of signify, minisign or PEM, see ReleaseKey. To be called before the
+    /// first check, with keys that are built into the host. A reply without such a signature is no
+    /// offer; of a signed release the file must have the signed size and SHA-256 digest as well,
+    /// when it has been fetched or found, and again when the user chooses "Update" in the prompt
+    /// window.
+    ///
+    /// Fails with a sentence that says what is wrong with the keys, or that it is too late. From
+    /// then on nothing is accepted. Without this call no signature is looked at.
+    ZVPlatform::Result<void> setReleaseKeys(const QList<QByteArray> &keys);
 
     /// Switches diagnostic messages in the system log on or off; changes nothing else.
     void setDebugMode(bool debug);
@@ -156,6 +170,7 @@ public:
     void downloadFinishWithFilePath(const QString &path) override;
     void downloadFailed(const UpdateOutcome &outcome) override;
     void infoWindowClosedActions(uint64_t action) override;
+    void infoWindowRefusedInstaller() override;
     bool infoWindowInstalls(const QString &path) override;
 
     ///@{

@@ -46,6 +46,8 @@ public:
         return false;
     }
 
-    /// A download has ended without a file for UpdateFileReady(), and why.
+    /// A download has ended without a file for UpdateFileReady(), and why; or, where the maker's
+    /// signature is demanded, the file was found to be another when the user chose "Update": then
+    /// nothing has been opened, and it has been removed.
     virtual void updateDownloadFailed(const UpdateOutcome & /*outcome*/) {}
 };

@@ -45,6 +45,9 @@ int64_t ZVUpdateProc::showDefaultUpdateWindowWithProductName(const QString &prod
     window->setDelegate(this);
     window->setMUpdateProductVersion(displayVersion(*version));
     window->setMUpdateFilePath(files->diskImagePath);
+    if (response->release())
+        window->setFileCheck(
+            [response](const QString &path) { return response->announces(path).value_or(false); });
     window->setMUpdateInfo(getUpdateMessageWithLang(getDefaultLangID()));
     window->reloadWindow();
     if (former)

@@ -35,8 +35,9 @@ const char *const fileSentences[] = {
     "There is not enough room on the disk.",
     "The file cannot be written.",
     "The file received does not have the digest announced.",
+    "The file is longer than it may be.",
 };
-static_assert(std::size(fileSentences) == static_cast<size_t>(FileError::WrongDigest));
+static_assert(std::size(fileSentences) == static_cast<size_t>(FileError::TooLong));
 
 Error error(const char *domain, int code, const char *const *sentences)
 {

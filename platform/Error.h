@@ -50,6 +50,7 @@ enum class FileError {
     NoRoom,
     NotWritable,
     WrongDigest,
+    TooLong,
 };
 
 } // namespace ZVPlatform

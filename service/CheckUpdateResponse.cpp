@@ -1,12 +1,18 @@
 #include "CheckUpdateResponse.h"
 
+#include "../platform/files/FileDigest.h"
 #include "../platform/settings/Json.h"
 #include "../platform/settings/Text.h"
+#include "../platform/settings/VersionOrder.h"
 #include "BaseResponse.h"
 #include "HttpFunctionURLEncode.h"
 #include "LanguageCodes.h"
 
+#include <QFile>
+#include <QFileInfo>
 #include <QJsonArray>
+
+#include <algorithm>
 
 using namespace ZVPlatform;
 
@@ -52,18 +58,37 @@ std::optional<CheckUpdateResponse::UpdateMessages> updateMessages(const QJsonObj
     return messages;
 }
 
+QStringList textsOf(const QJsonValue &list)
+{
+    QStringList texts;
+    const QJsonArray elements = list.toArray();
+    for (const QJsonValueConstRef element : elements)
+        texts.append(element.toString());
+    return texts;
+}
+
+// A clock that has been set back, or never set, is no younger than the library.
+QDateTime today()
+{
+    const QDate built = QDate::fromString(QStringLiteral(ZVUPDATE_BUILD_DATE), Qt::ISODate);
+    return std::max(QDateTime::currentDateTimeUtc(), QDateTime(built, QTime(0, 0), Qt::UTC));
+}
+
 } // namespace
 
 std::shared_ptr<CheckUpdateResponse>
 CheckUpdateResponse::getFromJson(const std::optional<QString> &reply)
 {
     const BaseResponse outer(reply);
-    std::optional<QString> innerJson;
+    std::optional<QByteArray> inner;
     if (outer.ok() && outer.data())
-        innerJson = HttpFunctionURLEncode::decode(*outer.data());
-    auto response = std::make_shared<CheckUpdateResponse>(innerJson);
+        inner = HttpFunctionURLEncode::decodeBytes(*outer.data());
+    auto response =
+        std::make_shared<CheckUpdateResponse>(inner ? textFromUtf8(*inner) : std::nullopt);
     response->setOk(outer.ok());
     response->setMsg(outer.msg());
+    response->statement_ = inner.value_or(QByteArray());
+    response->signatures_ = textsOf(jsonObject(reply).value(u"sigs"));
     return response;
 }
 
@@ -89,6 +114,60 @@ CheckUpdateResponse::getUpdateMessageWithLang(const std::optional<QString> &code
     if (entry == mUpdateMsgDict_->constEnd())
         return std::nullopt;
     return *entry;
+}
+
+Result<ReleaseStatement, UpdateOutcome>
+CheckUpdateResponse::signedRelease(const ReleaseKeys &keys, const QString &productID,
+                                   const QString &productVersion) const
+{
+    using Kind = UpdateOutcome::Kind;
+    if (!keys.signer(statement_, signatures_))
+        return Failure{UpdateOutcome(Kind::NotSigned)};
+    const auto release = ReleaseStatement::read(statement_);
+    if (!release)
+        return Failure{UpdateOutcome(
+            Kind::NotSigned, QStringLiteral("What the maker has signed %1.").arg(release.error()))};
+    if (release->product != productID)
+        return Failure{UpdateOutcome(Kind::OtherProduct)};
+    if (compareVersions(release->version, productVersion) <= 0)
+        return Failure{UpdateOutcome(Kind::NotNewer)};
+    if (release->expires && *release->expires <= today())
+        return Failure{UpdateOutcome(
+            Kind::Expired, QStringLiteral("The maker's signature of the offer was good until %1.")
+                               .arg(release->expires->toString(Qt::ISODate)))};
+    return *release;
+}
+
+std::optional<bool> CheckUpdateResponse::announces(const QString &path,
+                                                   const std::function<bool()> &stopped) const
+{
+    QFile file(path);
+    // Only a regular file is opened: opening a pipe would wait for its other end.
+    const bool isOpen = !path.contains(QChar(QChar::Null)) && QFileInfo(path).isFile() &&
+                        file.open(QIODevice::ReadOnly);
+    const auto found = digestsOfOpenFile(isOpen ? file.handle() : -1, sha256Wanted(), stopped);
+    // One that cannot be read to its end counts as empty, too.
+    return found && found->md5.isEmpty() ? announcesOpenFile(-1, stopped) : isAnnounced(found);
+}
+
+std::optional<bool>
+CheckUpdateResponse::announcesOpenFile(int descriptor, const std::function<bool()> &stopped) const
+{
+    return isAnnounced(digestsOfOpenFile(descriptor, sha256Wanted(), stopped));
+}
+
+WithSha256 CheckUpdateResponse::sha256Wanted() const
+{
+    return release_ ? WithSha256::Yes : WithSha256::No;
+}
+
+std::optional<bool> CheckUpdateResponse::isAnnounced(const std::optional<FileDigests> &found) const
+{
+    if (!found)
+        return std::nullopt;
+    const bool isSigned =
+        !release_ || (found->size == release_->size && found->sha256 == release_->sha256);
+    return isSigned && ZVMD5_ && QString::fromLatin1(found->md5.toHex()) == ZVMD5_->toLower();
 }
 
 QString CheckUpdateResponse::debugDescription() const

@@ -31,6 +31,11 @@ std::optional<QString> HttpFunctionURLEncode::decode(const QString &sealed)
     return XXTEA::decryptToString(dataFromHexString(sealed), sealingKey());
 }
 
+std::optional<QByteArray> HttpFunctionURLEncode::decodeBytes(const QString &sealed)
+{
+    return XXTEA::decrypt(dataFromHexString(sealed), sealingKey());
+}
+
 // Reads whatever it is given. Characters are counted, in 32 bits, and UTF-8 bytes are read: there
 // are never fewer of those, and the one beyond the last, for an odd count, is the closing zero.
 QByteArray HttpFunctionURLEncode::dataFromHexString(const QString &hex)

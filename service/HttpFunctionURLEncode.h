@@ -21,6 +21,9 @@ public:
     /// sealed under another key, or not UTF-8 inside. Lower-case digits are accepted.
     static std::optional<QString> decode(const QString &sealed);
 
+    /// Unseals bytes, whatever they are; absent as above, but for the last reason.
+    static std::optional<QByteArray> decodeBytes(const QString &sealed);
+
     /// Reads pairs of hexadecimal digits as bytes, leniently: each pair is read as the C library's
     /// strtoul reads it in base 16, so that a bad digit ends the number and a pair without any
     /// digit is the byte 0. An odd last character makes a byte of its own. Never fails.

@@ -61,6 +61,8 @@ Kind kindOf(const Error &error, int httpStatus)
         return Kind::DirectoryNotWritable;
     case FileError::WrongDigest:
         return Kind::WrongDigest;
+    case FileError::TooLong:
+        return Kind::WrongSize;
     case FileError::InUse:
     case FileError::IsDirectory:
         break;
@@ -210,10 +212,13 @@ uint64_t UpdateLogicFunc::doGetFileSize(const QString &token, const QString &fil
 }
 
 int64_t UpdateLogicFunc::doStartDownload(const QString &token, const QString &fileName,
-                                         const QString &localPath, WhenUnwritable whenUnwritable)
+                                         const QString &localPath, WhenUnwritable whenUnwritable,
+                                         std::optional<uint64_t> mostBytes)
 {
     const auto transport = HttpFunctionPost::getPost(mBaseURL(), this);
     transport->setStopsWhenUnwritable(whenUnwritable == Stop);
+    if (mostBytes)
+        transport->setMostBytes(*mostBytes);
     d_->mDownload_.set(transport);
     if (d_->isCancelled_)
         transport->cancel();

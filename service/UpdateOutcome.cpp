@@ -30,8 +30,13 @@ constexpr Entry entries[] = {
     {"broken-off", "The connection was lost before the reply was complete."},
     {"wrong-digest", "The file received does not have the digest announced, and was discarded."},
     {"stopped", "The update was stopped."},
+    {"not-signed", "The offer is not signed by the maker."},
+    {"other-product", "The offer is the maker's, but for another product."},
+    {"not-newer", "The offer is the maker's, but no newer than what is running."},
+    {"expired", "The maker's signature of the offer has run out."},
+    {"wrong-size", "The service's file does not have the size that the maker has signed."},
 };
-static_assert(std::size(entries) == static_cast<size_t>(UpdateOutcome::Kind::Stopped) + 1);
+static_assert(std::size(entries) == static_cast<size_t>(UpdateOutcome::Kind::WrongSize) + 1);
 
 const Entry &entryOf(UpdateOutcome::Kind kind)
 {

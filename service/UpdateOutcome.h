@@ -49,6 +49,16 @@ struct ZVUPDATE_EXPORT UpdateOutcome
         WrongDigest,
         /// It was stopped.
         Stopped,
+        /// The offer is not signed by the maker: not at all, or not as the host demands it.
+        NotSigned,
+        /// What the maker has signed is a release of another product.
+        OtherProduct,
+        /// What the maker has signed is no newer than what is running.
+        NotNewer,
+        /// The maker's signature has been good until a date that has passed.
+        Expired,
+        /// The service has a file of another size than the maker has signed.
+        WrongSize,
     };
 
     Kind kind; ///< Which it is.

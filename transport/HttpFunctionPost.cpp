@@ -99,16 +99,11 @@ public:
                 return Failure{networkError(NetworkError::ReplyTooLarge)};
             return {};
         }
-        // What is longer than it may be is not let fill the disk.
-        if (!fits_ && Files::room(path()) < roomToLeave + static_cast<quint64>(bytes.size())) {
-            const Error noRoom = fileError(FileError::NoRoom);
-            // A connection that is stopped tells nobody.
-            if (!passesErrors_ && transport_->mThreadEndFlag_ == 0)
-                systemLog(noRoom.localizedDescription);
-            transport_->fail(noRoom);
-            transport_->threadStop();
-            return Failure{noRoom};
-        }
+        if (isTooLong(bytes.size()))
+            return stop(fileError(FileError::TooLong));
+        // What is longer than announced is not let fill the disk.
+        if (!fits_ && Files::room(path()) < roomToLeave + static_cast<quint64>(bytes.size()))
+            return stop(fileError(FileError::NoRoom));
         const auto appended = file_.append(bytes);
         transport_->downloadedBytes_ += static_cast<uint64_t>(bytes.size());
         if (appended && file_.loss() && transport_->stopsWhenUnwritable_)
@@ -139,6 +134,24 @@ public:
 
 private:
     QString path() const { return transport_->mCancelDownloadTempFile().value_or(QString()); }
+
+    bool isTooLong(qsizetype more) const
+    {
+        const uint64_t most = transport_->mostBytes_;
+        const int64_t expected = transport_->expectedBytes_;
+        return transport_->downloadedBytes_ + static_cast<uint64_t>(more) > most ||
+               (expected >= 0 && static_cast<uint64_t>(expected) > most);
+    }
+
+    Failure<Error> stop(const Error &error)
+    {
+        // A connection that is stopped tells nobody.
+        if (!passesErrors_ && transport_->mThreadEndFlag_ == 0)
+            systemLog(error.localizedDescription);
+        transport_->fail(error);
+        transport_->threadStop();
+        return {error};
+    }
 
     // Whoever hears of it last may start another download.
     void end()

@@ -10,6 +10,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <limits>
 #include <memory>
 #include <optional>
 
@@ -71,6 +72,10 @@ public:
     /// Whether a download ends when a piece cannot be written; otherwise the piece is lost. To be
     /// set before it starts.
     void setStopsWhenUnwritable(bool stops) { stopsWhenUnwritable_ = stops; }
+
+    /// The size in bytes beyond which a download's file is not to grow: a reply that is longer, or
+    /// says that it will be, fails. To be set before it starts.
+    void setMostBytes(uint64_t most) { mostBytes_ = most; }
 
     /// Whether a download was started and is over, its delegate's call included.
     bool isThreadStop() const;
@@ -161,6 +166,7 @@ private:
         false; // As the host had it when the download was asked for.
     std::atomic<bool> isCancelled_ = false;
     std::atomic<bool> stopsWhenUnwritable_ = false;
+    std::atomic<uint64_t> mostBytes_ = std::numeric_limits<uint64_t>::max();
     ZVPlatform::Guarded<std::shared_ptr<ZVPlatform::HttpExchange>> command_; // While it runs.
     std::atomic<uint64_t> resumedAt_ = 0;
     std::atomic<uint64_t> downloadedBytes_ = 0;

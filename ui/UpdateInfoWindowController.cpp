@@ -17,6 +17,7 @@
 
 #include <QCheckBox>
 #include <QDialog>
+#include <QFile>
 #include <QLabel>
 #include <QPointer>
 #include <QPushButton>
@@ -92,6 +93,8 @@ struct UpdateInfoWindowController::Private
     void awakeFromNib();
     bool isVisible() const { return window_ && window_->isVisible(); }
     void tellPlace(const QString &path);
+    bool isRight(const QString &path) const { return !fileCheck_ || fileCheck_(path); }
+    void refuse(const QString &path);
     void closeAndTell(uint64_t action);
 
     UpdateInfoWindowController *const self;
@@ -100,6 +103,7 @@ struct UpdateInfoWindowController::Private
     bool isActing_ = false; // "Update" has been chosen, and is not dealt with yet.
     QString place_;         // Of an installer that no program opens; empty otherwise.
     bool isLoaded_ = false; // Or it has been tried; it is not tried again.
+    std::function<bool(const QString &)> fileCheck_;
     QPointer<QDialog> window_;
     QPointer<QPushButton> updateButton_;
     QPointer<QPushButton> notNowButton_;
@@ -197,6 +201,8 @@ void UpdateInfoWindowController::updateAction()
         return WindowSystem::showInFileManager(d_->place_);
     if (d_->isActing_)
         return;
+    if (!d_->isRight(*path))
+        return d_->refuse(*path);
     // A host may do anything while it takes the step upon itself, or the opening of files.
     const QPointer self(this);
     const bool wasVisible = d_->isVisible();
@@ -210,6 +216,11 @@ void UpdateInfoWindowController::updateAction()
         return; // It was closed meanwhile.
     }
     const QString link = isTaken ? QString() : installerLink(*path);
+    if (!isTaken && !d_->isRight(link)) {
+        d_->isActing_ = false;
+        QFile::remove(*path);
+        return d_->refuse(link);
+    }
     const bool isDone = isTaken || WindowSystem::openFile(link);
     if (!self)
         return;
@@ -218,6 +229,12 @@ void UpdateInfoWindowController::updateAction()
         d_->closeAndTell(1);
     else
         d_->tellPlace(link);
+}
+
+void UpdateInfoWindowController::setFileCheck(
+    const std::function<bool(const QString &path)> &isRight)
+{
+    d_->fileCheck_ = isRight;
 }
 
 void UpdateInfoWindowController::cancelAction()
@@ -426,6 +443,16 @@ void UpdateInfoWindowController::Private::tellPlace(const QString &path)
         updateInfoTextField_->setAccessibleName(trouble);
         updateInfoTextField_->setVisible(true);
     }
+}
+
+void UpdateInfoWindowController::Private::refuse(const QString &path)
+{
+    QFile::remove(path);
+    const auto delegate = delegate_;
+    if (window_)
+        window_->close();
+    if (UpdateInfoWindowControllerDelegate *receiver = delegate.get())
+        receiver->infoWindowRefusedInstaller();
 }
 
 // The last thing that an action does: who hears of it may destroy this controller, and so may

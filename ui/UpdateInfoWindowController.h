@@ -7,6 +7,7 @@
 #include <QString>
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 
@@ -77,6 +78,12 @@ public:
     /// two seconds a question at the most, and while a link is made, or a copy where there are
     /// none.
     void updateAction();
+
+    /// Has a file looked at in the moment of "Update", before it is handed on, and again under the
+    /// name by which it is opened: where that does not hold, it is removed and not opened, the
+    /// window closes, and the delegate hears infoWindowRefusedInstaller(). Blocks for as long as
+    /// that takes.
+    void setFileCheck(const std::function<bool(const QString &path)> &isRight);
 
     /// "Not now": switches automatic updating off if the check box says so, closes the window and
     /// tells the delegate 0.

@@ -17,6 +17,10 @@ public:
     /// window that is closed without a choice says nothing.
     virtual void infoWindowClosedActions(uint64_t action) = 0;
 
+    /// The user chose to update, but the installer is not what it was announced to be. It has been
+    /// removed and the window closed.
+    virtual void infoWindowRefusedInstaller() {}
+
     /// The user chose to update. True when the delegate has seen to it: then the installer, which
     /// lies at the path, is not opened.
     virtual bool infoWindowInstalls(const QString & /*path*/) { return false; }

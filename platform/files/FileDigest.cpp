@@ -20,14 +20,13 @@ namespace {
 
 constexpr size_t pieceSize = 64 << 10; // bytes; small enough to be in the processor's cache
 
-/// MD5 by OpenSSL, which is faster than Qt's by a tenth; by Qt on machines where OpenSSL refuses
-/// it.
-class Md5
+/// A digest by OpenSSL, which is faster than Qt's; by Qt on machines where OpenSSL refuses it.
+class Digest
 {
 public:
-    Md5()
+    Digest(const EVP_MD *byOpenSsl, QCryptographicHash::Algorithm byQt) : hash_(byQt)
     {
-        if (context_ && !EVP_DigestInit_ex(context_.get(), EVP_md5(), nullptr))
+        if (context_ && !EVP_DigestInit_ex(context_.get(), byOpenSsl, nullptr))
             context_.reset();
     }
 
@@ -43,7 +42,7 @@ public:
     {
         if (!context_)
             return hash_.result();
-        QByteArray digest(EVP_MD_size(EVP_md5()), Qt::Uninitialized);
+        QByteArray digest(EVP_MD_CTX_size(context_.get()), Qt::Uninitialized);
         EVP_DigestFinal_ex(context_.get(), reinterpret_cast<unsigned char *>(digest.data()),
                            nullptr);
         return digest;
@@ -56,12 +55,17 @@ private:
     };
 
     std::unique_ptr<EVP_MD_CTX, Free> context_{EVP_MD_CTX_new()};
-    QCryptographicHash hash_{QCryptographicHash::Md5};
+    QCryptographicHash hash_;
 };
+
+Digest md5Digest()
+{
+    return {EVP_md5(), QCryptographicHash::Md5};
+}
 
 QByteArray digestOfNothing()
 {
-    return Md5().result();
+    return md5Digest().result();
 }
 
 } // namespace
@@ -77,33 +81,47 @@ QByteArray md5OfFile(const QString &path, const std::function<bool()> &stopped)
     return digest && !digest->isEmpty() ? *digest : digestOfNothing();
 }
 
-std::optional<QByteArray> md5OfOpenFile(int descriptor, const std::function<bool()> &stopped)
+std::optional<FileDigests> digestsOfOpenFile(int descriptor, WithSha256 withSha256,
+                                             const std::function<bool()> &stopped)
 {
     struct stat status = {};
     fstat(descriptor, &status);
-    const size_t size = static_cast<quint32>(status.st_size);
-    if (size == 0)
-        return digestOfNothing();
+    const auto size = static_cast<quint64>(status.st_size);
+    const quint64 md5Size = static_cast<quint32>(size);
+    const quint64 toRead = withSha256 == WithSha256::Yes ? size : md5Size;
 
     // Read rather than mapped: where a page of a map cannot be had, as on a failing disk or behind
     // the end of a file that is cut off meanwhile, the process is ended. It costs a twentieth.
-    Md5 md5;
+    Digest md5 = md5Digest();
+    Digest sha256(EVP_sha256(), QCryptographicHash::Sha256);
     const std::unique_ptr<char[]> piece(new (std::nothrow) char[pieceSize]);
     if (!piece)
         return std::nullopt;
-    for (size_t offset = 0; offset < size;) {
+    for (quint64 offset = 0; offset < toRead;) {
         if (stopped && stopped())
             return std::nullopt;
-        const ssize_t got = pread(descriptor, piece.get(), std::min(pieceSize, size - offset),
-                                  static_cast<off_t>(offset));
+        const ssize_t got =
+            pread(descriptor, piece.get(), std::min<quint64>(pieceSize, toRead - offset),
+                  static_cast<off_t>(offset));
         if (got < 0 && errno == EINTR)
             continue;
         if (got <= 0)
-            return QByteArray();
-        md5.add(piece.get(), static_cast<size_t>(got));
-        offset += static_cast<size_t>(got);
+            return FileDigests();
+        const auto length = static_cast<quint64>(got);
+        if (offset < md5Size)
+            md5.add(piece.get(), std::min(length, md5Size - offset));
+        if (withSha256 == WithSha256::Yes)
+            sha256.add(piece.get(), length);
+        offset += length;
     }
-    return md5.result();
+    return FileDigests{md5.result(), withSha256 == WithSha256::Yes ? sha256.result() : QByteArray(),
+                       size};
+}
+
+std::optional<QByteArray> md5OfOpenFile(int descriptor, const std::function<bool()> &stopped)
+{
+    const auto digests = digestsOfOpenFile(descriptor, WithSha256::No, stopped);
+    return digests ? std::optional(digests->md5) : std::nullopt;
 }
 
 } // namespace ZVPlatform

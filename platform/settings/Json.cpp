@@ -1,5 +1,6 @@
 #include "Json.h"
 
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QVariant>
 
@@ -14,9 +15,10 @@ namespace {
 // and not by the size of the text.
 constexpr int mostValues = 1 << 16;
 
-bool hasTooManyValues(const QByteArray &json)
+// How many of these characters stand outside of texts.
+int countOutsideTexts(const QByteArray &json, QByteArrayView characters)
 {
-    int values = 0;
+    int count = 0;
     bool inText = false;
     for (qsizetype i = 0; i < json.size(); ++i) {
         const char character = json[i];
@@ -24,10 +26,22 @@ bool hasTooManyValues(const QByteArray &json)
             inText = !inText;
         else if (inText)
             i += character == '\\' ? 1 : 0;
-        else if (character == ',' || character == '[' || character == '{')
-            ++values;
+        else if (characters.contains(character))
+            ++count;
     }
-    return values > mostValues;
+    return count;
+}
+
+int countMembers(const QJsonValue &value)
+{
+    int count = 0;
+    const QJsonObject object = value.toObject();
+    for (const auto member : object)
+        count += 1 + countMembers(member);
+    const QJsonArray array = value.toArray();
+    for (const auto element : array)
+        count += countMembers(element);
+    return count;
 }
 
 // Of such a number only one near it is left. The least of 64 bits is what the next ones below it
@@ -45,7 +59,13 @@ QJsonObject jsonObject(const std::optional<QString> &text)
     if (!text)
         return {};
     const QByteArray json = text->toUtf8();
-    return hasTooManyValues(json) ? QJsonObject() : QJsonDocument::fromJson(json).object();
+    return countOutsideTexts(json, ",[{") > mostValues ? QJsonObject()
+                                                       : QJsonDocument::fromJson(json).object();
+}
+
+bool hasRepeatedKeys(const QString &text, const QJsonObject &object)
+{
+    return countOutsideTexts(text.toUtf8(), ":") != countMembers(object);
 }
 
 std::optional<QString> textField(const QJsonObject &object, QStringView key)

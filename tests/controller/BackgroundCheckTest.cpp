@@ -1,4 +1,4 @@
-#include "ControllerTest.h"
+#include "AskingTest.h"
 
 #include "../support/DownloadModes.h"
 #include "../support/TestFiles.h"
@@ -11,61 +11,12 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-using Reason = ZVUpdateProc::CheckReason;
 using Reply = ScriptedServer::Reply;
 
-/// A host that remembers the words of what came of its checks and downloads, too.
-class AskingHost : public Host
-{
-public:
-    ~AskingHost() override { retire(); }
-
-    void updateCheckEnded(const UpdateOutcome &outcome) override
-    {
-        latest = outcome;
-        hear(UpdateOutcome::word(outcome.kind));
-    }
-    void updateDownloadProgressed(const UpdateDownloadProgress &progress) override
-    {
-        received = progress.received;
-    }
-    void updateDownloadFailed(const UpdateOutcome &outcome) override
-    {
-        latest = outcome;
-        hear(u"failed: "_s + UpdateOutcome::word(outcome.kind));
-    }
-
-    std::optional<UpdateOutcome> latest;
-    uint64_t received = 0;
-};
-
 /// Checks in the background, with downloads in both modes.
-class BackgroundCheck : public ControllerTest, public testing::WithParamInterface<DownloadMode>
+class BackgroundCheck : public AskingTest, public testing::WithParamInterface<DownloadMode>
 {
-public:
-    /// Runs a check and what follows to its end; what the host hears.
-    QStringList ask(Reason reason = Reason::AskedByUser)
-    {
-        host.heard.clear();
-        EXPECT_TRUE(controller->startCheck(reason, &host));
-        EXPECT_TRUE(controller->isChecking());
-        EXPECT_FALSE(controller->startCheck(reason, &host)) << "One is running.";
-        EXPECT_EQ(host.heard, QStringList()) << "Nothing is told before the event loop runs.";
-        EXPECT_TRUE(waitFor([this] { return !controller->isChecking() && isDone(); }));
-        return host.heard;
-    }
-
-    bool isDone() const
-    {
-        return host.heard.size() == (host.heard.value(0) == u"download-started"_s ||
-                                             host.heard.value(0) == u"installer-ready"_s
-                                         ? 2
-                                         : 1);
-    }
-
-    const DownloadModeSwitch mode{GetParam()};
-    AskingHost host;
-    const QStringList loaded{u"download-started"_s, diskImage};
+    const DownloadModeSwitch mode_{GetParam()};
 };
 
 TEST_P(BackgroundCheck, TellsWhatCameOfIt)
@@ -151,8 +102,11 @@ TEST_P(BackgroundCheck, HeedsAndChangesTheUsersSettingsOnlyWhenItIsScheduled)
 
 TEST_P(BackgroundCheck, StartsOverWhereNothingCanComeOfTheTemporaryFile)
 {
-    for (const QByteArray &useless : {wrong, wrong + wrong}) {
+    const Offer withoutSize{.sizeReply = Reply().send("HTTP/1.1 200 OK\r\n\r\n").close()};
+    for (const auto &[useless, offer] :
+         {std::pair(wrong, Offer()), {wrong + wrong, Offer()}, {wrong + wrong, withoutSize}}) {
         startAfresh({{digestKey, digest}});
+        service.setOffer(offer);
         place(temporary, useless);
         EXPECT_EQ(ask(Reason::Scheduled).constLast(), u"failed: http-status"_s);
         EXPECT_EQ(contentOf(temporary), useless);

@@ -57,7 +57,7 @@ Reply answer(const Offer &offer, const Request &request)
 {
     if (request.command().startsWith("cmd=checkupd&"_L1)) {
         offer.meanwhile();
-        return Reply::whole(200, checkReply(offer));
+        return Reply::whole(200, offer.reply.value_or(checkReply(offer)));
     }
     if (request.command() == "cmd=gettoken"_L1) {
         const QString id =

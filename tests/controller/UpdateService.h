@@ -23,6 +23,8 @@ struct Offer
     QByteArray file = installer();
     /// Where a download from the start stops after the first half.
     std::shared_ptr<Gate> gate = nullptr;
+    /// The answer to the question for an update, unless it is made from what stands above.
+    std::optional<QByteArray> reply = std::nullopt;
     /// The answer to a question for the size, unless it is what the file needs.
     std::optional<ScriptedServer::Reply> sizeReply = std::nullopt;
     /// What happens on the server's thread while a check waits for its reply.

@@ -1,9 +1,12 @@
+#include "WindowEvents.h"
+
 #include "../support/TestFiles.h"
 
 #include <controller/ZVUpdateProc.h>
 #include <ui/UpdateInfoWindowController.h>
 
 #include <QApplication>
+#include <QCryptographicHash>
 #include <QDialog>
 #include <QDir>
 #include <QPushButton>
@@ -50,6 +53,46 @@ public:
     const std::shared_ptr<CheckUpdateResponse> response = std::make_shared<CheckUpdateResponse>();
     std::shared_ptr<ZVUpdateProc> updater = std::make_shared<ZVUpdateProc>();
 };
+
+// What the maker has signed is looked at again in that moment.
+TEST_F(PresentationTest, OpensNoFileThatWasExchangedMeanwhile)
+{
+    class RefusingHost : public ZVUpdateProcDelegate
+    {
+    public:
+        ~RefusingHost() override { retire(); }
+        void UpdateFileReady(const QString & /*path*/) override {}
+        void windowClosedUpdateAction() override { heard.append(u"update"_s); }
+        void windowClosedCancelAction() override {}
+        void updateDownloadFailed(const UpdateOutcome &outcome) override
+        {
+            heard.append(UpdateOutcome::word(outcome.kind));
+        }
+        QStringList heard;
+    };
+    RefusingHost host;
+    const QString path = directory.filePath(u"P1_2103.dmg"_s);
+    const QByteArray script = "#!/bin/sh\n";
+    const auto digest = [&script](QCryptographicHash::Algorithm algorithm) {
+        return QCryptographicHash::hash(script, algorithm);
+    };
+    updater->setDelegate(&host);
+    response->setZVMD5(QString::fromLatin1(digest(QCryptographicHash::Md5).toHex()));
+    response->setRelease(ReleaseStatement{.sha256 = digest(QCryptographicHash::Sha256),
+                                          .size = static_cast<quint64>(script.size())});
+    for (const QByteArray &content : {script, QByteArray("#!/bin/ls\n")}) {
+        WindowEvents opened;
+        writeFile(path, content);
+        EXPECT_EQ(show(), 0);
+        updater->mUpdateInfoWindowCtrl()->updateAction();
+        const bool isRight = content == script;
+        EXPECT_EQ(opened.list(), isRight ? QStringList(u"opened P1_2103.run"_s) : QStringList());
+        EXPECT_EQ(QFile::exists(path), isRight);
+        EXPECT_EQ(visibleWindows(), 0);
+        QFile::remove(directory.filePath(u"P1_2103.run"_s));
+    }
+    EXPECT_EQ(host.heard, QStringList({u"update"_s, u"wrong-digest"_s}));
+}
 
 TEST_F(PresentationTest, FillsAWindowThatReplacesTheFormerOne)
 {

@@ -1,5 +1,4 @@
 #include "tools/catalogue/Catalogue.h"
-#include "tools/catalogue/VersionOrder.h"
 
 #include "support/TestFiles.h"
 

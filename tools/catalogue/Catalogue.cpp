@@ -1,7 +1,6 @@
 #include "Catalogue.h"
 
 #include "RegularFile.h"
-#include "VersionOrder.h"
 #include <ZVUpdate/ZVUpdate.h>
 
 #include <QDir>

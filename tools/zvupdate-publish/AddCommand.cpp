@@ -5,7 +5,6 @@
 
 #include "../catalogue/RegularFile.h"
 #include "../catalogue/Replies.h"
-#include "../catalogue/VersionOrder.h"
 #include "../commands/Arguments.h"
 #include "../commands/Console.h"
 #include "../commands/JsonLine.h"

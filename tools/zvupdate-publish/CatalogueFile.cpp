@@ -3,7 +3,6 @@
 #include "CatalogueOption.h"
 #include "FilePlacing.h"
 
-#include "../catalogue/VersionOrder.h"
 #include "../commands/Arguments.h"
 
 #include <QDir>

@@ -2,7 +2,6 @@
 #include "CatalogueOption.h"
 #include "Commands.h"
 
-#include "../catalogue/VersionOrder.h"
 #include "../commands/Arguments.h"
 #include "../commands/Console.h"
 #include "../commands/JsonLine.h"

@@ -2,7 +2,6 @@
 
 #include "../catalogue/RegularFile.h"
 #include "../catalogue/Replies.h"
-#include "../catalogue/VersionOrder.h"
 #include "RangeHeader.h"
 
 #include <ZVUpdate/service/HttpFunctionURLEncode.h>

@@ -92,6 +92,7 @@ Outcome check(const Arguments &arguments, Console &console)
         .withDelegate = !arguments.isSet(u"no-delegate"_s),
         .isAskedFor = arguments.isSet(u"now"_s),
         .debug = arguments.isSet(u"debug"_s),
+        .releaseKeys = host->releaseKeys,
         .productName = arguments.value(u"product-name"_s),
         .onUpdate = arguments.value(u"on-update"_s),
     };

@@ -23,6 +23,8 @@ struct CheckSettings
     /// Whether the user asks, so that neither switch nor date holds the check back.
     bool isAskedFor = false;
     bool debug = false;
+    /// The keys under which releases are to be signed; empty when none need be.
+    QList<QByteArray> releaseKeys = {};
     /// The name under which the prompt window shows the product; absent when it is not to be shown.
     std::optional<QString> productName = {};
     /// What is done instead of opening the installer when the user chooses "Update".

@@ -57,12 +57,12 @@ QString installationSentence(HostInstallation installation)
 
 } // namespace
 
-Doctor::Doctor(const QString &productID, const QString &productVersion, const QString &directory,
-               const QString &program, const Report &report)
-    : productID_(productID),
-      productVersion_(productVersion),
-      directory_(directory),
+Doctor::Doctor(const HostOptions &host, const QString &program, const Report &report)
+    : productID_(host.productID),
+      productVersion_(host.productVersion),
+      directory_(host.directory),
       program_(program),
+      releaseKeys_(host.releaseKeys),
       report_(report)
 {
 }
@@ -257,7 +257,29 @@ bool Doctor::examineReply()
                     u"The service announces \"%1\", which is no MD5 digest."_s.arg(digest_),
                     u"Have it announce 32 hexadecimal digits."_s);
     pass(u"service"_s, u"The service offers version %1."_s.arg(*version));
+    reply_ = reply;
+    examineSignature();
     return true;
+}
+
+void Doctor::examineSignature()
+{
+    const auto keys = ReleaseKeys::read(releaseKeys_);
+    if (!keys) // None were given.
+        return pass(u"signature"_s, u"No signature is demanded; whoever can change the service's "
+                                    "replies can offer any file."_s);
+    const auto release = reply_->signedRelease(*keys, productID_, productVersion_);
+    if (!release) {
+        fail(u"signature"_s, sentenceFor(release.error()), remedyFor(release.error()));
+        return;
+    }
+    reply_->setRelease(*release);
+    const auto signer = keys->signer(reply_->statement(), reply_->signatures());
+    pass(u"signature"_s,
+         u"The offer is signed under the key %1, %2."_s.arg(
+             signer->name(), release->expires
+                                 ? u"good until "_s + release->expires->toString(Qt::ISODate)
+                                 : u"without an end"_s));
 }
 
 bool Doctor::examineToken()
@@ -292,6 +314,9 @@ void Doctor::examineSize()
     } else if (size == std::numeric_limits<uint64_t>::max()) {
         pass(u"size"_s, u"The service announces no size of %1; progress cannot be shown."_s.arg(
                             files_->serviceFileName));
+    } else if (reply_->release() && reply_->release()->size != size) {
+        fail(u"size"_s, UpdateOutcome(UpdateOutcome::Kind::WrongSize).message,
+             remedyFor(UpdateOutcome(UpdateOutcome::Kind::WrongSize)));
     } else {
         size_ = size;
         pass(u"size"_s, u"%1 has %2."_s.arg(files_->serviceFileName, ProgressLine::size(size)));
@@ -332,7 +357,7 @@ bool Doctor::examineInstaller()
         return fail(u"files"_s,
                     u"%1 is in the installer's place, and no file."_s.arg(file.filePath()),
                     u"Remove it."_s);
-    isInstallerHere_ = ZVMisc::getFileMD5(file.filePath()) == digest_;
+    isInstallerHere_ = reply_->announces(file.filePath()).value_or(false);
     if (isInstallerHere_)
         pass(u"files"_s, u"The installer is there and verified: %1"_s.arg(file.filePath()));
     else
@@ -357,9 +382,11 @@ void Doctor::examineTemporaryFile()
         return pass(u"files"_s, state + u" of another installer; the next check removes it."_s);
     if (!size_ || static_cast<uint64_t>(file.size()) < *size_)
         return pass(u"files"_s, state + u"; the next check resumes it."_s);
-    if (ZVMisc::getFileMD5(path) == digest_)
+    if (reply_->announces(path).value_or(false))
         return pass(u"files"_s, state + u" and is complete; the next check takes it."_s);
     // The library leaves such a file to the service, which has no more bytes for it.
+    if (reply_->release())
+        return pass(u"files"_s, state + u" that are not the maker's; the next check removes it."_s);
     fail(u"files"_s, state + u", all there is to come, and is not what is offered."_s,
          u"Remove it, so that the next check downloads it anew."_s);
 }

@@ -1,11 +1,14 @@
 #pragma once
 
+#include "HostOptions.h"
+
 #include <ZVUpdate/ZVUpdate.h>
 
 #include <QString>
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 
 /// What one look at a host's set-up has found.
@@ -26,9 +29,8 @@ class Doctor
 public:
     using Report = std::function<void(const Finding &)>;
 
-    /// The directory's path is absolute, and so is the host's program's, unless it is empty.
-    Doctor(const QString &productID, const QString &productVersion, const QString &directory,
-           const QString &program, const Report &report);
+    /// The path of the host's program is absolute, unless it is empty.
+    Doctor(const HostOptions &host, const QString &program, const Report &report);
 
     /// Tells what it finds, one thing after the other. True when all is well.
     bool examine();
@@ -45,6 +47,7 @@ private:
     bool examineAddress();
     void examineProxy();
     bool examineReply();
+    void examineSignature();
     bool examineToken();
     void examineSize();
     void examineFiles();
@@ -57,6 +60,7 @@ private:
     const QString productVersion_;
     const QString directory_;
     const QString program_;
+    const QList<QByteArray> releaseKeys_;
     const Report report_;
     UpdateLogicFunc client_;
     bool isAllWell_ = true;
@@ -64,6 +68,7 @@ private:
     // What the service offers, as far as it has been found out.
     std::optional<UpdateFiles> files_;
     QString digest_; // In lower case.
+    std::shared_ptr<CheckUpdateResponse> reply_;
     QString token_;
     std::optional<uint64_t> size_;
     bool isInstallerHere_ = false; // And verified.

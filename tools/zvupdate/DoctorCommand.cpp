@@ -50,8 +50,7 @@ Outcome doctor(const Arguments &arguments, Console &console)
     static char *names[] = {name, nullptr};
     int count = 1;
     const QCoreApplication application(count, names); // It knows where the running program is.
-    Doctor doctor(host->productID, host->productVersion, host->directory, programPath,
-                  [&](const Finding &finding) { tell(finding, console); });
+    Doctor doctor(*host, programPath, [&](const Finding &finding) { tell(finding, console); });
     return doctor.examine() ? Success : Failed;
 }
 

@@ -6,9 +6,35 @@
 
 #include <QCoreApplication>
 #include <QDir>
+#include <QFile>
 
 using namespace Qt::StringLiterals;
 using namespace ZVPlatform;
+
+namespace {
+
+constexpr qint64 longestKeyFile = 1024 * 1024; // bytes; no key is as long
+
+// The texts of files in which there are keys.
+Result<QList<QByteArray>> readReleaseKeys(const QStringList &paths)
+{
+    QList<QByteArray> texts;
+    for (const QString &path : paths) {
+        QFile file(path);
+        if (!file.open(QIODevice::ReadOnly))
+            return Failure{u"--release-key: %1 cannot be read: %2"_s.arg(path, file.errorString())};
+        texts.append(file.read(longestKeyFile));
+        if (const auto key = ReleaseKey::read(texts.constLast()); !key)
+            return Failure{
+                u"--release-key: %1 %2; give the file of a public key"_s.arg(path, key.error())};
+    }
+    if (texts.size() > ReleaseKeys::most)
+        return Failure{u"--release-key: there are %1 keys; give %2 at most"_s.arg(texts.size())
+                           .arg(ReleaseKeys::most)};
+    return texts;
+}
+
+} // namespace
 
 QList<CommandOption> HostOptions::with(const QList<CommandOption> &further)
 {
@@ -16,7 +42,10 @@ QList<CommandOption> HostOptions::with(const QList<CommandOption> &further)
         {u"product-id"_s, u"ID"_s, u"The product's identifier at the update service."_s, true},
         {u"product-version"_s, u"VERSION"_s, u"The version that is installed."_s, true},
         {u"directory"_s, u"DIR"_s,
-         u"Where update files are kept. A check creates it when it is missing."_s, true}};
+         u"Where update files are kept. A check creates it when it is missing."_s, true},
+        {u"release-key"_s, u"FILE"_s,
+         u"A public key of the maker's, of signify, minisign or openssl. Then only what is signed "
+         "is taken; where there are several, up to eight, under one of them."_s}};
     return host + further + QList{application()};
 }
 
@@ -36,11 +65,15 @@ Result<HostOptions> HostOptions::read(const Arguments &arguments)
     if (!UpdateFiles::named(*directory, productID, u"1"_s))
         return Failure{u"--product-id: \"%1\" cannot be part of a file name; give the identifier "
                        "by which the service knows the product"_s.arg(productID)};
+    const auto keys = readReleaseKeys(arguments.values(u"release-key"_s));
+    if (!keys)
+        return Failure{keys.error()};
     if (const auto chosen = chooseApplication(arguments); !chosen)
         return Failure{chosen.error()};
     // One with ".." is not simplified, which would be wrong behind a symbolic link.
     return HostOptions{productID, *arguments.value(u"product-version"_s),
-                       directory->contains(u".."_s) ? *directory : QDir::cleanPath(*directory)};
+                       directory->contains(u".."_s) ? *directory : QDir::cleanPath(*directory),
+                       *keys};
 }
 
 Result<void> HostOptions::chooseApplication(const Arguments &arguments)

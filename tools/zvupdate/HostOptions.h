@@ -2,6 +2,8 @@
 
 #include "../commands/Command.h"
 
+#include <QByteArray>
+
 class Arguments;
 
 /// What a host tells the library, as the options of a command.
@@ -11,6 +13,8 @@ struct HostOptions
     QString productVersion;
     /// Absolute.
     QString directory;
+    /// The texts of the keys under which releases are to be signed; empty when none need be.
+    QList<QByteArray> releaseKeys;
 
     /// Those of the three above, further ones, and the one of the application.
     static QList<CommandOption> with(const QList<CommandOption> &further);

@@ -42,6 +42,8 @@ UpdateCheck::UpdateCheck(const CheckSettings &settings, CheckReporter &reporter,
     });
     controller_->setProductID(settings_.productID, settings_.productVersion, settings_.directory);
     controller_->setDebugMode(settings_.debug);
+    if (!settings_.releaseKeys.isEmpty()) // They have been looked at.
+        static_cast<void>(controller_->setReleaseKeys(settings_.releaseKeys));
     timer_.setSingleShot(true);
     timer_.setTimerType(Qt::PreciseTimer);
     timer_.setInterval(lookInterval);
@@ -254,8 +256,8 @@ CheckFailure UpdateCheck::explained(const UpdateOutcome &failure) const
         return {failure.kind, u"There is not enough room in %1."_s.arg(settings_.directory),
                 u"Make room%1, or choose another --directory."_s.arg(
                     total ? u" for "_s + ProgressLine::size(*total) : QString())};
-    if (failure.kind == Kind::WrongDigest)
-        return {failure.kind, UpdateOutcome(Kind::WrongDigest).message,
+    if (failure.kind == Kind::WrongDigest || failure.kind == Kind::WrongSize)
+        return {failure.kind, UpdateOutcome(failure.kind).message,
                 u"The same command fetches it anew; if that does not help, the service announces "
                 "another file than it hands out."_s};
     return interrupted(failure.kind, failure.message);
@@ -300,7 +302,6 @@ std::optional<QString> UpdateCheck::verifiedFile() const
 
 bool UpdateCheck::isAsAnnounced(const QString &path) const
 {
-    const auto digest = controller_->mLastCheckUpdateResponse()->ZVMD5();
     return QFileInfo(path).isFile() &&
-           ZVMisc::getFileMD5(path) == digest.value_or(QString()).toLower();
+           controller_->mLastCheckUpdateResponse()->announces(path).value_or(false);
 }

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+namespace ZVPlatform {
+
 namespace {
 
 bool isDigit(QChar c)
@@ -38,3 +40,5 @@ bool hasNumber(QStringView version)
 {
     return std::any_of(version.begin(), version.end(), isDigit);
 }
+
+} // namespace ZVPlatform
