@@ -14,12 +14,12 @@
 /// seals. A value; may be used on any thread.
 struct ZVUPDATE_EXPORT ReleaseStatement
 {
-    QString product;                  ///< The identifier of the product.
-    QString version;                  ///< The version offered.
-    QString md5;                      ///< The installer's MD5 digest, 32 digits in lower case.
-    QByteArray sha256;                ///< Its SHA-256 digest, 32 bytes.
-    quint64 size = 0;                 ///< Its size in bytes.
-    std::optional<QDateTime> expires; ///< From when on nobody is to take it.
+    QString product = {};                  ///< The identifier of the product.
+    QString version = {};                  ///< The version offered.
+    QString md5 = {};                      ///< The installer's MD5 digest, 32 digits in lower case.
+    QByteArray sha256 = {};                ///< Its SHA-256 digest, 32 bytes.
+    quint64 size = 0;                      ///< Its size in bytes.
+    std::optional<QDateTime> expires = {}; ///< From when on nobody is to take it.
 
     /// The member of the signed object that older clients pass over.
     static constexpr char16_t member[] = u"ZVSigned";
