@@ -1,4 +1,6 @@
-// The time of sealing and unsealing, and of making a record of a reply.
+// The time of sealing and unsealing, of making a record of a reply, and of checking
+// a signature.
+#include "platform/crypto/Ed25519.h"
 #include "service/CheckUpdateResponse.h"
 #include "service/HttpFunctionURLEncode.h"
 
@@ -59,9 +61,21 @@ void makeRecord(benchmark::State &state)
         benchmark::DoNotOptimize(CheckUpdateResponse::getFromJson(reply));
 }
 
+// The signature is none, which takes as long.
+void checkSignature(benchmark::State &state)
+{
+    const QByteArray key =
+        QByteArray::fromHex("d75a980182b10ab7d54bfed3c964073a0ee172f3daa62325af021a68f707511a");
+    const QByteArray signature = key + QByteArray(32, '\1');
+    const QByteArray statement(1200, 's');
+    for (auto _ : state) // NOLINT(clang-analyzer-deadcode.DeadStores): only the loop counts
+        benchmark::DoNotOptimize(ZVPlatform::isEd25519Signature(signature, statement, key));
+}
+
 } // namespace
 
 BENCHMARK(seal)->RangeMultiplier(4)->Range(smallest, largest);
 BENCHMARK(unseal)->RangeMultiplier(4)->Range(smallest, largest);
 BENCHMARK(makeRecord);
+BENCHMARK(checkSignature);
 BENCHMARK_MAIN();

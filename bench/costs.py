@@ -117,5 +117,6 @@ def sealing(bench):
         yield Row(6, f"{name} 16 bytes", "ns", median[name, 16])
         yield flatness(median, name, "dearest size from 1 KiB up against cheapest", limit=1.20)
         yield flatness(kept, name, "the same, freed memory kept")
+    yield Row(6, "a signature of such a reply", "µs", median["checkSignature", 0] / 1000)
     yield Row(6, "a reply with three notes to a record", "µs", median["makeRecord", 0] / 1000,
               limit=20)

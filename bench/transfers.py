@@ -33,6 +33,16 @@ def digest(bench):
                   peer, limit=1.00)
     yield compare(1, "of that, processor time", "s", cpu["zvupdate"], cpu[peer], peer)
 
+    both = race(bench.rounds, {
+        "one pass": lambda: run((bench.bin / "bench-digest", large), bench.folder),
+        "md5sum, then sha256sum": lambda: run(("sh", "-c", f"md5sum {large}; sha256sum {large}"),
+                                              bench.folder),
+    })
+    samples, _ = parts_of(both)
+    peer = "md5sum, then sha256sum"
+    yield compare(1, "MD5 and SHA-256 of 1 GiB in one pass", "s", samples["one pass"],
+                  samples[peer], peer, limit=0.75)
+
     small = bench.file("small", MIB)
     often = 10  # One run is too short to be a sample.
 
