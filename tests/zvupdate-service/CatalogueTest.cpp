@@ -1,4 +1,5 @@
 #include "tools/catalogue/Catalogue.h"
+#include "platform/settings/VersionOrder.h"
 
 #include "support/TestFiles.h"
 
@@ -143,7 +144,7 @@ TEST(VersionOrder, ComparesNumberByNumber)
     for (const auto &c : cases) {
         SCOPED_TRACE(QString::fromUtf16(c.left).toStdString() + " against " +
                      QString::fromUtf16(c.right).toStdString());
-        EXPECT_EQ(compareVersions(c.left, c.right), c.order);
-        EXPECT_EQ(compareVersions(c.right, c.left), 0 <=> c.order);
+        EXPECT_EQ(ZVPlatform::compareVersions(c.left, c.right), c.order);
+        EXPECT_EQ(ZVPlatform::compareVersions(c.right, c.left), 0 <=> c.order);
     }
 }

@@ -2,6 +2,7 @@
 
 #include "RegularFile.h"
 #include <ZVUpdate/ZVUpdate.h>
+#include <ZVUpdate/platform/settings/VersionOrder.h>
 
 #include <QDir>
 #include <QFileInfo>

@@ -9,6 +9,7 @@
 #include "../commands/Console.h"
 #include "../commands/JsonLine.h"
 #include <ZVUpdate/ZVUpdate.h>
+#include <ZVUpdate/platform/settings/VersionOrder.h>
 
 #include <QDir>
 #include <QFileInfo>

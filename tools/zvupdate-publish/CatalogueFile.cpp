@@ -5,6 +5,8 @@
 
 #include "../commands/Arguments.h"
 
+#include <ZVUpdate/platform/settings/VersionOrder.h>
+
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>

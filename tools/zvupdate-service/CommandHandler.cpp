@@ -4,6 +4,7 @@
 #include "../catalogue/Replies.h"
 #include "RangeHeader.h"
 
+#include <ZVUpdate/platform/settings/VersionOrder.h>
 #include <ZVUpdate/service/HttpFunctionURLEncode.h>
 
 #include <sys/stat.h>
@@ -119,7 +120,7 @@ Reply CommandHandler::checkUpdate(const QString &productId, const QString &versi
     const auto newest = folder_.newestRelease(productId);
     if (!newest)
         return refusal(u"unknown product \"%1\""_s.arg(productId));
-    if (compareVersions(newest->version, version) <= 0)
+    if (ZVPlatform::compareVersions(newest->version, version) <= 0)
         return refusal(u"no newer version: %1 is the newest"_s.arg(newest->version));
     Reply reply = json(newest->reply);
     if (faults_.hasWrongDigest)
