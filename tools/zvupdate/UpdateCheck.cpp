@@ -105,6 +105,14 @@ void UpdateCheck::UpdateFileReady(const QString &path)
     finish(Success);
 }
 
+// Of a download the client tells; this is about the installer behind the window.
+void UpdateCheck::updateDownloadFailed(const UpdateOutcome &outcome)
+{
+    if (isWindowOpen_ && !isOver_)
+        fail({outcome.kind, u"The installer was exchanged after it had been verified."_s,
+              u"It has been removed; the same command fetches it anew."_s});
+}
+
 bool UpdateCheck::installUpdate(const QString &path, ZVPlatform::InstallerKind /*kind*/)
 {
     if (!settings_.onUpdate)

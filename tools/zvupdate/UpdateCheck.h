@@ -37,6 +37,7 @@ private:
 
     void updateCheckEnded(const UpdateOutcome &outcome) override;
     void UpdateFileReady(const QString &path) override;
+    void updateDownloadFailed(const UpdateOutcome &outcome) override;
     bool installUpdate(const QString &path, ZVPlatform::InstallerKind kind) override;
     void windowClosedUpdateAction() override { windowAction_ = WindowAction::Update; }
     void windowClosedCancelAction() override { windowAction_ = WindowAction::Cancel; }
