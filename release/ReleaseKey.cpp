@@ -10,7 +10,7 @@ using namespace SignatureText;
 
 namespace {
 
-constexpr qsizetype longestText = 64 * 1024; // bytes
+constexpr qsizetype longestKeyText = 64 * 1024; // bytes
 
 Failure<QString> secretKey()
 {
@@ -26,7 +26,7 @@ ReleaseKey::ReleaseKey(QByteArray bytes, QByteArray number)
 
 Result<ReleaseKey> ReleaseKey::read(const QByteArray &text)
 {
-    if (text.size() > longestText)
+    if (text.size() > longestKeyText)
         return Failure{QStringLiteral("is too long for a key")};
     if (text.contains("PRIVATE KEY-----"))
         return secretKey();

@@ -10,7 +10,7 @@ using namespace SignatureText;
 
 namespace {
 
-constexpr qsizetype longestFile = 64 * 1024; // bytes
+constexpr qsizetype longestSignatureFile = 64 * 1024; // bytes
 
 // Minisign's default signs a digest of the message in its place.
 constexpr auto ofMessage = "Ed";
@@ -22,7 +22,7 @@ ReleaseSignature::ReleaseSignature(QByteArray bytes) : bytes_(std::move(bytes)) 
 
 Result<ReleaseSignature> ReleaseSignature::read(const QByteArray &file)
 {
-    if (file.size() > longestFile)
+    if (file.size() > longestSignatureFile)
         return Failure{QStringLiteral("is too long for a signature")};
     const auto bytes =
         file.size() == ed25519SignatureSize ? std::optional(file) : SignatureText::bytes(file);

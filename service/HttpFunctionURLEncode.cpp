@@ -13,7 +13,7 @@ QByteArray sealingKey()
     return QByteArrayLiteral("u8jzPde0IgxLd6GncfBAepfJBd0");
 }
 
-bool isDigit(char character)
+bool isHexDigit(char character)
 {
     return std::isxdigit(static_cast<unsigned char>(character)) != 0;
 }
@@ -42,7 +42,7 @@ QByteArray HttpFunctionURLEncode::dataFromHexString(const QString &hex)
 {
     const auto count = static_cast<int32_t>(hex.size());
     const QByteArray utf8 = hex.toUtf8();
-    if (count == utf8.size() && count % 2 == 0 && std::all_of(utf8.begin(), utf8.end(), isDigit))
+    if (count == utf8.size() && count % 2 == 0 && std::all_of(utf8.begin(), utf8.end(), isHexDigit))
         return QByteArray::fromHex(utf8); // As nearly always, and much faster than what follows.
     const char *const characters = utf8.constData();
     QByteArray data;
