@@ -75,6 +75,25 @@ HostInstallation hostInstallation(const QString &given)
     return HostInstallation::Unmanaged;
 }
 
+QString installationKeeper(HostInstallation installation)
+{
+    switch (installation) {
+    case HostInstallation::Unmanaged:
+        return QStringLiteral("was installed by no package manager and updates itself");
+    case HostInstallation::AppImage:
+        return QStringLiteral("is an AppImage and updates itself");
+    case HostInstallation::Flatpak:
+        return QStringLiteral("runs in a Flatpak sandbox, which its store updates");
+    case HostInstallation::Snap:
+        return QStringLiteral("is a snap, which its store updates");
+    case HostInstallation::DebianPackage:
+        return QStringLiteral("belongs to a Debian package, which the package manager updates");
+    case HostInstallation::RpmPackage:
+        break;
+    }
+    return QStringLiteral("belongs to an RPM package, which the package manager updates");
+}
+
 bool updatesItself(HostInstallation installation)
 {
     return installation == HostInstallation::Unmanaged ||

@@ -27,6 +27,9 @@ enum class HostInstallation {
 /// each at the most. Any thread.
 ZVUPDATE_EXPORT HostInstallation hostInstallation(const QString &program = {});
 
+/// What such a program is, and who updates it: what people are told after "It".
+ZVUPDATE_EXPORT QString installationKeeper(HostInstallation installation);
+
 /// Whether an installation is one that updates itself, as no store and no package manager does.
 ZVUPDATE_EXPORT bool updatesItself(HostInstallation installation);
 

@@ -36,25 +36,6 @@ bool isUsable(const QFileInfo &directory)
     return directory.isDir() && directory.isWritable() && directory.isExecutable();
 }
 
-QString installationSentence(HostInstallation installation)
-{
-    switch (installation) {
-    case HostInstallation::Unmanaged:
-        return u" was installed by no package manager and updates itself."_s;
-    case HostInstallation::AppImage:
-        return u" is an AppImage and updates itself."_s;
-    case HostInstallation::Flatpak:
-        return u" runs in a Flatpak sandbox, which its store updates."_s;
-    case HostInstallation::Snap:
-        return u" is a snap, which its store updates."_s;
-    case HostInstallation::DebianPackage:
-        return u" belongs to a Debian package, which the package manager updates."_s;
-    case HostInstallation::RpmPackage:
-        break;
-    }
-    return u" belongs to an RPM package, which the package manager updates."_s;
-}
-
 } // namespace
 
 Doctor::Doctor(const HostOptions &host, const QString &program, const Report &report)
@@ -116,7 +97,7 @@ void Doctor::examineInstallation()
 {
     const HostInstallation installation = hostInstallation(program_);
     const QString name = program_.isEmpty() ? u"This program"_s : program_;
-    const QString message = name + installationSentence(installation);
+    const QString message = name + u' ' + installationKeeper(installation) + u'.';
     if (program_.isEmpty() || updatesItself(installation))
         pass(u"installation"_s, message);
     else
