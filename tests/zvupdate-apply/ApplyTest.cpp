@@ -37,6 +37,10 @@ TEST_F(Apply, ReplacesAFileAndKeepsNamePermissionsAndLinks)
         EXPECT_EQ(readFile(path("Sample-1.0.AppImage")), program("new"));
         EXPECT_EQ(readFile(path("Sample-1.0.AppImage.previous")), old);
     }
+    // As it is left where names cannot be exchanged.
+    QFile::remove(path("Sample-1.0.AppImage.previous"));
+    QFile::rename(path("Sample-1.0.AppImage"), path("Sample-1.0.AppImage.previous"));
+    EXPECT_EQ(replace("new", "Sample").status, 0);
     EXPECT_TRUE(QFileInfo(path("Sample")).isSymLink());
     struct stat status = {};
     stat(QFile::encodeName(path("Sample")).constData(), &status);
@@ -196,7 +200,7 @@ TEST_F(Apply, LeavesWhatItReplaces)
         }
         ASSERT_TRUE(QFile::copy(library, path("app/") + QFileInfo(library).fileName()));
         QProcess host;
-        host.start(u"cat"_s, {});
+        host.start(u"sh"_s, {u"-c"_s, u"read -r _"_s, path("app/run")}); // As an interpreter.
         ASSERT_TRUE(host.waitForStarted());
 
         QProcess tool;

@@ -136,10 +136,12 @@ TEST_F(Refusals, SpareWhatOthersLookAfter)
                                 const char *target, const char *reason) {
         const QByteArray former = qgetenv(variable);
         qputenv(variable, QFile::encodeName(value));
-        expectRefused(replace(installer, target), tree(), reason);
+        const QStringList ourselves{u"--wait-for"_s, QString::number(getpid())};
+        expectRefused(replace(installer, target, ourselves), tree(), reason);
         former.isNull() ? qunsetenv(variable) : qputenv(variable, former);
     };
     refuses("SNAP", folder_.path(), "new", "app", "a snap");
+    refuses("APPIMAGE", path("app"), "new", "app", "what APPIMAGE names");
     refuses("PATH", path("bin") + u":/usr/bin:/bin"_s, "new", "app", "Debian package");
     refuses("HOME", path("home"), "new.tar", "home", "no program's own");
     refuses("HOME", path("home/app"), "new.tar", "home", "no program's own");

@@ -17,6 +17,7 @@
 #include <QFile>
 #include <QFileInfo>
 
+#include <algorithm>
 #include <cstdio>
 #include <optional>
 
@@ -196,6 +197,12 @@ Outcome apply(const Arguments &arguments, Console &console)
                               "folder, of what --restart starts"_s);
     if (!target->isFolder && !settings->program.isEmpty())
         return wrongArguments(u"--program is for folders; leave it out to restart the file"_s);
+    const QStringList running = settings->host.files();
+    if (target->isNamedAppImage() && !running.isEmpty() &&
+        std::none_of(running.cbegin(), running.cend(),
+                     [&target](const QString &file) { return target->holds(file); }))
+        return Failure{u"\"%1\" is what APPIMAGE names, and not what the process to wait for runs "
+                       "from"_s.arg(target->path)};
     Replacement replacement(*target);
     if (const auto prepared = replacement.prepare(); !prepared)
         return Failure{prepared.error()};

@@ -1,6 +1,8 @@
 #include "HostProcess.h"
 
+#include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QList>
 #include <QString>
 
@@ -45,6 +47,21 @@ HostProcess::HostProcess(std::optional<pid_t> identifier) : identifier_(identifi
 bool HostProcess::hasEnded() const
 {
     return !start_ || startOf(identifier_) != start_;
+}
+
+QStringList HostProcess::files() const
+{
+    const QDir process(u"/proc/%1"_s.arg(identifier_));
+    const QDir folder(process.filePath(u"cwd"_s));
+    QFile words(process.filePath(u"cmdline"_s));
+    QStringList paths{process.filePath(u"exe"_s)};
+    if (words.open(QIODevice::ReadOnly)) {
+        for (const QByteArray &word : words.readAll().split('\0'))
+            paths.append(folder.filePath(QFile::decodeName(word)));
+    }
+    for (QString &path : paths)
+        path = QFileInfo(path).canonicalFilePath();
+    return hasEnded() ? QStringList() : paths;
 }
 
 bool HostProcess::waitForEnd(std::chrono::seconds patience) const

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QStringList>
 #include <QtGlobal>
 
 #include <chrono>
@@ -17,6 +18,9 @@ public:
     explicit HostProcess(std::optional<pid_t> identifier);
 
     bool hasEnded() const;
+    /// The canonical paths of its program and of those files that it was called with, of which an
+    /// interpreter's script is one. Empty when it has ended.
+    QStringList files() const;
     /// False when it has not ended in time.
     bool waitForEnd(std::chrono::seconds patience) const;
 

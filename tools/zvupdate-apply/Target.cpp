@@ -25,29 +25,18 @@ bool isBelow(const QString &path, const QString &folder)
     return path.startsWith(folder + u'/');
 }
 
-QString keeper(HostInstallation installation)
-{
-    switch (installation) {
-    case HostInstallation::Flatpak:
-        return u"this runs in a Flatpak, which its store updates"_s;
-    case HostInstallation::Snap:
-        return u"it is a snap, which its store updates"_s;
-    case HostInstallation::DebianPackage:
-        return u"it belongs to a Debian package, which the package manager updates"_s;
-    default:
-        return u"it belongs to an RPM package, which the package manager updates"_s;
-    }
-}
-
 } // namespace
 
 Result<Target> Target::find(const QString &path)
 {
     Target target{.given = path, .path = path};
     // Where names cannot be exchanged, an end between two renames leaves the old one here.
-    if (!QFileInfo(path).isSymLink() && !QFileInfo::exists(path))
+    if (!QFileInfo::exists(path)) {
+        if (QFileInfo(path).isSymLink())
+            target.path = QFileInfo(path).symLinkTarget();
         std::rename(QFile::encodeName(target.previous()).constData(),
-                    QFile::encodeName(path).constData());
+                    QFile::encodeName(target.path).constData());
+    }
     target.path = QFileInfo(path).canonicalFilePath();
     if (target.path.isEmpty())
         return Failure{u"there is nothing at \"%1\" to replace"_s.arg(path)};
@@ -76,7 +65,7 @@ Result<void> Target::isOurs() const
     if (path == u"/"_s || path == home || isBelow(home, path))
         return Failure{u"it is no program's own folder"_s};
     if (const HostInstallation installation = hostInstallation(path); !updatesItself(installation))
-        return Failure{keeper(installation)};
+        return Failure{u"it "_s + installationKeeper(installation)};
     if ((mount.f_flag & ST_RDONLY) != 0)
         return Failure{u"it lies where nothing can be written"_s};
     if (own.st_dev != above.st_dev)
@@ -94,11 +83,16 @@ QString Target::workFolder() const
     return Files::join(info.path(), u"."_s + info.fileName() + u".zvupdate-apply"_s);
 }
 
+bool Target::isNamedAppImage() const
+{
+    return QFileInfo(qEnvironmentVariable("APPIMAGE")).canonicalFilePath() == path;
+}
+
 bool Target::holds(const QString &canonicalPath) const
 {
     if (isFolder)
         return isBelow(canonicalPath, path);
     const QString mount = QFileInfo(qEnvironmentVariable("APPDIR")).canonicalFilePath();
-    return QFileInfo(qEnvironmentVariable("APPIMAGE")).canonicalFilePath() == path &&
-           !mount.isEmpty() && isBelow(canonicalPath, mount);
+    return canonicalPath == path ||
+           (isNamedAppImage() && !mount.isEmpty() && isBelow(canonicalPath, mount));
 }

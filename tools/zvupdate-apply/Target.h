@@ -24,7 +24,10 @@ struct Target
     QString previous() const { return path + QStringLiteral(".previous"); }
     /// The folder beside it for all that is not finished.
     QString workFolder() const;
-    /// Whether something lies in it, or in what an AppImage shows while it runs.
+    /// Whether the environment says that it is the AppImage which runs. It may be another one's, as
+    /// what a program from an AppImage starts has that from it.
+    bool isNamedAppImage() const;
+    /// Whether something is it, or lies in it or in what an AppImage shows while it runs.
     bool holds(const QString &canonicalPath) const;
 
 private:
