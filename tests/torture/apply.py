@@ -26,8 +26,9 @@ FILLING = ("fchmod", "fchmodat", "fsync", "ftruncate", "link", "linkat", "mkdir"
            "pwrite64", "rename", "renameat2", "symlink", "symlinkat", "syncfs", "utimensat", "write")
 NO_EXCHANGE = ("-e", "inject=renameat2:error=EINVAL")
 
-Form = collections.namedtuple("Form", "is_folder has_exchange ends_well")
+Form = collections.namedtuple("Form", "is_folder has_exchange ends_well lies_inside", defaults=(False,))
 FORMS = [Form(*each) for each in itertools.product((False, True), (True, False), (True, False))]
+FORMS.append(Form(is_folder=True, has_exchange=True, ends_well=True, lies_inside=True))
 
 
 class Place:
@@ -46,6 +47,8 @@ class Place:
         for name, version in (("new", self.new), ("bad", self.bad)):
             self._pack(self.folder / name, version)
 
+        if form.lies_inside:
+            self.old["apply"] = (options.bin / "zvupdate-apply").read_bytes()
         self._run(self._strace("-e", "trace=all"), "--version")
         self.start_up = collections.Counter(
             text.partition("(")[0] for _, text in self._calls())
@@ -97,7 +100,9 @@ class Place:
                          "--expect-md5", digest, *more)
 
     def _run(self, wrapper, *arguments):
-        done = subprocess.run([*wrapper, self.options.bin / "zvupdate-apply", *arguments],
+        inside = self.target / "apply"
+        program = inside if inside.exists() else self.options.bin / "zvupdate-apply"
+        done = subprocess.run([*wrapper, program, *arguments],
                               capture_output=True, env={"PATH": str(self.folder), "LC_ALL": "C.UTF-8"},
                               timeout=road.PATIENCE, text=True, check=False)
         return road.Outcome(done.returncode, done.stdout, done.stderr)

@@ -121,10 +121,11 @@ Result<void> Replacement::prepare()
     };
     constexpr int mostTries = 100; // Others may remove theirs between our making and locking it.
     for (int tries = 0; tries < mostTries; ++tries) {
-        if (mkdir(name.constData(), S_IRWXU) != 0 && errno != EEXIST)
-            return failed(u"\"%1\" cannot be made"_s.arg(path));
+        const int error = mkdir(name.constData(), S_IRWXU) == 0 ? 0 : errno;
         FileDescriptor open(
             ::open(name.constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+        if (!open.isOpen() && error != 0 && error != EEXIST)
+            return failed(u"\"%1\" cannot be made"_s.arg(path), error);
         if (flock(open.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK)
             return Failure{u"another process is replacing \"%1\""_s.arg(target_.path)};
         if (!is(open))
