@@ -87,18 +87,35 @@ void keepOnScreen(QWidget *window)
                  std::max(room.top(), std::min(window->y(), room.bottom() + 1 - size.height())));
 }
 
-// Whether the desktop names a program for files of a type; absent when it cannot be asked.
-std::optional<bool> hasProgramForType(const QString &asker, const QString &type)
+// What the desktop answers to a question about types of files; absent when it cannot be asked.
+std::optional<QString> answerOf(const QString &asker, const char *question, const QString &about)
 {
     constexpr int patience = 2000; // ms; the user has pressed a button.
     constexpr int noAsker = 3;     // What xdg-mime needs itself is missing.
     QProcess process;
-    process.start(asker, {QStringLiteral("query"), QStringLiteral("default"), type},
+    process.setStandardErrorFile(QProcess::nullDevice());
+    process.start(asker, {QStringLiteral("query"), QLatin1String(question), about},
                   QIODevice::ReadOnly);
     if (!process.waitForFinished(patience) || process.exitStatus() != QProcess::NormalExit ||
         process.exitCode() == noAsker)
         return std::nullopt;
-    return !process.readAllStandardOutput().trimmed().isEmpty();
+    return QString::fromLocal8Bit(process.readAllStandardOutput()).trimmed();
+}
+
+// What the desktop may look for a program for, once it sees a file. Where it is no desktop that
+// xdg-open knows, that goes by the content in its own way, and not by the name.
+QStringList typesOf(const QString &asker, const QString &path)
+{
+    const QMimeDatabase database;
+    const auto seen = answerOf(asker, "filetype", path).value_or(QString()).section(u';', 0, 0);
+    const QMimeType type =
+        seen.isEmpty() ? database.mimeTypeForFile(path) : database.mimeTypeForName(seen);
+    QStringList names =
+        QStringList(seen.isEmpty() ? type.name() : seen) + type.aliases() + type.allAncestors();
+    // What opens any bytes or any text does not install.
+    names.removeAll(QStringLiteral("application/octet-stream"));
+    names.removeAll(QStringLiteral("text/plain"));
+    return names;
 }
 
 // Asked before, as what opens a file may find out that nothing does when nobody listens any more.
@@ -109,14 +126,10 @@ bool hasProgramFor(const QString &path)
         QFileInfo::exists(QStringLiteral("/.flatpak-info")) || qEnvironmentVariableIsSet("SNAP");
     if (asker.isEmpty() || isSandboxed) // In a sandbox, what is outside opens files.
         return true;
-    const QMimeType type = QMimeDatabase().mimeTypeForFile(path);
-    QStringList names = QStringList(type.name()) + type.aliases() + type.allAncestors();
-    // What opens any bytes or any text does not install.
-    names.removeAll(QStringLiteral("application/octet-stream"));
-    names.removeAll(QStringLiteral("text/plain"));
-    return names.isEmpty() || std::any_of(names.begin(), names.end(), [&](const QString &name) {
-               return hasProgramForType(asker, name).value_or(true);
-           });
+    const QStringList names = typesOf(asker, path);
+    return std::any_of(names.begin(), names.end(), [&](const QString &name) {
+        return answerOf(asker, "default", name) != QString();
+    });
 }
 
 } // namespace

@@ -27,7 +27,8 @@ public:
     {
         QDir(directory_.path()).mkpath(u"bin"_s);
         const QString asker = directory_.filePath(u"bin/xdg-mime"_s);
-        writeFile(asker, "#!/bin/sh\necho \"$3\" >>\"${0%/*}/asked\"; cat \"${0%/*}/programs\"");
+        writeFile(asker, "#!/bin/sh\necho \"$3\" >>\"${0%/*}/asked\"; [ $2 = filetype ] || cat "
+                         "\"${0%/*}/programs\"");
         QFile::setPermissions(asker, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
         qputenv("PATH", QFile::encodeName(directory_.filePath(u"bin"_s)) + ':' + path_);
         writeFile(programs_, "viewer.desktop\n");
@@ -60,19 +61,8 @@ TEST_F(OpeningTest, GivesTheDesktopANameByWhichItKnowsTheKind)
 {
     const std::pair<QByteArray, const char *> kinds[] = {
         {"!<arch>\ndebian-binary   0", "P_2.deb"},
-        {QByteArrayLiteral("\xed\xab\xee\xdb\3\0"), "P_2.rpm"},
         {elf + QByteArrayLiteral("AI\2\0"), "P_2.AppImage"},
-        {QByteArrayLiteral("flatpak\0\1\0\x89\xe5"), "P_2.flatpak"},
         {"#!/bin/sh\nexit 0\n", "P_2.run"},
-        {QByteArrayLiteral("PK\3\4\x14\0\0\0"), "P_2.zip"},
-        {QByteArray(257, 'n') + QByteArrayLiteral("ustar\0") + "00", "P_2.tar"},
-        {QByteArrayLiteral("\x1f\x8b\x08\0"), "P_2.tar.gz"},
-        {"BZh91AY&SY", "P_2.tar.bz2"},
-        {QByteArrayLiteral("\xfd"
-                           "7zXZ\0\0"),
-         "P_2.tar.xz"},
-        {QByteArrayLiteral("\x28\xb5\x2f\xfd\x24\x00"), "P_2.tar.zst"},
-        {QByteArray(1024, '\1') + "koly" + QByteArray(508, '\0'), "P_2.dmg"},
         {QByteArrayLiteral("\1\2\3"), "P_2.dmg"},
     };
     for (const auto &[content, name] : kinds) {
