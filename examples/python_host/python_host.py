@@ -1,8 +1,9 @@
 #!/usr/bin/env python3
 """A host in Python: has zvupdate check for an update, tells how the download goes, lets zvupdate
-show its window when the installer is ready, and hears what the user has chosen.
+show its window when the installer is ready, hears what the user has chosen, and is replaced by the new
+version, and started again.
 
-Needs nothing but Python's standard library, and zvupdate where programs are found. Copy what you
+Needs nothing but Python's standard library, and zvupdate and zvupdate-apply where programs are found. Copy what you
 need; docs/helper-process.md says what else there is to know of zvupdate.
 """
 
@@ -10,6 +11,7 @@ import asyncio
 import json
 import os
 import pathlib
+import shlex
 import signal
 import sys
 
@@ -21,13 +23,17 @@ PRODUCT_NAME = "Sample App"
 APPLICATION = "Example/SampleApp"
 
 DATA = pathlib.Path(os.environ.get("XDG_DATA_HOME") or pathlib.Path.home() / ".local" / "share")
+# Run when the user chooses "Update": waits for the end of this process, puts the new version in the
+# place of this file, and starts it. What it refuses, it says on standard error.
+ON_UPDATE = (f'zvupdate-apply --installer "$1" --replace {shlex.quote(os.path.abspath(__file__))} '
+             f"--wait-for {os.getpid()} --restart --updated")
 COMMAND = [
     "zvupdate", "check", "--json",
     "--product-id", PRODUCT_ID,
     "--product-version", PRODUCT_VERSION,
     "--directory", str(DATA / APPLICATION / "updates"),
     "--application", APPLICATION,
-    "--show-window", "--product-name", PRODUCT_NAME,
+    "--show-window", "--product-name", PRODUCT_NAME, "--on-update", ON_UPDATE,
 ]
 # An event is a line. The longest are those with release notes.
 LONGEST_LINE = 64 << 20
@@ -46,7 +52,7 @@ def handle(event: dict) -> None:
         case {"event": "ready", "path": path}:
             print(f"Ready to install: {path}")
         case {"event": "window", "action": "update"}:
-            print("The installer is open; the application would end now, to be replaced.")
+            print("The application ends now, to be replaced.")
         case {"event": "window", "action": "cancel"}:
             print("The user does not want it now.")
         case {"event": "window"}:
@@ -83,6 +89,10 @@ async def check() -> int:
 
 def main() -> int:
     sys.stdout.reconfigure(line_buffering=True)
+    # Not after an update: if that did not last, the same would be offered at once again.
+    if "--updated" in sys.argv:
+        print(f"This is version {PRODUCT_VERSION}.")
+        signal.pause()  # Where the application does its own work.
     try:
         status = asyncio.run(check())
     except OSError as error:

@@ -1,16 +1,18 @@
 // A host application of the size of a page: a menu with "Check for Updates…" and the setting
-// "Automatically check for updates", how a check or its
-// download is getting on in the status bar, and the library's own window when an installer is
-// ready. Copy what you need.
+// "Automatically check for updates", how a check or its download is getting on in the status bar,
+// the library's own window when an installer is ready, and the last step: it is replaced by the new
+// version, and started again. Copy what you need.
 
 #include <ZVUpdate/ZVUpdate.h>
 
 #include <QApplication>
 #include <QDir>
+#include <QFileInfo>
 #include <QIcon>
 #include <QLocale>
 #include <QMainWindow>
 #include <QMenuBar>
+#include <QProcess>
 #include <QStandardPaths>
 #include <QStatusBar>
 #include <QTextEdit>
@@ -20,6 +22,8 @@
 static const QString productID = QStringLiteral("SampleApp");
 static const QString productVersion = QStringLiteral("2100");
 static const QString productName = QStringLiteral("Sample App");
+// By which a version knows that it has been started after an update.
+static const QString restarted = QStringLiteral("--updated");
 
 class MainWindow : public QMainWindow, public ZVUpdateProcDelegate
 {
@@ -34,8 +38,10 @@ public:
         setCentralWidget(new QTextEdit);
         makeMenus();
 
-        // Once the window is up. With the setting off, the check ends at once and asks nobody.
-        QTimer::singleShot(0, this, [this] { check(ZVUpdateProc::CheckReason::Scheduled); });
+        // Once the window is up. With the setting off, the check ends at once and asks nobody. Not
+        // after an update: if that did not last, the same would be offered at once again.
+        if (!QApplication::arguments().contains(restarted))
+            QTimer::singleShot(0, this, [this] { check(ZVUpdateProc::CheckReason::Scheduled); });
     }
 
     // ZVUpdateProcDelegate, always on the main thread:
@@ -80,9 +86,32 @@ public:
         updater_->showDefaultUpdateWindowWithProductName(productName);
     }
 
+    bool installUpdate(const QString &path, ZVPlatform::InstallerKind kind) override
+    {
+        const QStringList target = replacedBy(kind);
+        if (target.isEmpty())
+            return false;
+        auto *apply = new QProcess; // Without an owner, as it goes on when this application ends.
+        // Its first line says that the new version is on the disk and waits for this one's end.
+        connect(apply, &QProcess::readyReadStandardOutput, this, &QWidget::close);
+        connect(apply, &QProcess::finished, this, [this, apply] {
+            statusBar()->showMessage(QString::fromLocal8Bit(apply->readAllStandardError()));
+            apply->deleteLater();
+        });
+        apply->start(QStringLiteral("zvupdate-apply"),
+                     QStringList{QStringLiteral("--installer"), path, QStringLiteral("--wait-for"),
+                                 QString::number(QApplication::applicationPid())} +
+                         target + QStringList{QStringLiteral("--restart"), restarted});
+        isReplaced_ = apply->waitForStarted();
+        return isReplaced_;
+    }
+
     void windowClosedUpdateAction() override
     {
-        close(); // The installer is open; it wants to replace this application.
+        if (isReplaced_)
+            statusBar()->showMessage(tr("Installing the update…"));
+        else
+            close(); // The installer is open; it wants to replace this application.
     }
 
     void windowClosedCancelAction() override
@@ -92,6 +121,30 @@ public:
     }
 
 private:
+    // What an installer of a kind replaces: this one file, or the folder that the program lies in.
+    // Nothing where it is not ours to install, as a package, which the desktop opens.
+    static QStringList replacedBy(ZVPlatform::InstallerKind kind)
+    {
+        using Kind = ZVPlatform::InstallerKind;
+        const QFileInfo program(QApplication::applicationFilePath());
+        switch (kind) {
+        case Kind::AppImage:
+        case Kind::Executable:
+        case Kind::Script:
+            return {QStringLiteral("--replace"),
+                    qEnvironmentVariable("APPIMAGE", program.filePath())};
+        case Kind::Zip:
+        case Kind::Tar:
+        case Kind::TarGzip:
+        case Kind::TarXz:
+        case Kind::TarZstd:
+            return {QStringLiteral("--replace"), program.path(), QStringLiteral("--program"),
+                    program.fileName()};
+        default:
+            return {};
+        }
+    }
+
     void makeMenus()
     {
         QMenu *file = menuBar()->addMenu(tr("&File"));
@@ -121,6 +174,7 @@ private:
 
     const std::shared_ptr<ZVUpdateProc> updater_;
     QAction *automatic_ = nullptr;
+    bool isReplaced_ = false;
 };
 
 int main(int argc, char **argv)
