@@ -52,9 +52,11 @@ set_target_properties(zvupdate_core_objects PROPERTIES
 target_compile_definitions(zvupdate_core_objects PRIVATE
     ZVUPDATE_SERVICE_URL="${ZVUPDATE_SERVICE_URL}"
     $<$<BOOL:${ZVUPDATE_OVERRIDE_FILE}>:ZVUPDATE_OVERRIDE_FILE>)
-string(TIMESTAMP today "%Y-%m-%d" UTC) # A signature's end is compared with it, at the least.
+# The day of the build: no clock that is right shows an earlier one. SOURCE_DATE_EPOCH, when set, is
+# heeded.
+string(TIMESTAMP ZVUPDATE_BUILD_DATE "%Y-%m-%d" UTC)
 set_property(SOURCE service/CheckUpdateResponse.cpp APPEND PROPERTY
-    COMPILE_DEFINITIONS ZVUPDATE_BUILD_DATE="${today}")
+    COMPILE_DEFINITIONS ZVUPDATE_BUILD_DATE="${ZVUPDATE_BUILD_DATE}")
 target_include_directories(zvupdate_core_objects PUBLIC ${PROJECT_SOURCE_DIR})
 target_link_libraries(zvupdate_core_objects
     PUBLIC Qt6::Core CURL::libcurl OpenSSL::Crypto Threads::Threads
