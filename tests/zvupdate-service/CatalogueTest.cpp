@@ -140,6 +140,16 @@ TEST(VersionOrder, ComparesNumberByNumber)
         {u"", u"1", std::strong_ordering::less},
         {u"", u"none", std::strong_ordering::equal},
         {u"20240101123456789012345", u"20240101123456789012344", std::strong_ordering::greater},
+        {u"2.1.0-beta1", u"2.1.0", std::strong_ordering::less},
+        {u"2.1.0-beta1", u"2.0.9", std::strong_ordering::greater},
+        {u"2104-beta", u"2104.0", std::strong_ordering::less},
+        {u"1.0.0-alpha", u"1.0.0-alpha.1", std::strong_ordering::less},
+        {u"1.0.0-alpha.1", u"1.0.0-alpha.beta", std::strong_ordering::less},
+        {u"1.0.0-alpha.beta", u"1.0.0-beta", std::strong_ordering::less},
+        {u"1.0.0-beta.2", u"1.0.0-beta.11", std::strong_ordering::less},
+        {u"1.0.0-beta9", u"1.0.0-beta10", std::strong_ordering::less},
+        {u"1.0.0-beta.11", u"1.0.0-rc.1", std::strong_ordering::less},
+        {u"2.1.0-1", u"2.1.0", std::strong_ordering::greater},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(QString::fromUtf16(c.left).toStdString() + " against " +
