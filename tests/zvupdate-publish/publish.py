@@ -9,6 +9,7 @@ import http.server
 import json
 import os
 import pathlib
+import pty
 import re
 import shutil
 import signal
@@ -71,49 +72,197 @@ class Folder(unittest.TestCase):
         return self.publish("add", "--catalogue", self.catalogue, "--product-id", product,
                             "--version", version, "--installer", installer, *more, status=status)
 
+    def change(self, command, *arguments, version="2", status=0):
+        return self.publish(command, "--catalogue", self.catalogue, "--product-id", "P1",
+                            "--version", version, *arguments, status=status)
+
+    def undo(self, *arguments, status=0):
+        return self.publish("undo", "--catalogue", self.catalogue, *arguments, status=status)
+
+    def make_site(self, *more):
+        return json.loads(self.publish("site", "--catalogue", self.catalogue, "--output",
+                                       self.folder / "site", "--format", "nginx", "--json", *more))
+
+    def rollback(self, *arguments, status=0):
+        return self.publish("rollback", "--output", self.folder / "site", *arguments,
+                            status=status)
+
     def releases(self):
         return json.loads((self.catalogue / "releases.json").read_text())
 
 
 class Catalogue(Folder):
     def test_refuses_what_clients_would_stumble_over(self):
-        installer = self.file("installer", b"v2")
-        self.add("2103", installer)
+        installer = self.file("installer", b"v2" * 20)
+        self.add("2103", installer, "--notes", f"en={self.notes}")
         before = self.releases()
+        other = self.file("other", b"v3" * 20)
+        script = self.file("script", b"#!")
+        with self.file("huge", b"").open("wb") as huge:
+            huge.truncate(1 << 32)
         self.file("empty", b" \n")
         self.file("latin", b"d\xe9j\xe0 vu")
         # Sealed, each byte takes two; the reply may have 2 MiB.
         self.file("fits", b"n" * (1024 * 1024 - 1024))
         self.file("long", b"n" * (1024 * 1024))
         os.mkfifo(self.folder / "pipe")
-        for version, more, status, reason in (
-                ("2103", (), 1, "exists"), ("2103.0", (), 1, "exists"),
-                ("2102", (), 1, "older than 2103"), ("x", (), 1, "no number"),
-                ("3/1", (), 1, "not one plain file name"),
-                ("9" * 250, (), 1, "not one plain file name"),
-                ("2104", ("--notes", f"en={self.folder}/empty"), 1, "is empty"),
-                ("2104", ("--notes", f"en={self.folder}/latin"), 1, "not UTF-8"),
-                ("2104", ("--notes", f"en={self.folder}/long"), 1, "may have 2097152 bytes"),
-                ("2104", ("--notes", f"en={self.folder}/pipe"), 1, "give a file"),
-                ("2104", ("--installer", self.folder / "pipe"), 1, "give a file"),
-                ("2104", ("--notes", "en"), 2, "LANGUAGE=FILE"),
-                ("2104", ("--supersedes", "2104"), 1, "not older")):
-            with self.subTest(version=version, more=more):
-                output = self.add(version, installer, *more, status=status)
+        new = ("add", "--installer", other, "--version")
+        edit = ("edit", "--version", "2103")
+        for arguments, status, reason in (
+                ((*new, "2103"), 1, "exists"), ((*new, "2103.0"), 1, "exists"),
+                ((*new, "2102"), 1, "older than 2103"),
+                ((*new, "2103-rc1"), 1, "older than 2103"), ((*new, "x"), 1, "no number"),
+                ((*new, "3/1"), 1, "choose another version"),
+                ((*new, "9" * 250), 1, "choose another version"),
+                ((*new, "3", "--product-id", "a/b"), 1, "--product-id: clients would refuse"),
+                ((*new, "2104", "--notes", f"en={self.folder}/empty"), 1, "is empty"),
+                ((*new, "2104", "--notes", f"en={self.folder}/latin"), 1, "not UTF-8"),
+                ((*new, "2104", "--notes", f"en={self.folder}/long"), 1, "may have 2097152 bytes"),
+                ((*new, "2104", "--notes", f"en={self.folder}/pipe"), 1, "give a file"),
+                ((*new, "2104", "--notes", "en"), 2, "LANGUAGE=FILE"),
+                ((*new, "2104", "--supersedes", "2104"), 1, "not older"),
+                ((*new, "2104", "--installer", self.folder / "pipe"), 1, "give a file"),
+                ((*new, "2104", "--installer", self.folder / "huge"), 1, "4 GiB or more"),
+                ((*new, "2104", "--installer", installer), 1, "is the installer of version 2103"),
+                ((*new, "2104", "--installer", script), 1, "is a script, and 2103 is of no kind"),
+                ((*new, "2104", "--installer", script), 1, "is of 2 bytes, and 2103 is of 40;"),
+                (edit, 2, "nothing to change; give --notes"),
+                ((*edit, "--notes", f"en={self.folder}/long"), 1, "may have 2097152 bytes"),
+                ((*edit, "--remove-notes", "zh-TW"), 1, "no notes in \"zh-TW\"; give one of en"),
+                ((*edit, "--supersedes", "2104"), 1, "not older"),
+                ((*edit, "--supersedes", "1", "--remove-supersedes", "1"), 2, "give one of both"),
+                ((*edit, "--remove-supersedes", "1"), 1, "does not name \"1\""),
+                ((*edit, "--version", "9", "--supersedes", "1"), 1, "there is no version 9"),
+                ((*edit, "--product-id", "P", "--supersedes", "1"), 1, "there is no product")):
+            with self.subTest(arguments=arguments):
+                command, *rest = arguments
+                output = self.publish(command, "--catalogue", self.catalogue, "--product-id", "P1",
+                                      *rest, status=status)
                 self.assertIn(reason, output)
                 self.assertEqual(output.count("\n"), 1, output)
         self.assertEqual(self.releases(), before)
         self.add("3", installer, product="P")
-        self.add("3_4", installer, product="P")
+        self.add("3_4", other, product="P")
         self.assertIn('3_4 of "P"', self.add("4", installer, product="P_3", status=1))
-        self.assertEqual((self.catalogue / "installers" / "P_3_4").read_bytes(), b"v2")
+        self.assertEqual((self.catalogue / "installers" / "P_3_4").read_bytes(), b"v3" * 20)
         before = self.releases()
-        self.assertIn('"v2...1"', self.add("2.1", installer, "--force", "--dry-run"))
-        self.add("2104", installer, "--dry-run", "--notes", f"en={self.folder}/fits")
-        output = self.add("2104", installer, "--dry-run", "--notes", f"zh-TW={self.notes}")
-        self.assertIn('no notes in "en"', output)
-        self.assertNotIn('no notes in "zh-TW"', output)
+        self.file("quoted", b'"Faster"')
+        for version, installer, more, warning in (
+                ("2.1", script, ("--force",), '"v2...1"'),
+                ("2104", script, ("--force",), "is a script, and 2103"),
+                ("2104", other, ("--notes", f"en={self.folder}/fits"), 'no notes in "zh-TW"'),
+                ("2104", other, ("--notes", f"zh-TW={self.notes}"), 'no notes in "en"'),
+                ("2104", other, ("--notes", f"en={self.folder}/quoted"), "take off the quotes"),
+                ("2104", other, ("--product-id", "P&1"), "have a meaning in the commands")):
+            self.assertIn(warning, self.add(version, installer, "--dry-run", *more))
         self.assertEqual(self.releases(), before)
+
+    def test_every_change_can_be_taken_back(self):
+        catalogue = self.catalogue / "releases.json"
+        history = self.catalogue / ".zvupdate-publish.history"
+        states = []
+
+        def did(_):
+            states.append(catalogue.read_bytes())
+        did(self.add("1", self.file("installer", b"first"), "--notes", f"en={self.notes}"))
+        did(self.add("2", self.file("installer", b"second"), "--supersedes", "1.5",
+                     "--notes", f"en={self.notes}"))
+        did(self.change("edit", "--notes", f"zh-TW={self.notes}", "--remove-notes", "en",
+                        "--supersedes", "1.6", "--supersedes", "1.7"))
+        did(self.change("edit", "--remove-supersedes", "1.7"))
+        release = self.releases()["products"][0]["releases"][1]
+        self.assertEqual(list(release["notes"]), ["zh-TW"])
+        self.assertEqual(release["supersedes"], ["1.5", "1.6"])
+        did(self.change("withdraw"))
+        self.assertIn("withdrawn already", self.change("withdraw", status=1))
+        shown = json.loads(self.publish("list", "--catalogue", self.catalogue, "--json"))
+        self.assertEqual(shown["withdrawn"], {"P1": ["2"]})
+        self.assertIn("version 2 was withdrawn", self.add("2", self.notes, status=1))
+        self.assertIn("is the installer of version 2",
+                      self.add("3", self.folder / "installer", status=1))
+        did(self.add("2", self.file("installer", b"again"), "--force"))
+        shown = self.change("show")
+        self.assertIn("offered the newest: 1, 1.5, 1.6\n", shown)
+        self.assertIn("P1_2-2,", shown)
+        catalogue.write_bytes(b" " + states[-1])
+        self.assertIn("no release is another", self.undo())
+        self.assertEqual(catalogue.read_bytes(), states.pop())
+
+        # Runs that were killed: when what was taken back was not forgotten yet, when a change was
+        # not kept yet, and when it was not made yet.
+        def files():
+            return sorted(history.iterdir(), key=lambda path: int(path.stem))
+        last = files()[-1].read_bytes()
+        self.assertIn("Would take back the last change: P1 2 is no rel", self.undo("--dry-run"))
+        self.undo()
+        self.assertEqual(catalogue.read_bytes(), states.pop())
+        (history / f"{int(files()[-1].stem) + 1}.json").write_bytes(last)
+        self.assertIn("P1 2 is a release again", self.undo())
+        self.assertEqual(catalogue.read_bytes(), states.pop())
+        files()[-1].unlink()
+        self.assertIn("P1 2 is as it was", self.undo())
+        self.assertEqual(catalogue.read_bytes(), states.pop())
+        while states:
+            self.undo()
+            self.assertEqual(catalogue.read_bytes(), states.pop())
+        self.assertIn("no release any more", self.undo())
+        self.assertEqual(self.releases(), {"products": []})
+        self.assertIn("no change to take back", self.undo(status=1))
+
+        self.add("2", self.file("installer", b"second"))
+        for n in range(21):
+            self.change("edit", "--supersedes", f"1.{n}")
+        for left in range(19, -1, -1):
+            self.assertIn(f"taken back: {left}\n", self.undo())
+        self.undo(status=1)
+        self.change("withdraw")
+        self.change("withdraw", "--remove-installer")
+        self.assertNotIn("P1_2", os.listdir(self.catalogue / "installers"))
+        self.assertIn("knows of no installer",
+                      self.change("withdraw", "--remove-installer", status=1))
+        self.assertIn("there is no file", self.undo(status=1))
+
+    def test_watches_long_work_and_keeps_holes(self):
+        self.add("1", self.file("installer", b"first"))
+        with self.file("large", b"").open("r+b") as large:
+            large.truncate(128 << 20)
+            for offset in (0, 100 << 20):
+                large.seek(offset)
+                large.write(b"data")
+
+        def watched(command, *arguments, meanwhile=None):
+            """The exit status, and what a terminal gets; meanwhile is called at the first bar."""
+            terminal, side = pty.openpty()
+            with open(terminal, "rb", 0) as reader, subprocess.Popen(
+                    [BIN / "zvupdate-publish", command, "--catalogue", self.catalogue,
+                     *arguments], stdout=side, stderr=side) as process:
+                os.close(side)
+                output = b""
+                with contextlib.suppress(OSError):  # Of a terminal whose other end is closed.
+                    while piece := reader.read(4096):
+                        output += piece
+                        if meanwhile and b"%  [" in output:
+                            process.send_signal(signal.SIGSTOP)
+                            meanwhile()
+                            process.send_signal(signal.SIGCONT)
+                            meanwhile = None
+            return process.returncode, output.decode()
+        status, output = watched("add", "--product-id", "P1", "--version", "2", "--installer",
+                                 self.folder / "large")
+        self.assertEqual(status, 0, output)
+        self.assertRegex(output, r"(?s)\rReading +\d+ %  \[=*> *\] .* of 128.0 MiB.*Added P1 2: ")
+        copied = self.catalogue / "installers" / "P1_2"
+        self.assertLess(copied.stat().st_blocks * 512, 1 << 20)
+        self.assertEqual(self.publish("list", "--catalogue", self.catalogue, "--json"
+                                      ).count(f'"size":{128 << 20}'), 1)
+        site = ("--output", self.folder / "site", "--format", "nginx")
+        first = self.catalogue / "installers" / "P1_1"
+        # The first one has been read before the large one; it is placed afterwards.
+        status, output = watched("site", *site, meanwhile=lambda: first.write_bytes(b"First"))
+        self.assertIn("P1_1: was written into while it was read", output)
+        self.assertEqual((status, (self.folder / "site" / "current").exists()), (1, False))
+        first.write_bytes(b"first")
+        self.assertEqual(watched("site", *site)[0], 0)
 
     def test_site_refuses_what_would_not_do(self):
         self.add("1", self.file("installer", b"as it was added"))
@@ -156,6 +305,28 @@ class Catalogue(Folder):
             done = subprocess.run(["sh", "-c", leave, self.catalogue, BIN / program, *arguments],
                                   capture_output=True, check=False, timeout=60)
             self.assertIn(b"the current directory has gone", done.stderr)
+
+    def test_sites_can_be_rolled_back(self):
+        installer = self.file("installer", b"first")
+        self.add("1", installer)
+        current = self.folder / "site" / "current"
+        token = self.make_site()["token"]
+        self.assertIn("no site before", self.rollback(status=1))
+        self.add("2", self.file("installer", b"second"))
+        self.assertEqual(self.make_site()["token"], token)
+        self.rollback("--dry-run")
+        self.assertEqual(os.readlink(current), "generations/2")
+        self.rollback()
+        self.assertEqual(os.readlink(current), "generations/1")
+        # Caches may have what the second site gave under its names.
+        self.undo()
+        self.add("2", self.file("installer", b"rebuilt"))
+        self.assertNotEqual(self.make_site()["token"], token)
+        self.rollback("--generation", "2")
+        self.assertIn("9 is not there", self.rollback("--generation", "9", status=1))
+        (self.folder / "site/installers" / hashlib.sha256(b"rebuilt").hexdigest()).unlink()
+        self.assertIn("lacks the file", self.rollback("--generation", "3", status=1))
+        self.assertEqual(os.readlink(current), "generations/2")
 
     def test_gets_over_what_killed_runs_have_left(self):
         installer = self.file("installer.new", b"v1")
@@ -235,10 +406,6 @@ class Site(Folder):
         self.nginx = running.__enter__()
         self.addCleanup(running.__exit__, None, None, None)
         servers.wait_for(lambda: servers.is_listening(self.port), "nginx listens")
-
-    def make_site(self, *more):
-        return json.loads(self.publish("site", "--catalogue", self.catalogue, "--output",
-                                       self.folder / "site", "--format", "nginx", "--json", *more))
 
     def reload(self):
         """Returns when the old workers accept no more connections; they may go on with those they
@@ -321,8 +488,7 @@ class Site(Folder):
         self.add("2", self.file("installer", b"second"))
         self.start()
         token = self.post("cmd=gettoken")["id"]
-        self.publish("withdraw", "--catalogue", self.catalogue, "--product-id", "P1",
-                     "--version", "2")
+        self.change("withdraw")
         self.assertEqual(self.make_site()["token"], token)
         self.reload()
         self.assertFalse(self.is_offered("1"))
@@ -345,13 +511,14 @@ class Site(Folder):
 
     def test_downloads_can_be_sent_elsewhere(self):
         self.add("1", self.file("installer", b"first"))
-        self.add("2", self.file("installer", b"second"))
+        self.file("quoted", b'"Faster"')
+        self.add("2", self.file("installer", b"second"), "--notes", f"en={self.folder}/quoted")
         self.start()
         self.make_site("--base-url", "http://any.example/get/it?what=",
                        "--download-host", f"http://localhost:{self.port}/")
         self.reload()
         self.url = f"http://127.0.0.1:{self.port}/get/it?what="
-        self.verify()
+        self.assertIn("take off the quotes around the notes", self.verify())
         self.assertIn("GET 302", (self.folder / "access.log").read_text())
 
     def test_fifty_products_with_twenty_versions(self):

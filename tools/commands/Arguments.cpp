@@ -30,6 +30,7 @@ Result<Arguments> Arguments::parse(const QString &name, const Command &command,
     }
 
     Arguments result;
+    result.command_ = name;
     result.isHelp_ = parser.isSet(u"help"_s);
     if (result.isHelp_)
         return result;

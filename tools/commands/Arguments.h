@@ -20,6 +20,8 @@ public:
     static ZVPlatform::Result<Arguments> parse(const QString &name, const Command &command,
                                                const QStringList &arguments);
 
+    /// What people call the command.
+    const QString &command() const { return command_; }
     /// Whether help is asked for, in which case nothing else has been looked at.
     bool isHelp() const { return isHelp_; }
 
@@ -43,6 +45,7 @@ private:
     ZVPlatform::Result<void> takeOperand(const QString &name, const Command &command,
                                          const QStringList &operands);
 
+    QString command_;
     bool isHelp_ = false;
     QHash<QString, QStringList> values_; // Of the options given; of switches, empty.
     QString operand_;

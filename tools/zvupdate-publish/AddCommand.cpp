@@ -2,12 +2,12 @@
 #include "CatalogueOption.h"
 #include "Commands.h"
 #include "FilePlacing.h"
+#include "InstallerCheck.h"
+#include "ReleaseRecord.h"
 
-#include "../catalogue/RegularFile.h"
-#include "../catalogue/Replies.h"
+#include "../catalogue/InstallerDigests.h"
 #include "../commands/Arguments.h"
-#include "../commands/Console.h"
-#include "../commands/JsonLine.h"
+#include "../commands/WorkProgress.h"
 #include <ZVUpdate/ZVUpdate.h>
 #include <ZVUpdate/platform/settings/VersionOrder.h>
 
@@ -15,7 +15,6 @@
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonObject>
-#include <QStringDecoder>
 
 #include <algorithm>
 
@@ -41,80 +40,38 @@ bool isBareDigits(const QString &version)
                        [](QChar c) { return c >= u'0' && c <= u'9'; });
 }
 
-QStringList languages()
+// Clients name the file after both.
+Result<void> checkNames(Addition *addition)
 {
-    return {QString::fromUtf8(kZVLanguageCode_EN), QString::fromUtf8(kZVLanguageCode_zh_TW),
-            QString::fromUtf8(kZVLanguageCode_zh_CN)};
-}
-
-QString tooLong()
-{
-    return u"--notes: with these notes clients would refuse the reply, which may have %1 bytes; "
-           "shorten them"_s.arg(Replies::longest);
-}
-
-// Each client gets the notes in all languages.
-Result<void> checkNotes(const Addition &addition)
-{
-    Catalogue::Release release{addition.version, {}, {}, {}};
-    for (auto note = addition.notes.begin(); note != addition.notes.end(); ++note)
-        release.notes.append({note.key(), note->toString()});
-    const QString digest(32, u'0'); // As long as every MD5.
-    if (Replies::newRelease(release, digest).size() > Replies::longest)
-        return Failure{tooLong()};
+    const QString &productId = addition->productId;
+    const QString &version = addition->version;
+    const auto isPlain = [](const QString &id, const QString &of) {
+        return UpdateFiles::named({}, id, of).has_value();
+    };
+    if (!hasNumber(version))
+        return Failure{
+            u"version \"%1\" has no number to order it by; give one, such as 2103"_s.arg(version)};
+    if (!isPlain(productId, version) && isPlain(u"P"_s, version))
+        return Failure{u"--product-id: clients would refuse what is published as \"%1\", as "
+                       "\"%1_%2.exe\" is not one plain file name; choose another "
+                       "identifier"_s.arg(productId, version)};
+    if (!isPlain(productId, version))
+        return Failure{u"clients would refuse version \"%1\" of \"%2\", as \"%2_%1.exe\" is not "
+                       "one plain file name; choose another version"_s.arg(version, productId)};
+    if (productId.contains(u'&') || productId.contains(u'='))
+        addition->warnings.append(
+            u"\"&\" and \"=\" have a meaning in the commands that clients send; a service that "
+            "looks for them there finds another product than \"%1\""_s.arg(productId));
+    if (!isBareDigits(version))
+        addition->warnings.append(
+            u"the prompt shows a dot after each character but the last: version \"%1\" as \"v%2\""_s
+                .arg(version, version.split(QString(), Qt::SkipEmptyParts).join(u'.')));
     return {};
-}
-
-Result<void> readNotes(const QStringList &values, Addition *addition)
-{
-    for (const QString &value : values) {
-        const QString language = value.section(u'=', 0, 0);
-        const QString path = value.section(u'=', 1);
-        if (QFileInfo(path).size() > Replies::longest)
-            return Failure{tooLong()};
-        const auto bytes = RegularFile::read(path);
-        if (!bytes)
-            return Failure{u"--notes: %1 cannot be read; give a file"_s.arg(path)};
-        QStringDecoder decoder(QStringDecoder::Utf8);
-        const QString text = QString(decoder(*bytes)).trimmed();
-        if (decoder.hasError())
-            return Failure{u"--notes: %1 is not UTF-8; convert it"_s.arg(path)};
-        if (text.isEmpty())
-            return Failure{
-                u"--notes: %1 is empty; write something into it, or leave it out"_s.arg(path)};
-        if (addition->notes.contains(language))
-            return Failure{u"--notes: %1 is given twice; give one file for it"_s.arg(language)};
-        addition->notes.insert(language, text);
-        if (text.startsWith(u'"') && text.endsWith(u'"'))
-            addition->warnings.append(
-                u"clients take off the quotes around the notes in \"%1\""_s.arg(language));
-        if (!languages().contains(language))
-            addition->warnings.append(u"no client asks for notes in \"%1\"; they ask for %2"_s.arg(
-                language, languages().join(u", "_s)));
-    }
-    for (const QString &language : languages()) {
-        if (!addition->notes.contains(language))
-            addition->warnings.append(
-                u"there are no notes in \"%1\", and nothing stands in for them"_s.arg(language));
-    }
-    return checkNotes(*addition);
 }
 
 Result<void> checkVersion(const CatalogueFile &catalogue, const Addition &addition, bool isForced)
 {
     const QString &version = addition.version;
-    if (!hasNumber(version))
-        return Failure{
-            u"version \"%1\" has no number to order it by; give one, such as 2103"_s.arg(version)};
-    if (!UpdateFiles::named(catalogue.directory(), addition.productId, version))
-        return Failure{
-            u"clients would refuse version \"%1\" of \"%2\", as \"%2_%1.exe\" is not "
-            "one plain file name; choose another version"_s.arg(version, addition.productId)};
-    for (const QString &old : addition.supersedes) {
-        if (!hasNumber(old) || compareVersions(old, version) >= 0)
-            return Failure{
-                u"--supersedes: \"%1\" is not older than %2; leave it out"_s.arg(old, version)};
-    }
     if (!isForced && catalogue.withdrawn(addition.productId).contains(version))
         return Failure{
             u"version %1 was withdrawn, and caches or clients may still have it; choose a higher "
@@ -134,37 +91,24 @@ Result<void> checkVersion(const CatalogueFile &catalogue, const Addition &additi
     return {};
 }
 
-Result<void> checkInstaller(Addition *addition)
+// What looks like a mistake is told; without --force it is one.
+Result<void> checkInstaller(const CatalogueFile &catalogue, const QString &md5, bool isForced,
+                            Addition *addition)
 {
-    const QFileInfo file(addition->installer);
-    if (!file.isFile() || !file.isReadable())
-        return Failure{u"--installer: %1 cannot be read; give a file"_s.arg(addition->installer)};
-    if (file.size() == 0)
-        return Failure{u"--installer: %1 is empty; give the installer"_s.arg(addition->installer)};
-    // Clients count a file's bytes in 32 bits.
-    if (const quint64 rest = static_cast<quint64>(file.size()) >> 32; rest != 0)
-        addition->warnings.append(
-            u"clients verify only the first %1 bytes of so large an installer"_s.arg(
-                static_cast<quint32>(file.size())));
+    const auto *product = catalogue.product(addition->productId);
+    if (!product)
+        return {};
+    const QString installer = addition->installer;
+    QStringList doubts =
+        InstallerCheck::doubts(installer, md5, addition->version, catalogue, *product);
+    for (QString &doubt : doubts)
+        doubt.prepend(installer + u' ');
+    if (isForced)
+        addition->warnings += doubts;
+    else if (!doubts.isEmpty())
+        return Failure{u"--installer: %1; give another, or --force if that is meant"_s.arg(
+            doubts.join(u"; "_s))};
     return {};
-}
-
-/// Where the installer stands in the catalogue's folder, and whether it was put there just now.
-struct Place
-{
-    QString relativePath;
-    bool isNew = false;
-};
-
-Place placeFor(const CatalogueFile &catalogue, const Addition &addition)
-{
-    const QString path = QFileInfo(addition.installer).canonicalFilePath();
-    if (path.startsWith(catalogue.directory() + u'/'))
-        return {QDir(catalogue.directory()).relativeFilePath(path)};
-    const QString suffix = QFileInfo(path).suffix();
-    return {u"installers/%1_%2"_s.arg(addition.productId, addition.version) +
-                (suffix.isEmpty() ? QString() : u'.' + suffix),
-            true};
 }
 
 // Whose installer lies at that path, if anybody's: two products' identifiers and versions may run
@@ -180,92 +124,137 @@ std::optional<QString> ownerOf(const CatalogueFile &catalogue, const QString &pa
     return std::nullopt;
 }
 
-// Enters the release into the catalogue, which then has the record that is returned.
-Result<QJsonObject> enter(CatalogueFile *catalogue, const Addition &addition, bool isDryRun)
+/// Where the installer stands in the catalogue's folder, and whether it has to be put there.
+struct Place
 {
-    const Place place = placeFor(*catalogue, addition);
-    const QString target = QDir(catalogue->directory()).filePath(place.relativePath);
-    const auto owner = place.isNew ? ownerOf(*catalogue, target) : std::nullopt;
-    if (owner)
-        return Failure{u"%1: is the installer of %2; choose another version"_s.arg(target, *owner)};
-    const QString path = isDryRun ? addition.installer : target;
-    if (place.isNew && !isDryRun) {
-        QDir(catalogue->directory()).mkpath(u"installers"_s);
-        // A copy of its own: what becomes of the original is its maker's business.
-        const auto placed =
-            FilePlacing::place(addition.installer, path, FilePlacing::Sharing::None);
-        if (!placed)
-            return Failure{placed.error()};
-    }
+    QString path;
+    bool isNew = false;
+};
+
+Result<Place> placeFor(const CatalogueFile &catalogue, const Addition &addition)
+{
+    const QFileInfo installer(QFileInfo(addition.installer).canonicalFilePath());
+    if (installer.filePath().startsWith(catalogue.directory() + u'/'))
+        return Place{installer.filePath()};
+    const QString name =
+        u"%1/installers/%2_%3"_s.arg(catalogue.directory(), addition.productId, addition.version);
+    const QString suffix = installer.suffix().isEmpty() ? QString() : u'.' + installer.suffix();
+    QString path = name + suffix;
+    if (const auto owner = ownerOf(catalogue, path))
+        return Failure{u"%1: is the installer of %2; choose another version"_s.arg(path, *owner)};
+    // One that "undo" may bring back is not written over.
+    const QSet<QString> kept =
+        QFileInfo::exists(path) ? catalogue.keptInstallers() : QSet<QString>();
+    for (int i = 2; kept.contains(path); ++i)
+        path = u"%1-%2%3"_s.arg(name, QString::number(i), suffix);
+    return Place{path, true};
+}
+
+Result<void> placeInstaller(const Addition &addition, const QString &path, const QString &md5,
+                            bool isForPrograms, Console &console)
+{
+    QDir().mkpath(QFileInfo(path).path());
+    // Each byte is written and read again.
+    WorkProgress progress(console, u"Copying"_s, 2 * QFileInfo(addition.installer).size(),
+                          !isForPrograms);
+    // A copy of its own: what becomes of the original is its maker's business.
+    return FilePlacing::place(addition.installer, path, FilePlacing::Sharing::None, md5,
+                              [&progress](qint64 bytes) { progress.advance(bytes); });
+}
+
+// Enters the release into the catalogue, which then has the record that is returned.
+Result<QJsonObject> enter(CatalogueFile *catalogue, const Addition &addition, const QString &md5,
+                          const Arguments &arguments, Console &console)
+{
+    const auto place = placeFor(*catalogue, addition);
+    if (!place)
+        return Failure{place.error()};
     QJsonObject record{{u"version"_s, addition.version},
-                       {u"installer"_s, place.relativePath},
-                       {u"size"_s, QFileInfo(path).size()},
-                       {u"md5"_s, ZVMisc::getFileMD5(path)},
+                       {u"installer"_s, QDir(catalogue->directory()).relativeFilePath(place->path)},
+                       {u"size"_s, QFileInfo(addition.installer).size()},
+                       {u"md5"_s, md5},
                        {u"notes"_s, addition.notes}};
     if (!addition.supersedes.isEmpty())
         record.insert(u"supersedes"_s, QJsonArray::fromStringList(addition.supersedes));
-    if (isDryRun)
+    if (arguments.isSet(u"dry-run"_s))
         return record;
+    Result<void> done;
+    if (place->isNew)
+        done = placeInstaller(addition, place->path, md5, arguments.isSet(u"json"_s), console);
+    if (!done)
+        return Failure{done.error()};
     catalogue->add(addition.productId, record);
-    if (const auto saved = catalogue->save(); !saved) {
-        if (place.isNew)
-            QFile::remove(path);
-        return Failure{saved.error()};
-    }
-    return record;
+    done = catalogue->save();
+    if (!done && place->isNew)
+        QFile::remove(place->path);
+    return done ? Result(catalogue->record(addition.productId, addition.version))
+                : Failure{done.error()};
 }
 
-void report(const Addition &addition, const QJsonObject &record, const Arguments &arguments,
-            Console &console)
+QString lineOf(const Addition &addition, const QJsonObject &record, bool isDryRun)
 {
-    const bool isDryRun = arguments.isSet(u"dry-run"_s);
-    for (const QString &warning : addition.warnings)
-        console.complain(u"zvupdate-publish add: warning: "_s + warning);
-    if (arguments.isSet(u"json"_s))
-        return console.print(
-            jsonLine({{u"product"_s, addition.productId},
-                      {u"release"_s, record},
-                      {u"warnings"_s, QJsonArray::fromStringList(addition.warnings)},
-                      {u"dryRun"_s, isDryRun}}));
-    const qint64 size = record.value(u"size"_s).toInteger();
-    console.say((isDryRun ? u"Would add %1 %2: %3, %4 bytes, MD5 %5"_s
-                          : u"Added %1 %2: %3, %4 bytes, MD5 %5"_s)
-                    .arg(addition.productId, addition.version,
-                         record.value(u"installer"_s).toString(), QString::number(size),
-                         record.value(u"md5"_s).toString()));
+    return (isDryRun ? u"Would add %1 %2: %3, %4 bytes, MD5 %5"_s
+                     : u"Added %1 %2: %3, %4 bytes, MD5 %5"_s)
+        .arg(addition.productId, addition.version, record.value(u"installer"_s).toString(),
+             QString::number(record.value(u"size"_s).toInteger()),
+             record.value(u"md5"_s).toString());
+}
+
+// What can be told without the catalogue.
+Outcome prepare(const Arguments &arguments, Addition *addition)
+{
+    const auto notes = ReleaseRecord::readNotes(arguments);
+    if (!notes)
+        return Failure{notes.error()};
+    addition->notes = *notes;
+    auto checked = ReleaseRecord::checkNotes(addition->version, *notes);
+    if (checked)
+        checked = InstallerCheck::check(addition->installer);
+    if (checked)
+        checked = checkNames(addition);
+    if (!checked)
+        return Failure{checked.error()};
+    const auto superseded = ReleaseRecord::readSupersedes(arguments, addition->version);
+    if (!superseded)
+        return Failure{superseded.error()};
+    addition->supersedes = *superseded;
+    addition->warnings += ReleaseRecord::warningsOf(*notes);
+    return Success;
 }
 
 Outcome add(const Arguments &arguments, Console &console)
 {
-    Addition addition{*arguments.value(u"product-id"_s), *arguments.value(u"version"_s),
-                      *arguments.value(u"installer"_s),  {},
-                      arguments.values(u"supersedes"_s), {}};
-    for (const QString &value : arguments.values(u"notes"_s)) {
-        if (value.indexOf(u'=') < 1)
-            return wrongArguments(
-                u"--notes: \"%1\" is not LANGUAGE=FILE; give, say, en=notes.txt"_s.arg(value));
-    }
-    if (!isBareDigits(addition.version))
-        addition.warnings.append(
-            u"the prompt shows a dot after each character but the last: version \"%1\" as \"v%2\""_s
-                .arg(addition.version,
-                     addition.version.split(QString(), Qt::SkipEmptyParts).join(u'.')));
-    auto checked = readNotes(arguments.values(u"notes"_s), &addition);
-    if (checked)
-        checked = checkInstaller(&addition);
-    if (!checked)
-        return Failure{checked.error()};
-
+    Addition addition{*arguments.value(u"product-id"_s),
+                      *arguments.value(u"version"_s),
+                      *arguments.value(u"installer"_s),
+                      {},
+                      {},
+                      {}};
+    if (auto prepared = prepare(arguments, &addition); !prepared)
+        return prepared;
     auto catalogue = CatalogueFile::open(arguments, CatalogueFile::IfMissing::Empty);
     if (!catalogue)
         return Failure{catalogue.error()};
-    checked = checkVersion(*catalogue, addition, arguments.isSet(u"force"_s));
+    const bool isForced = arguments.isSet(u"force"_s);
+    auto checked = checkVersion(*catalogue, addition, isForced);
     if (!checked)
         return Failure{checked.error()};
-    const auto record = enter(&*catalogue, addition, arguments.isSet(u"dry-run"_s));
+    const QFileInfo installer(addition.installer);
+    WorkProgress progress(console, u"Reading"_s, installer.size(), !arguments.isSet(u"json"_s));
+    const auto md5 = InstallerDigests().md5(installer.canonicalFilePath(),
+                                            [&progress](qint64 bytes) { progress.advance(bytes); });
+    if (!md5)
+        return Failure{u"--installer: %1 cannot be read; give a file that nobody writes into"_s.arg(
+            addition.installer)};
+    checked = checkInstaller(*catalogue, *md5, isForced, &addition);
+    if (!checked)
+        return Failure{checked.error()};
+    const auto record = enter(&*catalogue, addition, *md5, arguments, console);
     if (!record)
         return Failure{record.error()};
-    report(addition, *record, arguments, console);
+    ReleaseRecord::report(addition.productId, *record, addition.warnings,
+                          lineOf(addition, *record, arguments.isSet(u"dry-run"_s)), arguments,
+                          console);
     return Success;
 }
 
@@ -293,18 +282,13 @@ Command addCommand()
                      .valueName = u"FILE"_s,
                      .help = u"The installer."_s,
                      .isRequired = true},
-                    {.name = u"notes"_s,
-                     .valueName = u"LANGUAGE=FILE"_s,
-                     .help = u"Release notes, a file in UTF-8 for each language: en, zh-TW and "
-                             "zh-CN."_s},
-                    {.name = u"supersedes"_s,
-                     .valueName = u"VERSION"_s,
-                     .help = u"An older version that users have and that is not in the catalogue. "
-                             "A static site answers only versions that it knows. May be given "
-                             "several times."_s},
+                    ReleaseRecord::notesOption(),
+                    ReleaseRecord::supersedesOption(),
                     {.name = u"force"_s,
                      .help = u"Also adds a version that is older than the newest, or that was "
-                             "withdrawn."_s},
+                             "withdrawn, and an installer that looks like the wrong file: that of "
+                             "another version, one of another kind than the release before, or of "
+                             "a tenth of its size."_s},
                     CatalogueOption::dryRun(),
                     CatalogueOption::json()},
         .exitStatuses =

@@ -1,7 +1,9 @@
 #include "CatalogueFile.h"
 
+#include "CatalogueHistory.h"
 #include "CatalogueOption.h"
 #include "FilePlacing.h"
+#include "ReleaseRecord.h"
 
 #include "../commands/Arguments.h"
 
@@ -12,7 +14,6 @@
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
-#include <QSaveFile>
 
 #include <algorithm>
 
@@ -21,21 +22,20 @@ using namespace ZVPlatform;
 
 namespace {
 
-QStringList texts(const QJsonValue &list)
+// Of a release's record, or of what stands for one that was withdrawn.
+QString versionOf(const QJsonValue &release)
 {
-    QStringList result;
-    const QJsonArray values = list.toArray();
-    for (const auto &value : values)
-        result.append(value.toString());
-    return result;
+    return release.isString() ? release.toString()
+                              : release.toObject().value(u"version"_s).toString();
 }
 
-qsizetype indexOfMember(const QJsonArray &objects, const QString &member, const QString &value)
+qsizetype indexOfVersion(const QJsonArray &releases, const QString &version)
 {
-    const auto found = std::find_if(objects.begin(), objects.end(), [&](const QJsonValue &object) {
-        return object.toObject().value(member).toString() == value;
-    });
-    return found == objects.end() ? -1 : found - objects.begin();
+    const auto found =
+        std::find_if(releases.begin(), releases.end(), [&version](const QJsonValue &release) {
+            return versionOf(release) == version;
+        });
+    return found == releases.end() ? -1 : found - releases.begin();
 }
 
 } // namespace
@@ -58,23 +58,27 @@ Result<CatalogueFile> CatalogueFile::open(const Arguments &arguments, IfMissing 
 
 Result<CatalogueFile> CatalogueFile::read(const QString &directory, IfMissing ifMissing)
 {
-    CatalogueFile result;
-    result.directory_ = QFileInfo(directory).canonicalFilePath();
     if (!QFileInfo(directory).isDir())
         return Failure{
             u"%1: is not a folder; make it, or give --catalogue another"_s.arg(directory)};
-    if (result.directory_.isEmpty())
+    if (QFileInfo(directory).canonicalFilePath().isEmpty())
         return Failure{u"%1: the current directory has gone; give --catalogue an absolute "
                        "path"_s.arg(directory)};
     if (!QFileInfo::exists(Catalogue::path(directory)) && ifMissing == IfMissing::Empty)
-        return result;
+        return parse(directory, "{\"products\": []}\n");
     const auto json = Catalogue::contents(directory);
-    if (!json)
-        return Failure{json.error()};
-    const auto products = Catalogue::parse(directory, *json);
+    return json ? parse(directory, *json) : Failure{json.error()};
+}
+
+Result<CatalogueFile> CatalogueFile::parse(const QString &directory, const QByteArray &json)
+{
+    const auto products = Catalogue::parse(directory, json);
     if (!products)
         return Failure{products.error()};
-    result.root_ = QJsonDocument::fromJson(*json).object();
+    CatalogueFile result;
+    result.directory_ = QFileInfo(directory).canonicalFilePath();
+    result.json_ = json;
+    result.root_ = QJsonDocument::fromJson(json).object();
     result.products_ = *products;
     const QJsonArray records = result.root_.value(u"products"_s).toArray();
     for (const auto &record : records)
@@ -90,25 +94,64 @@ const Catalogue::Product *CatalogueFile::product(const QString &id) const
     return found == products_.end() ? nullptr : &*found;
 }
 
+Result<const Catalogue::Release *> CatalogueFile::release(const QString &productId,
+                                                          const QString &version) const
+{
+    const auto *product = this->product(productId);
+    if (!product)
+        return Failure{u"--product-id: there is no product \"%1\"; see \"zvupdate-publish "
+                       "list\""_s.arg(productId)};
+    for (const auto &release : product->releases) {
+        if (release.version == version)
+            return &release;
+    }
+    if (version.isEmpty())
+        return Failure{u"--product-id: there is no release of \"%1\"; see \"zvupdate-publish "
+                       "list\""_s.arg(productId)};
+    if (withdrawn(productId).contains(version))
+        return Failure{u"--version: version %1 of \"%2\" is withdrawn already; see "
+                       "\"zvupdate-publish list\""_s.arg(version, productId)};
+    return Failure{u"--version: there is no version %1 of \"%2\"; see \"zvupdate-publish "
+                   "list\""_s.arg(version, productId)};
+}
+
 QJsonObject CatalogueFile::record(const QString &productId, const QString &version) const
 {
-    const QJsonArray releases = productRecords_.value(productId).value(u"releases"_s).toArray();
-    return releases.at(indexOfMember(releases, u"version"_s, version)).toObject();
+    for (const QString &list : {u"releases"_s, u"withdrawn"_s}) {
+        const QJsonArray releases = productRecords_.value(productId).value(list).toArray();
+        if (const qsizetype index = indexOfVersion(releases, version); index >= 0)
+            return releases.at(index).toObject();
+    }
+    return {};
+}
+
+QJsonObject CatalogueFile::described(const Catalogue::Product &product,
+                                     const Catalogue::Release &release) const
+{
+    QJsonObject result = record(product.id, release.version);
+    result.insert(u"product"_s, product.id);
+    result.insert(u"size"_s, QFileInfo(release.installerPath).size());
+    result.insert(u"newest"_s, release.version == product.releases.last().version);
+    return result;
 }
 
 QStringList CatalogueFile::withdrawn(const QString &productId) const
 {
-    return texts(productRecords_.value(productId).value(u"withdrawn"_s));
+    QStringList versions;
+    const QJsonArray gone = productRecords_.value(productId).value(u"withdrawn"_s).toArray();
+    for (const auto &release : gone)
+        versions.append(versionOf(release));
+    return versions;
 }
 
 QStringList CatalogueFile::outdated(const Catalogue::Product &product) const
 {
     if (product.releases.isEmpty())
         return {};
-    QStringList versions = withdrawn(product.id);
+    QStringList versions = goneVersions(product.id);
     for (const Catalogue::Release &release : product.releases)
         versions += QStringList(release.version) +
-                    texts(record(product.id, release.version).value(u"supersedes"_s));
+                    ReleaseRecord::superseded(record(product.id, release.version));
     versions.removeDuplicates();
     const QString newest = product.releases.last().version;
     versions.removeIf(
@@ -120,24 +163,61 @@ QStringList CatalogueFile::outdated(const Catalogue::Product &product) const
 
 QStringList CatalogueFile::current(const Catalogue::Product &product) const
 {
-    QStringList versions = withdrawn(product.id);
+    QStringList versions = goneVersions(product.id);
     const QStringList older = outdated(product);
     versions.removeIf([&older](const QString &version) { return older.contains(version); });
     if (!product.releases.isEmpty())
         versions.prepend(product.releases.last().version);
+    versions.removeDuplicates();
     return versions;
+}
+
+std::optional<QString> CatalogueFile::installer(const QString &productId,
+                                                const QString &version) const
+{
+    return within(record(productId, version).value(u"installer"_s).toString());
+}
+
+QSet<QString> CatalogueFile::keptInstallers() const
+{
+    QSet<QString> kept;
+    const QList<QByteArray> states = CatalogueHistory(directory_).states() + QList{json_};
+    for (const QByteArray &state : states) {
+        const QJsonArray products =
+            QJsonDocument::fromJson(state).object().value(u"products"_s).toArray();
+        for (const auto &product : products) {
+            for (const QString &list : {u"releases"_s, u"withdrawn"_s}) {
+                const QJsonArray releases = product.toObject().value(list).toArray();
+                for (const auto &release : releases) {
+                    if (const auto path =
+                            within(release.toObject().value(u"installer"_s).toString()))
+                        kept.insert(*path);
+                }
+            }
+        }
+    }
+    return kept;
 }
 
 void CatalogueFile::add(const QString &productId, const QJsonObject &release)
 {
     QJsonObject product = productRecords_.value(productId);
+    QJsonObject fresh = release;
+    QJsonArray gone = product.value(u"withdrawn"_s).toArray();
+    const QString version = versionOf(release);
+    if (const qsizetype index = indexOfVersion(gone, version); index >= 0) {
+        QStringList superseded = ReleaseRecord::superseded(release) +
+                                 ReleaseRecord::superseded(gone.at(index).toObject());
+        superseded.removeDuplicates();
+        if (!superseded.isEmpty())
+            fresh.insert(u"supersedes"_s, QJsonArray::fromStringList(superseded));
+        gone.removeAt(index);
+        product.insert(u"withdrawn"_s, gone);
+    }
     QJsonArray releases = product.value(u"releases"_s).toArray();
-    releases.append(release);
+    releases.append(fresh);
     product.insert(u"id"_s, productId);
     product.insert(u"releases"_s, releases);
-    QStringList withdrawnBefore = withdrawn(productId);
-    if (withdrawnBefore.removeAll(release.value(u"version"_s).toString()) > 0)
-        product.insert(u"withdrawn"_s, QJsonArray::fromStringList(withdrawnBefore));
     setProductRecord(productId, product);
 }
 
@@ -145,29 +225,21 @@ void CatalogueFile::withdraw(const QString &productId, const QString &version)
 {
     QJsonObject product = productRecords_.value(productId);
     QJsonArray releases = product.value(u"releases"_s).toArray();
-    // What the release has superseded is still out there.
-    const QStringList gone =
-        QStringList(version) + texts(record(productId, version).value(u"supersedes"_s));
-    releases.removeAt(indexOfMember(releases, u"version"_s, version));
+    QJsonArray gone = product.value(u"withdrawn"_s).toArray();
+    gone.append(releases.takeAt(indexOfVersion(releases, version)));
     product.insert(u"releases"_s, releases);
-    product.insert(u"withdrawn"_s, QJsonArray::fromStringList(withdrawn(productId) + gone));
+    product.insert(u"withdrawn"_s, gone);
     setProductRecord(productId, product);
 }
 
-// What runs that were killed have left of installers that they were copying here.
-void CatalogueFile::removeUnfinished() const
+void CatalogueFile::setRecord(const QString &productId, const QString &version,
+                              const QJsonObject &record)
 {
-    QStringList kept;
-    for (const Catalogue::Product &product : products_) {
-        for (const Catalogue::Release &release : product.releases)
-            kept.append(release.installerPath);
-    }
-    const QDir folder(directory_ + u"/installers"_s);
-    const auto files = folder.entryInfoList({u'*' + FilePlacing::unfinishedSuffix}, QDir::Files);
-    for (const QFileInfo &file : files) {
-        if (!kept.contains(file.canonicalFilePath()))
-            QFile::remove(file.filePath());
-    }
+    QJsonObject product = productRecords_.value(productId);
+    QJsonArray releases = product.value(u"releases"_s).toArray();
+    releases.replace(indexOfVersion(releases, version), record);
+    product.insert(u"releases"_s, releases);
+    setProductRecord(productId, product);
 }
 
 Result<void> CatalogueFile::save() const
@@ -176,20 +248,51 @@ Result<void> CatalogueFile::save() const
     if (const auto products = Catalogue::parse(directory_, json); !products)
         return Failure{
             u"not changed, since clients could not be served: %1"_s.arg(products.error())};
-    QSaveFile file(Catalogue::path(directory_));
-    if (!file.open(QIODevice::WriteOnly) || file.write(json) != json.size() || !file.commit())
-        return Failure{u"%1: cannot be written: %2; the file is as it was"_s.arg(
-            file.fileName(), file.errorString())};
-    return {};
+    return CatalogueHistory(directory_).change(json_, json);
+}
+
+std::optional<QString> CatalogueFile::within(const QString &installer) const
+{
+    const QFileInfo file(directory_ + u'/' + installer);
+    const QString path = file.canonicalFilePath();
+    return file.isFile() && path.startsWith(directory_ + u'/') ? std::optional(path) : std::nullopt;
+}
+
+// Withdrawn versions, and what they have superseded, which is still out there.
+QStringList CatalogueFile::goneVersions(const QString &productId) const
+{
+    QStringList versions = withdrawn(productId);
+    const QStringList gone = versions;
+    for (const QString &version : gone)
+        versions += ReleaseRecord::superseded(record(productId, version));
+    return versions;
+}
+
+// What runs that were killed have left of installers that they were copying here.
+void CatalogueFile::removeUnfinished() const
+{
+    const QDir folder(directory_ + u"/installers"_s);
+    const auto files = folder.entryInfoList({u'*' + FilePlacing::unfinishedSuffix}, QDir::Files);
+    if (files.isEmpty())
+        return;
+    const QSet<QString> kept = keptInstallers();
+    for (const QFileInfo &file : files) {
+        if (!kept.contains(file.canonicalFilePath()))
+            QFile::remove(file.filePath());
+    }
 }
 
 void CatalogueFile::setProductRecord(const QString &productId, const QJsonObject &record)
 {
+    productRecords_.insert(productId, record);
     QJsonArray products = root_.value(u"products"_s).toArray();
-    const qsizetype index = indexOfMember(products, u"id"_s, productId);
-    if (index < 0)
+    const auto known =
+        std::find_if(products.begin(), products.end(), [&productId](const QJsonValue &product) {
+            return product.toObject().value(u"id"_s).toString() == productId;
+        });
+    if (known == products.end())
         products.append(record);
     else
-        products.replace(index, record);
+        *known = record;
     root_.insert(u"products"_s, products);
 }

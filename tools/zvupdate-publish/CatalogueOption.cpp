@@ -60,6 +60,14 @@ CommandOption CatalogueOption::productId()
             .isRequired = true};
 }
 
+CommandOption CatalogueOption::version()
+{
+    return {.name = u"version"_s,
+            .valueName = u"VERSION"_s,
+            .help = u"The release."_s,
+            .isRequired = true};
+}
+
 CommandOption CatalogueOption::json()
 {
     return {.name = u"json"_s, .help = u"Writes JSON, for programs."_s};

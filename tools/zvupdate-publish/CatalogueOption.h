@@ -11,6 +11,7 @@ namespace CatalogueOption {
 
 CommandOption catalogue();
 CommandOption productId();
+CommandOption version();
 CommandOption json();
 CommandOption dryRun();
 

@@ -3,8 +3,11 @@
 #include "../commands/Command.h"
 
 Command addCommand();
+Command editCommand();
 Command listCommand();
 Command showCommand();
 Command withdrawCommand();
+Command undoCommand();
 Command siteCommand();
+Command rollbackCommand();
 Command verifyCommand();

@@ -8,6 +8,7 @@
 #include "../commands/Arguments.h"
 #include "../commands/Console.h"
 #include "../commands/JsonLine.h"
+#include "../commands/WorkProgress.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -141,14 +142,21 @@ Outcome site(const Arguments &arguments, Console &console)
     if (!catalogue)
         return Failure{catalogue.error()};
     SiteFolder folder(*output);
-    const auto contents = SiteContents::of(*catalogue, folder.currentRecord());
+    const bool isForPeople = !arguments.isSet(u"json"_s);
+    WorkProgress reading(console, u"Reading"_s, SiteContents::bytesToRead(*catalogue), isForPeople);
+    const auto contents = SiteContents::of(*catalogue, folder.records(),
+                                           [&reading](qint64 bytes) { reading.advance(bytes); });
     if (!contents)
         return Failure{contents.error()};
 
     const bool isCurrent = folder.isCurrent(*contents, *config);
     qsizetype removed = 0;
     if (!isCurrent && !isDryRun) {
-        if (const auto published = folder.publish(*contents, *config); !published)
+        WorkProgress placing(console, u"Placing"_s, 2 * folder.missingBytes(*contents),
+                             isForPeople);
+        const auto published = folder.publish(*contents, *config,
+                                              [&placing](qint64 bytes) { placing.advance(bytes); });
+        if (!published)
             return Failure{published.error()};
         removed = folder.removeOld(*keep);
     }

@@ -4,7 +4,6 @@
 #include <ZVUpdate/ZVUpdate.h>
 
 #include <QCryptographicHash>
-#include <QFile>
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -14,25 +13,9 @@ using namespace ZVPlatform;
 
 namespace {
 
-QString hex(const QByteArray &digest)
-{
-    return QString::fromLatin1(digest.toHex());
-}
-
-// Clients check MD5, which says nothing about two files being the same when somebody wants them
-// not to be.
 QString sha256(const QByteArray &bytes)
 {
-    return hex(QCryptographicHash::hash(bytes, QCryptographicHash::Sha256));
-}
-
-std::optional<QString> sha256OfFile(const QString &path)
-{
-    QFile file(path);
-    QCryptographicHash hash(QCryptographicHash::Sha256);
-    if (!file.open(QIODevice::ReadOnly) || !hash.addData(&file))
-        return std::nullopt;
-    return hex(hash.result());
+    return QString::fromLatin1(QCryptographicHash::hash(bytes, QCryptographicHash::Sha256).toHex());
 }
 
 // Whether an installer is as it was when it was added.
@@ -52,20 +35,20 @@ QString addReply(SiteContents *site, const QByteArray &reply)
 }
 
 Result<void> addProduct(SiteContents *site, const CatalogueFile &catalogue,
-                        const Catalogue::Product &product)
+                        const Catalogue::Product &product, const PieceDone &done)
 {
     QString newestMd5;
     for (const Catalogue::Release &release : product.releases) {
         const QString &path = release.installerPath;
-        newestMd5 = ZVMisc::getFileMD5(path);
+        const auto digests = InstallerDigests::both(path, done);
+        if (!digests)
+            return Failure{u"%1: cannot be read; make it readable"_s.arg(path)};
+        newestMd5 = digests->md5;
         if (!isUnchanged(catalogue.record(product.id, release.version), path, newestMd5))
             return Failure{u"%1: is not the file that was added; put that back, or withdraw the "
                            "release and add the file as a new version"_s.arg(path)};
-        const auto digest = sha256OfFile(path);
-        if (!digest)
-            return Failure{u"%1: cannot be read; make it readable"_s.arg(path)};
-        const QString name = u"/installers/"_s + *digest;
-        site->installerFiles.insert(name, path);
+        const QString name = u"/installers/"_s + digests->sha256;
+        site->installerFiles.insert(name, {path, digests->md5});
         site->installerNames.insert(release.fileName, name);
     }
     const auto answer = [&](const QStringList &versions, const QByteArray &text) {
@@ -92,18 +75,23 @@ QJsonObject asJson(const QMap<QString, QString> &map)
     return object;
 }
 
-// Keeps the token of the site before, unless a name then means another file than it does now.
-void chooseToken(SiteContents *site, const QJsonObject &previous)
+// Keeps the token of the current site, unless a name then means another file than it has meant.
+void chooseToken(SiteContents *site, const QList<QJsonObject> &previous)
 {
-    site->token = previous.value(u"token"_s).toString();
-    for (const QString &member : {u"bygone"_s, u"installers"_s}) {
-        const QJsonObject before = previous.value(member).toObject();
-        for (auto entry = before.begin(); entry != before.end(); ++entry) {
-            const auto now = site->installerNames.constFind(entry.key());
-            if (now == site->installerNames.constEnd())
-                site->retiredNames.insert(entry.key(), entry->toString());
-            else if (*now != entry->toString())
-                site->token.clear();
+    const QString token = previous.value(0).value(u"token"_s).toString();
+    site->token = token;
+    for (const QJsonObject &record : previous) {
+        if (record.value(u"token"_s).toString() != token)
+            continue;
+        for (const QString &member : {u"bygone"_s, u"installers"_s}) {
+            const QJsonObject before = record.value(member).toObject();
+            for (auto entry = before.begin(); entry != before.end(); ++entry) {
+                const auto now = site->installerNames.constFind(entry.key());
+                if (now == site->installerNames.constEnd())
+                    site->retiredNames.insert(entry.key(), entry->toString());
+                else if (*now != entry->toString())
+                    site->token.clear();
+            }
         }
     }
     if (!site->token.isEmpty())
@@ -114,11 +102,12 @@ void chooseToken(SiteContents *site, const QJsonObject &previous)
 
 } // namespace
 
-Result<SiteContents> SiteContents::of(const CatalogueFile &catalogue, const QJsonObject &previous)
+Result<SiteContents> SiteContents::of(const CatalogueFile &catalogue,
+                                      const QList<QJsonObject> &previous, const PieceDone &done)
 {
     SiteContents site;
     for (const Catalogue::Product &product : catalogue.products()) {
-        if (const auto added = addProduct(&site, catalogue, product); !added)
+        if (const auto added = addProduct(&site, catalogue, product, done); !added)
             return Failure{added.error()};
     }
     chooseToken(&site, previous);
@@ -130,6 +119,16 @@ Result<SiteContents> SiteContents::of(const CatalogueFile &catalogue, const QJso
                                                             u"&fn="_s + name.key()),
                               name.value());
     return site;
+}
+
+qint64 SiteContents::bytesToRead(const CatalogueFile &catalogue)
+{
+    qint64 bytes = 0;
+    for (const Catalogue::Product &product : catalogue.products()) {
+        for (const Catalogue::Release &release : product.releases)
+            bytes += QFileInfo(release.installerPath).size();
+    }
+    return bytes;
 }
 
 QJsonObject SiteContents::record() const

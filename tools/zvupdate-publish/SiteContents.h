@@ -2,6 +2,8 @@
 
 #include "CatalogueFile.h"
 
+#include "../catalogue/InstallerDigests.h"
+
 #include <QJsonObject>
 #include <QMap>
 
@@ -12,6 +14,12 @@
 /// comes to mean something else, and sites of different states share their files.
 struct SiteContents
 {
+    struct InstallerFile
+    {
+        QString path;
+        QString md5;
+    };
+
     /// Every client gets the same token. It opens nothing and expires never; it only stands in the
     /// download commands, and changes when an installer has been replaced under the same name, so
     /// that caches do not mix the two.
@@ -23,15 +31,18 @@ struct SiteContents
     QString defaultReply;
     QMap<QString, QByteArray> replyFiles;
     /// The catalogue's files by name of the site's.
-    QMap<QString, QString> installerFiles;
+    QMap<QString, InstallerFile> installerFiles;
     /// Files by the names that clients ask for.
     QMap<QString, QString> installerNames;
-    /// Likewise, of earlier sites with the same token, for names that are no more.
+    /// Likewise, of other sites with the same token, for names that are not here.
     QMap<QString, QString> retiredNames;
 
-    /// Reads all installers. previous is the record() of the site before, or empty.
-    static ZVPlatform::Result<SiteContents> of(const CatalogueFile &catalogue,
-                                               const QJsonObject &previous);
+    /// Reads all installers, and tells done of each piece. previous are the record()s of sites that
+    /// clients may have got answers from, that of the current one first.
+    static ZVPlatform::Result<SiteContents>
+    of(const CatalogueFile &catalogue, const QList<QJsonObject> &previous, const PieceDone &done);
+    /// How many bytes that reads.
+    static qint64 bytesToRead(const CatalogueFile &catalogue);
 
     /// What is kept of it beside the site.
     QJsonObject record() const;

@@ -51,9 +51,16 @@ QList<std::pair<QString, QByteArray>> filesOfGeneration(const SiteContents &site
 
 } // namespace
 
-QJsonObject SiteFolder::currentRecord() const
+QList<QJsonObject> SiteFolder::records() const
 {
-    return recordAt(path_ + u"/current"_s);
+    const int current = currentGeneration();
+    QList<int> numbers = generations();
+    if (!numbers.removeOne(current))
+        return {};
+    QList<QJsonObject> result{recordAt(generationPath(current))};
+    for (const int number : std::as_const(numbers))
+        result.append(recordAt(generationPath(number)));
+    return result;
 }
 
 int SiteFolder::currentGeneration() const
@@ -73,7 +80,17 @@ bool SiteFolder::isCurrent(const SiteContents &site, const NginxConfig &config) 
                        [this](const QString &name) { return QFileInfo::exists(path_ + name); });
 }
 
-Result<void> SiteFolder::publish(const SiteContents &site, const NginxConfig &config)
+qint64 SiteFolder::missingBytes(const SiteContents &site) const
+{
+    qint64 bytes = 0;
+    const auto &installers = site.installerFiles;
+    for (auto file = installers.begin(); file != installers.end(); ++file)
+        bytes += QFileInfo::exists(path_ + file.key()) ? 0 : QFileInfo(file->path).size();
+    return bytes;
+}
+
+Result<void> SiteFolder::publish(const SiteContents &site, const NginxConfig &config,
+                                 const PieceDone &done)
 {
     const QList<int> before = generations();
     const int number = before.isEmpty() ? 1 : before.last() + 1;
@@ -82,11 +99,30 @@ Result<void> SiteFolder::publish(const SiteContents &site, const NginxConfig &co
         if (!folder.mkpath(name))
             return Failure{u"%1/%2: cannot be made; make the folder writable"_s.arg(path_, name)};
     }
-    auto written = writeFiles(site);
+    auto written = writeFiles(site, done);
     const auto files = filesOfGeneration(site, config);
     for (auto file = files.begin(); written && file != files.end(); ++file)
         written = write(generationPath(number) + u'/' + file->first, file->second);
     return written ? makeCurrent(number) : written;
+}
+
+Result<int> SiteFolder::goBack(std::optional<int> wanted, bool isDryRun)
+{
+    QList<int> numbers = generations();
+    const int current = currentGeneration();
+    if (!wanted) {
+        numbers.removeIf([&](int number) {
+            return number >= current || recordAt(generationPath(number)).isEmpty();
+        });
+        if (numbers.isEmpty())
+            return Failure{
+                u"%1: has no site before the current one; publish one by \"site\""_s.arg(path_)};
+        wanted = numbers.last();
+    }
+    auto done = checkWhole(*wanted);
+    if (done && !isDryRun)
+        done = makeCurrent(*wanted);
+    return done ? Result<int>(*wanted) : Failure{done.error()};
 }
 
 qsizetype SiteFolder::removeOld(int generationsToKeep)
@@ -131,7 +167,7 @@ QList<int> SiteFolder::generations() const
 }
 
 // A file that is there under its name already is the right one.
-Result<void> SiteFolder::writeFiles(const SiteContents &site)
+Result<void> SiteFolder::writeFiles(const SiteContents &site, const PieceDone &done)
 {
     Result<void> written;
     const auto &replies = site.replyFiles;
@@ -144,9 +180,25 @@ Result<void> SiteFolder::writeFiles(const SiteContents &site)
     for (auto file = installers.begin(); written && file != installers.end(); ++file) {
         const QString path = path_ + file.key();
         if (!QFileInfo::exists(path))
-            written = FilePlacing::place(file.value(), path, FilePlacing::Sharing::HardLink);
+            written = FilePlacing::place(file->path, path, FilePlacing::Sharing::HardLink,
+                                         file->md5, done);
     }
     return written;
+}
+
+Result<void> SiteFolder::checkWhole(int number) const
+{
+    const QJsonObject record = recordAt(generationPath(number));
+    if (record.isEmpty())
+        return Failure{u"--generation: %1 is not there; give one of those in "
+                       "%2/generations"_s.arg(QString::number(number), path_)};
+    const QStringList files = SiteContents::filesOf(record);
+    for (const QString &file : files) {
+        if (!QFileInfo::exists(path_ + file))
+            return Failure{u"--generation: %1 lacks the file %2; give another"_s.arg(
+                QString::number(number), path_ + file)};
+    }
+    return {};
 }
 
 Result<void> SiteFolder::makeCurrent(int number)

@@ -3,8 +3,12 @@
 #include "NginxConfig.h"
 #include "SiteContents.h"
 
+#include "../catalogue/InstallerDigests.h"
+
 #include <QJsonObject>
 #include <QStringList>
+
+#include <optional>
 
 /// The folder of a static site:
 ///
@@ -18,14 +22,24 @@ class SiteFolder
 public:
     explicit SiteFolder(const QString &path) : path_(path) {}
 
-    /// The record of the current site; empty when there is none.
-    QJsonObject currentRecord() const;
+    /// The records of all sites that are kept, that of the current one first; none where there is
+    /// no current one.
+    QList<QJsonObject> records() const;
     int currentGeneration() const;
     /// Whether the site is the current one already.
     bool isCurrent(const SiteContents &site, const NginxConfig &config) const;
 
-    /// Makes the site the current one. If that fails, the site before goes on.
-    ZVPlatform::Result<void> publish(const SiteContents &site, const NginxConfig &config);
+    /// The bytes of the installers that are not here yet.
+    qint64 missingBytes(const SiteContents &site) const;
+
+    /// Makes the site the current one. If that fails, the site before goes on. done is told of the
+    /// missing bytes, of each twice.
+    ZVPlatform::Result<void> publish(const SiteContents &site, const NginxConfig &config,
+                                     const PieceDone &done);
+
+    /// Makes the wanted generation the current one again, or the one before the current; unless it
+    /// is only asked which one that is. If that fails, the current one goes on.
+    ZVPlatform::Result<int> goBack(std::optional<int> wanted, bool isDryRun);
 
     /// Removes all but the newest generations, and the files that belong to none of those that
     /// stay. Says how many files went.
@@ -35,7 +49,8 @@ private:
     QString generationPath(int number) const;
     /// In ascending order.
     QList<int> generations() const;
-    ZVPlatform::Result<void> writeFiles(const SiteContents &site);
+    ZVPlatform::Result<void> writeFiles(const SiteContents &site, const PieceDone &done);
+    ZVPlatform::Result<void> checkWhole(int number) const;
     ZVPlatform::Result<void> makeCurrent(int number);
 
     const QString path_;

@@ -1,10 +1,13 @@
 #include "CatalogueFile.h"
 #include "CatalogueOption.h"
 #include "Commands.h"
+#include "ReleaseRecord.h"
 
+#include "../catalogue/InstallerDigests.h"
 #include "../commands/Arguments.h"
 #include "../commands/Console.h"
 #include "../commands/JsonLine.h"
+#include "../commands/WorkProgress.h"
 #include <ZVUpdate/ZVUpdate.h>
 
 #include <QCoreApplication>
@@ -17,6 +20,7 @@
 #include <algorithm>
 #include <functional>
 #include <limits>
+#include <utility>
 
 using namespace Qt::StringLiterals;
 using namespace ZVPlatform;
@@ -47,7 +51,7 @@ QStringList compareNotes(const CheckUpdateResponse &reply, const Catalogue::Rele
     const auto notes = reply.mUpdateMsgDict().value_or(CheckUpdateResponse::UpdateMessages());
     QStringList differences;
     for (const Catalogue::Note &note : release.notes) {
-        if (notes.value(note.language) != note.memo)
+        if (notes.value(note.language) != ReleaseRecord::asClientsTakeIt(note.memo))
             differences.append(u"other notes in \"%1\" than the catalogue's"_s.arg(note.language));
     }
     return differences;
@@ -58,7 +62,10 @@ QStringList compareNotes(const CheckUpdateResponse &reply, const Catalogue::Rele
 class Verification
 {
 public:
-    Verification(const QString &baseUrl, const CatalogueFile &catalogue) : catalogue_(catalogue)
+    /// Shows how far a long download has come, if that is wanted.
+    Verification(const QString &baseUrl, const CatalogueFile &catalogue, Console &console,
+                 bool showsProgress)
+        : catalogue_(catalogue), console_(console), showsProgress_(showsProgress)
     {
         client_.setMBaseURL(baseUrl);
     }
@@ -113,7 +120,7 @@ private:
                 u"is offered %1, and should be offered \"%2\"; a cache may be stale, or the server "
                 "has not read its configuration again"_s.arg(shown(offered), newest.version)};
         QStringList differences = compareNotes(*reply, newest);
-        const QString md5 = ZVMisc::getFileMD5(newest.installerPath);
+        const QString md5 = md5Of(newest.installerPath, digests_);
         if (reply->ZVMD5().value_or(QString()).toLower() != md5)
             differences.append(
                 u"is told the MD5 %1; the installer's is %2"_s.arg(shown(reply->ZVMD5()), md5));
@@ -153,19 +160,29 @@ private:
         return differences + compare(local, release, u"GET with Range"_s);
     }
 
-    static QStringList compare(const QString &local, const Catalogue::Release &release,
-                               const QString &what)
+    QStringList compare(const QString &local, const Catalogue::Release &release,
+                        const QString &what)
     {
         const qint64 size = QFileInfo(local).size();
         const qint64 expected = QFileInfo(release.installerPath).size();
         if (size != expected)
             return {u"%1 brings %2 bytes; it should be %3"_s.arg(what).arg(size).arg(expected)};
-        const QString md5 = ZVMisc::getFileMD5(local);
-        const QString expectedMd5 = ZVMisc::getFileMD5(release.installerPath);
+        InstallerDigests ofThis; // Another file has had the name before.
+        const QString md5 = md5Of(local, ofThis);
+        const QString expectedMd5 = md5Of(release.installerPath, digests_);
         if (md5 != expectedMd5)
             return {
                 u"%1 brings a file with the MD5 %2; it should be %3"_s.arg(what, md5, expectedMd5)};
         return {};
+    }
+
+    QString md5Of(const QString &path, InstallerDigests &digests)
+    {
+        WorkProgress progress(console_, u"Reading"_s, QFileInfo(path).size(), showsProgress_);
+        return digests
+            .md5(QFileInfo(path).canonicalFilePath(),
+                 [&progress](qint64 bytes) { progress.advance(bytes); })
+            .value_or(QString());
     }
 
     // A file that grows past the longest that it may be is not waited for: it may have no end.
@@ -174,8 +191,13 @@ private:
         client_.doStartDownload(token_, fileName, local);
         // Looked at more often than waitOne() does, which would make many small installers slow.
         bool isTooLong = false;
+        WorkProgress progress(console_, u"Downloading"_s, longest, showsProgress_);
+        uint64_t received = 0;
         while (!client_.doCheckDownloadStop()) {
-            isTooLong |= client_.doGetDownloadProgress().received > static_cast<uint64_t>(longest);
+            const uint64_t before =
+                std::exchange(received, client_.doGetDownloadProgress().received);
+            progress.advance(static_cast<qint64>(received - before));
+            isTooLong |= received > static_cast<uint64_t>(longest);
             if (isTooLong)
                 client_.doStopDownload();
             QCoreApplication::processEvents();
@@ -190,6 +212,9 @@ private:
 
     UpdateLogicFunc client_;
     const CatalogueFile &catalogue_;
+    Console &console_;
+    const bool showsProgress_;
+    InstallerDigests digests_; // Of the catalogue's installers.
     const QTemporaryDir folder_;
     QString token_;
 };
@@ -213,22 +238,39 @@ void printJson(const Finding &finding, Console &console)
                             {u"differences"_s, QJsonArray::fromStringList(finding.differences)}}));
 }
 
+// The service is not to blame for them.
+void warnOfQuotes(const CatalogueFile &catalogue, const Arguments &arguments, Console &console)
+{
+    for (const auto &product : catalogue.products()) {
+        const auto notes =
+            product.releases.isEmpty() ? QList<Catalogue::Note>() : product.releases.last().notes;
+        for (const Catalogue::Note &note : notes) {
+            if (note.memo != ReleaseRecord::asClientsTakeIt(note.memo))
+                console.complain(u"%1: warning: %2 %3: %4"_s.arg(
+                    arguments.command(), product.id, product.releases.last().version,
+                    ReleaseRecord::quotesWarning(note.language)));
+        }
+    }
+}
+
 Outcome verify(const Arguments &arguments, Console &console)
 {
     const auto catalogue = CatalogueFile::read(*arguments.value(u"catalogue"_s));
     if (!catalogue)
         return Failure{catalogue.error()};
+    const bool isJson = arguments.isSet(u"json"_s);
+    warnOfQuotes(*catalogue, arguments, console);
     int looked = 0;
     int wrong = 0;
-    const auto done =
-        Verification(arguments.operand(), *catalogue).run([&](const Finding &finding) {
-            ++looked;
-            wrong += finding.differences.isEmpty() ? 0 : 1;
-            arguments.isSet(u"json"_s) ? printJson(finding, console) : printRow(finding, console);
-        });
+    Verification verification(arguments.operand(), *catalogue, console, !isJson);
+    const auto done = verification.run([&](const Finding &finding) {
+        ++looked;
+        wrong += finding.differences.isEmpty() ? 0 : 1;
+        isJson ? printJson(finding, console) : printRow(finding, console);
+    });
     if (!done)
         return Failure{done.error()};
-    if (arguments.isSet(u"json"_s))
+    if (isJson)
         console.print(jsonLine({{u"looked"_s, looked}, {u"wrong"_s, wrong}}));
     else
         console.say(u"%1 looked at, %2 wrong"_s.arg(looked).arg(wrong));

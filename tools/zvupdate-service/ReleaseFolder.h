@@ -2,7 +2,7 @@
 
 #include "../../platform/Mutex.h"
 #include "../../platform/Result.h"
-#include "../catalogue/FileDigests.h"
+#include "../catalogue/InstallerDigests.h"
 
 #include <QByteArray>
 #include <QHash>
@@ -65,7 +65,7 @@ private:
 
     // Held as long as the folder is being read.
     ZVPlatform::Mutex refreshMutex_;
-    FileDigests digests_ ZVUPDATE_GUARDED_BY(refreshMutex_);
+    InstallerDigests digests_ ZVUPDATE_GUARDED_BY(refreshMutex_);
     QString lastError_ ZVUPDATE_GUARDED_BY(refreshMutex_);
     std::chrono::steady_clock::time_point nextAttempt_ ZVUPDATE_GUARDED_BY(refreshMutex_);
 };

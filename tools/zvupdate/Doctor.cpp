@@ -1,7 +1,7 @@
 #include "Doctor.h"
 
+#include "../commands/ProgressLine.h"
 #include "Advice.h"
-#include "ProgressLine.h"
 
 #include <QDateTime>
 #include <QDir>

@@ -1,8 +1,8 @@
 #include "CheckReporter.h"
 
 #include "../commands/Console.h"
+#include "../commands/ProgressLine.h"
 #include "Advice.h"
-#include "ProgressLine.h"
 
 #include <QUrl>
 
@@ -67,7 +67,9 @@ public:
         if (isTerminal_ && progress.received == progress.total)
             console_.showProgress(u"Verifying ..."_s);
         else if (isTerminal_)
-            console_.showProgress(ProgressLine::text(progress, Console::width() - 1));
+            console_.showProgress(
+                ProgressLine::text({progress.received, progress.total, progress.bytesPerSecond},
+                                   Console::width() - 1));
     }
 
     void ready(const QString &path) override { console_.say(u"Verified; ready at %1"_s.arg(path)); }

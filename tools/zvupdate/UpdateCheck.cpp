@@ -2,7 +2,7 @@
 
 #include "../commands/Command.h"
 #include "../commands/Console.h"
-#include "ProgressLine.h"
+#include "../commands/ProgressLine.h"
 #include "PromptWindow.h"
 
 #include <QCoreApplication>

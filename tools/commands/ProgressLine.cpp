@@ -44,19 +44,19 @@ QString remaining(uint64_t bytes, uint64_t bytesPerSecond)
 
 } // namespace
 
-QString ProgressLine::text(const UpdateDownloadProgress &progress, int width)
+QString ProgressLine::text(const State &state, int width)
 {
-    QString figures = size(progress.received);
-    if (progress.total)
-        figures += u" of "_s + size(*progress.total);
-    if (progress.bytesPerSecond > 0)
-        figures += u"  %1/s"_s.arg(size(progress.bytesPerSecond));
+    QString figures = size(state.done);
+    if (state.total)
+        figures += u" of "_s + size(*state.total);
+    if (state.bytesPerSecond > 0)
+        figures += u"  %1/s"_s.arg(size(state.bytesPerSecond));
 
     QString start;
-    if (progress.total && *progress.total > 0) {
-        const uint64_t received = std::min(progress.received, *progress.total);
-        const double share = static_cast<double>(received) / static_cast<double>(*progress.total);
-        figures += remaining(*progress.total - received, progress.bytesPerSecond);
+    if (state.total && *state.total > 0) {
+        const uint64_t done = std::min(state.done, *state.total);
+        const double share = static_cast<double>(done) / static_cast<double>(*state.total);
+        figures += remaining(*state.total - done, state.bytesPerSecond);
         start = u"%1 %  "_s.arg(static_cast<int>(share * 100), 3);
         start += bar(share, width - start.size() - figures.size() - 2);
     }
