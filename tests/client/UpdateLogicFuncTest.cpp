@@ -3,6 +3,7 @@
 #include "support/LogCapture.h"
 #include "support/ScriptedServer.h"
 #include "support/TestFiles.h"
+#include "support/TlsRelay.h"
 #include "support/WaitFor.h"
 
 #include <QDir>
@@ -16,13 +17,6 @@ using Reply = ScriptedServer::Reply;
 using Kind = UpdateOutcome::Kind;
 
 namespace {
-
-std::optional<Kind> failureOf(const UpdateLogicFunc &client)
-{
-    const auto failure = client.lastFailure();
-    EXPECT_TRUE(failure.has_value());
-    return failure ? std::optional(failure->kind) : std::nullopt;
-}
 
 class Delegate : public UpdateLogicFuncDelegate
 {
@@ -45,7 +39,7 @@ public:
     std::atomic<int> finished = 0;
 };
 
-class Client : public testing::TestWithParam<DownloadMode>
+class Client : public testing::Test, public InBothModes
 {
 protected:
     void TearDown() override
@@ -54,12 +48,8 @@ protected:
         EXPECT_TRUE(waitFor([] { return libraryThreads() == 0; }));
     }
 
-    void start(const ScriptedServer &server) { start(server, path_); }
-
     void start(const ScriptedServer &server, const QString &path)
     {
-        if (!client_)
-            client_ = std::make_shared<UpdateLogicFunc>();
         client_->setMBaseURL(server.baseUrl());
         client_->setDelegate(&delegate_);
         EXPECT_EQ(client_->doStartDownload(QStringLiteral("T1"), QStringLiteral("A.exe"), path), 1);
@@ -67,20 +57,13 @@ protected:
 
     QByteArray file() const { return readFile(path_); }
 
-    const DownloadModeSwitch switch_{GetParam()};
     const QTemporaryDir directory_;
     const QString path_ = directory_.filePath(QStringLiteral("A.bin"));
     Delegate delegate_; // Outlives the client, whose end waits for calls.
-    std::shared_ptr<UpdateLogicFunc> client_;
+    std::shared_ptr<UpdateLogicFunc> client_ = std::make_shared<UpdateLogicFunc>();
 };
 
-INSTANTIATE_TEST_SUITE_P(, Client, testing::Values(DownloadMode::Session, DownloadMode::Connection),
-                         testing::PrintToStringParamName());
-
-Reply silentAfter(const QByteArray &beginning)
-{
-    return Reply().send(beginning).wait(std::make_shared<Gate>());
-}
+INSTANTIATE_TEST_SUITE_P(, Client, bothModes, testing::PrintToStringParamName());
 
 const QByteArray halfAFile = "HTTP/1.1 200 OK\r\nContent-Length: 20\r\n\r\n0123456789";
 
@@ -137,23 +120,15 @@ TEST(ClientSetup, SendsItsCommandsWithTheirArgumentsAsTheyAre)
                                        QStringLiteral("HEAD cmd=download&tk=T&1&fn=A&B_1.exe")));
 }
 
-TEST(ClientSetup, WithoutAServerAnswersWithRecordsThatAreNotOk)
-{
-    const LogCapture log;
-    UpdateLogicFunc client;
-    client.setMBaseURL(QStringLiteral("http://127.0.0.1:1/?dt="));
-    EXPECT_FALSE(client.lastFailure().has_value());
-    EXPECT_FALSE(client.doCheckUpdate(QStringLiteral("A"), QStringLiteral("1"))->ok());
-    EXPECT_EQ(failureOf(client), Kind::ServiceUnreachable);
-    EXPECT_FALSE(client.doGetToken()->ok());
-    EXPECT_EQ(failureOf(client), Kind::ServiceUnreachable);
-    EXPECT_EQ(client.doGetFileSize(QStringLiteral("T1"), QStringLiteral("A_1.exe")), 0u);
-    EXPECT_EQ(failureOf(client), Kind::ServiceUnreachable);
-    EXPECT_EQ(log.lines().size(), 2);
-}
-
 TEST(ClientSetup, KnowsWhyACommandWasNotAnswered)
 {
+    const ScriptedServer target(Reply::whole(200, "page", {"Content-Type: text/html"}));
+    const QString page = target.url(QStringLiteral("/login"));
+    const TlsRelay untrusted(target.url(), TlsRelay::Untrusted);
+    const auto half = Reply().send("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nhalf").close();
+    const auto redirect = [](const QString &url) {
+        return Reply::whole(302, "", {"Location: " + url.toLatin1(), "Content-Type: text/plain"});
+    };
     const struct
     {
         Reply reply;
@@ -165,40 +140,30 @@ TEST(ClientSetup, KnowsWhyACommandWasNotAnswered)
         {Reply::whole(200, R"({"ok":false})"), Kind::NoToken, 200},
         {Reply::whole(200, "{}"), Kind::NotAService, 200},
         {Reply::whole(404, "page"), Kind::HttpStatus, 404},
+        {Reply::whole(511, "page", {"Content-Type: text/html"}), Kind::NotAService, 511},
         {Reply::whole(407, "page"), Kind::ProxyRefused, 407},
-        {Reply().send("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nhalf").close(), Kind::BrokenOff,
-         200},
+        {half, Kind::BrokenOff, 200},
         {Reply().send("no HTTP\r\n\r\n").close(), Kind::NotAService},
+        {Reply().close(), Kind::ServiceUnreachable},
+        {redirect(QStringLiteral("http://127.0.0.1:1/")), Kind::ServiceUnreachable},
+        {redirect(untrusted.baseUrl()), Kind::CertificateRefused},
+        {redirect(page), Kind::NotAService, 200},
     };
+    UpdateLogicFunc client;
+    EXPECT_FALSE(client.lastFailure().has_value());
+    std::optional<UpdateOutcome> failure;
     for (const auto &row : rows) {
         SCOPED_TRACE(&row - rows);
-        ScriptedServer server(row.reply);
-        UpdateLogicFunc client;
+        const ScriptedServer server(row.reply);
         client.setMBaseURL(server.baseUrl());
-        client.doGetToken();
-        const auto failure = client.lastFailure();
+        EXPECT_EQ(client.doGetToken()->ok(), !row.kind);
+        failure = client.lastFailure();
         EXPECT_EQ(failure ? std::optional(failure->kind) : std::nullopt, row.kind);
         EXPECT_EQ(failure ? failure->httpStatus : 0, row.status);
         EXPECT_TRUE(!failure || !failure->message.isEmpty());
     }
-}
-
-TEST(ClientSetup, KeepsWhereAReplyThatIsNoServicesCameFrom)
-{
-    for (const QString &type : {QStringLiteral("text/html"), QString()}) {
-        ScriptedServer server([&](const ScriptedServer::Request &request) {
-            const QByteArray field = "Content-Type: " + type.toLatin1();
-            return request.target == "/login"
-                       ? Reply::whole(200, "page", {type.isEmpty() ? "X: y" : field})
-                       : Reply::whole(302, "", {"Location: /login", "Content-Type: text/plain"});
-        });
-        UpdateLogicFunc client;
-        client.setMBaseURL(server.baseUrl());
-        client.doCheckUpdate(QStringLiteral("A"), QStringLiteral("1"));
-        EXPECT_EQ(failureOf(client), Kind::NotAService);
-        EXPECT_EQ(client.lastFailure()->contentType, type);
-        EXPECT_EQ(client.lastFailure()->finalUrl, server.url(QStringLiteral("/login")));
-    }
+    EXPECT_EQ(failure->contentType, QStringLiteral("text/html"));
+    EXPECT_EQ(failure->finalUrl, page);
 }
 
 TEST(ClientSetup, WithoutADownloadHasNothingToStop)
@@ -216,7 +181,7 @@ TEST_P(Client, TellsItsDelegateOfAFile)
     const LogCapture log;
     ScriptedServer server(Reply::whole(206, "new"));
     writeFile(path_, "old+");
-    start(server);
+    start(server, path_);
     client_->waitOne();
 
     EXPECT_TRUE(client_->doCheckDownloadStop());
@@ -236,7 +201,7 @@ TEST_P(Client, WaitsForAsManyStepsAsADownloadTakes)
 {
     const auto gate = std::make_shared<Gate>();
     ScriptedServer server(Reply().send(halfAFile).wait(gate).send("abcdefghij"));
-    start(server);
+    start(server, path_);
     std::thread later([&] {
         std::this_thread::sleep_for(std::chrono::milliseconds(600)); // A step takes 500.
         gate->open();
@@ -251,72 +216,49 @@ TEST_P(Client, OnlyLogsAFailure)
 {
     const LogCapture log;
     ScriptedServer server(Reply::whole(404, "page"));
-    start(server);
+    start(server, path_);
     client_->waitOne();
 
     EXPECT_THAT(log.lines(),
                 ElementsAre(QStringLiteral(
                     "download Finish Error: Error Domain=HTTP Error Code=404 \"(null)\"")));
     EXPECT_THAT(delegate_.paths, IsEmpty());
-    EXPECT_EQ(failureOf(*client_), Kind::HttpStatus);
+    EXPECT_EQ(client_->lastFailure()->kind, Kind::HttpStatus);
     EXPECT_EQ(client_->doGetDownloadProgress().failure,
               QStringLiteral("The server answered with HTTP status 404."));
 }
 
-TEST_P(Client, StopsItsDownloadWhenItGoes)
-{
-    for (const QByteArray &beginning : {QByteArray(), halfAFile}) {
-        ScriptedServer server(silentAfter(beginning));
-        start(server); // Gone before the transfer has begun.
-        client_.reset();
-        EXPECT_TRUE(waitFor([] { return libraryThreads() == 0; }));
-        QFile::remove(path_);
-
-        ScriptedServer second(silentAfter(beginning)); // Gone in the middle of it.
-        start(second);
-        const QByteArray received = beginning.right(beginning.isEmpty() ? 0 : 10);
-        ASSERT_TRUE(waitFor([&] { return !second.requests().empty() && file() == received; }));
-        EXPECT_GT(libraryThreads(), 0);
-        client_.reset();
-        EXPECT_EQ(file(), received);
-        EXPECT_TRUE(waitFor([] { return libraryThreads() == 0; }));
-        QFile::remove(path_);
-    }
-    EXPECT_THAT(delegate_.paths, IsEmpty());
-}
-
+// Of its own download or of one that has been replaced.
 TEST_P(Client, MayGoInTheMiddleOfItsDelegatesCall)
 {
-    ScriptedServer server(Reply::whole(200, "new"));
-    delegate_.onFinish = [this] { client_.reset(); };
-    start(server);
-    ASSERT_TRUE(waitFor([this] { return delegate_.finished == 1; }));
-    EXPECT_EQ(client_, nullptr);
-    EXPECT_EQ(file(), "new");
-}
-
-TEST_P(Client, MayGoInTheCallOfAReplacedDownload)
-{
-    const auto gate = std::make_shared<Gate>();
-    ScriptedServer first(Reply().send(halfAFile).wait(gate).send("abcdefghij"));
-    ScriptedServer second(silentAfter(halfAFile));
-    delegate_.onFinish = [this] { client_.reset(); };
-    start(first);
-    ASSERT_TRUE(waitFor([this] { return file() == "0123456789"; }));
     const QString other = directory_.filePath(QStringLiteral("B.bin"));
-    start(second, other);
-    ASSERT_TRUE(waitFor([&] { return readFile(other) == "0123456789"; }));
-    gate->open();
-    ASSERT_TRUE(waitFor([this] { return delegate_.finished == 1; }));
-    EXPECT_EQ(client_, nullptr);
-    EXPECT_TRUE(waitFor([] { return libraryThreads() == 0; }));
+    delegate_.onFinish = [this] { client_.reset(); };
+    for (const bool isReplaced : {false, true}) {
+        const auto gate = std::make_shared<Gate>();
+        ScriptedServer first(Reply().send(halfAFile).wait(gate).send("abcdefghij"));
+        ScriptedServer second(Reply().send(halfAFile).wait(std::make_shared<Gate>()));
+        QFile::remove(path_);
+        client_ = std::make_shared<UpdateLogicFunc>();
+        delegate_.finished = 0;
+        start(first, path_);
+        ASSERT_TRUE(waitFor([this] { return file() == "0123456789"; }));
+        if (isReplaced) {
+            start(second, other);
+            ASSERT_TRUE(waitFor([&] { return readFile(other) == "0123456789"; }));
+        }
+        gate->open();
+        ASSERT_TRUE(waitFor([this] { return delegate_.finished == 1; }));
+        EXPECT_EQ(client_, nullptr);
+        EXPECT_EQ(file(), "0123456789abcdefghij");
+        EXPECT_TRUE(waitFor([] { return libraryThreads() == 0; }));
+    }
     EXPECT_EQ(readFile(other), "0123456789");
 }
 
 TEST_P(Client, MayGoOnAThreadWithoutAnEventLoop)
 {
-    ScriptedServer server(silentAfter(halfAFile));
-    start(server);
+    ScriptedServer server(Reply().send(halfAFile).wait(std::make_shared<Gate>()));
+    start(server, path_);
     ASSERT_TRUE(waitFor([this] { return file() == "0123456789"; }));
     std::thread([this] { client_.reset(); }).join();
     EXPECT_THAT(delegate_.paths, IsEmpty());

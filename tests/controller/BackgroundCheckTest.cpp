@@ -1,11 +1,7 @@
 #include "AskingTest.h"
 
 #include "../support/DownloadModes.h"
-#include "../support/TestFiles.h"
-#include "../support/TlsRelay.h"
 #include "../support/WaitFor.h"
-
-#include <QDir>
 
 using namespace Qt::StringLiterals;
 
@@ -14,16 +10,12 @@ namespace {
 using Reply = ScriptedServer::Reply;
 
 /// Checks in the background, with downloads in both modes.
-class BackgroundCheck : public AskingTest, public testing::WithParamInterface<DownloadMode>
+class BackgroundCheck : public AskingTest, public InBothModes
 {
-    const DownloadModeSwitch mode_{GetParam()};
 };
 
 TEST_P(BackgroundCheck, TellsWhatCameOfIt)
 {
-    const auto failed = [](const QString &word) {
-        return QStringList{u"download-started"_s, u"failed: "_s + word};
-    };
     EXPECT_EQ(ask(), loaded);
     EXPECT_EQ(ask(), QStringList({u"installer-ready"_s, diskImage}));
 
@@ -35,7 +27,7 @@ TEST_P(BackgroundCheck, TellsWhatCameOfIt)
         {{.sizeReply =
               Reply().send("HTTP/1.1 200 OK\r\nContent-Length: 1152921504606846976\r\n\r\n")},
          {u"disk-full"_s}},
-        {{.file = wrong}, failed(u"wrong-digest"_s)},
+        {{.file = wrong}, {u"download-started"_s, u"failed: wrong-digest"_s}},
     };
     for (const auto &[offer, expected] : cases) {
         startAfresh();
@@ -52,42 +44,14 @@ TEST_P(BackgroundCheck, TellsWhatCameOfIt)
     EXPECT_EQ(ask(), QStringList(u"directory-not-writable"_s));
 }
 
-TEST_P(BackgroundCheck, TellsWhatAnsweredInPlaceOfTheService)
-{
-    const auto html = QByteArrayLiteral("Content-Type: text/html");
-    const std::pair<Reply, QString> cases[] = {
-        {Reply().close(), u"service-unreachable"_s},
-        {Reply().send("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\n{").close(), u"broken-off"_s},
-        {Reply::whole(511, "<html>Log in</html>", {html}), u"not-a-service"_s},
-        {Reply::whole(503), u"http-status"_s},
-        {Reply::whole(407), u"proxy-refused"_s},
-        {Reply::whole(200, "<html>Log in</html>", {html}), u"not-a-service"_s},
-    };
-    for (const auto &[reply, expected] : cases) {
-        ScriptedServer other(reply);
-        writeFile(QDir::home().filePath(u"Documents/ConsoleZVUpdate.mac"_s),
-                  other.baseUrl().toUtf8());
-        EXPECT_EQ(ask(), QStringList(expected));
-        EXPECT_EQ(host.latest->finalUrl.isEmpty(), expected == u"service-unreachable"_s);
-    }
-    EXPECT_EQ(host.latest->contentType, u"text/html"_s);
-    EXPECT_EQ(controller->lastOutcome()->kind, UpdateOutcome::Kind::NotAService);
-
-    const TlsRelay relay(service.baseUrl(), TlsRelay::SelfSigned);
-    writeFile(QDir::home().filePath(u"Documents/ConsoleZVUpdate.mac"_s), relay.baseUrl().toUtf8());
-    EXPECT_EQ(ask(), QStringList(u"certificate-refused"_s));
-}
-
 TEST_P(BackgroundCheck, HeedsAndChangesTheUsersSettingsOnlyWhenItIsScheduled)
 {
     const QString switchKey = u"ZVUpdateAutoUpdate"_s;
     const QString dateKey = u"CorvantaAutoUpdateNextCheckDate"_s;
     const QDateTime later = QDateTime::currentDateTimeUtc().addDays(9);
-    const std::pair<QVariantMap, QString> cases[] = {
-        {{{switchKey, false}}, u"switched-off"_s},
-        {{{dateKey, later}}, u"not-yet"_s},
-    };
-    for (const auto &[preferences, expected] : cases) {
+    for (const auto &[preferences, expected] :
+         {std::pair(QVariantMap{{switchKey, false}}, u"switched-off"_s),
+          {{{dateKey, later}}, u"not-yet"_s}}) {
         startAfresh(preferences);
         EXPECT_EQ(ask(Reason::AskedByUser), loaded);
         auto kept = storedPreferences();
@@ -125,14 +89,12 @@ TEST_P(BackgroundCheck, KeepsAPartWhenTheSizeIsThatOfAnErrorsPage)
 
 TEST_P(BackgroundCheck, IsStoppedWhileTheServiceIsSilent)
 {
-    const auto silence = [](const std::shared_ptr<Gate> &gate) {
-        return [gate] { waitFor([gate] { return gate->isOpen(); }, Meanwhile::Sleep); };
-    };
     const auto gate = std::make_shared<Gate>();
+    const auto silence = [gate] { waitFor([&] { return gate->isOpen(); }, Meanwhile::Sleep); };
     const std::pair<Offer, QStringList> cases[] = {
         {{.sizeReply = Reply().wait(gate)}, {u"stopped"_s}},
         {{.gate = gate}, {u"download-started"_s, u"failed: stopped"_s}},
-        {{.meanwhile = silence(gate)}, {u"stopped"_s}},
+        {{.meanwhile = silence}, {u"stopped"_s}},
     };
     for (const auto &row : cases) {
         const Offer &offer = row.first;
@@ -156,8 +118,6 @@ TEST_P(BackgroundCheck, IsStoppedWhileTheServiceIsSilent)
     gate->open();
 }
 
-INSTANTIATE_TEST_SUITE_P(, BackgroundCheck,
-                         testing::Values(DownloadMode::Session, DownloadMode::Connection),
-                         testing::PrintToStringParamName());
+INSTANTIATE_TEST_SUITE_P(, BackgroundCheck, bothModes, testing::PrintToStringParamName());
 
 } // namespace

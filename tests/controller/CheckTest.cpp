@@ -79,57 +79,18 @@ TEST_F(SaveDirectory, IsUsedAsFarAsItCanBe)
                 }
 }
 
-// What a service or a host uses in a file name, as either part of it.
+// Each part of a name must leave it a plain one.
 TEST(UpdateFilesTest, HavePlainNamesInTheirDirectoryOrNone)
 {
-    const QString zero(1, QChar());
     const auto named = [](const QString &text, bool isVersion) {
         return UpdateFiles::named(u"/d"_s, isVersion ? u"P"_s : text, isVersion ? text : u"2"_s);
     };
-    const QString hostile[] = {u"../victim"_s,
-                               u"x/../../victim"_s,
-                               u"/etc/passwd"_s,
-                               u"/"_s,
-                               u"2/"_s,
-                               u"./2"_s,
-                               u"2/.."_s,
-                               u"x/../victim_2"_s,
-                               zero,
-                               u"2"_s + zero,
-                               u"2"_s + zero + u"/../victim"_s,
-                               zero + u"2"_s,
-                               QString(300, u'9'),
-                               QString(100, u'\u7248'), // 300 bytes
-                               QString(100000, u'9'),
-                               u"file:///etc/passwd"_s};
-    const QString harmless[] = {u"."_s,
-                                u".."_s,
-                                u".2"_s,
-                                u"2."_s,
-                                u"1.2.3"_s,
-                                u"2.dmg"_s,
-                                u"2.exe"_s,
-                                u" 2 "_s,
-                                u"\r\n2"_s,
-                                u"\t\u0007\u001B[31m"_s,
-                                u"2\\..\\victim"_s,
-                                u"C:\\2"_s,
-                                u"-rf"_s,
-                                u"~"_s,
-                                u"$HOME;`id`"_s,
-                                u"%s%n%2$s%@"_s,
-                                u"%2E%2E%2Fvictim"_s,
-                                u"*?[a]"_s,
-                                u"2&fn=other"_s,
-                                u"\u202Egmd.2"_s,
-                                u"\u200B\uFEFF"_s,
-                                u"\u7248\u672C"_s,
-                                u"\U0001F600"_s,
-                                QString(200, u'9')};
     for (const bool isVersion : {true, false}) {
-        for (const QString &text : hostile)
-            EXPECT_FALSE(named(text, isVersion)) << qPrintable(text.left(60));
-        for (const QString &text : harmless) {
+        for (const QString &hostile : {u"x/../../victim"_s, u"/"_s, u"./2"_s, u"2/.."_s,
+                                       u"2"_s + QChar(), QString(100, u'\u7248')}) // 300 bytes.
+            EXPECT_FALSE(named(hostile, isVersion)) << qPrintable(hostile);
+        for (const QString &text : {u".."_s, u"2.dmg"_s, u" \r\n\u001B[31m"_s, u"..\\victim"_s,
+                                    u"%2E%2E%2F"_s, u"2&fn=x"_s, QString(200, u'9')}) {
             const QString name = isVersion ? u"P_"_s + text : text + u"_2"_s;
             const auto files = named(text, isVersion);
             ASSERT_TRUE(files) << qPrintable(name);
@@ -150,8 +111,6 @@ TEST_F(ControllerTest, FindsNoUpdateWithoutANameOrADigest)
          {std::tuple(u"P"_s, Text(u"x/../../victim"_s), Text(digest)),
           {u"P_x/../../victim"_s, u"2"_s, digest},
           {u"P"_s, {}, digest},
-          {u"P"_s, QString(), digest},
-          {u"P"_s, u"2"_s, {}},
           {u"P"_s, u"2"_s, QString()}}) {
         SCOPED_TRACE(qPrintable(product + u' ' + version.value_or(u"none"_s)));
         service.setOffer({.version = version, .digest = announced});
@@ -166,17 +125,17 @@ TEST_F(ControllerTest, FindsNoUpdateWithoutANameOrADigest)
 TEST_F(ControllerTest, TouchesNothingBehindWhatIsInThePlaceOfItsFiles)
 {
     const QByteArray outside = QFile::encodeName(root.filePath(u"outside"_s));
-    const std::pair<const char *, std::function<int(const char *)>> obstacles[] = {
-        {"link to nowhere", [](const char *path) { return ::symlink("/nowhere/at/all", path); }},
-        {"link to a file", [&](const char *path) { return ::symlink(outside.constData(), path); }},
-        {"link to itself", [](const char *path) { return ::symlink(path, path); }},
-        {"hard link", [&](const char *path) { return ::link(outside.constData(), path); }},
-        {"directory", [](const char *path) { return ::mkdir(path, 0700); }},
-        {"pipe", [](const char *path) { return ::mkfifo(path, 0600); }},
+    const std::function<int(const char *)> obstacles[] = {
+        [](const char *path) { return ::symlink("/nowhere/at/all", path); },
+        [&](const char *path) { return ::symlink(outside.constData(), path); },
+        [](const char *path) { return ::symlink(path, path); },
+        [&](const char *path) { return ::link(outside.constData(), path); },
+        [](const char *path) { return ::mkdir(path, 0700); },
+        [](const char *path) { return ::mkfifo(path, 0600); },
     };
     for (const QString &obstructed : {temporary, diskImage})
-        for (const auto &[name, put] : obstacles) {
-            SCOPED_TRACE(testing::Message() << name << " as " << qPrintable(obstructed));
+        for (const auto &put : obstacles) {
+            SCOPED_TRACE(testing::Message() << &put - obstacles << qPrintable(obstructed));
             startAfresh({{digestKey, digest}});
             place(root.filePath(u"outside"_s), "treasure");
             ASSERT_EQ(put(QFile::encodeName(obstructed).constData()), 0);
@@ -203,19 +162,12 @@ TEST_F(ControllerTest, DownloadsUnlessThereIsAFileOfTheRightSize)
     EXPECT_EQ(host.heard, QStringList());
 }
 
-TEST_F(ControllerTest, DownloadsWithoutATokenWhereTheServiceGivesNone)
+TEST_F(ControllerTest, KeepsWhatTheLatestCheckHasFound)
 {
     service.setOffer({.tokenId = {}});
     EXPECT_EQ(check(), 1);
     EXPECT_TRUE(waitForDownload());
     EXPECT_EQ(service.requests().last(), u"GET cmd=download&tk=&fn=P_2.exe");
-    EXPECT_EQ(host.heard, QStringList(diskImage));
-}
-
-TEST_F(ControllerTest, KeepsWhatTheLatestCheckHasFound)
-{
-    EXPECT_EQ(check(), 1);
-    EXPECT_TRUE(waitForDownload());
     EXPECT_EQ(controller->updateWithDelegate(nullptr), 2);
     EXPECT_EQ(controller->delegate(), nullptr);
     const auto reply = controller->mLastCheckUpdateResponse();

@@ -53,8 +53,6 @@ public:
 TEST_F(Completion, KeepsOnlyWhatHasTheDigestOfTheLatestReply)
 {
     const std::pair<std::shared_ptr<CheckUpdateResponse>, bool> replies[] = {
-        {replyWith(digest), true},
-        {replyWith(digest.toLower()), true},
         {replyWith(digest.left(16).toLower() + digest.mid(16)), true},
         {replyWith(Offer::digestOf(wrong)), false},
         {replyWith(digest.left(31)), false},
@@ -152,22 +150,6 @@ TEST_F(Completion, OfALargeFileEndsWithTheController)
     completion.join();
     EXPECT_TRUE(QFileInfo::exists(temporary)) << "It would be gone if it had been digested whole.";
     EXPECT_EQ(host.heard, QStringList());
-}
-
-TEST_F(Completion, RemovesOnlyALinkToNowhereAndKeepsTheFileForADirectory)
-{
-    setUp(&host);
-    ASSERT_TRUE(QFile::link(saved(u"nowhere"_s), diskImage));
-    finish(temporary);
-    EXPECT_EQ(contentOf(diskImage), good);
-    runMainQueue();
-
-    setUp(&host);
-    ASSERT_TRUE(QDir().mkpath(diskImage));
-    finish(temporary);
-    runMainQueue();
-    EXPECT_EQ(contentOf(temporary), good) << "It need not be fetched again.";
-    EXPECT_TRUE(QFileInfo(diskImage).isDir());
 }
 
 } // namespace

@@ -21,8 +21,7 @@ ControllerTest::~ControllerTest()
 
 void ControllerTest::startAfresh(const QVariantMap &preferences)
 {
-    controller = std::make_shared<ZVUpdateProc>();
-    controller->setProductID(QStringLiteral("P"), QStringLiteral("1"), saveDirectory);
+    controller = newController();
     runMainQueue();
     host.heard.clear();
     QDir(saveDirectory).removeRecursively();
@@ -30,6 +29,13 @@ void ControllerTest::startAfresh(const QVariantMap &preferences)
     settings.clear();
     for (auto preference = preferences.cbegin(); preference != preferences.cend(); ++preference)
         settings.setValue(preference.key(), preference.value());
+}
+
+std::shared_ptr<ZVUpdateProc> ControllerTest::newController() const
+{
+    auto made = std::make_shared<ZVUpdateProc>();
+    made->setProductID(QStringLiteral("P"), QStringLiteral("1"), saveDirectory);
+    return made;
 }
 
 bool ControllerTest::waitForDownload() const

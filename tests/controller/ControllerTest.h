@@ -22,6 +22,7 @@ public:
 
     /// No save directory, no preferences but these, nothing heard, another controller.
     void startAfresh(const QVariantMap &preferences = {});
+    std::shared_ptr<ZVUpdateProc> newController() const;
     int64_t check() { return controller->updateWithDelegate(&host); }
     bool waitForDownload() const;
     /// Lets the main queue run what is waiting there.

@@ -14,7 +14,7 @@ using namespace Qt::StringLiterals;
 namespace {
 
 /// Downloads in both modes, with the main thread's event loop running.
-class Lifetime : public ControllerTest, public testing::WithParamInterface<DownloadMode>
+class Lifetime : public ControllerTest, public InBothModes
 {
 public:
     /// Starts a download that comes halfway.
@@ -43,7 +43,6 @@ public:
         EXPECT_EQ(host.heard, image ? QStringList(diskImage) : QStringList());
     }
 
-    const DownloadModeSwitch mode{GetParam()};
     const QByteArray half = good.left(good.size() / 2);
     const QString resumed = u"GET cmd=download&tk=T&fn=P_2.exe bytes=%1-"_s.arg(half.size());
     Offer offer;
@@ -100,8 +99,7 @@ TEST_P(Lifetime, DestroyingTheControllerStopsItsDownloadAtOnce)
     EXPECT_TRUE(waitFor([] { return libraryThreads() == 0; }));
     expectSaved(std::nullopt, half);
 
-    controller = std::make_shared<ZVUpdateProc>();
-    controller->setProductID(u"P"_s, u"1"_s, saveDirectory);
+    controller = newController();
     EXPECT_EQ(check(), 1);
     EXPECT_TRUE(waitForDownload());
     EXPECT_EQ(service.requests().constLast(), resumed);
@@ -113,10 +111,6 @@ TEST_P(Lifetime, WhatIsTakenAwayMeanwhileIsFetchedAgain)
     const auto remove = [this] { EXPECT_TRUE(QDir(saveDirectory).removeRecursively()); };
     const std::function<void()> acts[] = {
         remove,
-        [&] {
-            remove();
-            QDir().mkpath(saveDirectory);
-        },
         [&] {
             remove();
             writeFile(saveDirectory, "in the place of the directory");
@@ -140,9 +134,7 @@ TEST_P(Lifetime, WhatIsTakenAwayMeanwhileIsFetchedAgain)
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Mode, Lifetime,
-                         testing::Values(DownloadMode::Session, DownloadMode::Connection),
-                         testing::PrintToStringParamName());
+INSTANTIATE_TEST_SUITE_P(, Lifetime, bothModes, testing::PrintToStringParamName());
 
 // Whether the end of the application is that of a download whose client has been replaced. To be
 // asked in a process of its own.

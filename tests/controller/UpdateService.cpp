@@ -89,7 +89,10 @@ UpdateService::~UpdateService()
 
 void UpdateService::setOffer(const Offer &offer)
 {
-    server_.setHandler([offer](const Request &request) { return answer(offer, request); });
+    server_.setHandler([offer](const Request &request) {
+        const Reply reply = answer(offer, request);
+        return offer.onItsWay ? offer.onItsWay(request, reply.bytes(request)) : reply;
+    });
 }
 
 QStringList UpdateService::requests() const

@@ -29,6 +29,9 @@ struct Offer
     std::optional<ScriptedServer::Reply> sizeReply = std::nullopt;
     /// What happens on the server's thread while a check waits for its reply.
     std::function<void()> meanwhile = [] {};
+    /// What becomes of each reply, given as its bytes, on its way.
+    std::function<ScriptedServer::Reply(const ScriptedServer::Request &, const QByteArray &)>
+        onItsWay = nullptr;
 };
 
 /// The update service, to which the library is directed through the developer's override file for

@@ -1,19 +1,14 @@
 #include "../controller/ControllerTest.h"
 #include "support/Campaign.h"
 #include "support/DownloadModes.h"
-#include "support/FaultRelay.h"
 #include "support/LogCapture.h"
-#include "support/TestFiles.h"
 
-using Fault = FaultRelay::Fault;
-using std::chrono::milliseconds;
 using testing::AnyOf;
 using namespace Qt::StringLiterals;
+using Reply = ScriptedServer::Reply;
+using Request = ScriptedServer::Request;
 
 namespace {
-
-constexpr auto toServer = FaultRelay::ToServer;
-constexpr auto toClient = FaultRelay::ToClient;
 
 /// 500 bytes, of which none can be taken for another.
 QByteArray numbers()
@@ -24,8 +19,8 @@ QByteArray numbers()
     return text;
 }
 
-/// Whole checks, with their downloads, by a controller whose service is behind a relay.
-class ConversationFaults : public ControllerTest, public testing::WithParamInterface<DownloadMode>
+/// Whole checks, with their downloads, whose replies are spoilt on their way.
+class ConversationFaults : public ControllerTest, public InBothModes
 {
 public:
     ~ConversationFaults() override
@@ -34,15 +29,12 @@ public:
     }
 
 protected:
-    ConversationFaults() { offer(u"2"_s); }
+    using OnItsWay = std::function<Reply(const Request &, const QByteArray &)>;
 
-    void offer(const QString &version)
+    void offer(const OnItsWay &onItsWay = {}, const QString &version = u"2"_s)
     {
-        Offer offered;
-        offered.version = version;
-        offered.file = file_;
-        offered.digest = digest_;
-        service.setOffer(offered);
+        service.setOffer(
+            {.version = version, .digest = digest_, .file = file_, .onItsWay = onItsWay});
     }
 
     void checkAndDownload()
@@ -51,12 +43,16 @@ protected:
         EXPECT_TRUE(waitForDownload()) << "A download hangs.";
     }
 
-    /// A check through a relay, after which nothing is where it should not be.
-    void checkThrough(const FaultRelay &relay)
+    /// A check that finds this much of a download, or is the first, after which nothing is where it
+    /// should not be.
+    void checkSpoilt(const Content &partial, const OnItsWay &onItsWay)
     {
-        writeFile(overridePath_, relay.baseUrl().toUtf8());
+        startAfresh(partial ? QVariantMap{{digestKey, digest_.toLower()}} : QVariantMap());
+        place(temporary, partial);
+        place(earlier_, "earlier");
+        offer(onItsWay);
         checkAndDownload();
-        writeFile(overridePath_, service_.toUtf8());
+        offer();
         EXPECT_THAT(contentOf(diskImage), AnyOf(Content(), Content(file_)));
         EXPECT_EQ(host.heard, contentOf(diskImage) ? QStringList(diskImage) : QStringList());
         for (const QString &path : tree().keys())
@@ -65,7 +61,7 @@ protected:
         EXPECT_EQ(contentOf(earlier_), "earlier");
     }
 
-    /// How many checks on a healthy path it takes until the installer is there; -1 for too many.
+    /// How many healthy checks it takes until the installer is there; -1 for too many.
     int healthyChecks()
     {
         for (int checks = 0; checks <= 5; ++checks) {
@@ -76,133 +72,135 @@ protected:
         return -1;
     }
 
-    /// As a first check finds it, or one that finds this much of a download.
-    void begin(const Content &partial)
-    {
-        startAfresh(partial ? QVariantMap{{digestKey, digest_.toLower()}} : QVariantMap());
-        place(temporary, partial);
-        place(earlier_, "earlier");
-    }
-
-    const DownloadModeSwitch switch_{GetParam()};
     const LogCapture log_;
     const QByteArray file_ = numbers();
+    const Content partial_ = file_.left(200);
     const QString digest_ = Offer::digestOf(file_);
     const QString earlier_ = saved(u"P_1.dmg"_s);
-    const QString overridePath_ = QDir::homePath() + u"/Documents/ConsoleZVUpdate.mac"_s;
-    const QString service_ = QString::fromUtf8(readFile(overridePath_));
 };
 
-INSTANTIATE_TEST_SUITE_P(, ConversationFaults,
-                         testing::Values(DownloadMode::Session, DownloadMode::Connection),
-                         testing::PrintToStringParamName());
+INSTANTIATE_TEST_SUITE_P(, ConversationFaults, bothModes, testing::PrintToStringParamName());
+
+/// What becomes of a reply, given what comes before the fault and what after.
+using Fault = Reply (*)(const QByteArray &head, const QByteArray &rest);
+
+const Fault faults[] = {
+    [](const auto &head, const auto &) { return Reply().send(head).close(); },
+    [](const auto &head, const auto &) { return Reply().send(head).reset(); },
+    [](const auto &head, const auto &rest) {
+        return Reply().send(head).pause(std::chrono::milliseconds(1)).send(rest);
+    },
+    // From here on bytes are added or changed.
+    [](const auto &head, const auto &rest) {
+        return Reply().send(head + head.right(1) + rest).close();
+    },
+    [](const auto &head, const auto &rest) {
+        return Reply().send(head + head.right(40) + rest).close();
+    },
+    [](const auto &head, const auto &rest) {
+        return Reply().send(head + '\0' + rest.mid(1)).close();
+    },
+    [](const auto &head, const auto &rest) {
+        return Reply().send(head + '7' + rest.mid(1)).close();
+    },
+};
 
 } // namespace
 
-// Check, token, size and file come over one connection, which is spoiled all along.
+// Check, token, size and file, one after the other, with the fault in one of them.
 TEST_P(ConversationFaults, AreMadeGoodByTheNextChecks)
 {
-    const Content partial = file_.left(200);
-    FaultRelay healthy(service_);
-    begin(partial);
-    checkThrough(healthy);
+    qsizetype size = 0;
+    checkSpoilt(partial_, [&](const Request &, const QByteArray &reply) {
+        size += reply.size();
+        return Reply().send(reply);
+    });
     ASSERT_EQ(contentOf(diskImage), file_);
     int tried = 0;
     int stuck = 0;
-    for (const auto direction : {toServer, toClient}) {
-        const auto size = static_cast<int>(healthy.received(direction).size());
-        const int rounds = Campaign::rounds(size / 4, 3);
-        for (int i = 0; i < rounds; ++i) {
-            const int at = size * i / rounds;
-            const Fault faults[] = {FaultRelay::finish(direction, at),
-                                    FaultRelay::reset(direction, at),
-                                    FaultRelay::split(direction, at),
-                                    FaultRelay::duplicate(direction, at, 1),
-                                    FaultRelay::duplicate(direction, at, 40),
-                                    FaultRelay::rewrite(direction, at, QByteArray(1, '\0')),
-                                    FaultRelay::rewrite(direction, at, "7")};
-            for (const Fault &fault : faults) {
-                SCOPED_TRACE(testing::Message() << "fault " << fault.kind << " of direction "
-                                                << direction << " at " << at);
-                begin(partial);
-                const FaultRelay relay(service_, fault, milliseconds(60));
-                checkThrough(relay);
-                EXPECT_TRUE(fault.kind != Fault::Drip || contentOf(diskImage) == file_);
-                // What cannot be gone on with, since it is too long already, stays as it is.
-                const bool addsBytes = fault.kind >= Fault::Duplicate;
-                const qsizetype left = contentOf(temporary).value_or(QByteArray()).size();
-                const bool isStuck = healthyChecks() < 0;
-                EXPECT_TRUE(!isStuck || (addsBytes && left >= file_.size())) << left;
-                stuck += isStuck ? 1 : 0;
-                ++tried;
-            }
+    const int rounds = Campaign::rounds(static_cast<int>(size / 2), 6);
+    for (int i = 0; i < rounds; ++i) {
+        const qsizetype at = size * i / rounds;
+        for (const Fault &fault : faults) {
+            SCOPED_TRACE(testing::Message() << "fault " << &fault - faults << " at " << at);
+            qsizetype left = at;
+            checkSpoilt(partial_, [&](const Request &, const QByteArray &reply) {
+                const qsizetype here = std::exchange(left, left - reply.size());
+                return here < 0 || here >= reply.size() ? Reply().send(reply)
+                                                        : fault(reply.left(here), reply.mid(here));
+            });
+            // What cannot be gone on with, since it is too long already, stays as it is.
+            const qsizetype found = contentOf(temporary).value_or(QByteArray()).size();
+            const bool isStuck = healthyChecks() < 0;
+            EXPECT_TRUE(!isStuck || (&fault >= &faults[3] && found >= file_.size())) << found;
+            stuck += isStuck ? 1 : 0;
+            ++tried;
         }
     }
     Campaign::tried(tried);
     RecordProperty("stuck", stuck);
 }
 
-// What is wrong with the file's reply, what is left of the download then, and after how many checks
-// on a healthy path the installer is there.
+// What is wrong with the file's reply, what is left of the download then, and after how many
+// healthy checks the installer is there.
 TEST_P(ConversationFaults, InRangesAndLengthsCostWhatTheTableSays)
 {
-    const Content partial = file_.left(200);
-    FaultRelay healthy(service_);
-    begin(partial);
-    checkThrough(healthy);
-    const auto rewriteLast = [&](FaultRelay::Direction direction, const QByteArray &text,
-                                 const QByteArray &replacement) {
-        const qsizetype at = healthy.received(direction).lastIndexOf(text);
-        EXPECT_GE(at, 0) << text.data();
-        return FaultRelay::rewrite(direction, at, replacement);
+    using Spoil = std::function<Reply(QByteArray)>;
+    const auto with = [](const char *text, const char *replacement) -> Spoil {
+        return [=](QByteArray reply) {
+            EXPECT_TRUE(reply.contains(text));
+            return Reply().send(reply.replace(text, replacement)).close();
+        };
     };
-    const Fault ignored = rewriteLast(toServer, "Range", "Rangx");
-    FaultRelay ignoring(service_, ignored);
-    begin(partial);
-    checkThrough(ignoring);
-    const qsizetype body = ignoring.received(toClient).size() - file_.size();
-    const qsizetype whole = healthy.received(toClient).size(); // The client would wait for more.
+    const auto ignoring = [this](qsizetype cut) -> Spoil {
+        return [this, cut](const QByteArray &) {
+            const auto head = QByteArrayLiteral("HTTP/1.1 200 OK\r\nContent-Length: 500\r\n\r\n");
+            return Reply().send(head + file_.left(cut)).close();
+        };
+    };
+    const auto from = [this](qsizetype first) -> Spoil {
+        return [this, first](const QByteArray &) { return Reply::whole(206, file_.mid(first)); };
+    };
     const struct
     {
         const char *name = nullptr;
         Content before;
-        Fault fault;
+        Spoil spoil;
         Content left;
         int checks = 0;
-        qsizetype cut = -1; // After so many bytes of all replies.
+        const char *method = "GET";
     } rows[] = {
-        {"Range ignored", partial, ignored, {}, 1},
+        {"Range ignored", partial_, ignoring(500), {}, 1},
         // What is shorter than the file is completed, found wrong and thrown away.
-        {"the same, cut", partial, ignored, *partial + file_.left(2), 2, body + 2},
-        {"the same, cut later", partial, ignored, *partial + file_.left(299), 2, body + 299},
-        {"the same, cut when full", partial, ignored, *partial + file_.left(300), -1, body + 300},
-        {"the same, cut beyond", partial, ignored, *partial + file_.left(400), -1, body + 400},
-        {"earlier offset", partial, rewriteLast(toServer, "=200-", "=100-"), {}, 1},
-        {"later offset", partial, rewriteLast(toServer, "=200-", "=300-"), {}, 1},
-        {"no Content-Range", partial, rewriteLast(toClient, "Content-Range", "X"), {}, 0},
-        {"another Content-Range", partial, rewriteLast(toClient, "s 200-", "s 100-"), {}, 0},
-        {"refused", partial, rewriteLast(toClient, "206", "416"), partial, 1},
-        {"too short", partial, rewriteLast(toClient, ": 300", ": 200"), {}, 1},
-        {"too long", partial, rewriteLast(toClient, ": 300", ": 900"), file_, 1, whole},
-        {"no length", partial, rewriteLast(toClient, "Content-Length", "X"), {}, 0, whole},
-        {"wrong byte", partial, rewriteLast(toClient, "199", "19x"), {}, 1},
+        {"the same, cut", partial_, ignoring(2), *partial_ + file_.left(2), 2},
+        {"the same, cut later", partial_, ignoring(299), *partial_ + file_.left(299), 2},
+        {"the same, cut when full", partial_, ignoring(300), *partial_ + file_.left(300), -1},
+        {"the same, cut beyond", partial_, ignoring(400), *partial_ + file_.left(400), -1},
+        {"earlier offset", partial_, from(100), {}, 1},
+        {"later offset", partial_, from(300), {}, 1},
+        {"no Content-Range", partial_, with("Content-Range", "X"), {}, 0},
+        {"another Content-Range", partial_, with("s 200-", "s 100-"), {}, 0},
+        {"refused", partial_, with("206", "416"), partial_, 1},
+        {"too short", partial_, with(": 300", ": 200"), {}, 1},
+        {"too long", partial_, with(": 300", ": 900"), file_, 1},
+        {"no length", partial_, with("Content-Length", "X"), {}, 0},
+        {"wrong byte", partial_, with("199", "19x"), {}, 1},
         {"complete", file_, {}, {}, 0},
-        {"complete, another size", file_, rewriteLast(toClient, ": 500", ": 900"), file_, 1},
+        {"complete, another size", file_, with(": 500", ": 900"), file_, 1, "HEAD"},
         // A whole file that is not the right one, or too much of it, is the service's to judge.
         {"complete, wrong", Content(QByteArray(500, 'w')), {}, QByteArray(500, 'w'), -1},
         {"oversized", file_ + "more", {}, file_ + "more", -1},
     };
     for (const auto &row : rows) {
         SCOPED_TRACE(row.name);
-        begin(row.before);
-        FaultRelay relay(service_, row.fault);
-        FaultRelay cutting(relay.baseUrl(),
-                           row.cut < 0 ? Fault() : FaultRelay::finish(toClient, row.cut));
-        checkThrough(cutting);
+        checkSpoilt(row.before, [&row](const Request &request, const QByteArray &reply) {
+            return row.spoil && request.method == row.method ? row.spoil(reply)
+                                                             : Reply().send(reply);
+        });
         EXPECT_EQ(contentOf(temporary), row.left);
         EXPECT_EQ(healthyChecks(), row.checks);
     }
-    offer(u"3"_s);
+    offer({}, u"3"_s);
     checkAndDownload();
     EXPECT_EQ(contentOf(saved(u"P_3.dmg"_s)), file_) << "Another version finds its way.";
 }

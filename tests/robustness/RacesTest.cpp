@@ -14,15 +14,14 @@ namespace {
 
 /// What hosts do at the same time, again and again, at moments of chance. Run under thread
 /// sanitizer it finds what is not guarded; here, what crashes, hangs or leaves a wrong file.
-class Races : public ControllerTest, public testing::WithParamInterface<DownloadMode>
+class Races : public ControllerTest, public InBothModes
 {
 public:
     ~Races() override
     {
         // Whatever has happened: the next check brings the update, and in the end no thread is
         // left.
-        controller = std::make_shared<ZVUpdateProc>();
-        controller->setProductID(u"P"_s, u"1"_s, saveDirectory);
+        controller = newController();
         for (int i = 0; i < 2 && contentOf(diskImage) != good; ++i) {
             check();
             waitForDownload();
@@ -67,12 +66,10 @@ public:
     }
 
 private:
-    const DownloadModeSwitch mode_{GetParam()};
     std::minstd_rand random_; // Seeded alike each time.
 };
 
-INSTANTIATE_TEST_SUITE_P(, Races, testing::Values(DownloadMode::Session, DownloadMode::Connection),
-                         testing::PrintToStringParamName());
+INSTANTIATE_TEST_SUITE_P(, Races, bothModes, testing::PrintToStringParamName());
 
 TEST_P(Races, StartAgainstStop)
 {
@@ -90,15 +87,18 @@ TEST_P(Races, StartAgainstStop)
     });
 }
 
-TEST_P(Races, DestroyingTheControllerInEveryPhase)
+TEST_P(Races, DestroyingTheDelegateAndTheControllerInEveryPhase)
 {
     int most = 0; // First, before the download has begun.
     repeat([&] {
         startAfresh();
-        EXPECT_EQ(check(), 1);
+        auto shortLived = std::make_unique<Host>();
+        EXPECT_EQ(controller->updateWithDelegate(shortLived.get()), 1);
         letTimePass(std::exchange(most, 4000));
+        EXPECT_TRUE(shortLived->heard.isEmpty() || contentOf(diskImage) == good);
+        shortLived.reset();
+        letTimePass(1000);
         controller.reset();
-        EXPECT_TRUE(host.heard.isEmpty() || contentOf(diskImage) == good);
         expectSoundFiles();
     });
 }
@@ -131,19 +131,6 @@ TEST_P(Races, DestroyingTheControllerInItsCall)
     });
 }
 
-TEST_P(Races, TheHostsDelegateGoesBeforeItIsTold)
-{
-    repeat([this] {
-        startAfresh();
-        auto shortLived = std::make_unique<Host>();
-        EXPECT_EQ(controller->updateWithDelegate(shortLived.get()), 1);
-        letTimePass(4000);
-        shortLived.reset();
-        EXPECT_TRUE(waitForDownload());
-        expectSoundFiles();
-    });
-}
-
 TEST_P(Races, ChecksOnThreadsWithoutAnEventLoop)
 {
     repeat([this] {
@@ -162,8 +149,7 @@ TEST_P(Races, TwoChecksAtOnce)
 {
     repeat([this] {
         startAfresh();
-        const auto other = std::make_shared<ZVUpdateProc>();
-        other->setProductID(u"P"_s, u"1"_s, saveDirectory);
+        const auto other = newController();
         for (const auto &second : {controller, other}) {
             std::atomic<int> checked = 0;
             const auto checkOnce = [&](const std::shared_ptr<ZVUpdateProc> &each) {

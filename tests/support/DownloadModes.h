@@ -1,5 +1,7 @@
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <iosfwd>
 
 /// How downloads run; see kZVAppKitVersionNumber.
@@ -21,6 +23,13 @@ public:
 private:
     const double former_;
 };
+
+/// For tests that run in both modes.
+class InBothModes : public testing::WithParamInterface<DownloadMode>
+{
+    const DownloadModeSwitch mode_{GetParam()};
+};
+inline const auto bothModes = testing::Values(DownloadMode::Session, DownloadMode::Connection);
 
 /// How many threads of the library are running, by their names.
 int libraryThreads();

@@ -4,7 +4,6 @@
 
 #include <QtGlobal>
 
-#include <chrono>
 #include <optional>
 
 #include <sys/socket.h>
@@ -94,6 +93,9 @@ bool ScriptedServer::perform(const Reply &reply, const Request &request, int soc
             if (!wait(*step.gate))
                 return false;
             break;
+        case Step::Pause:
+            std::this_thread::sleep_for(step.time);
+            break;
         case Step::Reset:
             Loopback::discardWhenClosed(socket);
             [[fallthrough]];
@@ -124,7 +126,7 @@ ScriptedServer::Reply ScriptedServer::Reply::whole(int status, const QByteArray 
     lines.append("Content-Length: " + QByteArray::number(body.size()));
     Reply reply;
     reply.send(lines.join("\r\n") + "\r\n\r\n");
-    return reply.add({Step::SendBody, body, nullptr});
+    return reply.add({Step::SendBody, body});
 }
 
 ScriptedServer::Reply ScriptedServer::Reply::file(const Request &request, const QByteArray &content)
@@ -139,6 +141,15 @@ ScriptedServer::Reply ScriptedServer::Reply::file(const Request &request, const 
     return whole(206, content.mid(first),
                  {"Content-Range: bytes " + QByteArray::number(first) + '-' +
                   QByteArray::number(content.size() - 1) + '/' + size});
+}
+
+QByteArray ScriptedServer::Reply::bytes(const Request &request) const
+{
+    QByteArray all;
+    for (const Step &step : steps_)
+        if (step.kind != Step::SendBody || request.method != "HEAD")
+            all += step.bytes;
+    return all;
 }
 
 ScriptedServer::Reply &ScriptedServer::Reply::add(Step step)

@@ -8,6 +8,7 @@
 #include <QString>
 
 #include <atomic>
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <vector>
@@ -60,22 +61,28 @@ public:
         /// A file, served by the rules for HEAD and for a Range with an open end.
         static Reply file(const Request &request, const QByteArray &content);
 
-        Reply &send(const QByteArray &bytes) { return add({Step::Send, bytes, nullptr}); }
+        Reply &send(const QByteArray &bytes) { return add({Step::Send, bytes}); }
         /// Ends the connection when the gate has not been opened after half a minute.
         Reply &wait(std::shared_ptr<Gate> gate) { return add({Step::Wait, {}, std::move(gate)}); }
         /// Ends the connection in order.
-        Reply &close() { return add({Step::Close, {}, nullptr}); }
+        Reply &close() { return add({Step::Close}); }
         /// Breaks the connection.
-        Reply &reset() { return add({Step::Reset, {}, nullptr}); }
+        Reply &reset() { return add({Step::Reset}); }
+        /// Lets time pass.
+        Reply &pause(std::chrono::milliseconds time) { return add({Step::Pause, {}, {}, time}); }
+
+        /// All that is sent, if nothing ends it.
+        QByteArray bytes(const Request &request) const;
 
     private:
         friend class ScriptedServer;
 
         struct Step
         {
-            enum Kind { Send, SendBody, Wait, Close, Reset } kind;
-            QByteArray bytes;
-            std::shared_ptr<Gate> gate;
+            enum Kind { Send, SendBody, Wait, Close, Reset, Pause } kind;
+            QByteArray bytes = {};
+            std::shared_ptr<Gate> gate = nullptr;
+            std::chrono::milliseconds time = {};
         };
         Reply &add(Step step);
 

@@ -8,7 +8,6 @@
 
 #include <curl/curl.h>
 #include <dlfcn.h>
-#include <openssl/ec.h>
 #include <openssl/pem.h>
 #include <openssl/x509v3.h>
 #include <poll.h>
@@ -17,109 +16,68 @@
 
 namespace {
 
-using Key = std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)>;
 using X509Owner = std::unique_ptr<X509, decltype(&X509_free)>;
 
-constexpr long day = 24 * 60 * 60;
-
-void addExtension(X509 *certificate, int which, const char *value)
+// In the home of this run, with which it goes.
+QByteArray trustedFile()
 {
-    X509_EXTENSION *extension = X509V3_EXT_conf_nid(nullptr, nullptr, which, value);
-    X509_add_ext(certificate, extension, -1);
-    X509_EXTENSION_free(extension);
+    return QFile::encodeName(QDir::home().filePath(QStringLiteral("trusted")));
 }
 
-Key newKey()
+/// A certificate that its own key has signed.
+X509Owner certificateFor(EVP_PKEY *key, TlsRelay::Certificate kind)
 {
-    EVP_PKEY *key = nullptr;
-    EVP_PKEY_CTX *const generator = EVP_PKEY_CTX_new_id(EVP_PKEY_EC, nullptr);
-    if (EVP_PKEY_keygen_init(generator) != 1 ||
-        EVP_PKEY_CTX_set_ec_paramgen_curve_nid(generator, NID_X9_62_prime256v1) != 1 ||
-        EVP_PKEY_keygen(generator, &key) != 1)
-        qFatal("No key for the tests can be made.");
-    EVP_PKEY_CTX_free(generator);
-    return {key, &EVP_PKEY_free};
-}
-
-/// A certificate for a key, not signed yet.
-X509Owner certificateFor(EVP_PKEY *key, const char *name, long secondsLeft)
-{
-    static std::atomic<long> serial = 0;
-    X509Owner certificate(X509_new(), &X509_free);
-    X509_set_version(certificate.get(), 2); // Which is to say 3.
-    ASN1_INTEGER_set(X509_get_serialNumber(certificate.get()), ++serial);
-    X509_gmtime_adj(X509_getm_notBefore(certificate.get()), -2 * day);
-    X509_gmtime_adj(X509_getm_notAfter(certificate.get()), secondsLeft);
-    X509_set_pubkey(certificate.get(), key);
-    X509_NAME_add_entry_by_txt(X509_get_subject_name(certificate.get()), "CN", MBSTRING_ASC,
-                               reinterpret_cast<const unsigned char *>(name), -1, -1, 0);
-    return certificate;
-}
-
-void sign(X509 *certificate, X509 *issuer, EVP_PKEY *issuerKey)
-{
-    X509_set_issuer_name(certificate, X509_get_subject_name(issuer));
-    if (X509_sign(certificate, issuerKey, EVP_sha256()) == 0)
+    constexpr long day = 24 * 60 * 60;
+    static long serial = 0;
+    X509Owner owner(X509_new(), &X509_free);
+    X509 *const made = owner.get();
+    X509_set_version(made, 2); // Which is to say 3.
+    ASN1_INTEGER_set(X509_get_serialNumber(made), ++serial);
+    X509_gmtime_adj(X509_getm_notBefore(made), -2 * day);
+    X509_gmtime_adj(X509_getm_notAfter(made), kind == TlsRelay::Expired ? -day : day);
+    X509_NAME *const name = X509_get_subject_name(made);
+    const QByteArray ownName = "Server " + QByteArray::number(serial);
+    X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_ASC,
+                               reinterpret_cast<const unsigned char *>(ownName.constData()), -1, -1,
+                               0);
+    X509_set_issuer_name(made, name);
+    X509_EXTENSION *const address =
+        X509V3_EXT_conf_nid(nullptr, nullptr, NID_subject_alt_name,
+                            kind == TlsRelay::OfAnotherHost ? "IP:127.0.0.2" : "IP:127.0.0.1");
+    X509_add_ext(made, address, -1);
+    X509_EXTENSION_free(address);
+    X509_set_pubkey(made, key);
+    if (X509_sign(made, key, EVP_sha256()) == 0)
         qFatal("No certificate for the tests can be signed.");
+    return owner;
 }
-
-/// Signs the certificates of this process, and lies in a file for the library.
-class Authority
-{
-public:
-    static const Authority &instance()
-    {
-        static const Authority authority;
-        return authority;
-    }
-
-    Authority()
-    {
-        addExtension(own_.get(), NID_basic_constraints, "critical,CA:TRUE");
-        sign(own_.get(), own_.get(), key_.get());
-        FILE *const stream = std::fopen(fileName_.constData(), "w");
-        if (!stream || PEM_write_X509(stream, own_.get()) == 0 || fclose(stream) != 0)
-            qFatal("The tests' authority cannot be written.");
-    }
-
-    const QByteArray &fileName() const { return fileName_; }
-    X509 *own() const { return own_.get(); }
-    EVP_PKEY *key() const { return key_.get(); }
-
-private:
-    const Key key_ = newKey();
-    const X509Owner own_ = certificateFor(key_.get(), "Authority of the tests", day);
-    // In the home of this run, with which it goes.
-    const QByteArray fileName_ =
-        QFile::encodeName(QDir::home().filePath(QStringLiteral("authority")));
-};
 
 SSL_CTX *contextWith(TlsRelay::Certificate kind)
 {
-    const Authority &authority = Authority::instance();
-    const Key key = newKey();
-    const X509Owner certificate =
-        certificateFor(key.get(), "Server of the tests", kind == TlsRelay::Expired ? -day : day);
-    addExtension(certificate.get(), NID_subject_alt_name,
-                 kind == TlsRelay::OfAnotherHost ? "IP:127.0.0.2" : "IP:127.0.0.1");
-    if (kind == TlsRelay::SelfSigned)
-        sign(certificate.get(), certificate.get(), key.get());
-    else
-        sign(certificate.get(), authority.own(), authority.key());
+    const std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)> key(EVP_EC_gen("P-256"),
+                                                                  &EVP_PKEY_free);
+    const X509Owner certificate = certificateFor(key.get(), kind);
     SSL_CTX *const context = SSL_CTX_new(TLS_server_method());
     if (SSL_CTX_use_certificate(context, certificate.get()) != 1 ||
         SSL_CTX_use_PrivateKey(context, key.get()) != 1)
         qFatal("The tests' certificate cannot be used.");
+    if (kind == TlsRelay::Untrusted)
+        return context;
+    FILE *const trusted = std::fopen(trustedFile().constData(), "a");
+    if (!trusted || PEM_write_X509(trusted, certificate.get()) == 0 || fclose(trusted) != 0)
+        qFatal("The tests' certificate cannot be written.");
     return context;
 }
 
 } // namespace
 
 // Takes the place of curl's own function in the test programs, as the library has no way to be told
-// of a further authority.
+// of further certificates.
 CURLMcode curl_multi_add_handle(CURLM *multi_handle, CURL *curl_handle)
 {
-    curl_easy_setopt(curl_handle, CURLOPT_CAINFO, Authority::instance().fileName().constData());
+    if (const QByteArray file = trustedFile(); QFile::exists(QFile::decodeName(file)))
+        curl_easy_setopt(curl_handle, CURLOPT_CAINFO, file.constData());
+    curl_easy_setopt(curl_handle, CURLOPT_CA_CACHE_TIMEOUT, 0L); // There may be more by now.
     static const auto curls =
         reinterpret_cast<decltype(&curl_multi_add_handle)>(dlsym(RTLD_NEXT, __func__));
     return curls(multi_handle, curl_handle);

@@ -11,14 +11,14 @@
 #include <openssl/ssl.h>
 
 /// A TLS relay on a port of its own on the loopback interface, which hands what it has decrypted to
-/// a server of the tests, so that those speak plain HTTP only. Its certificate is made for it, by
-/// an authority of this process; the library trusts that one in a test program that has this file.
-/// Needs no event loop; its functions may be called from any thread.
+/// a server of the tests, so that those speak plain HTTP only. Its certificate is made for it; in a
+/// test program that has this file the library trusts it, unless it is not to be trusted. Needs no
+/// event loop; its functions may be called from any thread.
 class TlsRelay
 {
 public:
     /// The certificate; all but Good are to be refused.
-    enum Certificate { Good, Expired, SelfSigned, OfAnotherHost };
+    enum Certificate { Good, Expired, Untrusted, OfAnotherHost };
     /// Whether clients come straight, or have it connect as a proxy first.
     enum Way { Direct, AsProxy };
 

@@ -1,6 +1,6 @@
+#include "platform/http/HttpErrors.h"
 #include "platform/http/HttpReply.h"
 #include "support/Exchanges.h"
-#include "support/FaultRelay.h"
 #include "support/LogCapture.h"
 #include "support/ScriptedServer.h"
 
@@ -21,8 +21,11 @@ const QString command = QStringLiteral("cmd=gettoken");
 // Port 1 is reserved for a service that nobody runs.
 const QString refusingUrl = QStringLiteral("http://127.0.0.1:1/?dt=");
 
-void expectOneConnectError(const LogCapture &log, const char *reason)
+// A command that fails, and is logged once.
+void expectConnectError(const QString &url, const char *reason)
 {
+    const LogCapture log;
+    EXPECT_EQ(post(url), std::nullopt);
     EXPECT_EQ(log.lines(), QStringList(QStringLiteral("connect error: ") + QLatin1String(reason)));
 }
 
@@ -39,6 +42,8 @@ TEST(Post, HasThisFormOnTheWireWhateverTheData)
     const auto transport = HttpFunctionPost::getPost(server.baseUrl(), nullptr);
     EXPECT_EQ(transport->DoPost(command, std::nullopt), QStringLiteral("reply"));
     EXPECT_EQ(transport->DoPost(command, QByteArray("data")), QStringLiteral("reply"));
+    EXPECT_EQ(transport->DoPost(QString(), std::nullopt), QString()) << "Without parameters";
+    EXPECT_EQ(transport->getFileSize(QString()), 0u) << "nothing is sent.";
 
     // A body of the first request would be taken for the beginning of the second.
     ASSERT_EQ(server.requests().size(), 2u);
@@ -51,17 +56,6 @@ TEST(Post, HasThisFormOnTheWireWhateverTheData)
                                 "Content-Type: application/x-www-form-urlencoded",
                                 "Content-Length: 0"));
     }
-}
-
-TEST(Post, WithoutParametersSendsNothing)
-{
-    const LogCapture log;
-    ScriptedServer server(Reply::whole(200, "reply"));
-    const auto transport = HttpFunctionPost::getPost(server.baseUrl(), nullptr);
-    EXPECT_EQ(transport->DoPost(QString(), std::nullopt), QString());
-    EXPECT_EQ(transport->getFileSize(QString()), 0u);
-    EXPECT_TRUE(server.requests().empty());
-    EXPECT_TRUE(log.lines().isEmpty());
 }
 
 TEST(Post, ReturnsTheBodyWhateverTheStatus)
@@ -104,10 +98,7 @@ TEST(Post, WithoutAWholeReplyIsLoggedOnce)
         {Reply().close(), lost},
         {Reply().reset(), lost},
         {Reply().send(begun).close(), lost},
-        {Reply().send("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n4\r\nhalf").close(),
-         lost},
         {Reply().send("no HTTP at all\r\n\r\n").close(), invalid},
-        {Reply().send("HTTP/1.1 200 OK\r\nContent-Length: -9\r\n\r\n"), invalid},
         {Reply().send("HTTP/1.1 200 OK\r\nTransfer-Encoding: odd\r\n\r\nx").close(), invalid},
         {Reply::whole(200, QByteArray((2 << 20) + 1, 'x')), "The server's reply is too large."},
         {redirect("/again"), "The server redirected too many times.", 11},
@@ -118,12 +109,12 @@ TEST(Post, WithoutAWholeReplyIsLoggedOnce)
     };
     for (const auto &row : rows) {
         SCOPED_TRACE(&row - rows);
-        const LogCapture log;
         ScriptedServer server(row.reply);
-        EXPECT_EQ(post(server.baseUrl()), std::nullopt);
-        expectOneConnectError(log, row.reason);
+        expectConnectError(server.baseUrl(), row.reason);
         EXPECT_EQ(server.requests().size(), row.requests);
     }
+    // Whether a break shows while something is sent is a matter of time.
+    EXPECT_EQ(errorFromCurl(CURLE_SEND_ERROR).code, static_cast<int>(NetworkError::ConnectionLost));
 }
 
 TEST(Post, FollowsTenRedirectsAndLeavesThePathAsItIs)
@@ -153,10 +144,8 @@ TEST(Post, WithoutAServerOrAValidUrlIsLoggedOnce)
     };
     for (const auto &[url, reason] : rows) {
         SCOPED_TRACE(qPrintable(url));
-        const LogCapture log;
-        EXPECT_EQ(probe(url), 0u) << "Not logged.";
-        EXPECT_EQ(post(url), std::nullopt);
-        expectOneConnectError(log, reason);
+        EXPECT_EQ(probe(url), 0u);
+        expectConnectError(url, reason);
     }
     EXPECT_TRUE(server.requests().empty());
 }
@@ -199,7 +188,7 @@ bool timesOut(const HttpRequest &request)
     return !result && result.error().code == static_cast<int>(NetworkError::TimedOut);
 }
 
-/// Takes its time for the first bytes, or cannot take them.
+/// Takes its time for the bytes, or cannot take them.
 class DifficultReceiver : public HttpReceiver
 {
 public:
@@ -244,10 +233,11 @@ TEST(Exchange, EndsWhenItsPeerIsSilentForTooLong)
 
 TEST(Exchange, MayBeSlowForAsLongAsItsTimeInAllLasts)
 {
-    ScriptedServer server(Reply::whole(200, QByteArray(20, 'x')));
-    const FaultRelay relay(server.baseUrl(),
-                           FaultRelay::drip(FaultRelay::ToClient, 0, 1, milliseconds(50)));
-    HttpRequest request{.url = relay.baseUrl(), .idleTimeout = milliseconds(2000)};
+    Reply slow = Reply().send("HTTP/1.1 200 OK\r\nContent-Length: 50\r\n\r\n");
+    for (int i = 0; i < 50; ++i)
+        slow.pause(milliseconds(50)).send("x");
+    ScriptedServer server(slow);
+    HttpRequest request{.url = server.url(), .idleTimeout = milliseconds(2000)};
     HttpExchange exchange(request);
     HttpReply reply;
     EXPECT_TRUE(sendSynchronously(exchange, reply)) << "Longer in all, but never without a byte.";

@@ -79,14 +79,6 @@ const QStringList declined = {u"hidden"_s, u"told 0"_s};
 const QStringList declinedForGood = {u"hidden (off)"_s, u"told 0 (off)"_s};
 const QStringList closed = {u"hidden"_s};
 
-struct Leaving
-{
-    const char *name;
-    Qt::CheckState dontRemind;
-    std::function<void(Controller &)> leave;
-    QStringList events;
-};
-
 void update(Controller &c)
 {
     QTest::mouseClick(c.updateButton(), Qt::LeftButton);
@@ -126,31 +118,33 @@ void sessionEnd(Controller &c)
     Q_EMIT qApp->commitDataRequest(reinterpret_cast<QSessionManager &>(manager));
 }
 
-class LeavingTest : public UpdateInfoWindowTest, public testing::WithParamInterface<Leaving>
+TEST_F(UpdateInfoWindowTest, DoesThePartsOfALeaveInOrder)
 {
-};
-
-TEST_P(LeavingTest, DoesItsPartsInOrder)
-{
-    showAndSettle();
-    controller->dontReminedMe()->setTristate(true);
-    controller->dontReminedMe()->setCheckState(GetParam().dontRemind);
-    GetParam().leave(*controller);
-    EXPECT_EQ(events.list(), GetParam().events);
-    EXPECT_FALSE(controller->window()->isVisible());
-    EXPECT_EQ(UpdatePreferences::automaticUpdating(), GetParam().events != declinedForGood);
+    const struct
+    {
+        Qt::CheckState dontRemind;
+        void (*leave)(Controller &);
+        QStringList events;
+    } ways[] = {{Qt::Checked, update, updated},
+                {Qt::Unchecked, notNow, declined},
+                {Qt::PartiallyChecked, notNow, declined},
+                {Qt::Checked, closeBox, closed},
+                {Qt::Checked, escape, closed},
+                {Qt::Checked, sessionEnd, closed},
+                {Qt::Checked, notNow, declinedForGood}};
+    for (const auto &[dontRemind, leave, expected] : ways) {
+        SCOPED_TRACE(qPrintable(expected.join(u' ')));
+        make();
+        showAndSettle();
+        const qsizetype before = events.list().size();
+        controller->dontReminedMe()->setTristate(true);
+        controller->dontReminedMe()->setCheckState(dontRemind);
+        leave(*controller);
+        EXPECT_EQ(events.list().mid(before), expected);
+        EXPECT_FALSE(controller->window()->isVisible());
+        EXPECT_EQ(UpdatePreferences::automaticUpdating(), expected != declinedForGood);
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Ways, LeavingTest,
-    testing::Values(Leaving{"Update", Qt::Checked, update, updated},
-                    Leaving{"NotNow", Qt::Unchecked, notNow, declined},
-                    Leaving{"NotNowUndecided", Qt::PartiallyChecked, notNow, declined},
-                    Leaving{"NotNowForGood", Qt::Checked, notNow, declinedForGood},
-                    Leaving{"CloseBox", Qt::Checked, closeBox, closed},
-                    Leaving{"Escape", Qt::Checked, escape, closed},
-                    Leaving{"SessionEnd", Qt::Checked, sessionEnd, closed}),
-    [](const auto &way) { return way.param.name; });
 
 TEST_F(UpdateInfoWindowTest, UpdateWithoutTheFileDoesNothing)
 {
@@ -174,19 +168,6 @@ TEST_F(UpdateInfoWindowTest, OpensTheFileThatALinkLeadsTo)
     show();
     update(*controller);
     EXPECT_EQ(events.openedPath(), root.canonicalPath() + u"/real/P1.dmg"_s);
-}
-
-TEST_F(UpdateInfoWindowTest, ReturnIsUpdateWhereverTheFocusIs)
-{
-    for (qsizetype place = 0; place < 4; ++place) {
-        showAndSettle();
-        const QList<QWidget *> places = {controller->updateButton(), controller->notNowButton(),
-                                         controller->dontReminedMe(),
-                                         controller->updateInfoTextField()};
-        places[place]->setFocus();
-        QTest::keyClick(places[place], place % 2 == 0 ? Qt::Key_Return : Qt::Key_Enter);
-        EXPECT_EQ(events.list().mid(3 * place), updated) << place;
-    }
 }
 
 TEST_F(UpdateInfoWindowTest, DoesNotAnswerAKeyThatWasMeantForAnotherWindow)
@@ -257,10 +238,20 @@ TEST_F(UpdateInfoWindowTest, IsUsableFromTheKeyboard)
         QTest::keyClick(next, Qt::Key_PageUp);
         EXPECT_EQ(bar->value(), 0) << qPrintable(next->objectName());
     }
+    for (qsizetype place = 0; place < order.size(); ++place) {
+        controller->window()->hide();
+        showAndSettle();
+        const qsizetype before = events.list().size();
+        order[place]->setFocus();
+        QTest::keyClick(order[place], place % 2 == 0 ? Qt::Key_Return : Qt::Key_Enter);
+        EXPECT_EQ(events.list().mid(before), updated) << "Return is Update from everywhere.";
+    }
+    showAndSettle();
+    const qsizetype before = events.list().size();
     QTest::keyClick(controller->window(), Qt::Key_D, Qt::AltModifier);
     EXPECT_TRUE(QTest::qWaitFor([this] { return controller->dontReminedMe()->isChecked(); }));
     QTest::keyClick(controller->window(), Qt::Key_N, Qt::AltModifier);
-    EXPECT_TRUE(QTest::qWaitFor([this] { return events.list() == declinedForGood; }));
+    EXPECT_TRUE(QTest::qWaitFor([&] { return events.list().mid(before) == declinedForGood; }));
 }
 
 TEST_F(UpdateInfoWindowTest, ShowsTextsLetterForLetter)
@@ -353,70 +344,49 @@ TEST_F(UpdateInfoWindowTest, TellsTheFocusedButtonFromTheDefaultOne)
     EXPECT_NE(pictures[1], pictures[3]);
 }
 
-struct Flood
-{
-    const char *name;
-    QString notes;
-};
-
-QTextCursor endOf(const QTextEdit *field)
-{
-    QTextCursor end(field->document());
-    end.movePosition(QTextCursor::End);
-    return end;
-}
-
-class FloodTest : public UpdateInfoWindowTest, public testing::WithParamInterface<Flood>
-{
-};
-
 // They are the most that a reply of two megabytes can hold. A second is what each may take; the
 // rest is for a busy machine.
-TEST_P(FloodTest, IsShownAtOnceAndCopiedUnchanged)
+TEST_F(UpdateInfoWindowTest, ShowsFloodsAtOnceAndCopiesThemUnchanged)
 {
-    controller->setMUpdateInfo(GetParam().notes);
-    QElapsedTimer time;
-    time.start();
-    show();
-    controller->window()->grab();
-    EXPECT_LT(time.elapsed(), 30'000);
-    RecordProperty("milliseconds", static_cast<int>(time.elapsed()));
-    QTextEdit *field = controller->updateInfoTextField();
-    QScrollBar *bar = field->verticalScrollBar();
-    // The end can be reached.
-    EXPECT_TRUE(QTest::qWaitFor(
-        [field, bar] {
-            bar->setValue(bar->maximum());
-            return field->cursorRect(endOf(field)).top() < field->viewport()->height();
-        },
-        30'000));
-    field->selectAll();
-    field->copy();
-    EXPECT_TRUE(QApplication::clipboard()->text() == GetParam().notes);
-    // Which has no way to tell special spaces.
-    EXPECT_TRUE(field->toPlainText() ==
-                QString(GetParam().notes).replace(QChar(QChar::Nbsp), u' '));
+    const QString floods[] = {QString(1'040'000, u'W'),
+                              u"\U0001F469"_s +
+                                  u"\u200d\U0001F469"_s.repeated(148'000), // One emoji.
+                              u"a"_s + QString(520'000, u'\u0301'),
+                              QString(1'040'000, u'\n') + u'x',
+                              u"a\n"_s.repeated(520'000),
+                              QString(1'040'000, u'\t') + u'x',
+                              QString(520'000, QChar(QChar::Nbsp)) + u'x',
+                              QString(520'000, u'م'),
+                              u"aא"_s.repeated(346'000),
+                              u"a\u200f"_s.repeated(260'000),
+                              u"aбγ"_s.repeated(208'000)};
+    for (const QString &notes : floods) {
+        SCOPED_TRACE(&notes - floods);
+        make();
+        controller->setMUpdateInfo(notes);
+        QElapsedTimer time;
+        time.start();
+        show();
+        controller->window()->grab();
+        EXPECT_LT(time.elapsed(), 30'000);
+        QTextEdit *field = controller->updateInfoTextField();
+        QScrollBar *bar = field->verticalScrollBar();
+        EXPECT_TRUE(QTest::qWaitFor(
+            [field, bar] {
+                bar->setValue(bar->maximum());
+                QTextCursor end(field->document());
+                end.movePosition(QTextCursor::End);
+                return field->cursorRect(end).top() < field->viewport()->height();
+            },
+            30'000))
+            << "The end cannot be reached.";
+        field->selectAll();
+        field->copy();
+        EXPECT_TRUE(QApplication::clipboard()->text() == notes);
+        // Which has no way to tell special spaces.
+        EXPECT_TRUE(field->toPlainText() == QString(notes).replace(QChar(QChar::Nbsp), u' '));
+    }
 }
-
-QString joinedEmoji(qsizetype count)
-{
-    return u"\U0001F469"_s + u"\u200d\U0001F469"_s.repeated(count - 1);
-}
-
-INSTANTIATE_TEST_SUITE_P(Notes, FloodTest,
-                         testing::Values(Flood{"Word", QString(1'040'000, u'W')},
-                                         Flood{"JoinedEmoji", joinedEmoji(148'000)},
-                                         Flood{"Marks", u"a"_s + QString(520'000, u'\u0301')},
-                                         Flood{"NewLines", QString(1'040'000, u'\n') + u'x'},
-                                         Flood{"ShortLines", u"a\n"_s.repeated(520'000)},
-                                         Flood{"Tabs", QString(1'040'000, u'\t') + u'x'},
-                                         Flood{"UnbreakableSpaces",
-                                               QString(520'000, QChar(QChar::Nbsp)) + u'x'},
-                                         Flood{"RightToLeft", QString(520'000, u'م')},
-                                         Flood{"BothWays", u"aא"_s.repeated(346'000)},
-                                         Flood{"DirectionMarks", u"a\u200f"_s.repeated(260'000)},
-                                         Flood{"Scripts", u"aбγ"_s.repeated(208'000)}),
-                         [](const auto &flood) { return flood.param.name; });
 
 TEST_F(UpdateInfoWindowTest, IsAGuest)
 {
@@ -455,53 +425,44 @@ TEST_F(UpdateInfoWindowTest, MayBeDestroyedByWhoeverSeesItsWindowClose)
     EXPECT_EQ(events.list(), QStringList{u"hidden"_s});
 }
 
-struct Layout
+TEST_F(UpdateInfoWindowTest, SkipsWhatItsLayoutLacksWithoutAWord)
 {
-    const char *name;
-    std::optional<QByteArray> content;
-    bool isWindow;
-};
+    const struct
+    {
+        QByteArray layout; ///< Empty for none.
+        bool isWindow;
+    } cases[] = {
+        {"", false},
+        {" ", false},
+        {"<ui version=\"4.0\"><widget class=\"QDialog\">", false},
+        {"<ui version=\"4.0\"/>", false},
+        {"<ui><widget class=\"QFrame\"/></ui>", false},
+        {"<ui><widget class=\"QDialog\"/></ui>", true},
+        {R"(<ui><widget class="QDialog"><widget class="QLabel" name="updateButton"/></widget></ui>)",
+         true},
+    };
+    static QStringList messages;
+    for (const auto &[layout, isWindow] : cases) {
+        SCOPED_TRACE(layout.constData());
+        make(directory.path());
+        if (!layout.isEmpty())
+            writeFile(directory.filePath(u"UpdateInfoWindowController.ui"_s), layout);
+        const qsizetype before = events.list().size();
+        const auto former = qInstallMessageHandler(
+            [](QtMsgType, const QMessageLogContext &, const QString &m) { messages.append(m); });
+        controller->reloadWindow();
+        controller->showWindow();
+        controller->systemPowerOffNotification();
+        controller->windowWillClose();
+        controller->cancelAction();
+        controller->updateAction();
+        qInstallMessageHandler(former);
 
-class BrokenLayoutTest : public UpdateInfoWindowTest, public testing::WithParamInterface<Layout>
-{
-};
-
-QStringList messages;
-
-TEST_P(BrokenLayoutTest, SkipsWhatItLacksWithoutAWord)
-{
-    make(directory.path());
-    if (GetParam().content)
-        writeFile(directory.filePath(u"UpdateInfoWindowController.ui"_s), *GetParam().content);
-    messages.clear();
-    const auto former = qInstallMessageHandler(
-        [](QtMsgType, const QMessageLogContext &, const QString &m) { messages.append(m); });
-    controller->reloadWindow();
-    controller->showWindow();
-    controller->systemPowerOffNotification();
-    controller->windowWillClose();
-    controller->cancelAction();
-    controller->updateAction();
-    qInstallMessageHandler(former);
-
-    ASSERT_EQ(controller->window() != nullptr, GetParam().isWindow);
-    EXPECT_TRUE(!GetParam().isWindow ||
-                controller->window()->windowTitle() == u"Sample App Update");
-    EXPECT_EQ(messages, QStringList());
-    EXPECT_EQ(events.list(), (QStringList{u"told 0"_s, updated[0], updated[2]}));
+        ASSERT_EQ(controller->window() != nullptr, isWindow);
+        EXPECT_TRUE(!isWindow || controller->window()->windowTitle() == u"Sample App Update");
+        EXPECT_EQ(messages, QStringList());
+        EXPECT_EQ(events.list().mid(before), (QStringList{u"told 0"_s, updated[0], updated[2]}));
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Layouts, BrokenLayoutTest,
-    testing::Values(Layout{"Missing", std::nullopt, false}, Layout{"Empty", "", false},
-                    Layout{"CutOff", "<ui version=\"4.0\"><widget class=\"QDialog\">", false},
-                    Layout{"NoWindow", "<ui version=\"4.0\"/>", false},
-                    Layout{"NoDialog", "<ui><widget class=\"QFrame\"/></ui>", false},
-                    Layout{"NoOutlets", "<ui><widget class=\"QDialog\"/></ui>", true},
-                    Layout{"OtherOutlets",
-                           "<ui><widget class=\"QDialog\">"
-                           "<widget class=\"QLabel\" name=\"updateButton\"/></widget></ui>",
-                           true}),
-    [](const auto &layout) { return layout.param.name; });
 
 } // namespace
