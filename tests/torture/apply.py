@@ -13,6 +13,7 @@ import signal
 import subprocess
 import tarfile
 import tempfile
+import unittest
 
 import road
 
@@ -22,8 +23,8 @@ CHANGES = ("chmod", "fchmod", "fchmodat", "flock", "fsync", "ftruncate", "link",
            "mkdirat", "openat", "pwrite64", "rename", "renameat2", "rmdir", "symlink", "symlinkat",
            "syncfs", "unlink", "unlinkat", "utimensat", "write")
 FEW = ("fsync", "rename", "renameat2", "syncfs", "unlinkat", "write")
-FILLING = ("fchmod", "fchmodat", "fsync", "ftruncate", "link", "linkat", "mkdir", "mkdirat", "openat",
-           "pwrite64", "rename", "renameat2", "symlink", "symlinkat", "syncfs", "utimensat", "write")
+FILLING = [call for call in CHANGES
+           if call not in ("chmod", "flock", "rmdir", "unlink", "unlinkat")]
 NO_EXCHANGE = ("-e", "inject=renameat2:error=EINVAL")
 
 Form = collections.namedtuple("Form", "is_folder has_exchange ends_well lies_inside", defaults=(False,))
@@ -34,14 +35,14 @@ FORMS.append(Form(is_folder=True, has_exchange=True, ends_well=True, lies_inside
 class Place:
     """A target, its new version, and one that ends at once; gone after the `with`."""
 
-    def __init__(self, options, form):
-        self.options, self.form = options, form
+    def __init__(self, form):
+        self.form = form
         self.folder = pathlib.Path(tempfile.mkdtemp(prefix="zvupdate-torture."))
         self.log = self.folder / "log"
         self.place = self.folder / "place"
         self.target = self.place / "app"
         self.previous = self.place / "app.previous"
-        self.bytes = random.Random(options.seed)
+        self.bytes = random.Random(road.SEED)
         self.old, self.earlier = self._version(b"exit"), self._version(b"exit 1")
         self.new, self.bad = (self._version(end) for end in (b"exit", b"exit 3"))
         for name, version in (("new", self.new), ("bad", self.bad)):
@@ -101,7 +102,7 @@ class Place:
 
     def _run(self, wrapper, *arguments):
         inside = self.target / "apply"
-        program = inside if inside.exists() else self.options.bin / "zvupdate-apply"
+        program = inside if inside.exists() else road.BIN / "zvupdate-apply"
         done = subprocess.run([*wrapper, program, *arguments],
                               capture_output=True, env={"PATH": str(self.folder), "LC_ALL": "C.UTF-8"},
                               timeout=road.PATIENCE, text=True, check=False)
@@ -161,58 +162,61 @@ class Place:
         road.expect(left == {"app", "app.previous"}, f"{what}: left behind: {left}")
 
 
-def apply_kill(options):
-    """Kills at each call that touches a file."""
-    road.need("strace")
-    if options.sanitized:
-        raise road.Skip("leak detection and strace both want to trace the process")
-    ends = collections.Counter()
-    for form in FORMS:
-        with Place(options, form) as place:
-            for what, status in place.tries(CHANGES + LOOKS if options.long else FEW,
-                                            ["signal=SIGKILL:when={}"]):
-                versions = {"old": place.old, "new": place.new if form.ends_well else place.bad}
-                found = [name for name, version in versions.items()
-                         if place.is_version(place.target, version)]
-                is_between = (form.is_folder and not form.has_exchange and
-                              not place.target.exists() and
-                              place.is_version(place.previous, versions["old"]))
-                road.expect(found or is_between, f"neither old nor new: {what}")
-                ends[found[0] if found else "between"] += 1
-                place.goes_on(what)
-    return ends.total(), (f"{ends['old']} left the whole old one, {ends['new']} the whole new one, and "
-                          f"{ends['between']}, of a folder where names cannot be exchanged, the old one "
-                          "as its previous; the next run replaced it and cleared what was left")
+class Campaigns(unittest.TestCase):
+    @road.traced_by("strace")
+    def test_apply_kill(self):
+        """Kills at each call that touches a file."""
+        ends = collections.Counter()
+        for form in FORMS:
+            with Place(form) as place:
+                for what, status in place.tries(CHANGES + LOOKS if road.LONG else FEW,
+                                                ["signal=SIGKILL:when={}"]):
+                    end = "between"
+                    if place.is_version(place.target, place.old):
+                        end = "old"
+                    elif place.is_version(place.target,
+                                          place.new if form.ends_well else place.bad):
+                        end = "new"
+                    else:
+                        road.expect(form.is_folder and not form.has_exchange and
+                                    not place.target.exists() and
+                                    place.is_version(place.previous, place.old),
+                                    f"neither old nor new: {what}")
+                    ends[end] += 1
+                    place.goes_on(what)
+        road.tried(ends.total(),
+                   f"{ends['old']} left the whole old one, {ends['new']} the whole new one, and "
+                   f"{ends['between']}, of a folder where names cannot be exchanged, the old one "
+                   "as its previous; the next run replaced it and cleared what was left")
 
-
-def apply_full(options):
-    """A full disk at each call that may need room, from there on and for once."""
-    road.need("strace")
-    if options.sanitized:
-        raise road.Skip("leak detection and strace both want to trace the process")
-    ends = collections.Counter()
-    for form in FORMS if options.long else FORMS[::2]:
-        with Place(options, form) as place:
-            for what, status in place.tries(
-                    FILLING if options.long else FEW,
-                    ["error=ENOSPC:when={}", "error=ENOSPC:when={}+"][:1 + options.long]):
-                road.expect(status in (0, 1), what)
-                expected = place.new if status == 0 else place.old
-                if " rename error" in what and ("cannot be brought back" in what or " stays " in what):
-                    expected, status = place.bad, "stuck"
-                    road.expect(place.is_version(place.previous, place.old), f"no old one: {what}")
-                road.expect(place.is_version(place.target, expected) or
-                            status == "stuck" and not place.target.exists(),
-                            f"another version: {what}")
-                left = {path.name for path in place.place.iterdir()}
-                road.expect(left <= {"app", "app.previous"}, f"left behind: {left}: {what}")
-                ends[status] += 1
-                place.goes_on(what)
-    return ends.total(), (f"{ends[1]} failed with the whole old one in place, {ends[0]} were replaced "
-                          f"all the same, and in {ends['stuck']} the old one stayed the previous one, as "
-                          "the renames that bring it back were what failed; nothing was left behind, and "
-                          "the next run replaced it")
+    @road.traced_by("strace")
+    def test_apply_full(self):
+        """A full disk at each call that may need room, from there on and for once."""
+        ends = collections.Counter()
+        for form in FORMS if road.LONG else FORMS[::2]:
+            with Place(form) as place:
+                for what, status in place.tries(
+                        FILLING if road.LONG else FEW,
+                        ["error=ENOSPC:when={}", "error=ENOSPC:when={}+"][:1 + road.LONG]):
+                    road.expect(status in (0, 1), what)
+                    expected = place.new if status == 0 else place.old
+                    if " rename error" in what and ("cannot be brought back" in what or
+                                                    " stays " in what):
+                        expected, status = place.bad, "stuck"
+                        road.expect(place.is_version(place.previous, place.old), f"no old one: {what}")
+                    road.expect(place.is_version(place.target, expected) or
+                                status == "stuck" and not place.target.exists(),
+                                f"another version: {what}")
+                    left = {path.name for path in place.place.iterdir()}
+                    road.expect(left <= {"app", "app.previous"}, f"left behind: {left}: {what}")
+                    ends[status] += 1
+                    place.goes_on(what)
+        road.tried(ends.total(),
+                   f"{ends[1]} failed with the whole old one in place, {ends[0]} were replaced all "
+                   f"the same, and in {ends['stuck']} the old one stayed the previous one, as the "
+                   "renames that bring it back were what failed; nothing was left behind, and the "
+                   "next run replaced it")
 
 
 if __name__ == "__main__":
-    road.run(__doc__, {"apply-kill": apply_kill, "apply-full": apply_full})
+    unittest.main(verbosity=2)

@@ -1,10 +1,15 @@
 """The road from a folder of releases to a verified installer, walked by whole processes.
 
 A campaign spoils something on the road, over and over in another way, and asks after each time what
-must hold whatever happens. torture.py has the campaigns.
+must hold whatever happens. torture.py has the campaigns. The environment says how they run:
+
+ZVUPDATE_BIN        the folder with the programs
+ZVUPDATE_TORTURE    set for the full campaigns
+ZVUPDATE_SANITIZED  set where the programs are built with a sanitizer, which rules out strace and
+                    valgrind: each wants to trace the process
+ZVUPDATE_SEED       repeats a former run
 """
 
-import argparse
 import json
 import os
 import pathlib
@@ -13,28 +18,23 @@ import re
 import shutil
 import stat
 import subprocess
-import sys
 import tempfile
 import time
+import unittest
 
+BIN = pathlib.Path(os.environ["ZVUPDATE_BIN"]).absolute()
+LONG = bool(os.environ.get("ZVUPDATE_TORTURE"))
+SANITIZED = bool(os.environ.get("ZVUPDATE_SANITIZED"))
+SEED = int(os.environ.get("ZVUPDATE_SEED") or random.SystemRandom().randrange(1 << 32))
 PATIENCE = 120  # Seconds until something that must happen counts as missing.
-SKIPPED = 77
 MIB = 1 << 20
 OLDER = b"an older installer"
 MODES = ("session", "connection")
 
 
-class Broken(Exception):
-    """Something that must hold does not."""
-
-
-class Skip(Exception):
-    """This machine lacks what the campaign needs."""
-
-
 def expect(condition, message):
     if not condition:
-        raise Broken(message)
+        raise AssertionError(f"{message} (seed {SEED})")
 
 
 def wait_until(what, condition):
@@ -44,9 +44,15 @@ def wait_until(what, condition):
         time.sleep(0.001)
 
 
-def need(program):
-    if not shutil.which(program):
-        raise Skip(f"{program} is not installed")
+def traced_by(program):
+    """For a campaign that runs what it tries under another program."""
+    lacks = "" if shutil.which(program) else f"{program} is not installed"
+    return unittest.skipIf(SANITIZED or lacks, lacks or "the programs are built with a sanitizer")
+
+
+def tried(variants, held):
+    expect(variants > 0, "nothing was tried")
+    print(f"{variants} variants, {held}", flush=True)
 
 
 def strace(*arguments, paths=(), log="/dev/null"):
@@ -74,9 +80,8 @@ class Road:
     must never change.
     """
 
-    def __init__(self, options, size):
-        self.options = options
-        self.installer = random.Random(options.seed).randbytes(size)
+    def __init__(self, size):
+        self.installer = random.Random(SEED).randbytes(size)
         self.base = pathlib.Path(tempfile.mkdtemp(prefix="zvupdate-torture."))
         self.tree = self.base / "tree"
         self.save = self.tree / "save"
@@ -117,7 +122,7 @@ class Road:
 
         with open(self.service_log, "wb") as log:
             self.service = subprocess.Popen(
-                [self.options.bin / "zvupdate-service", "--directory", releases],
+                [BIN / "zvupdate-service", "--directory", releases],
                 stdout=subprocess.PIPE, stderr=log)
         url = self.service.stdout.readline().decode().strip()
         expect(url.endswith("dt="), f"the service did not start: {self.service_log.read_text()}")
@@ -147,7 +152,7 @@ class Road:
         environment.update(HOME=str(home), XDG_CONFIG_HOME=str(home / ".config"),
                            TMPDIR=str(self.tree / "tmp"), LC_ALL="C.UTF-8")
         process = subprocess.Popen(
-            [*wrapper, self.options.bin / "zvupdate", "check", "--product-id", "P1",
+            [*wrapper, BIN / "zvupdate", "check", "--product-id", "P1",
              "--product-version", "1", "--directory", self.save, "--json", "--mode", mode],
             stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, env=environment,
             cwd=self.tree)
@@ -161,7 +166,7 @@ class Road:
         except subprocess.TimeoutExpired:
             process.kill()
             process.communicate()
-            raise Broken(f"still running after {PATIENCE} s: {process.args}") from None
+            raise AssertionError(f"still running after {PATIENCE} s: {process.args}") from None
         outcome = Outcome(process.returncode, output, errors)
         is_expected = may_end_by is not None and outcome.status == -may_end_by
         expect(outcome.status >= 0 or is_expected, f"crashed: {outcome}")
@@ -228,40 +233,3 @@ class Road:
                     seen[str(path)] = (status.st_mode, None if is_folder else status.st_mtime_ns,
                                        None if is_folder else status.st_size)
         return seen
-
-
-def run(description, campaigns):
-    """The main program of a script: campaigns by name, each of which returns how many variants it
-    has tried and what held."""
-    parser = argparse.ArgumentParser(description=description)
-    parser.add_argument("--bin", required=True, type=lambda path: pathlib.Path(path).absolute(),
-                        help="the folder with zvupdate and zvupdate-service")
-    parser.add_argument("--long", action="store_true", help="the full campaign")
-    parser.add_argument("--sanitized", action="store_true",
-                        help="the programs are built with a sanitizer: leave out what that rules "
-                             "out, which is strace and valgrind")
-    parser.add_argument("--seed", type=int, default=random.SystemRandom().randrange(1 << 32),
-                        help="repeats a former run; random unless given")
-    parser.add_argument("campaign", nargs="*", help="all unless named: " + ", ".join(campaigns))
-    options = parser.parse_args()
-    unknown = set(options.campaign) - set(campaigns)
-    if unknown:
-        parser.error(f"no such campaign: {', '.join(sorted(unknown))}")
-
-    status = 0
-    for name in options.campaign or campaigns:
-        start = time.monotonic()
-        try:
-            variants, held = campaigns[name](options)
-            expect(variants > 0, "nothing was tried")
-        except Skip as reason:
-            print(f"{name}: skipped, {reason}", flush=True)
-            status = status or SKIPPED
-            continue
-        except Broken as fault:
-            print(f"{name}: BROKEN with --seed {options.seed}: {fault}", flush=True)
-            status = 1
-            continue
-        print(f"{name}: {variants} variants, {held} "
-              f"({time.monotonic() - start:.0f} s, seed {options.seed})", flush=True)
-    sys.exit(status)
