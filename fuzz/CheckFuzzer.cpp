@@ -8,7 +8,6 @@
 
 #include <QCoreApplication>
 #include <QCryptographicHash>
-#include <QDirIterator>
 
 #include <cstdlib>
 
@@ -36,35 +35,15 @@ QString digestOf(const QByteArray &bytes)
     return QString::fromLatin1(QCryptographicHash::hash(bytes, QCryptographicHash::Md5).toHex());
 }
 
-/// The answer to one exchange.
-struct Answer
-{
-    int status = 200; ///< 0 for no reply at all.
-    qint64 announcedLength = -1;
-    QByteArrayList pieces; ///< The body, as it is handed on.
-    bool breaksOff = false;
-};
-
 /// What a service answers, in the order in which a check asks.
 struct Script
 {
     QByteArray checkReply;
     QByteArray tokenReply;
-    int status = 200;
+    int status = 200; ///< Of the file; 0 for no reply at all.
     qint64 length = -1;
     QByteArray file;
     bool breaksOff = false;
-
-    Answer answer(const HttpRequest &request) const
-    {
-        const QString command =
-            HttpFunctionURLEncode::decode(request.url.section(u"dt="_s, 1)).value_or(QString());
-        if (command.startsWith(u"cmd=checkupd&"_s))
-            return {.pieces = {checkReply}};
-        if (command == u"cmd=gettoken"_s)
-            return {.pieces = {tokenReply}};
-        return {status, length, {file.left(5), file.mid(5)}, breaksOff};
-    }
 
     static QByteArray sealed(const QByteArray &inner)
     {
@@ -85,16 +64,12 @@ struct Script
         }
         parts.resize(3);
         const QByteArrayList numbers = parts[2].split(' ');
-        Script script;
-        script.checkReply = sealed(parts[0]);
-        script.tokenReply = parts[1];
-        if (parts[0].startsWith('!'))
-            script.checkReply = parts[0].mid(1);
-        script.status = numbers[0].toInt();
-        script.length = numbers.value(1).toLongLong();
-        script.breaksOff = numbers.value(2) == "1";
-        script.file = rest;
-        return script;
+        return {parts[0].startsWith('!') ? parts[0].mid(1) : sealed(parts[0]),
+                parts[1],
+                numbers[0].toInt(),
+                numbers.value(1).toLongLong(),
+                rest,
+                numbers.value(2) == "1"};
     }
 };
 
@@ -107,8 +82,8 @@ public:
     Machine()
     {
         QDir(root_.path()).mkdir(u"save"_s);
-        writeFile(root_.filePath(u"beside"_s), "beside");
-        writeFile(path(u"Q_0.dmg"_s), "installer");
+        writeFile(root_.filePath(u"beside"_s), "untouched");
+        writeFile(path(u"Q_0.dmg"_s), "untouched");
     }
 
     int64_t check(const Script &script)
@@ -140,17 +115,13 @@ private:
     // No installer but those announced, and nothing changed elsewhere.
     void examine() const
     {
-        QDirIterator all(root_.path(), QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot,
-                         QDirIterator::Subdirectories);
-        while (all.hasNext()) {
-            const QString path = all.next();
-            const QString name = path.mid(root_.path().size() + 1);
-            if (name == "beside"_L1)
-                require(readFile(path) == "beside");
-            else if (name == "save/Q_0.dmg"_L1)
-                require(readFile(path) == "installer");
+        const auto tree = treeOf(root_.path());
+        for (auto entry = tree.cbegin(); entry != tree.cend(); ++entry) {
+            const QString name = entry.key().mid(root_.path().size() + 1);
+            if (name == "beside"_L1 || name == "save/Q_0.dmg"_L1)
+                require(*entry == "untouched");
             else if (name.endsWith(".dmg"_L1))
-                require(digestOf(readFile(path)) == announced_.value(name));
+                require(digestOf(*entry) == announced_.value(name));
             else
                 require(name == "save"_L1 ||
                         (name.startsWith("save/P_"_L1) && name.endsWith(".bin"_L1)));
@@ -185,19 +156,25 @@ void HttpExchange::run(HttpReceiver &receiver)
 
 Result<void, Error> HttpExchange::converse(HttpReceiver &receiver)
 {
-    const Answer answer = service.answer(request_);
-    if (answer.status == 0)
+    const QString command =
+        HttpFunctionURLEncode::decode(request_.url.section(u"dt="_s, 1)).value_or(QString());
+    const bool isCheck = command.startsWith(u"cmd=checkupd&"_s);
+    const bool isFile = !isCheck && command != u"cmd=gettoken"_s;
+    if (isFile && service.status == 0)
         return Failure{networkError(NetworkError::Other)};
-    receiver.didReceiveResponse({answer.status, answer.announcedLength});
-    if (request_.method != HttpMethod::Head) {
-        for (const QByteArray &piece : answer.pieces) {
-            if (cancelled_)
-                return Failure{networkError(NetworkError::Cancelled)};
-            if (auto taken = receiver.didReceiveData(piece); !taken)
-                return taken;
-        }
+    receiver.didReceiveResponse({isFile ? service.status : 200, isFile ? service.length : -1});
+    const QByteArray body = isCheck  ? service.checkReply
+                            : isFile ? service.file
+                                     : service.tokenReply;
+    for (const QByteArray &piece : {body.left(5), body.mid(5)}) {
+        if (cancelled_)
+            return Failure{networkError(NetworkError::Cancelled)};
+        if (request_.method == HttpMethod::Head)
+            break;
+        if (auto taken = receiver.didReceiveData(piece); !taken)
+            return taken;
     }
-    if (answer.breaksOff)
+    if (isFile && service.breaksOff)
         return Failure{Error{u"broken"_s, 1, {}}};
     return {};
 }

@@ -2,14 +2,7 @@
 #include "support/DownloadModes.h"
 #include "support/LogCapture.h"
 #include "support/ScriptedServer.h"
-#include "support/TestFiles.h"
-#include "support/TlsRelay.h"
-#include "support/WaitFor.h"
-
-#include <QDir>
-#include <QTemporaryDir>
-
-#include <gmock/gmock.h>
+#include "support/Testing.h"
 
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -78,20 +71,12 @@ TEST(ClientSetup, TakesTheBaseUrlFromTheOverrideFileAsItIs)
     EXPECT_TRUE(builtIn.startsWith(QLatin1String("http://")));
     EXPECT_TRUE(builtIn.endsWith(QLatin1String("/Update/ZVDLCtl.dll?dt=")));
 
-    const struct
-    {
-        QByteArray content;
-        QString url;
-    } rows[] = {
-        {"http://127.0.0.1/?dt=", QStringLiteral("http://127.0.0.1/?dt=")},
-        {" http://127.0.0.1/?dt=\r\n", QStringLiteral(" http://127.0.0.1/?dt=\r\n")},
-        {"", QString()},
-        {QByteArrayLiteral("\xFF\xFEh\0\n\0"), QStringLiteral("h\n")},
-        {"http://caf\xE9/?dt=", builtIn},
-    };
-    for (const auto &row : rows) {
-        writeFile(path, row.content);
-        EXPECT_EQ(UpdateLogicFunc().mBaseURL(), row.url) << row.content.data();
+    for (const auto &[content, url] : {std::pair(QByteArray(" http://127.0.0.1/?dt=\r\n"),
+                                                 QStringLiteral(" http://127.0.0.1/?dt=\r\n")),
+                                       {"", QString()},
+                                       {"http://caf\xE9/?dt=", builtIn}}) {
+        writeFile(path, content);
+        EXPECT_EQ(UpdateLogicFunc().mBaseURL(), url) << content.data();
     }
     ASSERT_TRUE(QFile::remove(path));
     ASSERT_TRUE(QDir().mkdir(path)) << "Something that exists and cannot be read.";
@@ -124,7 +109,7 @@ TEST(ClientSetup, KnowsWhyACommandWasNotAnswered)
 {
     const ScriptedServer target(Reply::whole(200, "page", {"Content-Type: text/html"}));
     const QString page = target.url(QStringLiteral("/login"));
-    const TlsRelay untrusted(target.url(), TlsRelay::Untrusted);
+    const ScriptedServer untrusted([](const auto &) { return Reply(); }, Certificate::Untrusted);
     const auto half = Reply().send("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nhalf").close();
     const auto redirect = [](const QString &url) {
         return Reply::whole(302, "", {"Location: " + url.toLatin1(), "Content-Type: text/plain"});

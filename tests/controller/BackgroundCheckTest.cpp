@@ -1,8 +1,4 @@
 #include "AskingTest.h"
-
-#include "../support/DownloadModes.h"
-#include "../support/WaitFor.h"
-
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -24,9 +20,7 @@ TEST_P(BackgroundCheck, TellsWhatCameOfIt)
         {{.version = std::nullopt}, {u"not-a-service"_s}},
         {{.version = u"../2"_s}, {u"unsafe-name"_s}},
         {{.tokenOk = false}, {u"no-token"_s}},
-        {{.sizeReply =
-              Reply().send("HTTP/1.1 200 OK\r\nContent-Length: 1152921504606846976\r\n\r\n")},
-         {u"disk-full"_s}},
+        {{.sizeReply = Offer::hugeSize()}, {u"disk-full"_s}},
         {{.file = wrong}, {u"download-started"_s, u"failed: wrong-digest"_s}},
     };
     for (const auto &[offer, expected] : cases) {

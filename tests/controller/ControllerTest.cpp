@@ -1,11 +1,5 @@
 #include "ControllerTest.h"
 
-#include "../support/TestFiles.h"
-#include "../support/WaitFor.h"
-
-#include <QDir>
-#include <QDirIterator>
-#include <QFileInfo>
 #include <QSettings>
 
 ControllerTest::ControllerTest()
@@ -57,18 +51,6 @@ void ControllerTest::place(const QString &path, const Content &content) const
 Content ControllerTest::contentOf(const QString &path)
 {
     return QFile::exists(path) ? Content(readFile(path)) : std::nullopt;
-}
-
-QMap<QString, QByteArray> ControllerTest::tree() const
-{
-    QMap<QString, QByteArray> entries;
-    QDirIterator all(root.path(), QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot,
-                     QDirIterator::Subdirectories);
-    while (all.hasNext()) {
-        const QString path = all.next();
-        entries.insert(path, QFileInfo(path).isFile() ? readFile(path) : QByteArray());
-    }
-    return entries;
 }
 
 QVariantMap ControllerTest::storedPreferences()

@@ -1,12 +1,11 @@
 #pragma once
 
+#include "../support/DownloadModes.h"
+#include "../support/Testing.h"
 #include "Host.h"
 #include "UpdateService.h"
 
-#include <QTemporaryDir>
 #include <QVariantMap>
-
-#include <gmock/gmock.h>
 
 #include <memory>
 
@@ -33,8 +32,6 @@ public:
     /// Sees to it that a file has this content or does not exist.
     void place(const QString &path, const Content &content) const;
     static Content contentOf(const QString &path);
-    /// All files and directories, with what the files hold.
-    QMap<QString, QByteArray> tree() const;
     /// The preferences as another process would read them now.
     static QVariantMap storedPreferences();
 

@@ -1,10 +1,5 @@
 #include "ControllerTest.h"
 
-#include "../support/DownloadModes.h"
-#include "../support/TestFiles.h"
-#include "../support/WaitFor.h"
-
-#include <QDir>
 #include <QElapsedTimer>
 
 #include <unistd.h>

@@ -1,8 +1,6 @@
 #include "ControllerTest.h"
 
 #include <QDateTime>
-#include <QDir>
-#include <QFileInfo>
 #include <QSettings>
 
 #include <utility>
@@ -22,32 +20,38 @@ const QString digest = Offer::digestOf(Offer::installer());
 /// A way through a check that is let happen, and what it writes.
 struct Path
 {
-    const char *name;
     Offer offer;
     const QString ControllerTest::*complete; ///< The file that is complete already; or null.
     int64_t result;
-    QDateTime date; ///< The next-check date afterwards; null for the current one.
+    bool isDateKept; ///< Else the next-check date is the current one afterwards.
     QString digestBefore, digestAfter;
     qsizetype requests;
 };
 
 const Path paths[] = {
-    {"NoUpdate", {.ok = false}, nullptr, 3, {}, u"0123"_s, u"0123"_s, 1},
-    {"NoToken", {.tokenOk = false}, nullptr, 3, {}, u"0123"_s, digest.toLower(), 2},
-    {"DiskImage", {}, &ControllerTest::diskImage, 2, timeZero, u"0123"_s, u"0123"_s, 1},
-    {"CompleteFile", {}, &ControllerTest::temporary, 2, timeZero, digest, digest, 3},
-    {"Download", {}, nullptr, 1, timeZero, u"0123"_s, digest.toLower(), 4},
+    {{.ok = false}, nullptr, 3, false, u"0123"_s, u"0123"_s, 1},
+    {{.tokenOk = false}, nullptr, 3, false, u"0123"_s, digest.toLower(), 2},
+    {{}, &ControllerTest::diskImage, 2, true, u"0123"_s, u"0123"_s, 1},
+    {{}, &ControllerTest::temporary, 2, true, digest, digest, 3},
+    {{}, nullptr, 1, true, u"0123"_s, digest.toLower(), 4},
 };
 
-class CheckPath : public ControllerTest, public testing::WithParamInterface<Path>
+class CheckPath : public ControllerTest
 {
 public:
-    void checkOnce(const QVariant &on, const QVariant &date)
+    void checkOnce(const Path &path, const QVariant &on, const QVariant &date)
     {
+        QVariantMap expected = {{u"HostsOwn"_s, u"kept"_s}, {digestKey, path.digestBefore}};
+        if (on.isValid())
+            expected.insert(switchKey, on);
+        if (date.isValid())
+            expected.insert(dateKey, date);
+        startAfresh(expected);
+        service.setOffer(path.offer);
+        if (path.complete)
+            place(this->*path.complete, good);
         // The two rows for checks that do not happen come first, and what they write.
-        const Path &path = GetParam();
         const bool happens = on.isValid() ? on.toBool() : date != future;
-        QVariantMap expected = storedPreferences();
         expected.insert(switchKey, on.isValid() ? on.toString() : u"true"_s);
         if (on.isValid() || happens)
             expected.insert(dateKey, timeZero);
@@ -60,7 +64,7 @@ public:
 
         EXPECT_EQ(check(), happens ? path.result : 6);
         const QVariantMap after = storedPreferences();
-        if (happens && path.date.isNull()) {
+        if (happens && !path.isDateKept) {
             const QDateTime now = after.value(dateKey).toDateTime();
             EXPECT_TRUE(start <= now && now <= QDateTime::currentDateTimeUtc());
             expected.insert(dateKey, now);
@@ -75,29 +79,17 @@ public:
     }
 };
 
-TEST_P(CheckPath, WritesWhatItMustAndNothingElse)
+TEST_F(CheckPath, WritesWhatItMustAndNothingElse)
 {
-    service.setOffer(GetParam().offer);
     const QVariant absent;
-    for (const QVariant &on : {absent, QVariant(true), QVariant(false)}) {
-        for (const QVariant &date : {absent, QVariant(past), QVariant(future)}) {
-            SCOPED_TRACE(
-                qPrintable(u"switch '%1', date '%2'"_s.arg(on.toString(), date.toString())));
-            QVariantMap before = {{u"HostsOwn"_s, u"kept"_s}, {digestKey, GetParam().digestBefore}};
-            if (on.isValid())
-                before.insert(switchKey, on);
-            if (date.isValid())
-                before.insert(dateKey, date);
-            startAfresh(before);
-            if (GetParam().complete)
-                place(this->*GetParam().complete, good);
-            checkOnce(on, date);
-        }
-    }
+    for (const Path &path : paths)
+        for (const QVariant &on : {absent, QVariant(true), QVariant(false)})
+            for (const QVariant &date : {absent, QVariant(past), QVariant(future)}) {
+                SCOPED_TRACE(testing::Message() << &path - paths << qPrintable(on.toString())
+                                                << qPrintable(date.toString()));
+                checkOnce(path, on, date);
+            }
 }
-
-INSTANTIATE_TEST_SUITE_P(Preferences, CheckPath, testing::ValuesIn(paths),
-                         [](const auto &path) { return std::string(path.param.name); });
 
 TEST_F(ControllerTest, TouchesNothingWhileItIsNotConfigured)
 {

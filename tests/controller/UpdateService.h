@@ -14,6 +14,12 @@ struct Offer
     static QByteArray installer(char filler = 'i') { return QByteArray(400000, filler) + "end"; }
     /// The digest of bytes as the service announces it, in upper case.
     static QString digestOf(const QByteArray &bytes);
+    /// The answer that a file is larger than any disk.
+    static ScriptedServer::Reply hugeSize()
+    {
+        return ScriptedServer::Reply().send(
+            "HTTP/1.1 200 OK\r\nContent-Length: 1152921504606846976\r\n\r\n");
+    }
 
     bool ok = true;
     std::optional<QString> version = QStringLiteral("2");

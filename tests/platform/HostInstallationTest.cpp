@@ -1,9 +1,5 @@
 #include "../../platform/settings/HostInstallation.h"
-
-#include <QFile>
-#include <QTemporaryDir>
-
-#include <gtest/gtest.h>
+#include "../support/Testing.h"
 
 using namespace ZVPlatform;
 
@@ -14,10 +10,8 @@ TEST(HostInstallation, IsFoundByTheEnvironmentAndThePackageManagers)
 {
     const QTemporaryDir folder;
     const auto script = [&](const QString &name, const QByteArray &text) {
-        QFile file(folder.filePath(name));
-        EXPECT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write("#!/bin/sh\n" + text);
-        file.setPermissions(QFile::ReadOwner | QFile::ExeOwner);
+        writeFile(folder.filePath(name), "#!/bin/sh\n" + text);
+        QFile::setPermissions(folder.filePath(name), QFile::ReadOwner | QFile::ExeOwner);
     };
     script(QStringLiteral("dpkg-query"), R"([ "$1 $2" = "--search --" ] && case $3 in
 /usr/bin/new|/bin/old|'/opt/odd\[1]') echo "package: $3";;

@@ -1,11 +1,9 @@
 #include "platform/threads/MainQueue.h"
 #include "platform/threads/RunLoop.h"
 #include "platform/threads/SerialQueue.h"
-#include "support/WaitFor.h"
+#include "support/Testing.h"
 
 #include <QCoreApplication>
-
-#include <gmock/gmock.h>
 
 #include <atomic>
 #include <thread>

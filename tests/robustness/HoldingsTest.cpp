@@ -1,7 +1,4 @@
 #include "../controller/ControllerTest.h"
-#include "../support/TestFiles.h"
-
-#include <QDir>
 
 using namespace Qt::StringLiterals;
 
@@ -30,6 +27,7 @@ public:
         EXPECT_EQ(check(), 1);
         EXPECT_TRUE(waitForDownload());
         EXPECT_EQ(host.heard, QStringList(diskImage));
+        controller.reset();
     }
 };
 
@@ -51,11 +49,9 @@ TEST_F(Holdings, OfThreadsAndDescriptorsDoNotGrowWithTheChecks)
         return std::pair(entries(u"/proc/self/task"_s), entries(u"/proc/self/fd"_s));
     };
     checkAndDownload();
-    controller.reset();
     const auto before = held();
     for (int i = 0; i < 20; ++i)
         checkAndDownload();
-    controller.reset();
     EXPECT_EQ(held(), before);
 }
 

@@ -1,10 +1,10 @@
-#include "TestData.h"
 #include "service/BaseResponse.h"
 #include "service/CheckUpdateResponse.h"
 #include "service/HttpFunctionURLEncode.h"
 #include "service/LanguageCodes.h"
 #include "service/UpdateLogicFunc.h"
 #include "support/ScriptedServer.h"
+#include "support/TestData.h"
 
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -20,18 +20,18 @@ using Text = std::optional<QString>;
 constexpr auto utf8 = [](const char *text) { return QString::fromUtf8(text); };
 
 /// The notes in the order of their languages, as "en=Hello;zh-TW=...".
-std::string listed(const CheckUpdateResponse::UpdateMessages &notes)
+QString listed(const CheckUpdateResponse::UpdateMessages &notes)
 {
     QStringList list;
     for (auto note = notes.cbegin(); note != notes.cend(); ++note)
         list += note.key() + u'=' + note.value();
     list.sort();
-    return list.join(u';').toStdString();
+    return list.join(u';');
 }
 
-CheckUpdateResponse withNotes(const char *datas)
+CheckUpdateResponse withNotes(const QString &datas)
 {
-    return CheckUpdateResponse(utf8("{\"ZVMemo\":{\"datas\":") + utf8(datas) + utf8("}}"));
+    return CheckUpdateResponse(u"{\"ZVMemo\":{\"datas\":%1}}"_s.arg(datas));
 }
 
 TEST(BaseResponse, ReadsTheTruthOfOk)
@@ -39,49 +39,34 @@ TEST(BaseResponse, ReadsTheTruthOfOk)
     for (const char *ok : {"true", "1", "-1", "0.5", "\"1\"", "\"yes\"", "\"Y\"", "\"true\"",
                            "\"T\"", "\" \\t+007\"", "\"-0y\"", "\"9x\""})
         EXPECT_TRUE(BaseResponse(utf8("{\"ok\":%1}").arg(utf8(ok))).ok()) << ok;
-    for (const char *ok : {"false", "0", "0.0", "null", "[]", "[1]", "{}", "\"\"", "\"false\"",
-                           "\"0\"", "\"no\"", "\"+-1\"", "\"x1\"", "\" + 1\"", "\"-000\""})
+    for (const char *ok : {"0.0", "[1]", "\"false\"", "\"0\"", "\"no\"", "\"+-1\"", "\"x1\"",
+                           "\" + 1\"", "\"-000\""})
         EXPECT_FALSE(BaseResponse(utf8("{\"ok\":%1}").arg(utf8(ok))).ok()) << ok;
 }
 
 /// What a field may hold, and how it is to be read as a text and as a truth.
 struct Value
 {
-    const char *json = nullptr; ///< Null for a field that is not there.
-    Text text = std::nullopt;
-    bool truth = false;
+    QString json; ///< Empty for a field that is not there.
+    Text text;
+    bool truth;
 };
 
-const Value values[] = {
-    {nullptr, {}, false},
-    {"null", {}, false},
-    {"true", {}, true},
-    {"false", {}, false},
-    {"0", u"0"_s, false},
-    {"-1", u"-1"_s, true},
-    {"2103", u"2103"_s, true},
-    {"9007199254740993", u"9007199254740993"_s, true},
-    {"9223372036854775807", u"9223372036854775807"_s, true},
-    {"18446744073709551615", {}, true},
-    {"-9223372036854775809", {}, true},
-    {"1e300", {}, true},
-    {"2.5", u"2.5"_s, true},
-    {R"("")", u""_s, false},
-    {R"("yes")", u"yes"_s, true},
-    {R"("\u0000")", QString(QChar()), false},
-    {"[]", {}, false},
-    {R"(["yes"])", {}, false},
-    {"{}", {}, false},
-    {R"({"ok":true})", {}, false},
-};
+QList<Value> values()
+{
+    QList<Value> list = {{{}, {}, false}, {uR"("\u0000")"_s, QString(QChar()), false}};
+    for (const QStringList &row : testRows("service/data/fields.tsv", 3))
+        list.append({row[0], row[1] == u"-" ? Text() : Text(row[1]), row[2] == u"true"});
+    return list;
+}
 
 /// An object with one field of interest among others.
 QString objectWith(const char *field, const Value &value, const QString &further = {})
 {
     const QString start = u"{\"extra\":[1,{}]"_s + further;
-    if (!value.json)
+    if (value.json.isEmpty())
         return start + u'}';
-    return start + u",\"%1\":%2}"_s.arg(QLatin1String(field), QLatin1String(value.json));
+    return start + u",\"%1\":%2}"_s.arg(QLatin1String(field), value.json);
 }
 
 QString sealed(const QString &inner)
@@ -97,8 +82,8 @@ TEST(Records, MayHoldAnythingInEachField)
     const auto notes = [&](const QString &datas) {
         return record(u"{\"ZVMemo\":{\"datas\":%1}}"_s.arg(datas))->mUpdateMsgDict();
     };
-    for (const Value &value : values) {
-        SCOPED_TRACE(value.json ? value.json : "absent");
+    for (const Value &value : values()) {
+        SCOPED_TRACE(qPrintable(value.json));
         EXPECT_EQ(BaseResponse(objectWith("ok", value)).ok(), value.truth);
         EXPECT_EQ(CheckUpdateResponse::getFromJson(objectWith("ok", value))->ok(), value.truth);
         EXPECT_EQ(BaseResponse(objectWith("msg", value)).msg(), value.text);
@@ -108,8 +93,8 @@ TEST(Records, MayHoldAnythingInEachField)
         EXPECT_EQ(record(objectWith("ZVUpdVersion", value))->ZVUpdateVersion(), value.text);
         EXPECT_EQ(record(objectWith("ZVMD5", value))->ZVMD5(), value.text);
         EXPECT_FALSE(record(objectWith("ZVMemo", value))->mUpdateMsgDict());
-        const bool isList = value.json && value.json[0] == '[';
-        EXPECT_EQ(notes(QLatin1String(value.json ? value.json : "null")).has_value(), isList);
+        const bool isList = value.json.startsWith(u'[');
+        EXPECT_EQ(notes(value.json.isEmpty() ? u"null"_s : value.json).has_value(), isList);
         const qsizetype found = value.text ? 1 : 0;
         const QString memo = objectWith("memo", value, u",\"language\":\"en\""_s);
         EXPECT_EQ(notes(u'[' + memo + u']')->size(), found);
@@ -118,39 +103,51 @@ TEST(Records, MayHoldAnythingInEachField)
     }
 }
 
-TEST(Records, AreEmptyForReplyTextsThatAreNoObject)
+QString sampleReply()
 {
-    for (const Text &reply :
-         {Text(), Text(utf8("")), Text(utf8("{")), Text(utf8("<html>")), Text(utf8("[1]")),
-          Text(utf8("\"ok\"")), Text(utf8("{\"ok\":true} x"))}) {
-        EXPECT_EQ(BaseResponse(reply).debugDescription(),
-                  u"{\"id\":(null), \"ok\":false, \"msg\":(null)}");
-        const auto response = CheckUpdateResponse::getFromJson(reply);
-        ASSERT_TRUE(response);
-        EXPECT_EQ(response->debugDescription(),
-                  u"{\"ZVUpdateVersion\":(null), \"MD5\":(null) \"ok\":false, \"msg\":(null)}");
-        EXPECT_FALSE(response->mUpdateMsgDict());
-    }
+    return QJsonDocument::fromJson(testData("service/data/check-reply.json"))
+        .object()[u"reply"]
+        .toString();
 }
 
-TEST(CheckUpdateResponse, ReadsASealedReply)
+TEST(Records, HaveReadWhatTheyDescribe)
 {
-    const QJsonObject sample = QJsonDocument::fromJson(testData("check-reply.json")).object();
-    const QString reply = sample.value(u"reply").toString();
-    const auto response = CheckUpdateResponse::getFromJson(reply);
-    EXPECT_EQ(response->debugDescription(),
-              u"{\"ZVUpdateVersion\":2103, \"MD5\":900150983CD24FB0D6963F7D28E17F72 \"ok\":true, "
-              u"\"msg\":}");
-    EXPECT_EQ(listed(response->mUpdateMsgDict().value()),
-              "en=Faster start.;zh-CN=启动更快。;zh-TW=啟動更快。");
-
-    auto refused = QJsonDocument::fromJson(reply.toUtf8()).object();
-    refused[u"ok"] = false;
-    refused[u"msg"] = utf8("m");
-    const auto empty =
-        CheckUpdateResponse::getFromJson(QString::fromUtf8(QJsonDocument(refused).toJson()));
-    EXPECT_EQ(empty->debugDescription(),
-              u"{\"ZVUpdateVersion\":(null), \"MD5\":(null) \"ok\":false, \"msg\":m}");
+    const QString sample = sampleReply();
+    const QString refused =
+        QString(sample).replace(u"true, \"msg\": \"\""_s, u"false, \"msg\": \"m\""_s);
+    const QString inner = HttpFunctionURLEncode::encode(u"{\"ok\":false,\"msg\":\"inner\"}"_s);
+    const QString nothing = u"{\"ZVUpdateVersion\":(null), \"MD5\":(null) \"ok\":%1, \"msg\":%2}"_s;
+    const QString junk = nothing.arg(u"false"_s, u"(null)"_s);
+    const QString bare = nothing.arg(u"true"_s, u"m"_s);
+    const std::pair<Text, QString> cases[] = {
+        {sample,
+         u"{\"ZVUpdateVersion\":2103, \"MD5\":900150983CD24FB0D6963F7D28E17F72 \"ok\":true, "
+         "\"msg\":}"_s},
+        {refused, nothing.arg(u"false"_s, u"m"_s)},
+        // What does not unseal, and an inner object that has no say in whether the outer one is ok.
+        {u"{\"ok\":1,\"msg\":\"m\"}"_s, bare},
+        {u"{\"ok\":1,\"msg\":\"m\",\"data\":\"12345678ABCDEF\"}"_s, bare},
+        {u"{\"ok\":1,\"msg\":\"m\",\"data\":[]}"_s, bare},
+        {u"{\"ok\":true,\"data\":\"%1\"}"_s.arg(inner), nothing.arg(u"true"_s, u"(null)"_s)},
+        {{}, junk},
+        {u""_s, junk},
+        {u"{"_s, junk},
+        {u"<html>"_s, junk},
+        {u"[1]"_s, junk},
+        {u"\"ok\""_s, junk},
+        {u"{\"ok\":true} x"_s, junk},
+    };
+    for (const auto &[reply, description] : cases) {
+        const auto response = CheckUpdateResponse::getFromJson(reply);
+        ASSERT_TRUE(response);
+        EXPECT_EQ(response->debugDescription(), description);
+        EXPECT_EQ(BaseResponse(reply).ok(), response->ok());
+        EXPECT_EQ(response->mUpdateMsgDict().has_value(), reply == sample);
+    }
+    EXPECT_EQ(BaseResponse(u"{"_s).debugDescription(),
+              u"{\"id\":(null), \"ok\":false, \"msg\":(null)}");
+    EXPECT_EQ(listed(*CheckUpdateResponse::getFromJson(sample)->mUpdateMsgDict()),
+              u"en=Faster start.;zh-CN=启动更快。;zh-TW=啟動更快。");
 }
 
 /// Cut off after each byte, and with each bit turned.
@@ -168,8 +165,7 @@ QByteArrayList damagedFormsOf(const QByteArray &bytes)
 
 TEST(CheckUpdateResponse, MakesNoOtherOfferWhenItIsDamagedOnItsWay)
 {
-    const QString text =
-        QJsonDocument::fromJson(testData("check-reply.json")).object().value(u"reply").toString();
+    const QString text = sampleReply();
     const auto whole = CheckUpdateResponse::getFromJson(text);
     for (const QByteArray &damaged : damagedFormsOf(text.toUtf8())) {
         const auto reply = CheckUpdateResponse::getFromJson(QString::fromUtf8(damaged));
@@ -237,47 +233,11 @@ TEST(CheckUpdateResponse, IsReadFromOddTextsOrRefused)
     }
 }
 
-TEST(CheckUpdateResponse, IsOkAndEmptyWhenTheDataDoesNotUnseal)
-{
-    for (const char *data : {"", ",\"data\":\"12345678ABCDEF\"", ",\"data\":[]"}) {
-        const auto response =
-            CheckUpdateResponse::getFromJson(utf8("{\"ok\":1,\"msg\":\"m\"%1}").arg(utf8(data)));
-        EXPECT_EQ(response->debugDescription(),
-                  u"{\"ZVUpdateVersion\":(null), \"MD5\":(null) \"ok\":true, \"msg\":m}");
-    }
-    // The inner object has no say in whether the outer one is ok.
-    const QString inner = HttpFunctionURLEncode::encode(utf8(R"({"ok":false,"msg":"inner"})"));
-    const auto response =
-        CheckUpdateResponse::getFromJson(utf8("{\"ok\":true,\"data\":\"%1\"}").arg(inner));
-    EXPECT_TRUE(response->ok());
-    EXPECT_EQ(response->msg(), std::nullopt);
-}
-
 TEST(CheckUpdateResponse, CollectsNotesByLanguage)
 {
-    const std::pair<const char *, const char *> cases[] = {
-        {"[]", ""},
-        // The last one of a language wins.
-        {R"([{"memo":"a","language":"en"},{"memo":"b","language":"en"}])", "en=b"},
-        {R"([{"memo":"\"a\"","language":"en"}])", "en=a"},
-        {R"([{"memo":"\"a","language":"en"}])", "en=\"a"},
-        {R"([{"memo":"\"\"","language":"en"}])", "en="},
-        {R"([{"memo":"","language":""}])", "="},
-        {R"([{"memo":12,"language":34}])", "34=12"},
-        // Under a quoted code: as many characters of the notes, from the second one on, after the
-        // notes have lost quotes of their own.
-        {R"([{"memo":"notes","language":"\"en\""}])", "ot=notes"},
-        {R"([{"memo":"\"notes\"","language":"\"en\""}])", "ot=notes"},
-        {R"([{"memo":"no","language":"\"zh-TW\""}])", "o=no"},
-        {R"([{"memo":"","language":"\"en\""}])", "="},
-        {R"([{"memo":"notes","language":"\"\""}])", "=notes"},
-        // Elements that are passed over.
-        {R"([1,null,[],{"memo":"a"},{"language":"en"},{"memo":"\"","language":"en"},
-             {"memo":"a","language":"\""},{"memo":null,"language":"en"}])",
-         ""},
-    };
-    for (const auto &[datas, notes] : cases)
-        EXPECT_EQ(listed(withNotes(datas).mUpdateMsgDict().value()), notes) << datas;
+    for (const QStringList &row : testRows("service/data/notes.tsv", 2))
+        EXPECT_EQ(listed(*withNotes(row[0]).mUpdateMsgDict()), row[1] == u"-" ? u""_s : row[1])
+            << qPrintable(row[0]);
     for (const char *inner :
          {"{}", R"({"ZVMemo":1})", R"({"ZVMemo":{}})", R"({"ZVMemo":{"datas":{}}})"})
         EXPECT_FALSE(CheckUpdateResponse(utf8(inner)).mUpdateMsgDict()) << inner;
@@ -285,9 +245,9 @@ TEST(CheckUpdateResponse, CollectsNotesByLanguage)
 
 TEST(CheckUpdateResponse, FindsNotesByTheCodesOfTheMoment)
 {
-    const CheckUpdateResponse all = withNotes(
-        R"([{"memo":"E","language":"en"},{"memo":"T","language":"zh-TW"},
-            {"memo":"C","language":"zh-CN"},{"memo":"X","language":"x"}])");
+    const CheckUpdateResponse all =
+        withNotes(uR"([{"memo":"E","language":"en"},{"memo":"T","language":"zh-TW"},
+             {"memo":"C","language":"zh-CN"},{"memo":"X","language":"x"}])"_s);
     EXPECT_EQ(all.getUpdateMessageWithLang(utf8("zh-TW")), u"T");
     EXPECT_EQ(all.getUpdateMessageWithLang(utf8("zh-CN")), u"C");
     for (const char *code : {"en", "fr", "zh-Hant", "zh-tw", "", "x"})
@@ -295,7 +255,7 @@ TEST(CheckUpdateResponse, FindsNotesByTheCodesOfTheMoment)
     EXPECT_EQ(all.getUpdateMessageWithLang(std::nullopt), std::nullopt);
     EXPECT_EQ(CheckUpdateResponse().getUpdateMessageWithLang(utf8("en")), std::nullopt);
 
-    const CheckUpdateResponse english = withNotes(R"([{"memo":"E","language":"en"}])");
+    const CheckUpdateResponse english = withNotes(uR"([{"memo":"E","language":"en"}])"_s);
     EXPECT_EQ(english.getUpdateMessageWithLang(utf8("zh-TW")), std::nullopt);
     EXPECT_EQ(english.getUpdateMessageWithLang(utf8("fr")), u"E");
 

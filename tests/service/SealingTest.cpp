@@ -1,5 +1,5 @@
-#include "TestData.h"
 #include "service/HttpFunctionURLEncode.h"
+#include "support/TestData.h"
 
 #include <cstdlib>
 
@@ -9,7 +9,7 @@ constexpr auto bytes = &HttpFunctionURLEncode::dataFromHexString;
 
 TEST(Sealing, AgreesWithKnownTexts)
 {
-    for (const QStringList &row : testRows("sealing.tsv", 2)) {
+    for (const QStringList &row : testRows("service/data/sealing.tsv", 2)) {
         EXPECT_EQ(HttpFunctionURLEncode::encode(row[0]), row[1]);
         EXPECT_EQ(HttpFunctionURLEncode::decode(row[1]), row[0]);
         EXPECT_EQ(HttpFunctionURLEncode::decode(row[1].toLower()), row[0]);
@@ -18,15 +18,10 @@ TEST(Sealing, AgreesWithKnownTexts)
 
 TEST(Sealing, GivesBackEveryText)
 {
-    QStringList texts{QStringLiteral("\uFEFFmarked\uFEFF"), QString(QChar(u'\0')),
-                      QStringLiteral("a\0b").append(QChar(u'\0')), QStringLiteral("😀\u00E9\uFFFD")};
-    for (int size = 1; size < 400; ++size)
-        texts += QString(size, u'x');
-    for (const QString &text : texts) {
-        const QString sealed = HttpFunctionURLEncode::encode(text);
-        EXPECT_EQ(sealed.size(), 2 * ((text.toUtf8().size() + 3) / 4 * 4 + 4));
-        EXPECT_EQ(HttpFunctionURLEncode::decode(sealed), text);
-    }
+    for (const QString &text :
+         {QStringLiteral("\uFEFFmarked\uFEFF"), QString(QChar(u'\0')), QString(399, u'x'),
+          QStringLiteral("a\0b").append(QChar(u'\0')), QStringLiteral("😀\u00E9\uFFFD")})
+        EXPECT_EQ(HttpFunctionURLEncode::decode(HttpFunctionURLEncode::encode(text)), text);
     EXPECT_EQ(HttpFunctionURLEncode::encode(QString()), QString());
 }
 

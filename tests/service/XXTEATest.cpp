@@ -1,5 +1,5 @@
 #include "service/XXTEA.h"
-#include "TestData.h"
+#include "support/TestData.h"
 
 #include <climits>
 
@@ -8,7 +8,7 @@ namespace {
 TEST(XXTEA, AgreesWithKnownCiphers)
 {
     const auto hex = [](const QString &digits) { return QByteArray::fromHex(digits.toLatin1()); };
-    for (const QStringList &row : testRows("cipher.tsv", 3)) {
+    for (const QStringList &row : testRows("service/data/cipher.tsv", 3)) {
         SCOPED_TRACE(qPrintable(row.join(u' ')));
         const QByteArray key = hex(row[0]), plain = hex(row[1]), cipher = hex(row[2]);
         EXPECT_EQ(XXTEA::encrypt(plain, key), cipher);

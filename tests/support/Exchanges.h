@@ -1,9 +1,9 @@
 #pragma once
 
 #include "../../platform/Error.h"
+#include "../../service/UpdateLogicFunc.h"
 #include "../../transport/HttpFunctionPost.h"
 #include "DownloadModes.h"
-#include "WaitFor.h"
 
 #include <gtest/gtest.h>
 
@@ -33,47 +33,19 @@ inline std::string network(ZVPlatform::NetworkError what)
     return nameOf({QLatin1String(ZVPlatform::networkErrorDomain), static_cast<int>(what), {}});
 }
 
-/// One download from its start to its end, and the report of it: "file", or the error's name.
-class OneDownload : public HttpFunctionPostDelegate
+/// How a download ends: "file", or the outcome's word, with the HTTP status if that is in the way.
+inline std::string download(const QString &baseUrl, const QString &path,
+                            DownloadMode mode = DownloadMode::Session)
 {
-public:
-    OneDownload(const QString &baseUrl, const QString &path,
-                DownloadMode mode = DownloadMode::Session)
-        : mode_(mode), path_(path)
-    {
-        const DownloadModeSwitch chosen(mode);
-        transport_->setMUrl(baseUrl);
-        transport_->setDelegate(this);
-        transport_->DoDownloadAsync(QStringLiteral("cmd=download&tk=T1&fn=P1_2103.exe"), path);
-    }
-    ~OneDownload() override
-    {
-        EXPECT_TRUE(isOver_) << "A download hangs.";
-        retire();
-    }
-
-    std::string report()
-    {
-        isOver_ =
-            waitFor([this] { return transport_->isThreadStop(); },
-                    mode_ == DownloadMode::Session ? Meanwhile::Sleep : Meanwhile::RunEventLoop);
-        EXPECT_GE(transport_->expectedBytes(), -1);
-        return report_;
-    }
-
-private:
-    void downloadFinishWithFilePath(const QString &path) override
-    {
-        report_ += path == path_ ? "file" : "another file";
-    }
-    void downloadFinishWithError(const ZVPlatform::Error &error) override
-    {
-        report_ += nameOf(error);
-    }
-
-    const DownloadMode mode_;
-    const QString path_;
-    bool isOver_ = false;
-    std::string report_; // The transfer's thread, until the transport says that it is over.
-    const std::shared_ptr<HttpFunctionPost> transport_ = HttpFunctionPost::getPost({}, nullptr);
-};
+    const DownloadModeSwitch chosen(mode);
+    UpdateLogicFunc client;
+    client.setMBaseURL(baseUrl);
+    client.doStartDownload(QStringLiteral("T1"), QStringLiteral("P1_2103.exe"), path);
+    client.waitOne();
+    EXPECT_TRUE(client.doCheckDownloadStop()) << "A download hangs.";
+    const auto failure = client.lastFailure();
+    if (!failure)
+        return "file";
+    const std::string word = UpdateOutcome::word(failure->kind).toStdString();
+    return failure->httpStatus == 0 ? word : word + ' ' + std::to_string(failure->httpStatus);
+}

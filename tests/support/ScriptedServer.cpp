@@ -4,7 +4,8 @@
 
 #include <QtGlobal>
 
-#include <optional>
+#include <algorithm>
+#include <csignal>
 
 #include <sys/socket.h>
 
@@ -12,31 +13,44 @@ namespace {
 
 constexpr std::chrono::seconds patience(30);
 
-// Takes a request from what has been received, and receives more as long as it takes. Nothing when
-// the client has gone.
-std::optional<ScriptedServer::Request> receiveRequest(int socket, QByteArray &received)
-{
-    qsizetype end = -1;
-    while ((end = received.indexOf("\r\n\r\n")) < 0) {
-        char buffer[4096];
-        const ssize_t length = ::recv(socket, buffer, sizeof buffer, 0);
-        if (length <= 0)
-            return std::nullopt;
-        received.append(buffer, length);
-    }
-    ScriptedServer::Request request;
-    for (const QByteArray &line : received.left(end).split('\n'))
-        request.headerLines.append(line.trimmed());
-    received.remove(0, end + 4);
-    const QByteArrayList requestLine = request.headerLines.takeFirst().split(' ');
-    request.method = requestLine.value(0);
-    request.target = requestLine.value(1);
-    return request;
-}
-
 } // namespace
 
+/// In clear, until TLS begins.
+struct ScriptedServer::Connection
+{
+    const int socket;
+    int number = 0;
+    std::unique_ptr<SSL, decltype(&SSL_free)> tls{nullptr, &SSL_free};
+    QByteArray received = {};
+
+    bool startTls(SSL_CTX *context)
+    {
+        tls.reset(SSL_new(context));
+        SSL_set_fd(tls.get(), socket);
+        return SSL_accept(tls.get()) == 1;
+    }
+    bool receive()
+    {
+        char buffer[16 * 1024];
+        const ssize_t length = tls ? SSL_read(tls.get(), buffer, sizeof buffer)
+                                   : ::recv(socket, buffer, sizeof buffer, 0);
+        received.append(buffer, std::max<ssize_t>(length, 0));
+        return length > 0;
+    }
+    bool send(const QByteArray &bytes) const
+    {
+        const auto size = static_cast<int>(bytes.size());
+        return tls ? size == 0 || SSL_write(tls.get(), bytes.constData(), size) == size
+                   : Loopback::sendAll(socket, bytes);
+    }
+};
+
 ScriptedServer::ScriptedServer(Handler handler) : handler_(std::move(handler)) {}
+
+ScriptedServer::ScriptedServer(Handler handler, Certificate certificate, bool isProxy)
+    : tls_(tlsContext(certificate)), isProxy_(isProxy), handler_(std::move(handler))
+{
+}
 
 ScriptedServer::ScriptedServer(const Reply &reply)
     : ScriptedServer([reply](const Request &) { return reply; })
@@ -57,26 +71,57 @@ std::vector<ScriptedServer::Request> ScriptedServer::requests() const
 
 void ScriptedServer::serve(int socket)
 {
-    ZVPlatform::MutexLock counting(mutex_);
-    const int number = ++connections_;
-    counting.unlock();
-    QByteArray received;
-    while (auto request = receiveRequest(socket, received)) {
-        request->connection = number;
-        {
-            const ZVPlatform::MutexLock lock(mutex_);
-            requests_.push_back(*request);
-        }
+    Connection connection{socket};
+    {
+        const ZVPlatform::MutexLock lock(mutex_);
+        connection.number = ++connections_;
+    }
+    // A client that has gone must not end the tests; OpenSSL has no flag for that.
+    sigset_t brokenPipe;
+    sigemptyset(&brokenPipe);
+    sigaddset(&brokenPipe, SIGPIPE);
+    pthread_sigmask(SIG_BLOCK, &brokenPipe, nullptr);
+    if (tls_ && !((!isProxy_ || becomeTunnel(connection)) && connection.startTls(tls_.get())))
+        return;
+    while (const auto request = receiveRequest(connection)) {
         ZVPlatform::MutexLock lock(handling_);
         const Reply reply = handler_(*request);
         lock.unlock();
-        if (!perform(reply, *request, socket))
+        if (!perform(reply, *request, connection))
             return;
     }
 }
 
+bool ScriptedServer::becomeTunnel(Connection &connection)
+{
+    const auto request = receiveRequest(connection);
+    return request && request->method == "CONNECT" &&
+           connection.send("HTTP/1.1 200 Connected\r\n\r\n");
+}
+
+// Nothing when the client has gone.
+std::optional<ScriptedServer::Request> ScriptedServer::receiveRequest(Connection &connection)
+{
+    qsizetype end = -1;
+    while ((end = connection.received.indexOf("\r\n\r\n")) < 0)
+        if (!connection.receive())
+            return std::nullopt;
+    Request request;
+    request.connection = connection.number;
+    for (const QByteArray &line : connection.received.left(end).split('\n'))
+        request.headerLines.append(line.trimmed());
+    connection.received.remove(0, end + 4);
+    const QByteArrayList requestLine = request.headerLines.takeFirst().split(' ');
+    request.method = requestLine.value(0);
+    request.target = requestLine.value(1);
+    const ZVPlatform::MutexLock lock(mutex_);
+    requests_.push_back(request);
+    return request;
+}
+
 // False when the connection is over.
-bool ScriptedServer::perform(const Reply &reply, const Request &request, int socket) const
+bool ScriptedServer::perform(const Reply &reply, const Request &request,
+                             Connection &connection) const
 {
     using Step = Reply::Step;
     for (const Step &step : reply.steps_) {
@@ -86,7 +131,7 @@ bool ScriptedServer::perform(const Reply &reply, const Request &request, int soc
                 break;
             [[fallthrough]];
         case Step::Send:
-            if (!Loopback::sendAll(socket, step.bytes))
+            if (!connection.send(step.bytes))
                 return false;
             break;
         case Step::Wait:
@@ -97,7 +142,7 @@ bool ScriptedServer::perform(const Reply &reply, const Request &request, int soc
             std::this_thread::sleep_for(step.time);
             break;
         case Step::Reset:
-            Loopback::discardWhenClosed(socket);
+            Loopback::discardWhenClosed(connection.socket);
             [[fallthrough]];
         case Step::Close:
             return false;

@@ -2,6 +2,7 @@
 
 #include "../../platform/Mutex.h"
 #include "Loopback.h"
+#include "TlsContext.h"
 
 #include <QByteArray>
 #include <QByteArrayList>
@@ -11,6 +12,7 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <vector>
 
 /// A place in a reply at which the server waits for the test. May be used on any thread.
@@ -96,10 +98,15 @@ public:
     /// A server that answers every request alike.
     explicit ScriptedServer(const Reply &reply);
 
-    /// "http://127.0.0.1:PORT", with a path appended.
+    /// A server that speaks TLS, and that clients may ask as a proxy to connect them to it first.
+    ScriptedServer(Handler handler, Certificate certificate, bool isProxy = false);
+
+    /// "127.0.0.1:PORT".
+    QString address() const { return QStringLiteral("127.0.0.1:%1").arg(acceptor_.port()); }
+    /// "http://127.0.0.1:PORT", or https, with a path appended.
     QString url(const QString &path = {}) const
     {
-        return QStringLiteral("http://127.0.0.1:%1").arg(acceptor_.port()) + path;
+        return (tls_ ? QStringLiteral("https://") : QStringLiteral("http://")) + address() + path;
     }
     /// What the library takes for the service's base URL.
     QString baseUrl() const { return url(QStringLiteral("/Update/ZVDLCtl.dll?dt=")); }
@@ -110,10 +117,16 @@ public:
     std::vector<Request> requests() const;
 
 private:
+    struct Connection;
+
     void serve(int socket);
-    bool perform(const Reply &reply, const Request &request, int socket) const;
+    bool becomeTunnel(Connection &connection);
+    std::optional<Request> receiveRequest(Connection &connection);
+    bool perform(const Reply &reply, const Request &request, Connection &connection) const;
     bool wait(Gate &gate) const;
 
+    const std::shared_ptr<SSL_CTX> tls_;
+    const bool isProxy_ = false;
     ZVPlatform::Mutex handling_;
     Handler handler_ ZVUPDATE_GUARDED_BY(handling_);
 

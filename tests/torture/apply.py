@@ -49,7 +49,7 @@ class Place:
             self._pack(self.folder / name, version)
 
         if form.lies_inside:
-            self.old["apply"] = (options.bin / "zvupdate-apply").read_bytes()
+            self.old["apply"] = (road.BIN / "zvupdate-apply").read_bytes()
         self._run(self._strace("-e", "trace=all"), "--version")
         self.start_up = collections.Counter(
             text.partition("(")[0] for _, text in self._calls())

@@ -1,11 +1,8 @@
 #include "platform/files/FileDigest.h"
-#include "support/TestFiles.h"
+#include "support/Testing.h"
 #include "transport/ZVMisc.h"
 
-#include <QTemporaryDir>
 #include <QTemporaryFile>
-
-#include <gtest/gtest.h>
 
 #include <sys/stat.h>
 

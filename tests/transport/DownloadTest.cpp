@@ -3,11 +3,7 @@
 #include "support/DownloadModes.h"
 #include "support/Exchanges.h"
 #include "support/ScriptedServer.h"
-#include "support/TestFiles.h"
-
-#include <QTemporaryDir>
-
-#include <gmock/gmock.h>
+#include "support/Testing.h"
 
 #include <dlfcn.h>
 #include <pthread.h>

@@ -1,10 +1,7 @@
-#include "../support/TestFiles.h"
+#include "../support/Testing.h"
 
 #include <QProcess>
 #include <QSize>
-#include <QTemporaryDir>
-
-#include <gmock/gmock.h>
 
 using namespace Qt::Literals::StringLiterals;
 

@@ -1,17 +1,11 @@
+#include "../support/Testing.h"
 #include "WindowEvents.h"
 #include "ui/UpdateInfoWindowController.h"
 
-#include "../support/WaitFor.h"
-
 #include <QDialog>
-#include <QDir>
-#include <QFileInfo>
 #include <QLabel>
 #include <QPushButton>
-#include <QTemporaryDir>
 #include <QTextEdit>
-
-#include <gtest/gtest.h>
 
 #include <optional>
 

@@ -1,6 +1,6 @@
 #include "WindowEvents.h"
 
-#include "../support/TestFiles.h"
+#include "../support/Testing.h"
 
 #include <controller/ZVUpdateProc.h>
 #include <ui/UpdateInfoWindowController.h>
@@ -8,12 +8,8 @@
 #include <QApplication>
 #include <QCryptographicHash>
 #include <QDialog>
-#include <QDir>
 #include <QPushButton>
-#include <QTemporaryDir>
 #include <QTest>
-
-#include <gmock/gmock.h>
 
 #include <thread>
 

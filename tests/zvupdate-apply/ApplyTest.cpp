@@ -1,16 +1,35 @@
-#include "../support/WaitFor.h"
 #include "Archives.h"
 #include "Installation.h"
 
-#include <QFileInfo>
 #include <QProcess>
 #include <QThread>
 
+#include <archive.h>
+#include <dlfcn.h>
 #include <sys/stat.h>
 
 using namespace Qt::StringLiterals;
 
 namespace {
+
+/// A process that runs until it is told to end.
+class OtherProcess : public QProcess
+{
+public:
+    explicit OtherProcess(const QString &argument = {})
+    {
+        start(u"sh"_s, {u"-c"_s, u"read -r _"_s, argument});
+        EXPECT_TRUE(waitForStarted());
+    }
+    ~OtherProcess() override { end(); }
+
+    QString id() const { return QString::number(processId()); }
+    void end()
+    {
+        closeWriteChannel();
+        waitForFinished();
+    }
+};
 
 class Apply : public Installation
 {
@@ -122,10 +141,8 @@ TEST_F(Apply, WaitsForTheEndOfTheHostAndOfNoOther)
 {
     write("new", program("new"));
     write("app", program("old"), true);
-    QProcess host;
-    host.start(u"cat"_s, {});
-    ASSERT_TRUE(host.waitForStarted());
-    const QStringList waiting{u"--wait-for"_s, QString::number(host.processId())};
+    OtherProcess host;
+    const QStringList waiting{u"--wait-for"_s, host.id()};
     EXPECT_EQ(replace("new", "app", waiting + QStringList{u"--patience"_s, u"0"_s, u"--restart"_s})
                   .status,
               1);
@@ -137,8 +154,7 @@ TEST_F(Apply, WaitsForTheEndOfTheHostAndOfNoOther)
     EXPECT_EQ(other.status, 1);
     EXPECT_TRUE(other.errors.contains(u"another process"_s)) << qPrintable(other.errors);
     EXPECT_EQ(readFile(path("app")), program("old"));
-    host.closeWriteChannel();
-    host.waitForFinished();
+    host.end();
     EXPECT_EQ(tool.end().status, 0);
     EXPECT_EQ(readFile(path("app")), program("new"));
 }
@@ -167,15 +183,11 @@ TEST_F(Apply, DoesNotTakeAnotherProcessForTheHost)
                 QStringLiteral(ZVUPDATE_PROGRAM), path("new"), path("app")});
     ASSERT_TRUE(tool.waitForStarted());
     QThread::msleep(50); // The system counts in hundredths of a second.
-    QProcess other;
-    other.start(u"cat"_s, {});
-    ASSERT_TRUE(other.waitForStarted());
-    tool.write(QByteArray::number(other.processId()) + '\n');
+    const OtherProcess other;
+    tool.write(other.id().toLatin1() + '\n');
     EXPECT_TRUE(tool.waitForFinished());
     EXPECT_EQ(tool.exitCode(), 0);
     EXPECT_EQ(other.state(), QProcess::Running);
-    other.closeWriteChannel();
-    other.waitForFinished();
 }
 
 // From a folder that it replaces, and from an AppImage that is one: with a library of its own
@@ -190,18 +202,11 @@ TEST_F(Apply, LeavesWhatItReplaces)
         write("app/run", program("old"), true);
         QFile::remove(path("ran"));
         ASSERT_TRUE(QFile::copy(QStringLiteral(ZVUPDATE_PROGRAM), path("app/apply")));
-        QProcess listing;
-        listing.start(u"ldd"_s, {QStringLiteral(ZVUPDATE_PROGRAM)});
-        listing.waitForFinished();
-        QString library;
-        for (const QString &line : QString::fromUtf8(listing.readAll()).split(u'\n')) {
-            if (line.contains(u"libarchive"_s))
-                library = line.section(u' ', 2, 2);
-        }
-        ASSERT_TRUE(QFile::copy(library, path("app/") + QFileInfo(library).fileName()));
-        QProcess host;
-        host.start(u"sh"_s, {u"-c"_s, u"read -r _"_s, path("app/run")}); // As an interpreter.
-        ASSERT_TRUE(host.waitForStarted());
+        Dl_info library = {};
+        dladdr(reinterpret_cast<const void *>(&archive_version_number), &library);
+        const QString libraryPath = QFile::decodeName(library.dli_fname);
+        ASSERT_TRUE(QFile::copy(libraryPath, path("app/") + QFileInfo(libraryPath).fileName()));
+        OtherProcess host(path("app/run")); // As an interpreter.
 
         QProcess tool;
         auto environment = QProcessEnvironment::systemEnvironment();
@@ -213,7 +218,7 @@ TEST_F(Apply, LeavesWhatItReplaces)
         tool.setProcessEnvironment(environment);
         QStringList arguments{u"--installer"_s, path(isFolder ? "new.tar" : "new"),
                               u"--replace"_s,   path(isFolder ? "app" : "file"),
-                              u"--wait-for"_s,  QString::number(host.processId()),
+                              u"--wait-for"_s,  host.id(),
                               u"--probation"_s, u"1"_s};
         if (isFolder)
             arguments += {u"--program"_s, u"run"_s};
@@ -224,8 +229,7 @@ TEST_F(Apply, LeavesWhatItReplaces)
         const QByteArray maps = readFile(u"/proc/%1/maps"_s.arg(tool.processId()));
         EXPECT_FALSE(maps.contains(QFile::encodeName(path("app/")))) << maps.constData();
         EXPECT_TRUE(maps.contains(QFile::encodeName(work + u"/program/libarchive"_s)));
-        host.closeWriteChannel();
-        host.waitForFinished();
+        host.end();
         EXPECT_TRUE(tool.waitForFinished());
         EXPECT_EQ(tool.exitCode(), 0) << tool.readAllStandardError().constData();
         EXPECT_EQ(ran(),

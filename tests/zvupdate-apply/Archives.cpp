@@ -10,31 +10,16 @@ void write(archive *writer, const Item &item)
     archive_entry *entry = archive_entry_new();
     archive_entry_set_pathname(entry, item.path.constData());
     archive_entry_set_perm(entry, item.permissions);
-    archive_entry_set_filetype(entry, AE_IFREG);
     archive_entry_set_size(entry, item.announced < 0 ? item.content.size() : item.announced);
-    switch (item.kind) {
-    case Item::File:
-        break;
-    case Item::Folder:
-        archive_entry_set_filetype(entry, AE_IFDIR);
-        break;
-    case Item::Link:
-        archive_entry_set_filetype(entry, AE_IFLNK);
+    constexpr decltype(AE_IFREG) types[] = {AE_IFREG, AE_IFDIR, AE_IFLNK,
+                                            AE_IFREG, AE_IFCHR, AE_IFIFO};
+    archive_entry_set_filetype(entry, types[item.kind]);
+    if (item.kind == Item::Link)
         archive_entry_set_symlink(entry, item.content.constData());
-        archive_entry_set_size(entry, 0);
-        break;
-    case Item::SecondName:
+    else if (item.kind == Item::SecondName)
         archive_entry_set_hardlink(entry, item.content.constData());
+    if (item.kind == Item::Link || item.kind == Item::SecondName)
         archive_entry_set_size(entry, 0);
-        break;
-    case Item::Device:
-        archive_entry_set_filetype(entry, AE_IFCHR);
-        archive_entry_set_rdevmajor(entry, 1);
-        break;
-    case Item::Pipe:
-        archive_entry_set_filetype(entry, AE_IFIFO);
-        break;
-    }
     archive_write_header(writer, entry);
     if (item.kind == Item::File)
         archive_write_data(writer, item.content.constData(), size_t(item.content.size()));

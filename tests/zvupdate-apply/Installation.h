@@ -1,13 +1,7 @@
 #pragma once
 
-#include "../support/TestFiles.h"
+#include "../support/Testing.h"
 #include "../zvupdate/Tool.h"
-
-#include <QDir>
-#include <QDirIterator>
-#include <QTemporaryDir>
-
-#include <gtest/gtest.h>
 
 /// A folder with what is to be replaced, and what stands by it.
 class Installation : public testing::Test
@@ -33,23 +27,7 @@ protected:
         return path(name);
     }
 
-    /// All that is there, with links as their targets and files as their content.
-    QStringList tree() const
-    {
-        QStringList all;
-        QDirIterator each(folder_.path(),
-                          QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
-                          QDirIterator::Subdirectories);
-        while (each.hasNext()) {
-            const QString name = each.next();
-            const QFileInfo info(name);
-            all.append(
-                name + QLatin1Char('=') +
-                (info.isSymLink() ? info.symLinkTarget() : QString::fromLatin1(readFile(name))));
-        }
-        all.sort();
-        return all;
-    }
+    QMap<QString, QByteArray> tree() const { return treeOf(folder_.path()); }
 
     /// Runs it, and sees that it says one sentence.
     static Tool::End apply(const QStringList &arguments)

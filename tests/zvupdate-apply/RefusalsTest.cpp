@@ -12,8 +12,8 @@ namespace {
 class Refusals : public Installation
 {
 protected:
-    void expectRefused(const Tool::End &end, const QStringList &before, const char *reason,
-                       int status = 1) const
+    void expectRefused(const Tool::End &end, const QMap<QString, QByteArray> &before,
+                       const char *reason, int status = 1) const
     {
         EXPECT_EQ(end.status, status) << reason << ": " << qPrintable(end.errors);
         EXPECT_TRUE(end.errors.contains(QLatin1String(reason)))
@@ -72,7 +72,7 @@ TEST_F(Refusals, HostileArchivesLeaveNothingBehind)
     write("app/old", "old");
     for (const auto &[archive, reason] : cases) {
         write("new", archive);
-        const QStringList before = tree();
+        const auto before = tree();
         expectRefused(replace("new", "app"), before, reason);
     }
     write("new", archiveOf({{"one/x"}, {"two/x"}}));
@@ -117,7 +117,7 @@ TEST_F(Refusals, NameWhatIsWrong)
         {"new.tar", "folder", {u"--program"_s, u"x"_s, u"--restart"_s}, "no program \"x\""},
     };
     for (const auto &each : cases) {
-        const QStringList before = tree();
+        const auto before = tree();
         expectRefused(replace(each.installer, each.target, each.more), before, each.reason,
                       each.status);
     }

@@ -1,15 +1,15 @@
 #include "Tool.h"
-
-#include "support/TestFiles.h"
-
-#include <QDir>
-#include <QTemporaryDir>
-
-#include <gtest/gtest.h>
+#include "support/TestData.h"
 
 using namespace Qt::StringLiterals;
 
 namespace {
+
+#ifdef ZVUPDATE_HAS_WINDOW
+constexpr bool hasWindow = true;
+#else
+constexpr bool hasWindow = false;
+#endif
 
 QStringList words(const char *text)
 {
@@ -20,57 +20,18 @@ QStringList words(const char *text)
 
 TEST(ArgumentsTest, WrongOnesAreRefusedInOneLineThatNamesThem)
 {
-    const QStringList right = words("check --product-id P --product-version 1 --directory d");
-    struct Case
-    {
-        QStringList arguments;
-        const char *named = nullptr;
-    };
-    const Case cases[] = {
-        {{}, "--help"},
-        {{u"chekc"_s}, "chekc"},
-        {{u"two\nlines"_s}, "two lines"},
-        {words("check"), "--product-id"},
-        {words("check --product-id P --directory d"), "--product-version"},
-        {words("check --product-id P --product-version 1"), "--directory"},
-        {right + words("--directory"), "--directory"},
-        {right + words("--product-id="), "--product-id"},
-        {right + words("--product-id a/b"), "--product-id"},
-        {right + words("--directory /dev/null"), "--directory"},
-        {right + words("--mode both"), "session or connection"},
-        {right + words("--json=yes"), "--json"},
-        {right + words("--frobnicate"), "frobnicate"},
-        {right + words("--product-name N"), "--show-window"},
-#ifdef ZVUPDATE_HAS_WINDOW
-        {right + words("--show-window"), "--product-name"},
-        {right + words("--show-window --product-name N --no-delegate"), "--no-delegate"},
-#endif
-        {right + words("--on-update true"), "--show-window"},
-        {right + words("more"), "more"},
-        {right + words("--application Name"), "ORGANIZATION/NAME"},
-        {words("doctor --product-id a/b --product-version 1 --directory d"), "--product-id"},
-        {words("preferences --application /Name"), "ORGANIZATION/NAME"},
-        {words("preferences --application ../Name"), "ORGANIZATION/NAME"},
-        {words("preferences --application Organization/."), "ORGANIZATION/NAME"},
-        {words("preferences --application Organization/Na/me"), "ORGANIZATION/NAME"},
-        {words("preferences --automatic-updating maybe"), "maybe"},
-        {words("preferences --next-check 2030-02-31"), "2030-02-31"},
-        {words("preferences --next-check soon"), "soon"},
-        {words("seal"), "TEXT"},
-        {{u"seal"_s, u""_s}, "TEXT"},
-        {words("unseal 00 00"), "00"},
-        {words("digest"), "FILE"},
-        {words("language en"), "en"},
-    };
-    for (const Case &each : cases) {
-        const std::string what = each.arguments.join(u' ').toStdString();
-        const auto [status, output, errors] = Tool::run(each.arguments);
-        EXPECT_EQ(status, 2) << what;
-        EXPECT_EQ(output, QString()) << what;
-        EXPECT_EQ(errors.count(u'\n'), 1) << what << ": " << qPrintable(errors);
-        EXPECT_TRUE(errors.startsWith(u"zvupdate"_s));
-        EXPECT_TRUE(errors.contains(QString::fromUtf8(each.named)))
-            << what << ": " << qPrintable(errors);
+    QList<std::pair<QStringList, QString>> cases = {
+        {{}, u"--help"_s}, {{u"two\nlines"_s}, u"two lines"_s}, {{u"seal"_s, u""_s}, u"TEXT"_s}};
+    for (const QStringList &row : testRows("zvupdate/wrong-arguments.tsv", 2))
+        if (hasWindow || !row[0].contains(u"--show-window"))
+            cases.append({row[0].split(u' '), row[1]});
+    for (const auto &[arguments, named] : cases) {
+        const auto [status, output, errors] = Tool::run(arguments);
+        SCOPED_TRACE(qPrintable(arguments.join(u' ') + u": "_s + errors));
+        EXPECT_EQ(status, 2);
+        EXPECT_EQ(output, QString());
+        EXPECT_EQ(errors.count(u'\n'), 1);
+        EXPECT_TRUE(errors.startsWith(u"zvupdate"_s) && errors.contains(named));
     }
 }
 
@@ -90,17 +51,12 @@ TEST(PreferencesCommandTest, ShowsAndSetsWhatTheLibraryKeeps)
 
     EXPECT_EQ(preferences("--automatic-updating off")[automatic], QJsonValue(false));
     EXPECT_EQ(preferences("--automatic-updating on")[automatic], QJsonValue(true));
-    const struct
-    {
-        const char *given;
-        const char *shown;
-    } dates[] = {{"2030-01-31T12:00:00Z", "2030-01-31T12:00:00Z"},
-                 {"2030-01-31T12:00:00+02:00", "2030-01-31T10:00:00Z"},
-                 {"2030-01-31T12:00:00", "2030-01-31T12:00:00Z"},
-                 {"2030-01-31", "2030-01-31T00:00:00Z"}};
-    for (const auto &date : dates) {
-        preferences((QByteArray("--next-check ") + date.given).constData());
-        EXPECT_EQ(preferences("")[nextCheck], QLatin1String(date.shown));
+    for (const auto &[given, shown] :
+         {std::pair("--next-check 2030-01-31T12:00:00+02:00", "2030-01-31T10:00:00Z"),
+          {"--next-check 2030-01-31T12:00:00", "2030-01-31T12:00:00Z"},
+          {"--next-check 2030-01-31", "2030-01-31T00:00:00Z"}}) {
+        preferences(given);
+        EXPECT_EQ(preferences("")[nextCheck], QLatin1String(shown));
     }
     EXPECT_EQ(preferences("")[automatic], QJsonValue(true));
     EXPECT_EQ(preferences("--application Example/Player"), empty);
@@ -110,48 +66,38 @@ TEST(PreferencesCommandTest, ShowsAndSetsWhatTheLibraryKeeps)
     EXPECT_EQ(preferences("--automatic-updating unset --next-check unset"), empty);
 }
 
-TEST(LanguageCommandTest, FollowsTheLocaleAndSaysNothingOfIt)
-{
-    for (const auto &[locale, code] : {std::pair("zh_TW.UTF-8", "zh-TW\n"), {"C", "en\n"}}) {
-        const auto [status, output, errors] =
-            Tool({u"language"_s}, -1, QLatin1String(locale)).end();
-        EXPECT_EQ(status, 0);
-        EXPECT_EQ(output, QLatin1String(code));
-        EXPECT_EQ(errors, QString());
-    }
-}
-
-TEST(SealingCommandsTest, SealAndUnseal)
-{
-    const struct
-    {
-        QString text;
-        QString sealed;
-    } cases[] = {{u"cmd=gettoken"_s, u"7D4470DA8E2DCE6836729BBA61EC3DBB"_s},
-                 {u"cmd=checkupd&id=更新&ver=1"_s,
-                  u"05F8E49D41C8799F7C6018C1CAE44CB41077E93D3C98DA237EEEF387F6791F9E"_s}};
-    for (const auto &[text, sealed] : cases) {
-        EXPECT_EQ(Tool::run({u"seal"_s, text}).output, sealed + u'\n');
-        EXPECT_EQ(Tool::run({u"unseal"_s, sealed}).output, text + u'\n');
-    }
-    const auto bad = Tool::run({u"unseal"_s, u"7D4470DA8E2DCE6836729BBA61EC3DBC"_s});
-    EXPECT_EQ(bad.status, 1);
-    EXPECT_EQ(bad.output, QString());
-    EXPECT_EQ(bad.errors.count(u'\n'), 1);
-}
-
-TEST(DigestCommandTest, DigestsAFileAndRefusesWhatIsNone)
+TEST(SmallCommandsTest, AnswerInOneLine)
 {
     const QTemporaryDir directory;
     const QString file = directory.filePath(u"file"_s);
     writeFile(file, "abc");
-    const auto good = Tool::run({u"digest"_s, file});
-    EXPECT_EQ(good.status, 0);
-    EXPECT_EQ(good.output, u"900150983cd24fb0d6963f7d28e17f72\n"_s);
-    for (const QString &path : {directory.path(), file + u'x', u"/dev/null"_s}) {
-        const auto [status, output, errors] = Tool::run({u"digest"_s, path});
-        EXPECT_EQ(status, 1);
-        EXPECT_EQ(output, QString());
-        EXPECT_TRUE(errors.contains(path) && errors.count(u'\n') == 1) << qPrintable(errors);
+    const QString token = u"7D4470DA8E2DCE6836729BBA61EC3DBB"_s;
+    const QString check = u"cmd=checkupd&id=更新&ver=1"_s;
+    const QString sealed = u"05F8E49D41C8799F7C6018C1CAE44CB41077E93D3C98DA237EEEF387F6791F9E"_s;
+    const struct
+    {
+        QStringList arguments;
+        QString output; ///< Empty for a failure.
+        QString locale = u"zh_TW.UTF-8"_s;
+    } cases[] = {
+        {{u"language"_s}, u"zh-TW"_s},
+        {{u"language"_s}, u"en"_s, u"C"_s},
+        {{u"seal"_s, check}, sealed},
+        {{u"unseal"_s, sealed}, check},
+        {{u"unseal"_s, token}, u"cmd=gettoken"_s},
+        {{u"unseal"_s, token.chopped(1) + u'C'}, {}},
+        {{u"digest"_s, file}, u"900150983cd24fb0d6963f7d28e17f72"_s},
+        {{u"digest"_s, directory.path()}, {}},
+        {{u"digest"_s, file + u'x'}, {}},
+        {{u"digest"_s, u"/dev/null"_s}, {}},
+    };
+    for (const auto &each : cases) {
+        SCOPED_TRACE(qPrintable(each.arguments.join(u' ')));
+        const auto [status, output, errors] = Tool(each.arguments, -1, each.locale).end();
+        EXPECT_EQ(status, each.output.isEmpty() ? 1 : 0);
+        EXPECT_EQ(output, each.output.isEmpty() ? QString() : each.output + u'\n');
+        EXPECT_EQ(errors.count(u'\n'), each.output.isEmpty() ? 1 : 0) << qPrintable(errors);
+        const bool isFile = each.arguments[0] == u"digest";
+        EXPECT_TRUE(status == 0 || !isFile || errors.contains(each.arguments[1]));
     }
 }

@@ -1,9 +1,7 @@
 #include "Tool.h"
+#include "../support/Testing.h"
 
-#include <QFile>
 #include <QJsonDocument>
-
-#include <gtest/gtest.h>
 
 #include <csignal>
 

@@ -1,0 +1,11 @@
+#pragma once
+
+// What most tests need.
+#include "TestFiles.h"
+#include "WaitFor.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QTemporaryDir>
+
+#include <gmock/gmock.h>
