@@ -4,6 +4,8 @@
 #include "support/ScriptedServer.h"
 #include "support/Testing.h"
 
+#include <QElapsedTimer>
+
 using testing::ElementsAre;
 using testing::IsEmpty;
 using Reply = ScriptedServer::Reply;
@@ -84,25 +86,26 @@ TEST(ClientSetup, TakesTheBaseUrlFromTheOverrideFileAsItIs)
     ASSERT_TRUE(QDir().rmdir(path));
 }
 
-TEST(ClientSetup, SendsItsCommandsWithTheirArgumentsAsTheyAre)
+TEST_P(Client, SendsItsCommandsAsTheyAreOverOneConnection)
 {
     ScriptedServer server([](const ScriptedServer::Request &request) {
-        return request.method == "HEAD" ? Reply::whole(200, QByteArray(7, 'x'))
-                                        : Reply::whole(200, R"({"ok":true,"id":"T&1","msg":"m"})");
+        return request.method == "POST" ? Reply::whole(200, R"({"ok":true,"id":"T&1","msg":"m"})")
+                                        : Reply::whole(200, QByteArray(7, 'x'));
     });
-    UpdateLogicFunc client;
-    client.setMBaseURL(server.baseUrl());
-    EXPECT_EQ(client.doCheckUpdate(QStringLiteral("A&B"), QStringLiteral("1.2"))->msg(),
-              QStringLiteral("m"));
-    EXPECT_EQ(client.doGetToken()->ID(), QStringLiteral("T&1"));
-    EXPECT_EQ(client.doGetFileSize(QStringLiteral("T&1"), QStringLiteral("A&B_1.exe")), 7u);
+    client_->setMBaseURL(server.baseUrl());
+    EXPECT_EQ(client_->doCheckUpdate(QStringLiteral("A&B"), QStringLiteral("1.2"))->msg(), u"m");
+    EXPECT_EQ(client_->doGetToken()->ID(), u"T&1");
+    EXPECT_EQ(client_->doGetFileSize(QStringLiteral("T&1"), QStringLiteral("A&B_1.exe")), 7u);
+    start(server, path_);
+    client_->waitOne();
 
-    QStringList exchanges;
+    std::vector<std::string> exchanges;
     for (const ScriptedServer::Request &request : server.requests())
-        exchanges += QString::fromLatin1(request.method) + u' ' + request.command();
-    EXPECT_THAT(exchanges, ElementsAre(QStringLiteral("POST cmd=checkupd&id=A&B&ver=1.2"),
-                                       QStringLiteral("POST cmd=gettoken"),
-                                       QStringLiteral("HEAD cmd=download&tk=T&1&fn=A&B_1.exe")));
+        exchanges.push_back(request.method.toStdString() + std::to_string(request.connection) +
+                            ' ' + request.command().toStdString());
+    EXPECT_THAT(exchanges, ElementsAre("POST1 cmd=checkupd&id=A&B&ver=1.2", "POST1 cmd=gettoken",
+                                       "HEAD1 cmd=download&tk=T&1&fn=A&B_1.exe",
+                                       "GET1 cmd=download&tk=T1&fn=A.exe"));
 }
 
 TEST(ClientSetup, KnowsWhyACommandWasNotAnswered)
@@ -240,11 +243,22 @@ TEST_P(Client, MayGoInTheMiddleOfItsDelegatesCall)
     EXPECT_EQ(readFile(other), "0123456789");
 }
 
-TEST_P(Client, MayGoOnAThreadWithoutAnEventLoop)
+// Before its transfer has begun, and in the middle of it on a thread without an event loop.
+TEST_P(Client, StopsItsDownloadWhenItGoes)
 {
-    ScriptedServer server(Reply().send(halfAFile).wait(std::make_shared<Gate>()));
-    start(server, path_);
-    ASSERT_TRUE(waitFor([this] { return file() == "0123456789"; }));
-    std::thread([this] { client_.reset(); }).join();
+    for (const bool hasBegun : {false, true}) {
+        ScriptedServer server(Reply().send(halfAFile).wait(std::make_shared<Gate>()));
+        client_ = std::make_shared<UpdateLogicFunc>();
+        start(server, path_);
+        ASSERT_TRUE(!hasBegun || waitFor([this] { return file() == "0123456789"; }));
+        QElapsedTimer timer;
+        timer.start();
+        if (hasBegun)
+            std::thread([this] { client_.reset(); }).join();
+        else
+            client_.reset();
+        EXPECT_LT(timer.elapsed(), 15000) << "while the server keeps silent";
+        QFile::remove(path_);
+    }
     EXPECT_THAT(delegate_.paths, IsEmpty());
 }

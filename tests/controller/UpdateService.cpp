@@ -7,6 +7,7 @@
 #include <QDir>
 #include <QJsonArray>
 #include <QJsonDocument>
+#include <QJsonObject>
 
 using namespace Qt::StringLiterals;
 using Reply = ScriptedServer::Reply;
@@ -19,24 +20,23 @@ QString overridePath()
     return QDir::homePath() + u"/Documents/ConsoleZVUpdate.mac"_s;
 }
 
-// A text as JSON has it.
-QString quoted(const QString &text)
+QByteArray json(const QJsonObject &object)
 {
-    const QByteArray list = QJsonDocument(QJsonArray{text}).toJson(QJsonDocument::Compact);
-    return QString::fromUtf8(list.mid(1, list.size() - 2));
+    return QJsonDocument(object).toJson(QJsonDocument::Compact);
 }
 
 QByteArray checkReply(const Offer &offer)
 {
-    QString inner = u"{\"ZVMemo\":{\"datas\":[{\"language\":\"zh-TW\",\"memo\":\"zh-TW notes\"},"
-                    "{\"language\":\"en\",\"memo\":\"en notes\"}]}"_s;
+    QJsonArray notes;
+    for (const QString &language : {u"zh-TW"_s, u"en"_s})
+        notes += QJsonObject{{u"language"_s, language}, {u"memo"_s, language + u" notes"_s}};
+    QJsonObject inner{{u"ZVMemo"_s, QJsonObject{{u"datas"_s, notes}}}};
     if (offer.version)
-        inner += u",\"ZVUpdVersion\":"_s + quoted(*offer.version);
+        inner[u"ZVUpdVersion"] = *offer.version;
     if (offer.digest)
-        inner += u",\"ZVMD5\":"_s + quoted(*offer.digest);
-    return u"{\"ok\":%1,\"msg\":\"M\",\"data\":\"%2\"}"_s.arg(offer.ok)
-        .arg(HttpFunctionURLEncode::encode(inner + u'}'))
-        .toUtf8();
+        inner[u"ZVMD5"] = *offer.digest;
+    const QString data = HttpFunctionURLEncode::encode(QString::fromUtf8(json(inner)));
+    return json({{u"ok"_s, offer.ok}, {u"msg"_s, u"M"_s}, {u"data"_s, data}});
 }
 
 Reply fileReply(const Offer &offer, const Request &request)
@@ -60,9 +60,10 @@ Reply answer(const Offer &offer, const Request &request)
         return Reply::whole(200, offer.reply.value_or(checkReply(offer)));
     }
     if (request.command() == "cmd=gettoken"_L1) {
-        const QString id =
-            offer.tokenId.isNull() ? QString() : u",\"id\":"_s + quoted(offer.tokenId);
-        return Reply::whole(200, u"{\"ok\":%1%2}"_s.arg(offer.tokenOk).arg(id).toUtf8());
+        QJsonObject token{{u"ok"_s, offer.tokenOk}};
+        if (!offer.tokenId.isNull())
+            token[u"id"] = offer.tokenId;
+        return Reply::whole(200, json(token));
     }
     return fileReply(offer, request);
 }

@@ -255,23 +255,6 @@ TEST_P(Download, NeedsNeitherADelegateNorAnOwner)
     EXPECT_THAT(outcomes(), IsEmpty());
 }
 
-TEST_P(Download, SharesTheConnectionOfTheCommandsBeforeIt)
-{
-    ScriptedServer server(
-        [](const ScriptedServer::Request &request) { return Reply::file(request, "content"); });
-    const auto commands = HttpFunctionPost::getPost(server.baseUrl(), nullptr);
-    commands->DoPost(QStringLiteral("cmd=checkupd&id=P1&ver=2100"), std::nullopt);
-    commands->DoPost(QStringLiteral("cmd=gettoken"), std::nullopt);
-    EXPECT_EQ(commands->getFileSize(command), 7u);
-    start(server);
-    ASSERT_TRUE(waitForEnd());
-
-    QByteArrayList exchanges;
-    for (const ScriptedServer::Request &request : server.requests())
-        exchanges.append(request.method + QByteArray::number(request.connection));
-    EXPECT_THAT(exchanges, ElementsAre("POST1", "POST1", "HEAD1", "GET1"));
-}
-
 // Until the event loop runs, a connection is neither there nor to be stopped, and nothing comes of
 // what it has received. A session needs none.
 TEST_P(Download, NeedsTheEventLoopForAConnectionOnly)

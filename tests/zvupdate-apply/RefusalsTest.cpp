@@ -12,13 +12,15 @@ namespace {
 class Refusals : public Installation
 {
 protected:
-    void expectRefused(const Tool::End &end, const QMap<QString, QByteArray> &before,
-                       const char *reason, int status = 1) const
+    void expectRefused(const char *installer, const char *target, const char *reason,
+                       const QStringList &more = {}, int status = 1) const
     {
-        EXPECT_EQ(end.status, status) << reason << ": " << qPrintable(end.errors);
-        EXPECT_TRUE(end.errors.contains(QLatin1String(reason)))
-            << reason << ": " << qPrintable(end.errors);
-        EXPECT_EQ(tree(), before) << reason;
+        const auto before = tree();
+        const Tool::End end = replace(installer, target, more);
+        SCOPED_TRACE(testing::Message() << reason << ": " << qPrintable(end.errors));
+        EXPECT_EQ(end.status, status);
+        EXPECT_TRUE(end.errors.contains(QLatin1String(reason)));
+        EXPECT_EQ(tree(), before);
     }
 };
 
@@ -30,11 +32,7 @@ TEST_F(Refusals, HostileArchivesLeaveNothingBehind)
     ASSERT_TRUE(zip.contains(size));
     const auto tooMuch = qint64(ZVPlatform::Files::room(path("app")) * 2);
     const QByteArray whole = archiveOf({{"long", Item::File, QByteArray(100'000, 'x')}}, "tar.xz");
-    const struct
-    {
-        QByteArray archive;
-        const char *reason;
-    } cases[] = {
+    const std::pair<QByteArray, const char *> cases[] = {
         {archiveOf({file, {"/tmp/absolute"}}), "absolute name"},
         {archiveOf({file, {"../up"}}), "not a name within"},
         {archiveOf({file, {"a/../../up"}}), "not a name within"},
@@ -72,13 +70,12 @@ TEST_F(Refusals, HostileArchivesLeaveNothingBehind)
     write("app/old", "old");
     for (const auto &[archive, reason] : cases) {
         write("new", archive);
-        const auto before = tree();
-        expectRefused(replace("new", "app"), before, reason);
+        expectRefused("new", "app", reason);
     }
     write("new", archiveOf({{"one/x"}, {"two/x"}}));
-    expectRefused(replace("new", "app", {u"--strip-top-folder"_s}), tree(), "no one top folder");
+    expectRefused("new", "app", "no one top folder", {u"--strip-top-folder"_s});
     write("new", archiveOf({{"top/l", Item::Link, "../x"}, {"top/x", Item::File, "x"}}));
-    expectRefused(replace("new", "app", {u"--strip-top-folder"_s}), tree(), "leaves the folder");
+    expectRefused("new", "app", "leaves the folder", {u"--strip-top-folder"_s});
 }
 
 TEST_F(Refusals, NameWhatIsWrong)
@@ -116,13 +113,10 @@ TEST_F(Refusals, NameWhatIsWrong)
         {"new.tar", "folder", {u"--program"_s, u"y"_s, u"--restart"_s}, "no program \"y\""},
         {"new.tar", "folder", {u"--program"_s, u"x"_s, u"--restart"_s}, "no program \"x\""},
     };
-    for (const auto &each : cases) {
-        const auto before = tree();
-        expectRefused(replace(each.installer, each.target, each.more), before, each.reason,
-                      each.status);
-    }
+    for (const auto &each : cases)
+        expectRefused(each.installer, each.target, each.reason, each.more, each.status);
     const ZVPlatform::LockedFile writer(path("new"));
-    expectRefused(replace("new", "app"), tree(), "being written");
+    expectRefused("new", "app", "being written");
 }
 
 TEST_F(Refusals, SpareWhatOthersLookAfter)
@@ -137,7 +131,7 @@ TEST_F(Refusals, SpareWhatOthersLookAfter)
         const QByteArray former = qgetenv(variable);
         qputenv(variable, QFile::encodeName(value));
         const QStringList ourselves{u"--wait-for"_s, QString::number(getpid())};
-        expectRefused(replace(installer, target, ourselves), tree(), reason);
+        expectRefused(installer, target, reason, ourselves);
         former.isNull() ? qunsetenv(variable) : qputenv(variable, former);
     };
     refuses("SNAP", folder_.path(), "new", "app", "a snap");
@@ -147,7 +141,7 @@ TEST_F(Refusals, SpareWhatOthersLookAfter)
     refuses("HOME", path("home/app"), "new.tar", "home", "no program's own");
     if (geteuid() == 0) {
         ASSERT_EQ(chown(QFile::encodeName(path("app")).constData(), 1, 1), 0);
-        expectRefused(replace("new", "app"), tree(), "another user");
+        expectRefused("new", "app", "another user");
     }
 }
 
