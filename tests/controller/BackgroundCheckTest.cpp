@@ -1,4 +1,5 @@
 #include "AskingTest.h"
+
 using namespace Qt::StringLiterals;
 
 namespace {

@@ -2,8 +2,7 @@
 #include "release/ReleaseKeys.h"
 #include "release/ReleaseSignature.h"
 #include "support/SigningKey.h"
-
-#include <gtest/gtest.h>
+#include "support/TestData.h"
 
 using namespace ZVPlatform;
 
@@ -14,51 +13,19 @@ QByteArray bytes(const char *hex)
     return QByteArray::fromHex(hex);
 }
 
-// A key, a message and a signature of RFC 8032.
+// A key and a message of RFC 8032.
 const QByteArray key = bytes("3d4017c3e843895a92b70aa74d1b7ebc9c982ccf2ec4968cc0cd55f12af4660c");
 const QByteArray message = bytes("72");
-const QByteArray signature =
-    bytes("92a009a9f0d4cab8720e820b5f642540a2b27b5416503f8fb3762223ebdb69da"
-          "085ac1e43e15996e458f3613d0f11d8c387b2eaeb4302aeeb00d291612bb0c00");
 
 } // namespace
 
-// The last rows are what OpenSSL makes of signatures about which libraries differ. A key of small
-// order signs everything; who has one trusts nobody.
 TEST(Ed25519, IsAsPublished)
 {
-    const QByteArray zero(32, '\0');
-    const QByteArray identity = bytes("01").leftJustified(32, '\0');
-    struct
-    {
-        QByteArray key, message, signature;
-        bool isRight;
-    } const rows[] = {
-        {key, message, signature, true},
-        {bytes("d75a980182b10ab7d54bfed3c964073a0ee172f3daa62325af021a68f707511a"), "",
-         bytes("e5564300c360ac729086e2cc806e828a84877f1eb8e5d974d873e065224901555fb8821590a33bacc6"
-               "1e39701cf9b46bd25bf5f0595bbe24655141438e7a100b"),
-         true},
-        {bytes("fc51cd8e6218a1a38da47ed00230f0580816ed13ba3303ac5deb911548908025"), bytes("af82"),
-         bytes("6291d657deec24024827e69c3abe01a30ce548a284743a445e3680d7db5ac3ac18ff9b538d16f290ae"
-               "67f760984dc6594a7c15e9716ed28dc027beceea1ec40a"),
-         true},
-        {key, message + message, signature, false},
-        {key, message, signature.chopped(1), false},
-        {key.chopped(1), message, signature, false},
-        {QByteArray(32, '\xff'), message, signature, false},
-        // The first one's, with the order of the base point added to its second half.
-        {bytes("d75a980182b10ab7d54bfed3c964073a0ee172f3daa62325af021a68f707511a"), "",
-         bytes("e5564300c360ac729086e2cc806e828a84877f1eb8e5d974d873e06522490155"
-               "4c8c7872aa064e049dbb3013fbf29380d25bf5f0595bbe24655141438e7a101b"),
-         false},
-        {identity, message, identity + zero, true},
-        {identity, message, identity.leftJustified(63, '\0') + '\x80', false},
-        {bytes("ee").leftJustified(31, '\xff') + '\x7f', message, identity + zero, true},
-    };
-    for (const auto &row : rows)
-        EXPECT_EQ(isEd25519Signature(row.signature, row.message, row.key), row.isRight)
-            << row.key.toHex().constData() << ' ' << row.signature.toHex().constData();
+    for (const QStringList &row : testRows("release/signatures.tsv", 4)) {
+        const auto cell = [&row](qsizetype i) { return QByteArray::fromHex(row[i].toLatin1()); };
+        EXPECT_EQ(isEd25519Signature(cell(2), cell(1), cell(0)), row[3] == u"yes")
+            << qPrintable(row.join(u' '));
+    }
     EXPECT_EQ(blake2b512("abc").toHex(),
               "ba80a53f981c4d0d6a2797b69f12f6e94c212f14685ac4b74b12bb6fdbffa2d17d87c5392aab792dc252"
               "d5de4533cc9518d38aa8dbf1925ab92386edd4009923");

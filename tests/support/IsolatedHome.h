@@ -8,7 +8,8 @@
 
 /// A home directory for one run of a test program, which is gone afterwards: neither the files nor
 /// the preferences nor the proxies nor the time zone of whoever runs the tests take part, nor does
-/// their desktop: here there is a program for every file. Made before the application object.
+/// their desktop: here there is a program for every kind of file, unless the file "programs" has
+/// others; "asked" has the kinds that were asked for. Made before the application object.
 class IsolatedHome
 {
 public:
@@ -25,7 +26,9 @@ public:
         const QString asker = home_.filePath(QStringLiteral("xdg-mime"));
         QFile program(asker);
         if (!program.open(QIODevice::WriteOnly) ||
-            program.write("#!/bin/sh\necho viewer.desktop\n") < 0)
+            program.write(
+                "#!/bin/sh\ncd ~ && echo \"$3\" >>asked\n"
+                "[ \"$2\" = filetype ] || cat programs 2>/dev/null || echo viewer.desktop\n") < 0)
             qFatal("%s cannot be written.", qPrintable(asker));
         program.setPermissions(QFile::ReadOwner | QFile::ExeOwner);
         qputenv("PATH", QFile::encodeName(home_.path()) + ':' + qgetenv("PATH"));

@@ -28,7 +28,7 @@ protected:
 
     const QTemporaryDir directory_;
     const QString installer_ = directory_.filePath(u"P_2.dmg"_s);
-    const QString programs_ = QDir::homePath() + u"/desktop/programs"_s;
+    const QString programs_ = QDir::homePath() + u"/programs"_s;
     std::optional<UpdateInfoWindowController> controller_;
 };
 
@@ -89,7 +89,7 @@ TEST_F(OpeningTest, SaysWhereTheInstallerIsWhenNoProgramOpensIt)
     EXPECT_EQ(controller_->updateInfoTextField()->toPlainText(),
               directory_.filePath(u"P_2.AppImage"_s));
     EXPECT_EQ(controller_->updateButton()->text(), u"Show in folder"_s);
-    EXPECT_FALSE(readFile(QDir::homePath() + u"/desktop/asked"_s).contains("octet-stream"));
+    EXPECT_FALSE(readFile(QDir::homePath() + u"/asked"_s).contains("octet-stream"));
 
     controller_->updateAction();
     EXPECT_TRUE(waitFor([&] { return !events.list().isEmpty(); }));
