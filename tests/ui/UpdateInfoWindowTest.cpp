@@ -118,8 +118,8 @@ TEST_F(UpdateInfoWindowTest, DoesThePartsOfALeaveInOrder)
 {
     const struct
     {
-        Qt::CheckState dontRemind;
-        void (*leave)(Controller &);
+        Qt::CheckState dontRemind = Qt::Unchecked;
+        void (*leave)(Controller &) = nullptr;
         QStringList events;
     } ways[] = {{Qt::Checked, update, updated},
                 {Qt::Unchecked, notNow, declined},
