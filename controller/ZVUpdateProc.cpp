@@ -141,6 +141,7 @@ public:
         Unnamed, // Good; nobody wants to hear of it.
         No,
         NotNow,
+        Elsewhere, // Good, but what has its final name is another file.
     };
 
     /// How a check is made. Only those in the background look ahead for what will keep the download
@@ -255,6 +256,11 @@ ZVPlatform::Result<void> ZVUpdateProc::setReleaseKeys(const QList<QByteArray> &k
     return {};
 }
 
+bool ZVUpdateProc::accepts(const CheckUpdateResponse &reply) const
+{
+    return !d_->releaseKeys_.get() || reply.release();
+}
+
 int64_t ZVUpdateProc::updateWithDelegate(ZVUpdateProcDelegate *delegate)
 {
     d_->hasChecked_ = true;
@@ -362,6 +368,8 @@ void ZVUpdateProc::downloadFinishWithFilePath(const QString &path)
     LockedFile file(path, stopped);
     const QString diskImagePath = UpdateFiles::diskImagePathFor(path);
     const auto verified = d_->installVerified(file, diskImagePath, response.get(), stopped);
+    if (verified == Private::Verified::Elsewhere)
+        return HttpFunctionPost::failHere(fileError(FileError::NotWritable));
     if (verified == Private::Verified::NotNow) {
         const bool isStopped = d_->isUnwanted();
         HttpFunctionPost::failHere(isStopped ? networkError(NetworkError::Cancelled)
@@ -617,6 +625,8 @@ ZVUpdateProc::Private::fetch(const std::shared_ptr<UpdateLogicFunc> &client,
             return ready;
         if (verified == Verified::Unnamed)
             return {ready.outcome};
+        if (verified == Verified::Elsewhere)
+            return {UpdateOutcome(Kind::DirectoryNotWritable)};
     }
 
     debugLog(QStringLiteral("fileSize ... ") + QString::number(static_cast<int64_t>(remoteSize)));
@@ -672,11 +682,12 @@ bool ZVUpdateProc::Private::hasInstaller(const UpdateFiles &files, const CheckUp
     // A directory is nobody's installer, but stays, and so does what has been fetched.
     if (Files::exists(files.diskImagePath) && !Files::isDirectory(files.diskImagePath)) {
         const auto isOffered = reply.announces(files.diskImagePath, stopped);
-        if (!isOffered || stopped())
+        if (stopped())
             return false;
         // A file that is missing has the digest of no bytes, but is not the file that was
         // announced.
-        if (*isOffered && Files::exists(files.diskImagePath)) {
+        if (isOffered.value_or(false) && self->accepts(reply) &&
+            Files::exists(files.diskImagePath)) {
             debugLog(QStringLiteral("下載好，與線上的MD5相同"));
             return true;
         }
@@ -726,9 +737,8 @@ ZVUpdateProc::Private::installVerified(LockedFile &file, const QString &diskImag
         return Verified::NotNow;
     if (file.state() == LockedFile::State::NotOpen)
         return Verified::No; // The digest of no bytes, but not the file that was announced.
-    const bool isUnsigned = releaseKeys_.get() && (!reply || !reply->release());
-    if (!reply || isUnsigned)
-        return Verified::No;
+    if (!reply || !self->accepts(*reply))
+        return stopped && stopped() ? Verified::NotNow : Verified::No;
     const auto isOffered = reply->announcesOpenFile(file.descriptor(), stopped);
     if (!isOffered)
         return Verified::NotNow;
@@ -742,7 +752,11 @@ ZVUpdateProc::Private::installVerified(LockedFile &file, const QString &diskImag
         return Verified::NotNow;
     if (moved == LockedFile::Moved::No && Files::isDirectory(diskImagePath))
         systemLog(QStringLiteral("A directory is in the place of the installer: ") + diskImagePath);
-    else if (moved == LockedFile::Moved::No)
+    // A host without keys looks for itself at what has the name.
+    if (moved == LockedFile::Moved::No && reply->release() &&
+        !reply->announces(diskImagePath, stopped).value_or(false))
+        return Verified::Elsewhere;
+    if (moved == LockedFile::Moved::No && !Files::isDirectory(diskImagePath))
         file.remove();
     file.close(); // A file that is open for writing cannot be started as a program.
     return Verified::Named;

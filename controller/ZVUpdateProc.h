@@ -211,6 +211,8 @@ public:
     ///@}
 
 private:
+    bool accepts(const CheckUpdateResponse &reply) const;
+
     class ZVUPDATE_NO_EXPORT Private;
     const std::unique_ptr<Private> d_;
 };

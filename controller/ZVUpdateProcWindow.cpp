@@ -24,7 +24,7 @@ QString displayVersion(const QString &version)
 int64_t ZVUpdateProc::showDefaultUpdateWindowWithProductName(const QString &productName)
 {
     const auto response = mLastCheckUpdateResponse();
-    if (!response || !response->ok())
+    if (!response || !response->ok() || !accepts(*response))
         return ZVNoUpdate;
     const auto former = mUpdateInfoWindowCtrl();
     setMUpdateInfoWindowCtrl(nullptr);

@@ -38,6 +38,8 @@ Result<ReleaseKey> ReleaseKey::read(const QByteArray &text)
     if (!key)
         return Failure{QStringLiteral("is neither a line of Base64 nor PEM")};
     constexpr qsizetype size = algorithmSize + numberSize + ed25519KeySize;
+    if (key->size() == algorithmSize + numberSize + ed25519SignatureSize)
+        return Failure{QStringLiteral("is a signature and no key")};
     if (key->size() > size && key->startsWith("Ed"))
         return secretKey();
     if (key->size() != size || !key->startsWith("Ed"))

@@ -80,7 +80,7 @@ public:
 
     /// Starts downloading an update file to a local path in the background, resuming what is there,
     /// and returns 1 at once. A download that is already running goes on beside it. One that would
-    /// make the file longer than mostBytes, if that is given, fails.
+    /// make the file longer than mostBytes, if that is given, fails, and the file is removed.
     int64_t doStartDownload(const QString &token, const QString &fileName, const QString &localPath,
                             WhenUnwritable whenUnwritable = GoOn,
                             std::optional<uint64_t> mostBytes = std::nullopt);

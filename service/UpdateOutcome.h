@@ -72,7 +72,7 @@ struct ZVUPDATE_EXPORT UpdateOutcome
     QString contentType = {};
     /// Where the reply has come from, after redirects; empty when there is none.
     QString finalUrl = {};
-    /// What the service says itself; may be empty.
+    /// What the service says itself; may be empty. Nobody signs it.
     QString serviceMessage = {};
 
     /// An outcome with the message that it has without further knowledge.

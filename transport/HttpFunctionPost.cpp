@@ -99,8 +99,10 @@ public:
                 return Failure{networkError(NetworkError::ReplyTooLarge)};
             return {};
         }
-        if (isTooLong(bytes.size()))
+        if (isTooLong(bytes.size())) {
+            Files::remove(path()); // To resume it would end the same way.
             return stop(fileError(FileError::TooLong));
+        }
         // What is longer than announced is not let fill the disk.
         if (!fits_ && Files::room(path()) < roomToLeave + static_cast<quint64>(bytes.size()))
             return stop(fileError(FileError::NoRoom));

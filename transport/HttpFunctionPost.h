@@ -52,8 +52,8 @@ public:
 
     /// Starts a download into a local file in the background and returns 1 at once. What the file
     /// holds already is not fetched again: the missing bytes are asked for and appended. The file
-    /// is never truncated, renamed or removed. A transport downloads once; a further call does
-    /// nothing.
+    /// is never truncated or renamed, and removed only when a reply would make it too long. A
+    /// transport downloads once; a further call does nothing.
     int64_t DoDownloadAsync(const QString &params, const QString &localFilePath);
 
     /// The step that the download queue runs.
@@ -74,7 +74,7 @@ public:
     void setStopsWhenUnwritable(bool stops) { stopsWhenUnwritable_ = stops; }
 
     /// The size in bytes beyond which a download's file is not to grow: a reply that is longer, or
-    /// says that it will be, fails. To be set before it starts.
+    /// says that it will be, fails, and the file is removed. To be set before it starts.
     void setMostBytes(uint64_t most) { mostBytes_ = most; }
 
     /// Whether a download was started and is over, its delegate's call included.

@@ -94,7 +94,7 @@ struct UpdateInfoWindowController::Private
     bool isVisible() const { return window_ && window_->isVisible(); }
     void tellPlace(const QString &path);
     bool isRight(const QString &path) const { return !fileCheck_ || fileCheck_(path); }
-    void refuse(const QString &path);
+    void refuse();
     void closeAndTell(uint64_t action);
 
     UpdateInfoWindowController *const self;
@@ -197,12 +197,12 @@ void UpdateInfoWindowController::updateAction()
     const auto path = mUpdateFilePath();
     if (!path || !Files::exists(*path))
         return;
-    if (!d_->place_.isEmpty())
-        return WindowSystem::showInFileManager(d_->place_);
     if (d_->isActing_)
         return;
     if (!d_->isRight(*path))
-        return d_->refuse(*path);
+        return d_->refuse();
+    if (!d_->place_.isEmpty())
+        return WindowSystem::showInFileManager(d_->place_);
     // A host may do anything while it takes the step upon itself, or the opening of files.
     const QPointer self(this);
     const bool wasVisible = d_->isVisible();
@@ -218,8 +218,8 @@ void UpdateInfoWindowController::updateAction()
     const QString link = isTaken ? QString() : installerLink(*path);
     if (!isTaken && !d_->isRight(link)) {
         d_->isActing_ = false;
-        QFile::remove(*path);
-        return d_->refuse(link);
+        QFile::remove(link); // It may be a copy.
+        return d_->refuse();
     }
     const bool isDone = isTaken || WindowSystem::openFile(link);
     if (!self)
@@ -445,9 +445,9 @@ void UpdateInfoWindowController::Private::tellPlace(const QString &path)
     }
 }
 
-void UpdateInfoWindowController::Private::refuse(const QString &path)
+void UpdateInfoWindowController::Private::refuse()
 {
-    QFile::remove(path);
+    removeInstaller(self->mUpdateFilePath().value_or(QString()));
     const auto delegate = delegate_;
     if (window_)
         window_->close();

@@ -82,7 +82,7 @@ public:
     /// Has a file looked at in the moment of "Update", before it is handed on, and again under the
     /// name by which it is opened: where that does not hold, it is removed and not opened, the
     /// window closes, and the delegate hears infoWindowRefusedInstaller(). Blocks for as long as
-    /// that takes.
+    /// that takes, twice where the delegate does not see to the update.
     void setFileCheck(const std::function<bool(const QString &path)> &isRight);
 
     /// "Not now": switches automatic updating off if the check box says so, closes the window and

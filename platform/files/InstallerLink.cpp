@@ -34,6 +34,15 @@ bool isSameFile(const QString &one, const QString &other)
 }
 
 // A file that is no link to its installer is somebody else's, and stays.
+void removeLinksTo(const QString &path)
+{
+    for (int kind = 0; kind < static_cast<int>(InstallerKind::Unknown); ++kind) {
+        const QString link = nameFor(path, static_cast<InstallerKind>(kind));
+        if (link != path && isSameFile(link, path))
+            QFile::remove(link);
+    }
+}
+
 void removeLinksOfOthers(const QFileInfo &installer)
 {
     const auto productOf = [](const QFileInfo &file) {
@@ -44,11 +53,7 @@ void removeLinksOfOthers(const QFileInfo &installer)
     for (const QFileInfo &image : images) {
         if (image == installer || productOf(image) != productOf(installer))
             continue;
-        for (int kind = 0; kind < static_cast<int>(InstallerKind::Unknown); ++kind) {
-            const QString link = nameFor(image.filePath(), static_cast<InstallerKind>(kind));
-            if (link != image.filePath() && isSameFile(link, image.filePath()))
-                QFile::remove(link);
-        }
+        removeLinksTo(image.filePath());
     }
 }
 
@@ -80,6 +85,12 @@ QString installerLink(const QString &path)
         return link;
     QFile::remove(link); // It may be cut off.
     return path;
+}
+
+void removeInstaller(const QString &path)
+{
+    removeLinksTo(path);
+    QFile::remove(path);
 }
 
 } // namespace ZVPlatform

@@ -14,4 +14,7 @@ namespace ZVPlatform {
 /// a copy takes.
 ZVUPDATE_EXPORT QString installerLink(const QString &path);
 
+/// Removes an installer and the links to it.
+ZVUPDATE_EXPORT void removeInstaller(const QString &path);
+
 } // namespace ZVPlatform

@@ -1,9 +1,11 @@
 #include "AskingTest.h"
 
 #include "../../service/HttpFunctionURLEncode.h"
+#include "../support/DownloadModes.h"
 #include "../support/SigningKey.h"
 
 #include <QCryptographicHash>
+#include <QDir>
 
 using namespace Qt::StringLiterals;
 
@@ -64,7 +66,7 @@ QByteArray signedReply(const Statement &statement)
 }
 
 /// A host that demands the maker's signature, and whoever owns the way to the service.
-class SignedRelease : public AskingTest
+class SignedRelease : public AskingTest, public testing::WithParamInterface<DownloadMode>
 {
 public:
     SignedRelease() { startAfresh(); }
@@ -74,11 +76,14 @@ public:
         ControllerTest::startAfresh(preferences);
         EXPECT_TRUE(controller->setReleaseKeys({SigningKey('o').line(), key().line()}));
     }
+
+private:
+    const DownloadModeSwitch mode_{GetParam()};
 };
 
 } // namespace
 
-TEST_F(SignedRelease, IsAllThatIsTaken)
+TEST_P(SignedRelease, IsAllThatIsTaken)
 {
     const QByteArray statement = Statement().bytes();
     const QByteArray signature = key().signature(statement);
@@ -163,7 +168,7 @@ TEST_F(SignedRelease, IsAllThatIsTaken)
     }
 }
 
-TEST_F(SignedRelease, IsWhatIsFoundOnDiskToo)
+TEST_P(SignedRelease, IsWhatIsFoundOnDiskToo)
 {
     // Both have the MD5 digest that is announced.
     const Statement lying{.sha256 = QByteArray(64, '0')};
@@ -180,9 +185,38 @@ TEST_F(SignedRelease, IsWhatIsFoundOnDiskToo)
         EXPECT_EQ(ask(Reason::Scheduled), loaded);
     }
     EXPECT_EQ(ask(), QStringList({u"installer-ready"_s, diskImage}));
+
+    // Whoever else has the name meanwhile is not told of.
+    startAfresh();
+    const auto gate = std::make_shared<Gate>();
+    service.setOffer({.gate = gate, .reply = signedReply({})});
+    host.heard.clear();
+    host.received = 0;
+    EXPECT_TRUE(controller->startCheck(Reason::AskedByUser, &host));
+    EXPECT_TRUE(waitFor([this] { return host.received > 0; }));
+    place(diskImage, wrong);
+    gate->open();
+    EXPECT_TRUE(waitFor([this] { return host.heard.size() == 2; }));
+    EXPECT_EQ(host.heard, failed(u"directory-not-writable"_s));
+    EXPECT_EQ(contentOf(temporary), good);
+    EXPECT_EQ(ask(), loaded);
 }
 
-TEST_F(SignedRelease, IsNotThereWithKeysThatAreNone)
+TEST_P(SignedRelease, IsNotHeldUpByAServiceThatIgnoresWhatIsThere)
+{
+    startAfresh({{digestKey, QString::fromLatin1(Statement().md5)}});
+    place(temporary, good.first(1000));
+    ScriptedServer server([this](const ScriptedServer::Request &request) {
+        return request.command().startsWith(u"cmd=check") ? Reply::whole(200, signedReply({}))
+               : request.command() == u"cmd=gettoken" ? Reply::whole(200, R"({"ok":1,"id":"T"})")
+                                                      : Reply::whole(200, good);
+    });
+    writeFile(QDir::home().filePath(u"Documents/ConsoleZVUpdate.mac"_s), server.baseUrl().toUtf8());
+    EXPECT_EQ(ask(), failed(u"wrong-size"_s));
+    EXPECT_EQ(ask(), loaded);
+}
+
+TEST_P(SignedRelease, IsNotThereWithKeysThatAreNone)
 {
     const QByteArray pem = "-----BEGIN PUBLIC KEY-----\nMFYwEAYHKoZIzj0CAQYFK4EEAAoDQgAE\n"
                            "-----END PUBLIC KEY-----\n";
@@ -201,8 +235,12 @@ TEST_F(SignedRelease, IsNotThereWithKeysThatAreNone)
     EXPECT_EQ(ask(), QStringList(u"not-signed"_s));
 }
 
-TEST_F(SignedRelease, IsNotAskedForByOtherHosts)
+TEST_P(SignedRelease, IsNotAskedForByOtherHosts)
 {
     ControllerTest::startAfresh();
     EXPECT_EQ(ask(), loaded);
 }
+
+INSTANTIATE_TEST_SUITE_P(, SignedRelease,
+                         testing::Values(DownloadMode::Session, DownloadMode::Connection),
+                         testing::PrintToStringParamName());

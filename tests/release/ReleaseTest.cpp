@@ -50,6 +50,7 @@ TEST(ReleaseKey, IsReadAsToolsWriteIt)
         {line.chopped(1) + '!', {}},
         {("RW" + bytes("1122334455667788") + key).toBase64(), {}},
         {("Ed" + QByteArray(102, 's')).toBase64(), {}},
+        {("Ed" + QByteArray(72, 's')).toBase64(), {}},
         {pemOf("PUBLIC KEY", secretPem), {}},
         {pemOf("PRIVATE KEY", secretPem), {}},
         {pemOf("PUBLIC KEY", "302a"), {}},

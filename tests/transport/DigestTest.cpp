@@ -33,6 +33,14 @@ TEST(Digest, IsTheOneOfTheBytesThatCount)
     EXPECT_EQ(ZVMisc::getFileMD5(path("a")), QStringLiteral("7707d6ae4e027c70eea2a935c2296f21"));
     EXPECT_EQ(ZVMisc::getFileMD5(path("huge")), abc);
     EXPECT_EQ(ZVMisc::getFileMD5(path("four")), nothing);
+
+    // All of them for the other digest.
+    QFile huge(path("huge"));
+    ASSERT_TRUE(huge.open(QIODevice::ReadOnly));
+    const auto both = ZVPlatform::digestsOfOpenFile(huge.handle(), ZVPlatform::WithSha256::Yes, {});
+    EXPECT_EQ(QString::fromLatin1(both->md5.toHex()), abc);
+    EXPECT_EQ(both->sha256.toHex(),
+              "865bc4c4ee0553b39c87452a033ce3ee8a8d49cf3bd315613f8bb9838ae99b30");
 }
 
 TEST(Digest, OfAFileThatIsCutOffMeanwhileIsEmptyAndAStopEndsIt)

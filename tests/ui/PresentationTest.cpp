@@ -64,7 +64,14 @@ TEST_F(PresentationTest, OpensNoFileThatWasExchangedMeanwhile)
         {
             heard.append(UpdateOutcome::word(outcome.kind));
         }
+        bool installUpdate(const QString &path, ZVPlatform::InstallerKind /*kind*/) override
+        {
+            if (exchangesFile)
+                writeFile(path, "#!/bin/ls\n");
+            return false;
+        }
         QStringList heard;
+        bool exchangesFile = false;
     };
     RefusingHost host;
     const QString path = directory.filePath(u"P1_2103.dmg"_s);
@@ -76,18 +83,28 @@ TEST_F(PresentationTest, OpensNoFileThatWasExchangedMeanwhile)
     response->setZVMD5(QString::fromLatin1(digest(QCryptographicHash::Md5).toHex()));
     response->setRelease(ReleaseStatement{.sha256 = digest(QCryptographicHash::Sha256),
                                           .size = static_cast<quint64>(script.size())});
-    for (const QByteArray &content : {script, QByteArray("#!/bin/ls\n")}) {
+    const std::pair<QByteArray, bool> rows[] = {
+        {script, false}, {"#!/bin/ls\n", false}, {script, true}};
+    for (const auto &[content, isExchangedByHost] : rows) {
         WindowEvents opened;
+        host.exchangesFile = isExchangedByHost;
         writeFile(path, content);
         EXPECT_EQ(show(), 0);
         updater->mUpdateInfoWindowCtrl()->updateAction();
-        const bool isRight = content == script;
+        const bool isRight = content == script && !isExchangedByHost;
         EXPECT_EQ(opened.list(), isRight ? QStringList(u"opened P1_2103.run"_s) : QStringList());
         EXPECT_EQ(QFile::exists(path), isRight);
         EXPECT_EQ(visibleWindows(), 0);
-        QFile::remove(directory.filePath(u"P1_2103.run"_s));
+        EXPECT_EQ(QFile::exists(directory.filePath(u"P1_2103.run"_s)), isRight);
     }
-    EXPECT_EQ(host.heard, QStringList({u"update"_s, u"wrong-digest"_s}));
+    EXPECT_EQ(host.heard, QStringList({u"update"_s, u"wrong-digest"_s, u"wrong-digest"_s}));
+
+    // Nor the file of a reply in which nothing is signed.
+    response->setRelease(std::nullopt);
+    offer(u"2103"_s);
+    EXPECT_EQ(show(), 0);
+    EXPECT_FALSE(updater->setReleaseKeys({}));
+    EXPECT_EQ(show(), ZVUpdateProc::ZVNoUpdate);
 }
 
 TEST_F(PresentationTest, FillsAWindowThatReplacesTheFormerOne)

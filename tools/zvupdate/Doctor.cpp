@@ -250,6 +250,7 @@ void Doctor::examineSignature()
         return; // None were given.
     const auto release = reply_->signedRelease(*keys, productID_, productVersion_);
     if (!release) {
+        files_.reset(); // A check would not look at them.
         fail(u"signature"_s, sentenceFor(release.error()), remedyFor(release.error()));
         return;
     }
