@@ -197,7 +197,7 @@ TEST_P(SignedRelease, IsWhatIsFoundOnDiskToo)
     place(diskImage, wrong);
     gate->open();
     EXPECT_TRUE(waitFor([this] { return host.heard.size() == 2; }));
-    EXPECT_EQ(host.heard, failed(u"directory-not-writable"_s));
+    EXPECT_EQ(host.heard.join(u' '), u"download-started failed: directory-not-writable"_s);
     EXPECT_EQ(contentOf(temporary), good);
     EXPECT_EQ(ask(), loaded);
 }
@@ -212,7 +212,7 @@ TEST_P(SignedRelease, IsNotHeldUpByAServiceThatIgnoresWhatIsThere)
                                                       : Reply::whole(200, good);
     });
     writeFile(QDir::home().filePath(u"Documents/ConsoleZVUpdate.mac"_s), server.baseUrl().toUtf8());
-    EXPECT_EQ(ask(), failed(u"wrong-size"_s));
+    EXPECT_EQ(ask().join(u' '), u"download-started failed: wrong-size"_s);
     EXPECT_EQ(ask(), loaded);
 }
 
