@@ -29,8 +29,8 @@ bool isQuoted(const QString &text)
     return text.startsWith(quote) && text.endsWith(quote);
 }
 
-/// Adds one element of the list of notes. One that lacks a field or is too broken to be unquoted
-/// is passed over; the last one of a language wins.
+// Adds one element of the list of notes. One that lacks a field or is too broken to be unquoted
+// is passed over; the last one of a language wins.
 void addMessage(const QJsonObject &element, CheckUpdateResponse::UpdateMessages &messages)
 {
     std::optional<QString> memo = textField(element, u"memo");

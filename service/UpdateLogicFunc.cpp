@@ -19,7 +19,6 @@ using Kind = UpdateOutcome::Kind;
 namespace {
 
 constexpr std::chrono::milliseconds waitStep(500);
-constexpr int loginRequired = 511; // The HTTP status of a network that wants its users to log in.
 
 // Arguments go into a command as they are: sealed, they need no escaping.
 QString checkCommand(const QString &productID, const QString &productVersion)
@@ -102,9 +101,9 @@ std::optional<UpdateOutcome> failureOf(const HttpFunctionPost &transport)
 UpdateOutcome notAService(const HttpResponse &reply)
 {
     UpdateOutcome outcome = outcomeOf(reply, Kind::NotAService);
-    if (reply.status == loginRequired)
+    if (reply.status == UpdateOutcome::loginRequired)
         outcome.message = QStringLiteral("The network wants you to log in first.");
-    else if (reply.contentType.startsWith(u"text/html", Qt::CaseInsensitive))
+    else if (outcome.mayBeLoginPage())
         outcome.message = QStringLiteral("A web page has come in the place of the update service's "
                                          "reply; the network may want you to log in first.");
     return outcome;
@@ -119,7 +118,7 @@ std::optional<UpdateOutcome> failureOfPost(const HttpFunctionPost &transport,
         return failure;
     if (jsonObject(text).contains(u"ok"))
         return std::nullopt;
-    if (!reply.isSuccess() && reply.status != loginRequired)
+    if (!reply.isSuccess() && reply.status != UpdateOutcome::loginRequired)
         return outcomeOf(reply, httpError(reply.status));
     return notAService(reply);
 }

@@ -50,6 +50,11 @@ UpdateOutcome::UpdateOutcome(Kind what)
 {
 }
 
+bool UpdateOutcome::mayBeLoginPage() const
+{
+    return httpStatus == loginRequired || contentType.startsWith(u"text/html", Qt::CaseInsensitive);
+}
+
 QString UpdateOutcome::word(Kind kind)
 {
     return QString::fromLatin1(entryOf(kind).word);

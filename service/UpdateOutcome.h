@@ -80,6 +80,11 @@ struct ZVUPDATE_EXPORT UpdateOutcome
     /// An outcome with a message of its own.
     UpdateOutcome(Kind what, const QString &sentence) : kind(what), message(sentence) {}
 
+    /// The HTTP status of a network that wants its users to log in first.
+    static constexpr int loginRequired = 511;
+    /// Whether what has answered may be a network's page to log in with.
+    bool mayBeLoginPage() const;
+
     /// The word for an outcome in what programs write, such as "nothing-newer".
     static QString word(Kind kind);
 };

@@ -27,7 +27,7 @@ KeyWords keyWords(const QByteArray &key)
     return result;
 }
 
-/// The first size bytes of the words, which are used up.
+// The first size bytes of the words, which are used up.
 QByteArray bytesOf(Words &words, size_t size)
 {
     qToLittleEndian<uint32_t>(words.data(), static_cast<qsizetype>(words.size()), words.data());
@@ -39,7 +39,7 @@ uint32_t roundCount(const Words &words)
     return static_cast<uint32_t>(6 + 52 / words.size());
 }
 
-/// What a word changes by in one round: next and previous are its neighbours in the ring of words.
+// What a word changes by in one round: next and previous are its neighbours in the ring of words.
 inline uint32_t mix(uint32_t next, uint32_t previous, uint32_t sum, uint32_t keyWord)
 {
     return (((previous >> 5) ^ (next << 2)) + ((next >> 3) ^ (previous << 4))) ^
@@ -74,7 +74,7 @@ void decipher(Words &words, const KeyWords &key)
     }
 }
 
-/// Runs work; running out of memory in it makes its result absent.
+// Runs work; running out of memory in it makes its result absent.
 template <typename Work>
 std::optional<QByteArray> absentWithoutMemory(Work work)
 {
@@ -92,7 +92,7 @@ std::optional<QString> toBase64(const std::optional<QByteArray> &bytes)
     return QString::fromLatin1(bytes->toBase64());
 }
 
-/// Whatever is not of the Base64 alphabet is skipped; what is left must be padded to whole groups.
+// Whatever is not of the Base64 alphabet is skipped; what is left must be padded to whole groups.
 std::optional<QByteArray> fromBase64(const QString &base64)
 {
     constexpr QByteArrayView others = "+/=";

@@ -114,8 +114,7 @@ QString remedyFor(const UpdateOutcome &outcome)
                u"into "
                "all traffic needs its own certificate known here."_s;
     case Kind::NotAService:
-        return outcome.httpStatus == 511 ||
-                       outcome.contentType.startsWith(u"text/html", Qt::CaseInsensitive)
+        return outcome.mayBeLoginPage()
                    ? u"If the network has a page to log in, do that with a browser; otherwise "
                      u"check "
                      "the service's address."_s
