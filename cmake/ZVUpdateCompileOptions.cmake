@@ -14,6 +14,11 @@ target_compile_definitions(zvupdate_compile_options INTERFACE
     QT_NO_FOREACH
     QT_DISABLE_DEPRECATED_BEFORE=0x060400)
 
+# Qt names all that its own libraries are linked to, OpenGL among it. Only what is called is linked here.
+if(CMAKE_SYSTEM_NAME STREQUAL "Linux")
+    target_link_options(zvupdate_compile_options INTERFACE LINKER:--as-needed)
+endif()
+
 # Read once a target, as nearly every file includes them. The linter's build does without, so that each
 # file still names what it needs.
 if(PROJECT_IS_TOP_LEVEL)

@@ -110,3 +110,11 @@ zvupdate_install_pkg_config(zvupdate-core)
 if(ZVUPDATE_BUILD_WINDOW)
     zvupdate_install_pkg_config(zvupdate)
 endif()
+
+# What a host's own build installs is for the host to remove.
+if(PROJECT_IS_TOP_LEVEL)
+    add_custom_target(uninstall
+        COMMAND ${CMAKE_COMMAND} -D BUILD=${PROJECT_BINARY_DIR}
+            -P ${PROJECT_SOURCE_DIR}/cmake/ZVUpdateUninstall.cmake
+        VERBATIM)
+endif()

@@ -1,0 +1,31 @@
+# Removes what "cmake --install" has installed, by the lists that it has left in the build folder, and
+# folders of the library's own that are empty then: cmake -D BUILD=FOLDER -P ZVUpdateUninstall.cmake
+file(GLOB manifests ${BUILD}/install_manifest*.txt)
+if(NOT manifests)
+    message(FATAL_ERROR "Nothing has been installed from ${BUILD}, or it has been removed already.")
+endif()
+
+set(folders)
+foreach(manifest IN LISTS manifests)
+    file(STRINGS ${manifest} installed)
+    foreach(file IN LISTS installed)
+        set(file $ENV{DESTDIR}${file})
+        file(REMOVE ${file})
+        if(EXISTS ${file})
+            message(FATAL_ERROR "${file} cannot be removed.")
+        endif()
+        cmake_path(GET file PARENT_PATH folder)
+        while(folder MATCHES "/ZVUpdate(/|$)")
+            list(APPEND folders ${folder})
+            cmake_path(GET folder PARENT_PATH folder)
+        endwhile()
+    endforeach()
+    file(REMOVE ${manifest})
+endforeach()
+
+# The inner ones first. What is not empty stays.
+list(REMOVE_DUPLICATES folders)
+list(SORT folders ORDER DESCENDING)
+foreach(folder IN LISTS folders)
+    execute_process(COMMAND rmdir ${folder} ERROR_QUIET)
+endforeach()
