@@ -6,13 +6,11 @@ which has found them. A library that LIBRARIES does not know stops the build: so
 it is before it is shipped.
 """
 import argparse
-import datetime
 import json
 import os
 import platform
 import re
 import subprocess
-import time
 import uuid
 from email.utils import parseaddr
 from pathlib import Path
@@ -89,6 +87,7 @@ def main():
     parser.add_argument('output', type=Path)
     parser.add_argument('--product', required=True, help='NAME=VERSION of all that is shipped')
     parser.add_argument('--maintainer', required=True, help='NAME <ADDRESS>')
+    parser.add_argument('--created', required=True)
     parser.add_argument('--compiler', required=True, help='NAME=VERSION')
     parser.add_argument('--found', action='append', default=[], metavar='NAME=VERSION')
     parser.add_argument('--readelf', default='readelf')
@@ -129,8 +128,6 @@ def main():
     # Two documents share a name only when they say the same.
     contents = {'packages': packages, 'relationships': relationships}
     identity = uuid.uuid5(uuid.NAMESPACE_URL, json.dumps(contents))
-    created = datetime.datetime.fromtimestamp(int(os.environ.get('SOURCE_DATE_EPOCH', time.time())),
-                                              datetime.timezone.utc)
     options.output.write_text(json.dumps({
         'spdxVersion': 'SPDX-2.3',
         'dataLicense': 'CC0-1.0',
@@ -138,7 +135,7 @@ def main():
         'name': f'{product}-{version}',
         'documentNamespace': f'https://zvupdate.invalid/spdx/{product}-{version}-{identity}',
         'creationInfo': {
-            'created': created.strftime('%Y-%m-%dT%H:%M:%SZ'),
+            'created': options.created,
             'creators': [supplier, f'Tool: {Path(__file__).name}-{version}'],
         },
         **contents,
