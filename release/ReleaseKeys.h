@@ -27,6 +27,7 @@ public:
     std::optional<ReleaseKey> signer(const QByteArray &statement,
                                      const QStringList &signatures) const;
 
+    /// All of them, in the order in which they were read.
     const QList<ReleaseKey> &keys() const { return keys_; }
 
 private:
