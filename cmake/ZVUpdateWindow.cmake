@@ -35,7 +35,8 @@ file(CONFIGURE OUTPUT ${bundle}/ZVUpdate.qrc
 # Version 1 of the format keeps no times of files, so that the library is the same whenever it is built.
 add_custom_command(
     OUTPUT ${bundle}/ZVUpdateResources.cpp
-    COMMAND Qt6::rcc --format-version 1 --name ZVUpdate -o ${bundle}/ZVUpdateResources.cpp ${bundle}/ZVUpdate.qrc
+    COMMAND Qt6::rcc --format-version 1 --name ZVUpdate
+        -o ${bundle}/ZVUpdateResources.cpp ${bundle}/ZVUpdate.qrc
     DEPENDS ${bundle}/ZVUpdate.qrc ${layout} ${compiledTables}
     VERBATIM)
 
