@@ -191,6 +191,8 @@ TEST_P(Download, FetchesWhatIsMissingOnceAndReportsOnce)
         ASSERT_TRUE(waitForEnd());
         EXPECT_TRUE(readFile(path_) == content);
         EXPECT_EQ(transport_->mCancelDownloadTempFile(), path_);
+        EXPECT_FALSE(transport_->mlocalFile() || transport_->mParamStr()) << "Nothing writes them.";
+        EXPECT_EQ(transport_->mThreadEnded(), 1);
         EXPECT_EQ(transport_->downloadedBytes(), static_cast<uint64_t>(content.size()));
         EXPECT_EQ(transport_->expectedBytes(), content.size());
         ASSERT_TRUE(waitForLastOwner());
@@ -243,7 +245,11 @@ TEST_P(Download, NeedsNeitherADelegateNorAnOwner)
     const auto gate = std::make_shared<Gate>();
     ScriptedServer server(Reply().send("HTTP/1.1 200 OK" + half).wait(gate).send("abcdefghij"));
     start(server);
+    EXPECT_NE(transport_->mDownloadQueue(), nullptr);
     ASSERT_TRUE(waitForSize(10));
+    EXPECT_EQ(transport_->currentSession() != nullptr, isSession_);
+    EXPECT_EQ(transport_->currentDownloadTask() != nullptr, isSession_);
+    EXPECT_EQ(transport_->currentConnection() != nullptr, !isSession_);
     EXPECT_GT(libraryThreads(), 0);
     delegate_.reset();
     EXPECT_EQ(transport_->delegate(), nullptr);

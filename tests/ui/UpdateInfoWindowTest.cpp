@@ -455,6 +455,25 @@ TEST_F(UpdateInfoWindowTest, SkipsWhatItsLayoutLacksWithoutAWord)
         EXPECT_EQ(messages, QStringList());
         EXPECT_EQ(events.list().mid(before), (QStringList{u"told 0"_s, updated[0], updated[2]}));
     }
+
+    // A host may put parts of its own where the layout has none.
+    auto *window = controller->window();
+    controller->setUpdateButton(new QPushButton(window));
+    controller->setNotNowButton(new QPushButton(window));
+    controller->setDontReminedMe(new QCheckBox(window));
+    controller->setUpdateTitleTextField(new QLabel(window));
+    controller->setUpdateInfoTitleTextField(new QLabel(window));
+    controller->setUpdateInfoTextField(new QTextEdit(window));
+    controller->setMUpdateInfo(u"Notes."_s);
+    controller->reloadWindow();
+    EXPECT_EQ((QStringList{controller->updateButton()->text(), controller->notNowButton()->text(),
+                           controller->dontReminedMe()->text(),
+                           controller->updateTitleTextField()->text(),
+                           controller->updateInfoTitleTextField()->text(),
+                           controller->updateInfoTextField()->toPlainText()}),
+              (QStringList{u"Update"_s, u"Not now"_s, u"Do not update.  Don't ask me again."_s,
+                           u"The latest version Sample App v2.1.0.3 is ready to install now."_s,
+                           u"What's new ?"_s, u"Notes."_s}));
 }
 
 } // namespace
