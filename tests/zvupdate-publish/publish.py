@@ -81,11 +81,20 @@ class Folder(unittest.TestCase):
 
     def make_site(self, *more):
         return json.loads(self.publish("site", "--catalogue", self.catalogue, "--output",
-                                       self.folder / "site", "--format", "nginx", "--json", *more))
+                                       self.folder / "site", "--format", "nginx", "--json",
+                                       *more).splitlines()[0])  # Warnings follow.
 
     def rollback(self, *arguments, status=0):
         return self.publish("rollback", "--output", self.folder / "site", *arguments,
                             status=status)
+
+    def key(self, name):
+        """A new key: the public one's file, and the command that signs under it."""
+        secret, public = self.folder / f"{name}.pem", self.folder / f"{name}.pub"
+        subprocess.run(["openssl", "genpkey", "-algorithm", "ed25519", "-out", secret], check=True)
+        subprocess.run(["openssl", "pkey", "-in", secret, "-pubout", "-out", public], check=True)
+        return public, (f"openssl pkeyutl -sign -rawin -inkey {secret} -in {{statement}} "
+                        "-out {signature}")
 
     def releases(self):
         return json.loads((self.catalogue / "releases.json").read_text())
@@ -221,6 +230,68 @@ class Catalogue(Folder):
         self.assertIn("knows of no installer",
                       self.change("withdraw", "--remove-installer", status=1))
         self.assertIn("there is no file", self.undo(status=1))
+
+    def test_offers_only_what_old_and_new_builds_take(self):
+        (old, by_old), (new, by_new), (_, by_other) = map(self.key, ("old", "new", "other"))
+        for version in ("1", "2", "3"):
+            self.add(version, self.file("installer", b"version " + version.encode()), *{
+                "1": ("--supersedes", "0", "--release-key", old), "2": (),
+                "3": ("--release-key", new, "--expires", "2999-01-01T00:00:00Z")}[version])
+        self.add("1", self.notes, product="P2")
+        sign = ("sign", "--product-id", "P1", "--version")
+        edit = ("edit", "--version", "1", "--product-id")
+        garbage = self.file("garbage", b"RWQ=")
+        for arguments, status, reason in (
+                ((*sign, "1", "--with", by_other), 1, "signature 1 of 1 is not of what is to be"),
+                ((*sign, "2", "--with", by_new), 1, "version 1 would refuse it, as it is signed un"),
+                ((*sign, "3", "--with", by_old, "--with", by_other), 1, "signature 2 of 2 is not"),
+                ((*sign, "3", "--with", "exit 3 {statement}{signature}"), 1, "with the status 3"),
+                ((*sign, "3", "--with", ": {statement} {signature}"), 1, "cannot be read: No such"),
+                ((*sign, "3", "--with", "kill -9 $$ {statement}{signature}"), 1, "come to its end"),
+                ((*sign, "3", "--with", by_new.replace("{statement}", "x")), 2, "not have both"),
+                (("attach", *sign[1:], "3", "--signature", garbage), 1, "is no signature of sig"),
+                ((*sign, "1", "--product-id", "P2", "--with", by_new), 1, "it has no keys; give"),
+                ((*edit, "P2", "--expires", "2999-01-01T00:00:00Z"), 1, "so that it is not signed"),
+                ((*edit, "P1", "--expires", "2001-01-01T00:00:00Z"), 1, "has passed"),
+                ((*edit, "P1", "--release-key", self.folder / "old.pem"), 1, "is a secret key")):
+            with self.subTest(arguments=arguments):
+                command, *rest = arguments
+                self.assertIn(reason, self.publish(command, "--catalogue", self.catalogue, *rest,
+                                                   status=status))
+
+        def offered():
+            """What the site offers of P1, and who has signed it."""
+            made = self.make_site()
+            listed = json.loads(self.publish("list", "--catalogue", self.catalogue, "--json"))
+            newest = [each for each in listed["releases"]
+                      if each["newest"] and each["product"] == "P1"]
+            self.assertEqual(made["installers"], 1 + 3 - len(made["refused"]))
+            return [(each["version"], len(each["signedBy"])) for each in newest]
+        self.assertEqual(offered(), [])
+        self.change("sign", "--with", by_old, version="1")
+        self.assertEqual(offered(), [("1", 1)])
+        self.change("sign", "--with", by_old, "--with", by_new, version="3")
+        self.assertEqual(offered(), [("3", 2)])
+        voids = self.change("edit", "--notes", f"en={self.notes}", version="3")
+        self.assertRegex(voids, "(?s)signatures are void.*P1 3 is not offered: version 1 would ref")
+        statement = json.loads((self.catalogue / "installers/P1_3-2.statement").read_bytes())
+        self.assertEqual(statement["ZVSigned"]["expires"], "2999-01-01T00:00:00Z")
+        self.assertEqual(offered(), [("1", 1)])
+        self.undo()
+        self.assertEqual(offered(), [("3", 2)])
+        # What is signed is of this release, and nothing else of the maker's.
+        catalogue = self.releases()
+        first, second, third = catalogue["products"][0]["releases"]
+        for other, reason in ((first, "no newer than what is running"), (second, "none of its"),
+                              (None, "what is signed is version 3")):
+            taken = dict(third) if other is None else {**third, **{
+                member: other.get(member, []) for member in ("statement", "signatures")}}
+            if other is None:
+                taken["version"] = "4"
+            catalogue["products"][0]["releases"] = [first, second, taken]
+            (self.catalogue / "releases.json").write_text(json.dumps(catalogue))
+            self.assertIn(reason, self.publish("list", "--catalogue", self.catalogue, "--json"))
+            self.assertEqual(offered(), [("1", 1)])
 
     def test_watches_long_work_and_keeps_holes(self):
         self.add("1", self.file("installer", b"first"))

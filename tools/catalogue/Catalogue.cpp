@@ -47,7 +47,7 @@ private:
     Product product(const QJsonValue &value, const QString &path)
     {
         const QJsonObject fields = object(value, path);
-        Product product{text(fields, path, u"id"_s), {}};
+        Product product{text(fields, path, u"id"_s)};
         expect(!productIds_.contains(product.id), path + u".id"_s,
                u"the product \"%1\" is listed twice"_s.arg(product.id));
         productIds_.insert(product.id);
@@ -58,7 +58,47 @@ private:
                   [](const Release &a, const Release &b) {
                       return compareVersions(a.version, b.version) < 0;
                   });
+        for (const QString &list : {u"releases"_s, u"withdrawn"_s})
+            addBuilds(&product, fields[list].toArray(), path + u'.' + list);
+        sortBuilds(&product);
         return product;
+    }
+
+    // A version that was withdrawn has its users, too.
+    void addBuilds(Product *product, const QJsonArray &records, const QString &path)
+    {
+        for (qsizetype i = 0; i < records.size(); ++i) {
+            const QJsonObject fields = records[i].toObject();
+            const QJsonValue value = fields[u"releaseKeys"_s];
+            if (value.isUndefined())
+                continue;
+            QList<QByteArray> texts;
+            const QStringList given = value.toVariant().toStringList();
+            for (const QString &text : given)
+                texts.append(text.toUtf8());
+            const auto keys = ReleaseKeys::read(texts);
+            if (keys)
+                product->builds.append({fields[u"version"_s].toString(), *keys});
+            else
+                expect(false, path + u"[%1].releaseKeys"_s.arg(i), keys.error());
+        }
+    }
+
+    static void sortBuilds(Product *product)
+    {
+        QList<Build> &builds = product->builds;
+        std::sort(builds.begin(), builds.end(), [](const Build &a, const Build &b) {
+            return compareVersions(a.version, b.version) < 0;
+        });
+        const auto isSameKey = [](const ReleaseKey &a, const ReleaseKey &b) {
+            return a.bytes() == b.bytes();
+        };
+        const auto haveSameKeys = [&isSameKey](const Build &a, const Build &b) {
+            const auto &keys = a.keys.keys();
+            const auto &others = b.keys.keys();
+            return std::equal(keys.begin(), keys.end(), others.begin(), others.end(), isSameKey);
+        };
+        builds.erase(std::unique(builds.begin(), builds.end(), haveSameKeys), builds.end());
     }
 
     void add(Product *product, const QJsonValue &value, const QString &path)
@@ -66,9 +106,12 @@ private:
         const QJsonObject fields = object(value, path);
         const QString version = text(fields, path, u"version"_s);
         const QString installer = text(fields, path, u"installer"_s);
-        const Release release{version, fileName(product->id, version),
-                              installerPath(installer, path + u".installer"_s),
-                              notes(fields[u"notes"], path + u".notes"_s)};
+        const Release release{version,
+                              fileName(product->id, version),
+                              filePath(installer, path + u".installer"_s),
+                              notes(fields[u"notes"], path + u".notes"_s),
+                              statement(fields[u"statement"], path + u".statement"_s),
+                              fields[u"signatures"].toVariant().toStringList()};
         const QString versionPath = path + u".version"_s;
         expect(hasNumber(version), versionPath,
                u"\"%1\" has no number to order it by"_s.arg(version));
@@ -91,13 +134,13 @@ private:
         return files ? files->serviceFileName : QString();
     }
 
-    QString installerPath(const QString &installer, const QString &path)
+    QString filePath(const QString &name, const QString &path)
     {
-        const QFileInfo file(directory_ + installer);
+        const QFileInfo file(directory_ + name);
         const auto expectOfFile = [&](bool isRight, const QString &reason) {
             expect(isRight, path, reason.arg(file.filePath()));
         };
-        expect(!QDir::isAbsolutePath(installer), path,
+        expect(!QDir::isAbsolutePath(name), path,
                u"must be relative to the folder of releases.json"_s);
         expectOfFile(file.exists(), u"there is no file \"%1\""_s);
         expectOfFile(file.isFile(), u"\"%1\" is not a file"_s);
@@ -107,6 +150,14 @@ private:
         expect(absolute.startsWith(directory_), path,
                u"\"%1\" lies outside the folder of releases.json"_s.arg(absolute));
         return absolute;
+    }
+
+    QByteArray statement(const QJsonValue &value, const QString &path)
+    {
+        if (value.isUndefined())
+            return {};
+        const auto bytes = RegularFile::read(filePath(value.toString(), path));
+        return bytes ? *bytes : QByteArray();
     }
 
     QList<Note> notes(const QJsonValue &value, const QString &path)

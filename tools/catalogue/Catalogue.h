@@ -1,9 +1,12 @@
 #pragma once
 
 #include "../../platform/Result.h"
+#include "../../release/ReleaseKeys.h"
 
+#include <QByteArray>
 #include <QList>
 #include <QString>
+#include <QStringList>
 
 /// What a folder of releases offers, as its releases.json says.
 namespace Catalogue {
@@ -23,13 +26,27 @@ struct Release
     /// Where the installer lies: absolute and free of symbolic links.
     QString installerPath;
     QList<Note> notes;
+    /// What the maker signs of it; empty where nothing is to be signed.
+    QByteArray statement = {};
+    /// The maker's signatures of that, in Base64.
+    QStringList signatures = {};
+};
+
+/// A version that users have or will have, and the keys by which it tells the maker's signature.
+struct Build
+{
+    QString version;
+    ReleaseKeys keys;
 };
 
 struct Product
 {
     QString id;
     /// Oldest first; no two of the same version.
-    QList<Release> releases;
+    QList<Release> releases = {};
+    /// The releases that demand a signature of what is newer, withdrawn ones among them, oldest
+    /// first. Of several in a row that have the same keys only the first.
+    QList<Build> builds = {};
 };
 
 /// The catalogue file of a folder.

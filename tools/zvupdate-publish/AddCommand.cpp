@@ -4,6 +4,7 @@
 #include "FilePlacing.h"
 #include "InstallerCheck.h"
 #include "ReleaseRecord.h"
+#include "StatementFile.h"
 
 #include "../catalogue/InstallerDigests.h"
 #include "../commands/Arguments.h"
@@ -31,8 +32,24 @@ struct Addition
     QString installer;
     QJsonObject notes;
     QStringList supersedes;
+    QJsonArray releaseKeys;
+    std::optional<QDateTime> expires;
     QStringList warnings;
 };
+
+// Without keys of its own a build has those of the one before, or that had its version.
+QJsonArray inheritedKeys(const CatalogueFile &catalogue, const Addition &addition)
+{
+    const auto *product = catalogue.product(addition.productId);
+    QJsonArray keys;
+    for (const auto &build : product ? product->builds : QList<Catalogue::Build>()) {
+        if (compareVersions(build.version, addition.version) <= 0)
+            keys = catalogue.record(addition.productId, build.version)
+                       .value(u"releaseKeys"_s)
+                       .toArray();
+    }
+    return keys;
+}
 
 bool isBareDigits(const QString &version)
 {
@@ -88,6 +105,18 @@ Result<void> checkVersion(const CatalogueFile &catalogue, const Addition &additi
         compareVersions(version, product->releases.last().version) < 0)
         return Failure{u"version %1 is older than %2, the newest; choose a higher version, or give "
                        "--force"_s.arg(version, product->releases.last().version)};
+    return {};
+}
+
+// By its size and SHA-256 digest, which the maker signs, any size is verified.
+Result<void> checkSize(Addition *addition)
+{
+    const auto mistaken = InstallerCheck::sizeDoubt(addition->installer);
+    if (mistaken && addition->releaseKeys.isEmpty())
+        return Failure{u"--installer: %1; give a smaller installer, or sign releases, for which "
+                       "see --release-key"_s.arg(*mistaken)};
+    if (mistaken)
+        addition->warnings.append(*mistaken + u", unless they have release keys"_s);
     return {};
 }
 
@@ -150,7 +179,7 @@ Result<Place> placeFor(const CatalogueFile &catalogue, const Addition &addition)
     return Place{path, true};
 }
 
-Result<void> placeInstaller(const Addition &addition, const QString &path, const QString &md5,
+Result<void> placeInstaller(const Addition &addition, const QString &path, const QString &sha256,
                             bool isForPrograms, Console &console)
 {
     QDir().mkpath(QFileInfo(path).path());
@@ -158,13 +187,14 @@ Result<void> placeInstaller(const Addition &addition, const QString &path, const
     WorkProgress progress(console, u"Copying"_s, 2 * QFileInfo(addition.installer).size(),
                           !isForPrograms);
     // A copy of its own: what becomes of the original is its maker's business.
-    return FilePlacing::place(addition.installer, path, FilePlacing::Sharing::None, md5,
+    return FilePlacing::place(addition.installer, path, FilePlacing::Sharing::None, sha256,
                               [&progress](qint64 bytes) { progress.advance(bytes); });
 }
 
 // Enters the release into the catalogue, which then has the record that is returned.
-Result<QJsonObject> enter(CatalogueFile *catalogue, const Addition &addition, const QString &md5,
-                          const Arguments &arguments, Console &console)
+Result<QJsonObject> enter(CatalogueFile *catalogue, const Addition &addition,
+                          const InstallerDigests::Both &digests, const Arguments &arguments,
+                          Console &console)
 {
     const auto place = placeFor(*catalogue, addition);
     if (!place)
@@ -172,17 +202,29 @@ Result<QJsonObject> enter(CatalogueFile *catalogue, const Addition &addition, co
     QJsonObject record{{u"version"_s, addition.version},
                        {u"installer"_s, QDir(catalogue->directory()).relativeFilePath(place->path)},
                        {u"size"_s, QFileInfo(addition.installer).size()},
-                       {u"md5"_s, md5},
+                       {u"md5"_s, digests.md5},
                        {u"notes"_s, addition.notes}};
     if (!addition.supersedes.isEmpty())
         record.insert(u"supersedes"_s, QJsonArray::fromStringList(addition.supersedes));
-    if (arguments.isSet(u"dry-run"_s))
-        return record;
+    const bool isDryRun = arguments.isSet(u"dry-run"_s);
     Result<void> done;
-    if (place->isNew)
-        done = placeInstaller(addition, place->path, md5, arguments.isSet(u"json"_s), console);
+    if (place->isNew && !isDryRun)
+        done = placeInstaller(addition, place->path, digests.sha256, arguments.isSet(u"json"_s),
+                              console);
+    if (done && !addition.releaseKeys.isEmpty()) {
+        record.insert(u"releaseKeys"_s, addition.releaseKeys);
+        const ReleaseStatement statement{addition.productId,
+                                         addition.version,
+                                         digests.md5,
+                                         QByteArray::fromHex(digests.sha256.toLatin1()),
+                                         static_cast<quint64>(record.value(u"size"_s).toInteger()),
+                                         addition.expires};
+        done = StatementFile::write(*catalogue, statement, isDryRun, &record);
+    }
     if (!done)
         return Failure{done.error()};
+    if (isDryRun)
+        return record;
     catalogue->add(addition.productId, record);
     done = catalogue->save();
     if (!done && place->isNew)
@@ -193,11 +235,15 @@ Result<QJsonObject> enter(CatalogueFile *catalogue, const Addition &addition, co
 
 QString lineOf(const Addition &addition, const QJsonObject &record, bool isDryRun)
 {
-    return (isDryRun ? u"Would add %1 %2: %3, %4 bytes, MD5 %5"_s
-                     : u"Added %1 %2: %3, %4 bytes, MD5 %5"_s)
-        .arg(addition.productId, addition.version, record.value(u"installer"_s).toString(),
-             QString::number(record.value(u"size"_s).toInteger()),
-             record.value(u"md5"_s).toString());
+    const QString statement = record.value(u"statement"_s).toString();
+    return (isDryRun ? u"Would add %1 %2: %3, %4 bytes, MD5 %5%6"_s
+                     : u"Added %1 %2: %3, %4 bytes, MD5 %5%6"_s)
+        .arg(
+            addition.productId, addition.version, record.value(u"installer"_s).toString(),
+            QString::number(record.value(u"size"_s).toInteger()), record.value(u"md5"_s).toString(),
+            statement.isEmpty()
+                ? QString()
+                : u"; it is offered when %1 is signed, by \"sign\" or \"attach\""_s.arg(statement));
 }
 
 // What can be told without the catalogue.
@@ -218,6 +264,14 @@ Outcome prepare(const Arguments &arguments, Addition *addition)
     if (!superseded)
         return Failure{superseded.error()};
     addition->supersedes = *superseded;
+    const auto keys = ReleaseRecord::readReleaseKeys(arguments);
+    if (!keys)
+        return Failure{keys.error()};
+    addition->releaseKeys = *keys;
+    const auto expires = ReleaseRecord::readExpires(arguments);
+    if (!expires)
+        return Failure{expires.error()};
+    addition->expires = *expires;
     addition->warnings += ReleaseRecord::warningsOf(*notes);
     return Success;
 }
@@ -229,6 +283,8 @@ Outcome add(const Arguments &arguments, Console &console)
                       *arguments.value(u"installer"_s),
                       {},
                       {},
+                      {},
+                      {},
                       {}};
     if (auto prepared = prepare(arguments, &addition); !prepared)
         return prepared;
@@ -236,20 +292,27 @@ Outcome add(const Arguments &arguments, Console &console)
     if (!catalogue)
         return Failure{catalogue.error()};
     const bool isForced = arguments.isSet(u"force"_s);
+    if (addition.releaseKeys.isEmpty())
+        addition.releaseKeys = inheritedKeys(*catalogue, addition);
+    if (addition.expires && addition.releaseKeys.isEmpty())
+        return Failure{u"--expires: no build has keys, so that nothing is signed; give "
+                       "--release-key, too"_s};
     auto checked = checkVersion(*catalogue, addition, isForced);
+    if (checked)
+        checked = checkSize(&addition);
     if (!checked)
         return Failure{checked.error()};
     const QFileInfo installer(addition.installer);
     WorkProgress progress(console, u"Reading"_s, installer.size(), !arguments.isSet(u"json"_s));
-    const auto md5 = InstallerDigests().md5(installer.canonicalFilePath(),
-                                            [&progress](qint64 bytes) { progress.advance(bytes); });
-    if (!md5)
+    const auto digests = InstallerDigests::both(
+        installer.canonicalFilePath(), [&progress](qint64 bytes) { progress.advance(bytes); });
+    if (!digests)
         return Failure{u"--installer: %1 cannot be read; give a file that nobody writes into"_s.arg(
             addition.installer)};
-    checked = checkInstaller(*catalogue, *md5, isForced, &addition);
+    checked = checkInstaller(*catalogue, digests->md5, isForced, &addition);
     if (!checked)
         return Failure{checked.error()};
-    const auto record = enter(&*catalogue, addition, *md5, arguments, console);
+    const auto record = enter(&*catalogue, addition, *digests, arguments, console);
     if (!record)
         return Failure{record.error()};
     ReleaseRecord::report(addition.productId, *record, addition.warnings,
@@ -269,6 +332,10 @@ Command addCommand()
                     "catalogue's folder is copied into it, and what becomes of the original "
                     "later is not published: sign an installer before it is added. One that lies "
                     "in the folder is never to be written into, only replaced as a whole."_s,
+                    u"Once a release has --release-key, the later ones have its keys, too, unless "
+                    "they are given others. What is to be signed of a release with keys is written "
+                    "beside its installer, and it is offered to nobody until it is signed as all "
+                    "older ones demand it, or, where those have no keys, as it does itself."_s,
                     u"zvupdate-service sees the release at once, a static site when it is made "
                     "anew."_s},
         .options = {CatalogueOption::catalogue(),
@@ -284,6 +351,8 @@ Command addCommand()
                      .isRequired = true},
                     ReleaseRecord::notesOption(),
                     ReleaseRecord::supersedesOption(),
+                    ReleaseRecord::releaseKeyOption(),
+                    ReleaseRecord::expiresOption(),
                     {.name = u"force"_s,
                      .help = u"Also adds a version that is older than the newest, or that was "
                              "withdrawn, and an installer that looks like the wrong file: that of "

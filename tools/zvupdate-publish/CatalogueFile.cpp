@@ -5,6 +5,7 @@
 #include "FilePlacing.h"
 #include "ReleaseRecord.h"
 
+#include "../catalogue/Signing.h"
 #include "../commands/Arguments.h"
 
 #include <ZVUpdate/platform/settings/VersionOrder.h>
@@ -131,7 +132,11 @@ QJsonObject CatalogueFile::described(const Catalogue::Product &product,
     QJsonObject result = record(product.id, release.version);
     result.insert(u"product"_s, product.id);
     result.insert(u"size"_s, QFileInfo(release.installerPath).size());
-    result.insert(u"newest"_s, release.version == product.releases.last().version);
+    const Catalogue::Release *newest = Signing::newest(product);
+    result.insert(u"newest"_s, newest && newest->version == release.version);
+    result.insert(u"signedBy"_s, QJsonArray::fromStringList(Signing::signers(product, release)));
+    if (const auto refused = Signing::refusal(product, release))
+        result.insert(u"refused"_s, *refused);
     return result;
 }
 
@@ -148,11 +153,7 @@ QStringList CatalogueFile::outdated(const Catalogue::Product &product) const
 {
     if (product.releases.isEmpty())
         return {};
-    QStringList versions = goneVersions(product.id);
-    for (const Catalogue::Release &release : product.releases)
-        versions += QStringList(release.version) +
-                    ReleaseRecord::superseded(record(product.id, release.version));
-    versions.removeDuplicates();
+    QStringList versions = knownVersions(product.id);
     const QString newest = product.releases.last().version;
     versions.removeIf(
         [&newest](const QString &version) { return compareVersions(version, newest) >= 0; });
@@ -163,7 +164,7 @@ QStringList CatalogueFile::outdated(const Catalogue::Product &product) const
 
 QStringList CatalogueFile::current(const Catalogue::Product &product) const
 {
-    QStringList versions = goneVersions(product.id);
+    QStringList versions = knownVersions(product.id);
     const QStringList older = outdated(product);
     versions.removeIf([&older](const QString &version) { return older.contains(version); });
     if (!product.releases.isEmpty())
@@ -258,13 +259,17 @@ std::optional<QString> CatalogueFile::within(const QString &installer) const
     return file.isFile() && path.startsWith(directory_ + u'/') ? std::optional(path) : std::nullopt;
 }
 
-// Withdrawn versions, and what they have superseded, which is still out there.
-QStringList CatalogueFile::goneVersions(const QString &productId) const
+// Releases, withdrawn ones among them, and what they have superseded, which is still out there.
+QStringList CatalogueFile::knownVersions(const QString &productId) const
 {
     QStringList versions = withdrawn(productId);
-    const QStringList gone = versions;
-    for (const QString &version : gone)
+    const QJsonArray releases = productRecords_.value(productId).value(u"releases"_s).toArray();
+    for (const auto &release : releases)
+        versions.append(versionOf(release));
+    const QStringList released = versions;
+    for (const QString &version : released)
         versions += ReleaseRecord::superseded(record(productId, version));
+    versions.removeDuplicates();
     return versions;
 }
 

@@ -17,6 +17,9 @@ class Arguments;
 /// A folder's releases.json, to be read and to be changed. What this program does not know in it
 /// stays as it is. Beside what zvupdate-service reads it keeps
 /// - "size" and "md5" of a release: its installer as it was when it was added,
+/// - "releaseKeys" of a release: the texts of the public keys that this build has,
+/// - "statement" and "signatures" of a release that has them: the path of what the maker signs, in
+///   the folder, and its signatures in Base64,
 /// - "supersedes" of a release: older versions that clients have and that are no releases here,
 /// - "withdrawn" of a product: what the file said of releases that were withdrawn, or, in older
 ///   files, their versions alone.
@@ -53,17 +56,17 @@ public:
                                                            const QString &version) const;
     /// What the file says of a release, or of one that was withdrawn; of any other nothing.
     QJsonObject record(const QString &productId, const QString &version) const;
-    /// The same of a release for people, with its size as it is now.
+    /// The same of a release for people, with its size as it is now, the keys that have signed it
+    /// and, if it is not offered, the reason.
     QJsonObject described(const Catalogue::Product &product,
                           const Catalogue::Release &release) const;
     /// Versions.
     QStringList withdrawn(const QString &productId) const;
-    /// Every version of a product that clients may have and that is older than the newest release,
-    /// oldest first: other releases, superseded versions and withdrawn ones.
+    /// Every version of a product that clients may have and that is older than the newest of the
+    /// releases given, oldest first: other releases, superseded versions and withdrawn ones.
     QStringList outdated(const Catalogue::Product &product) const;
     /// Versions of a product that clients may have and for which there is nothing newer: the newest
-    /// and, above it, withdrawn ones and what those have superseded, or all of them where there is
-    /// no release.
+    /// of the releases given and all above it, or all of them where none is given.
     QStringList current(const Catalogue::Product &product) const;
 
     /// Where the installer of a release or of a withdrawn one lies; absent when that is unknown,
@@ -87,7 +90,7 @@ private:
     CatalogueFile() = default;
 
     std::optional<QString> within(const QString &installer) const;
-    QStringList goneVersions(const QString &productId) const;
+    QStringList knownVersions(const QString &productId) const;
     void removeUnfinished() const;
     void setProductRecord(const QString &productId, const QJsonObject &record);
 

@@ -78,6 +78,13 @@ CommandOption CatalogueOption::dryRun()
     return {.name = u"dry-run"_s, .help = u"Says what would be done, and changes nothing."_s};
 }
 
+CommandOption CatalogueOption::allowUnsigned()
+{
+    return {.name = u"allow-unsigned"_s,
+            .help = u"Also takes releases for offered that are not signed as builds with release "
+                    "keys demand it, which those will refuse."_s};
+}
+
 Result<std::unique_ptr<QLockFile>> CatalogueOption::lock(const QString &directory)
 {
     if (!QDir(directory).exists())

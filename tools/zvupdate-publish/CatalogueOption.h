@@ -14,6 +14,7 @@ CommandOption productId();
 CommandOption version();
 CommandOption json();
 CommandOption dryRun();
+CommandOption allowUnsigned();
 
 /// Keeps others from changing a folder as long as the lock lives.
 ZVPlatform::Result<std::unique_ptr<QLockFile>> lock(const QString &directory);

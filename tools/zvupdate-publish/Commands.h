@@ -6,6 +6,8 @@ Command addCommand();
 Command editCommand();
 Command listCommand();
 Command showCommand();
+Command signCommand();
+Command attachCommand();
 Command withdrawCommand();
 Command undoCommand();
 Command siteCommand();

@@ -2,9 +2,13 @@
 #include "CatalogueOption.h"
 #include "Commands.h"
 #include "ReleaseRecord.h"
+#include "StatementFile.h"
 
+#include "../catalogue/InstallerDigests.h"
+#include "../catalogue/Signing.h"
 #include "../commands/Arguments.h"
 
+#include <QFileInfo>
 #include <QJsonArray>
 
 #include <algorithm>
@@ -59,21 +63,84 @@ Outcome editSupersedes(const Arguments &arguments, QJsonObject *record)
 
 QString lineOf(const QString &id, const QJsonObject &record, bool isChanged, bool isDryRun)
 {
-    const QString verb = !isChanged ? u"%1 %2 is so already: %3; %4"_s
-                         : isDryRun ? u"Would edit %1 %2: %3; %4"_s
-                                    : u"Edited %1 %2: %3; %4"_s;
+    const QString verb = !isChanged ? u"%1 %2 is so already: %3; %4%5"_s
+                         : isDryRun ? u"Would edit %1 %2: %3; %4%5"_s
+                                    : u"Edited %1 %2: %3; %4%5"_s;
+    const qsizetype keys = record.value(u"releaseKeys"_s).toArray().size();
     const QStringList languages = record.value(u"notes"_s).toObject().keys();
     const QStringList superseded = ReleaseRecord::superseded(record);
     return verb.arg(id, record.value(u"version"_s).toString(),
                     languages.isEmpty() ? u"no notes"_s : u"notes in "_s + languages.join(u", "_s),
                     superseded.isEmpty() ? u"supersedes nothing"_s
-                                         : u"supersedes "_s + superseded.join(u", "_s));
+                                         : u"supersedes "_s + superseded.join(u", "_s),
+                    keys == 0 ? QString() : u"; release keys: %1"_s.arg(keys));
+}
+
+// What has been stated of a release, or can be.
+Result<ReleaseStatement> statementOf(const QString &productId, const Catalogue::Release &release)
+{
+    if (!release.statement.isEmpty()) {
+        const auto statement = ReleaseStatement::read(release.statement);
+        return statement ? statement
+                         : Failure{u"the statement of version %1 %2"_s.arg(release.version,
+                                                                           statement.error())};
+    }
+    const QString &path = release.installerPath;
+    const auto digests = InstallerDigests::both(path, [](qint64) {});
+    if (!digests)
+        return Failure{u"%1: cannot be read; make it readable"_s.arg(path)};
+    return ReleaseStatement{productId, release.version, digests->md5,
+                            QByteArray::fromHex(digests->sha256.toLatin1()),
+                            static_cast<quint64>(QFileInfo(path).size())};
+}
+
+// Keys, and what is to be signed when that has changed.
+Outcome editStatement(const Arguments &arguments, const CatalogueFile &catalogue,
+                      const Catalogue::Release &release, QJsonObject *record)
+{
+    const auto keys = ReleaseRecord::readReleaseKeys(arguments);
+    if (!keys)
+        return Failure{keys.error()};
+    if (!keys->isEmpty())
+        record->insert(u"releaseKeys"_s, *keys);
+    const auto expires = ReleaseRecord::readExpires(arguments);
+    if (!expires)
+        return Failure{expires.error()};
+    const QString id = *arguments.value(u"product-id"_s);
+    const bool isStated = !release.statement.isEmpty();
+    if (!isStated && !record->contains(u"releaseKeys"_s))
+        return arguments.isSet(u"expires"_s)
+                   ? Outcome(Failure{u"--expires: the release has no keys, so that it is not "
+                                     "signed; give --release-key, too"_s})
+                   : Success;
+    const QJsonValue notes = catalogue.record(id, release.version).value(u"notes"_s);
+    if (isStated && notes == record->value(u"notes"_s) && !arguments.isSet(u"expires"_s))
+        return Success;
+    auto statement = statementOf(id, release);
+    if (!statement)
+        return Failure{statement.error()};
+    if (arguments.isSet(u"expires"_s))
+        statement->expires = *expires;
+    const auto written =
+        StatementFile::write(catalogue, *statement, arguments.isSet(u"dry-run"_s), record);
+    return written ? Outcome(Success) : Failure{written.error()};
+}
+
+// What a change of the notes and of keys does to signatures, this release's and others'.
+QStringList newlyRefused(const CatalogueFile &before)
+{
+    const auto after = CatalogueFile::read(before.directory());
+    QStringList refused = after ? Signing::offers(after->products(), false).refused : QStringList();
+    const QStringList known = Signing::offers(before.products(), false).refused;
+    refused.removeIf([&known](const QString &line) { return known.contains(line); });
+    return refused;
 }
 
 Outcome edit(const Arguments &arguments, Console &console)
 {
-    const QStringList changes{u"notes"_s, u"remove-notes"_s, u"supersedes"_s,
-                              u"remove-supersedes"_s};
+    const QStringList changes{u"notes"_s,       u"remove-notes"_s,
+                              u"supersedes"_s,  u"remove-supersedes"_s,
+                              u"release-key"_s, u"expires"_s};
     if (std::none_of(changes.begin(), changes.end(),
                      [&arguments](const QString &change) { return arguments.isSet(change); }))
         return wrongArguments(
@@ -83,7 +150,8 @@ Outcome edit(const Arguments &arguments, Console &console)
         return Failure{catalogue.error()};
     const QString id = *arguments.value(u"product-id"_s);
     const QString version = *arguments.value(u"version"_s);
-    if (const auto release = catalogue->release(id, version); !release)
+    const auto release = catalogue->release(id, version);
+    if (!release)
         return Failure{release.error()};
 
     const QJsonObject before = catalogue->record(id, version);
@@ -91,17 +159,22 @@ Outcome edit(const Arguments &arguments, Console &console)
     Outcome edited = editNotes(arguments, &record);
     if (edited)
         edited = editSupersedes(arguments, &record);
+    if (edited)
+        edited = editStatement(arguments, *catalogue, **release, &record);
     if (!edited)
         return edited;
     const bool isDryRun = arguments.isSet(u"dry-run"_s);
-    if (record != before) {
+    QStringList warnings = ReleaseRecord::warningsOf(record.value(u"notes"_s).toObject());
+    if (before.contains(u"signatures"_s) && !record.contains(u"signatures"_s))
+        warnings.append(u"the signatures are void, as they are of what the release said before"_s);
+    if (record != before && !isDryRun) {
         catalogue->setRecord(id, version, record);
-        if (const auto saved = isDryRun ? Result<void>() : catalogue->save(); !saved)
+        if (const auto saved = catalogue->save(); !saved)
             return Failure{saved.error()};
+        warnings += newlyRefused(*catalogue);
     }
-    ReleaseRecord::report(id, record,
-                          ReleaseRecord::warningsOf(record.value(u"notes"_s).toObject()),
-                          lineOf(id, record, record != before, isDryRun), arguments, console);
+    ReleaseRecord::report(id, record, warnings, lineOf(id, record, record != before, isDryRun),
+                          arguments, console);
     return Success;
 }
 
@@ -111,10 +184,12 @@ Command editCommand()
 {
     return {
         .name = u"edit"_s,
-        .summary = u"Changes the notes of a release, or what it supersedes"_s,
+        .summary = u"Changes the notes of a release, what it supersedes, or its keys"_s,
         .details =
             {u"The version and the installer stay: clients take them for granted. For others, "
              "withdraw the release and add a higher version."_s,
+             u"The notes are signed, too: when they change, the signatures go, and the release is "
+             "to be signed again."_s,
              u"zvupdate-service sees the change at once, a static site when it is made "
              "anew."_s},
         .options = {CatalogueOption::catalogue(),
@@ -129,6 +204,8 @@ Command editCommand()
                     {.name = u"remove-supersedes"_s,
                      .valueName = u"VERSION"_s,
                      .help = u"The opposite of --supersedes."_s},
+                    ReleaseRecord::releaseKeyOption(),
+                    ReleaseRecord::expiresOption(),
                     CatalogueOption::dryRun(),
                     CatalogueOption::json()},
         .exitStatuses = {u"0 changed, or so already, 1 refused, 2 wrong arguments."_s},

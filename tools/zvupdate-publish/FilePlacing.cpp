@@ -97,14 +97,18 @@ Result<void> fill(const QString &path, const QString &source, FilePlacing::Shari
 } // namespace
 
 Result<void> FilePlacing::place(const QString &source, const QString &target, Sharing sharing,
-                                const QString &md5, const PieceDone &done)
+                                const QString &sha256, const PieceDone &done)
 {
     const QString temporary = target + unfinishedSuffix;
     QFile::remove(temporary);
     auto placed = fill(temporary, source, sharing, done);
-    if (placed && InstallerDigests().md5(QFileInfo(temporary).canonicalFilePath(), done) != md5)
-        placed = Failure{
-            u"%1: was written into while it was read; try again when it is whole"_s.arg(source)};
+    if (placed) {
+        const auto found = InstallerDigests::both(QFileInfo(temporary).canonicalFilePath(), done);
+        if (!found || found->sha256 != sha256)
+            placed =
+                Failure{u"%1: was written into while it was read; try again when it is whole"_s.arg(
+                    source)};
+    }
     if (placed && std::rename(QFile::encodeName(temporary).constData(),
                               QFile::encodeName(target).constData()) != 0)
         placed = Failure{u"%1: cannot be put in place: %2"_s.arg(target, qt_error_string())};

@@ -17,11 +17,11 @@ enum class Sharing { None, HardLink };
 
 /// Makes target a file with source's contents: sharing the disk's blocks where the file system can,
 /// else as sharing allows, else as a copy, in which holes stay holes. Fails when what has come of
-/// it has not that MD5, since source was written into. Target appears at once
-/// and whole, or stays as it was.
+/// it has not that SHA-256 digest, since source was written into. Target appears at once and
+/// whole, or stays as it was.
 ///
 /// done is told of source's bytes twice: as they are placed, and as they are read again.
 ZVPlatform::Result<void> place(const QString &source, const QString &target, Sharing sharing,
-                               const QString &md5, const PieceDone &done);
+                               const QString &sha256, const PieceDone &done);
 
 } // namespace FilePlacing

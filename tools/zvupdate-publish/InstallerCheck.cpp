@@ -32,13 +32,6 @@ QString nameOf(InstallerKind kind)
     return installerOpener(kind).section(end, 0, 0);
 }
 
-// Clients count a file's bytes in 32 bits, and MD5 covers only so many: of 4 GiB and a byte the
-// one byte.
-bool isVerifiable(qint64 size)
-{
-    return size <= std::numeric_limits<quint32>::max();
-}
-
 bool isSameFile(const QJsonObject &record, const std::optional<QString> &path, qint64 size,
                 const QString &md5)
 {
@@ -73,11 +66,18 @@ Result<void> InstallerCheck::check(const QString &path)
         return Failure{u"--installer: %1 cannot be read; give a file"_s.arg(path)};
     if (file.size() == 0)
         return Failure{u"--installer: %1 is empty; give the installer"_s.arg(path)};
-    if (!isVerifiable(file.size()))
-        return Failure{u"--installer: %1 has 4 GiB or more, of which clients would verify only the "
-                       "first %2 bytes; give a smaller installer"_s.arg(path)
-                           .arg(static_cast<quint32>(file.size()))};
     return {};
+}
+
+// They count a file's bytes in 32 bits, and MD5 covers only so many: of 4 GiB and a byte the one
+// byte.
+std::optional<QString> InstallerCheck::sizeDoubt(const QString &path)
+{
+    const qint64 size = QFileInfo(path).size();
+    if (size <= std::numeric_limits<quint32>::max())
+        return std::nullopt;
+    return u"%1 has 4 GiB or more, of which clients verify only the first %2 bytes"_s.arg(path).arg(
+        static_cast<quint32>(size));
 }
 
 QStringList InstallerCheck::doubts(const QString &path, const QString &md5, const QString &version,

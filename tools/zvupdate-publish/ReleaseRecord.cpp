@@ -5,8 +5,10 @@
 #include "../commands/Arguments.h"
 #include "../commands/Console.h"
 #include "../commands/JsonLine.h"
+#include "../commands/ReleaseKeyFiles.h"
 #include <ZVUpdate/ZVUpdate.h>
 #include <ZVUpdate/platform/settings/VersionOrder.h>
+#include <ZVUpdate/release/ReleaseStatement.h>
 
 #include <QFileInfo>
 #include <QJsonArray>
@@ -65,6 +67,24 @@ CommandOption ReleaseRecord::supersedesOption()
                     "site answers only versions that it knows. May be given several times."_s};
 }
 
+CommandOption ReleaseRecord::releaseKeyOption()
+{
+    return {.name = u"release-key"_s,
+            .valueName = u"FILE"_s,
+            .help = u"A public key that this build has, of signify, minisign or openssl: from then "
+                    "on newer releases have to be signed. May be given up to eight times, of which "
+                    "builds demand one."_s};
+}
+
+CommandOption ReleaseRecord::expiresOption()
+{
+    return {.name = u"expires"_s,
+            .valueName = u"DATE"_s,
+            .help = u"From when on builds with keys refuse this release, such as "
+                    "2027-01-31T00:00:00Z, or \"never\", which is usual. It stands in what is "
+                    "signed."_s};
+}
+
 Result<QJsonObject, CommandFailure> ReleaseRecord::readNotes(const Arguments &arguments)
 {
     const QStringList values = arguments.values(u"notes"_s);
@@ -86,12 +106,18 @@ Result<QJsonObject, CommandFailure> ReleaseRecord::readNotes(const Arguments &ar
     return notes;
 }
 
+QList<Catalogue::Note> ReleaseRecord::notesOf(const QJsonObject &notes)
+{
+    QList<Catalogue::Note> result;
+    for (auto note = notes.begin(); note != notes.end(); ++note)
+        result.append({note.key(), note->toString()});
+    return result;
+}
+
 // Each client gets the notes in all languages.
 Result<void> ReleaseRecord::checkNotes(const QString &version, const QJsonObject &notes)
 {
-    Catalogue::Release release{version, {}, {}, {}};
-    for (auto note = notes.begin(); note != notes.end(); ++note)
-        release.notes.append({note.key(), note->toString()});
+    const Catalogue::Release release{version, {}, {}, notesOf(notes)};
     const QString digest(32, u'0'); // As long as every MD5.
     if (Replies::newRelease(release, digest).size() > Replies::longest)
         return Failure{tooLong()};
@@ -109,6 +135,29 @@ Result<QStringList> ReleaseRecord::readSupersedes(const Arguments &arguments,
     }
     superseded.removeDuplicates();
     return superseded;
+}
+
+Result<QJsonArray> ReleaseRecord::readReleaseKeys(const Arguments &arguments)
+{
+    const auto texts = readReleaseKeyFiles(arguments.values(u"release-key"_s));
+    if (!texts)
+        return Failure{texts.error()};
+    QJsonArray keys;
+    for (const QByteArray &text : *texts)
+        keys.append(QString::fromUtf8(text.trimmed()));
+    return keys;
+}
+
+Result<std::optional<QDateTime>> ReleaseRecord::readExpires(const Arguments &arguments)
+{
+    const QString text = arguments.value(u"expires"_s).value_or(u"never"_s);
+    const auto date = ReleaseStatement::date(text);
+    if (!date && text != u"never"_s)
+        return Failure{u"--expires: \"%1\" is no date; give one such as 2027-01-31T00:00:00Z, or "
+                       "\"never\""_s.arg(text)};
+    if (date && *date <= QDateTime::currentDateTimeUtc())
+        return Failure{u"--expires: %1 has passed; give a later date"_s.arg(text)};
+    return date;
 }
 
 QStringList ReleaseRecord::superseded(const QJsonObject &record)

@@ -2,6 +2,7 @@
 #include "CatalogueOption.h"
 #include "Commands.h"
 
+#include "../catalogue/Signing.h"
 #include "../commands/Arguments.h"
 #include "../commands/Console.h"
 #include "../commands/JsonLine.h"
@@ -28,7 +29,8 @@ Outcome show(const Arguments &arguments, Console &console)
     if (!shown)
         return Failure{shown.error()};
     const QJsonObject release = catalogue->described(*product, **shown);
-    const QStringList outdated = catalogue->outdated(*product);
+    const QStringList outdated =
+        catalogue->outdated(Signing::offers({*product}, false).products.first());
     if (arguments.isSet(u"json"_s)) {
         console.print(jsonLine(
             {{u"release"_s, release}, {u"outdated"_s, QJsonArray::fromStringList(outdated)}}));
@@ -40,6 +42,14 @@ Outcome show(const Arguments &arguments, Console &console)
     console.say(u"Installer: %1, %2 bytes"_s.arg((*shown)->installerPath)
                     .arg(release.value(u"size"_s).toInteger()));
     console.say(u"Recorded MD5: %1"_s.arg(release.value(u"md5"_s).toString(u"none"_s)));
+    if (release.contains(u"statement"_s))
+        console.say(u"To be signed: %1/%2"_s.arg(catalogue->directory(),
+                                                 release.value(u"statement"_s).toString()));
+    if (const QStringList signers = release.value(u"signedBy"_s).toVariant().toStringList();
+        !signers.isEmpty())
+        console.say(u"Signed under: %1"_s.arg(signers.join(u", "_s)));
+    if (release.contains(u"refused"_s))
+        console.say(u"Not offered: %1"_s.arg(release.value(u"refused"_s).toString()));
     console.say(u"Versions that are offered the newest: %1"_s.arg(
         outdated.isEmpty() ? u"none"_s : outdated.join(u", "_s)));
     for (const auto &note : (*shown)->notes) {

@@ -5,6 +5,7 @@
 #include "SiteContents.h"
 #include "SiteFolder.h"
 
+#include "../catalogue/Signing.h"
 #include "../commands/Arguments.h"
 #include "../commands/Console.h"
 #include "../commands/JsonLine.h"
@@ -12,6 +13,7 @@
 
 #include <QDir>
 #include <QFileInfo>
+#include <QJsonArray>
 #include <QRegularExpression>
 
 #include <filesystem>
@@ -87,7 +89,8 @@ bool isSameFolder(const QString &one, const QString &other)
 }
 
 void report(const SiteContents &site, const SiteFolder &folder, const NginxConfig &config,
-            bool isChanged, qsizetype removed, const Arguments &arguments, Console &console)
+            bool isChanged, qsizetype removed, const QStringList &refused,
+            const Arguments &arguments, Console &console)
 {
     const int generation = folder.currentGeneration();
     const bool isDryRun = arguments.isSet(u"dry-run"_s);
@@ -98,7 +101,8 @@ void report(const SiteContents &site, const SiteFolder &folder, const NginxConfi
                                        {u"replies"_s, site.replies.size()},
                                        {u"installers"_s, site.installerFiles.size()},
                                        {u"token"_s, site.token},
-                                       {u"removed"_s, removed}}));
+                                       {u"removed"_s, removed},
+                                       {u"refused"_s, QJsonArray::fromStringList(refused)}}));
     const QString verb = !isChanged ? u"is unchanged"_s
                          : isDryRun ? u"would be made"_s
                                     : u"is made"_s;
@@ -141,10 +145,15 @@ Outcome site(const Arguments &arguments, Console &console)
     const auto catalogue = CatalogueFile::open(arguments);
     if (!catalogue)
         return Failure{catalogue.error()};
+    const auto offers =
+        Signing::offers(catalogue->products(), arguments.isSet(u"allow-unsigned"_s));
+    for (const QString &refused : offers.refused)
+        console.complain(arguments.command() + u": warning: "_s + refused);
     SiteFolder folder(*output);
     const bool isForPeople = !arguments.isSet(u"json"_s);
-    WorkProgress reading(console, u"Reading"_s, SiteContents::bytesToRead(*catalogue), isForPeople);
-    const auto contents = SiteContents::of(*catalogue, folder.records(),
+    WorkProgress reading(console, u"Reading"_s, SiteContents::bytesToRead(offers.products),
+                         isForPeople);
+    const auto contents = SiteContents::of(*catalogue, offers.products, folder.records(),
                                            [&reading](qint64 bytes) { reading.advance(bytes); });
     if (!contents)
         return Failure{contents.error()};
@@ -160,7 +169,7 @@ Outcome site(const Arguments &arguments, Console &console)
             return Failure{published.error()};
         removed = folder.removeOld(*keep);
     }
-    report(*contents, folder, *config, !isCurrent, removed, arguments, console);
+    report(*contents, folder, *config, !isCurrent, removed, offers.refused, arguments, console);
     return Success;
 }
 
@@ -205,6 +214,7 @@ Command siteCommand()
                      .valueName = u"N"_s,
                      .help = u"Removes what only sites older than the newest N need; 3 when left "
                              "out."_s},
+                    CatalogueOption::allowUnsigned(),
                     CatalogueOption::dryRun(),
                     CatalogueOption::json()},
         .exitStatuses = {u"0 made, or unchanged, 1 refused, and the site before goes on, 2 wrong "

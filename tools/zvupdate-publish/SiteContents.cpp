@@ -2,6 +2,7 @@
 
 #include "../catalogue/Replies.h"
 #include <ZVUpdate/ZVUpdate.h>
+#include <ZVUpdate/release/ReleaseStatement.h>
 
 #include <QCryptographicHash>
 #include <QFileInfo>
@@ -19,12 +20,16 @@ QString sha256(const QByteArray &bytes)
 }
 
 // Whether an installer is as it was when it was added.
-bool isUnchanged(const QJsonObject &record, const QString &path, const QString &md5)
+bool isUnchanged(const QJsonObject &record, const Catalogue::Release &release,
+                 const InstallerDigests::Both &digests)
 {
+    if (const auto signedOf = ReleaseStatement::read(release.statement);
+        signedOf && QString::fromLatin1(signedOf->sha256.toHex()) != digests.sha256)
+        return false;
     const QJsonValue size = record.value(u"size"_s);
     const QJsonValue recorded = record.value(u"md5"_s);
-    return (size.isUndefined() || size.toInteger() == QFileInfo(path).size()) &&
-           (recorded.isUndefined() || recorded.toString() == md5);
+    return (size.isUndefined() || size.toInteger() == QFileInfo(release.installerPath).size()) &&
+           (recorded.isUndefined() || recorded.toString() == digests.md5);
 }
 
 QString addReply(SiteContents *site, const QByteArray &reply)
@@ -44,11 +49,11 @@ Result<void> addProduct(SiteContents *site, const CatalogueFile &catalogue,
         if (!digests)
             return Failure{u"%1: cannot be read; make it readable"_s.arg(path)};
         newestMd5 = digests->md5;
-        if (!isUnchanged(catalogue.record(product.id, release.version), path, newestMd5))
+        if (!isUnchanged(catalogue.record(product.id, release.version), release, *digests))
             return Failure{u"%1: is not the file that was added; put that back, or withdraw the "
                            "release and add the file as a new version"_s.arg(path)};
         const QString name = u"/installers/"_s + digests->sha256;
-        site->installerFiles.insert(name, {path, digests->md5});
+        site->installerFiles.insert(name, {path, digests->sha256});
         site->installerNames.insert(release.fileName, name);
     }
     const auto answer = [&](const QStringList &versions, const QByteArray &text) {
@@ -103,10 +108,11 @@ void chooseToken(SiteContents *site, const QList<QJsonObject> &previous)
 } // namespace
 
 Result<SiteContents> SiteContents::of(const CatalogueFile &catalogue,
+                                      const QList<Catalogue::Product> &offered,
                                       const QList<QJsonObject> &previous, const PieceDone &done)
 {
     SiteContents site;
-    for (const Catalogue::Product &product : catalogue.products()) {
+    for (const Catalogue::Product &product : offered) {
         if (const auto added = addProduct(&site, catalogue, product, done); !added)
             return Failure{added.error()};
     }
@@ -121,10 +127,10 @@ Result<SiteContents> SiteContents::of(const CatalogueFile &catalogue,
     return site;
 }
 
-qint64 SiteContents::bytesToRead(const CatalogueFile &catalogue)
+qint64 SiteContents::bytesToRead(const QList<Catalogue::Product> &offered)
 {
     qint64 bytes = 0;
-    for (const Catalogue::Product &product : catalogue.products()) {
+    for (const Catalogue::Product &product : offered) {
         for (const Catalogue::Release &release : product.releases)
             bytes += QFileInfo(release.installerPath).size();
     }

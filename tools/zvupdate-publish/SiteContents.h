@@ -17,7 +17,7 @@ struct SiteContents
     struct InstallerFile
     {
         QString path;
-        QString md5;
+        QString sha256;
     };
 
     /// Every client gets the same token. It opens nothing and expires never; it only stands in the
@@ -37,12 +37,15 @@ struct SiteContents
     /// Likewise, of other sites with the same token, for names that are not here.
     QMap<QString, QString> retiredNames;
 
-    /// Reads all installers, and tells done of each piece. previous are the record()s of sites that
-    /// clients may have got answers from, that of the current one first.
-    static ZVPlatform::Result<SiteContents>
-    of(const CatalogueFile &catalogue, const QList<QJsonObject> &previous, const PieceDone &done);
+    /// Reads the installers of a catalogue's products, as they are offered, and tells done of each
+    /// piece. previous are the record()s of sites that clients may have got answers from, that of
+    /// the current one first.
+    static ZVPlatform::Result<SiteContents> of(const CatalogueFile &catalogue,
+                                               const QList<Catalogue::Product> &offered,
+                                               const QList<QJsonObject> &previous,
+                                               const PieceDone &done);
     /// How many bytes that reads.
-    static qint64 bytesToRead(const CatalogueFile &catalogue);
+    static qint64 bytesToRead(const QList<Catalogue::Product> &offered);
 
     /// What is kept of it beside the site.
     QJsonObject record() const;

@@ -181,7 +181,7 @@ Result<void> SiteFolder::writeFiles(const SiteContents &site, const PieceDone &d
         const QString path = path_ + file.key();
         if (!QFileInfo::exists(path))
             written = FilePlacing::place(file->path, path, FilePlacing::Sharing::HardLink,
-                                         file->md5, done);
+                                         file->sha256, done);
     }
     return written;
 }

@@ -4,11 +4,14 @@
 #include "ReleaseRecord.h"
 
 #include "../catalogue/InstallerDigests.h"
+#include "../catalogue/Signing.h"
 #include "../commands/Arguments.h"
 #include "../commands/Console.h"
 #include "../commands/JsonLine.h"
+#include "../commands/ReleaseKeyFiles.h"
 #include "../commands/WorkProgress.h"
 #include <ZVUpdate/ZVUpdate.h>
+#include <ZVUpdate/platform/settings/VersionOrder.h>
 
 #include <QCoreApplication>
 #include <QFile>
@@ -57,15 +60,35 @@ QStringList compareNotes(const CheckUpdateResponse &reply, const Catalogue::Rele
     return differences;
 }
 
+/// What is expected of a service besides what the catalogue says.
+struct Demands
+{
+    /// By which the clients tell the maker's signature; those that the catalogue knows of when
+    /// there are none.
+    std::optional<ReleaseKeys> keys;
+    bool allowsUnsigned;
+};
+
+// The keys of a version, if it has any. One that the catalogue does not know may have none.
+std::optional<ReleaseKeys> keysOf(const Catalogue::Product &product, const QString &version)
+{
+    std::optional<ReleaseKeys> keys;
+    for (const Catalogue::Build &build : product.builds) {
+        if (compareVersions(build.version, version) <= 0)
+            keys = build.keys;
+    }
+    return keys;
+}
+
 /// Plays clients of a service, with the library itself, and compares what they are given with what
 /// the catalogue says. Needs an event loop's thread.
 class Verification
 {
 public:
     /// Shows how far a long download has come, if that is wanted.
-    Verification(const QString &baseUrl, const CatalogueFile &catalogue, Console &console,
-                 bool showsProgress)
-        : catalogue_(catalogue), console_(console), showsProgress_(showsProgress)
+    Verification(const QString &baseUrl, const CatalogueFile &catalogue, const Demands &demands,
+                 Console &console, bool showsProgress)
+        : catalogue_(catalogue), demands_(demands), console_(console), showsProgress_(showsProgress)
     {
         client_.setMBaseURL(baseUrl);
     }
@@ -81,7 +104,10 @@ public:
             return Failure{
                 u"%1 gives no token; see whether it is the base URL, with its query key, and "
                 "whether the server runs"_s.arg(client_.mBaseURL())};
-        for (const Catalogue::Product &product : catalogue_.products()) {
+        const auto offers = Signing::offers(catalogue_.products(), demands_.allowsUnsigned);
+        for (const QString &refused : offers.refused)
+            console_.complain(u"verify: warning: "_s + refused);
+        for (const Catalogue::Product &product : offers.products) {
             for (const QString &version : catalogue_.outdated(product))
                 tell({product.id, version, u"check"_s, check(product, version, true)});
             QStringList current = catalogue_.current(product);
@@ -124,6 +150,13 @@ private:
         if (reply->ZVMD5().value_or(QString()).toLower() != md5)
             differences.append(
                 u"is told the MD5 %1; the installer's is %2"_s.arg(shown(reply->ZVMD5()), md5));
+        if (reply->signatures() != newest.signatures)
+            differences.append(u"is not sent the catalogue's signatures"_s);
+        const auto keys = demands_.keys ? demands_.keys : keysOf(product, version);
+        if (!keys)
+            return differences;
+        if (const auto taken = reply->signedRelease(*keys, product.id, version); !taken)
+            differences.append(u"would refuse it: "_s + taken.error().message);
         return differences;
     }
 
@@ -168,6 +201,9 @@ private:
         if (size != expected)
             return {u"%1 brings %2 bytes; it should be %3"_s.arg(what).arg(size).arg(expected)};
         InstallerDigests ofThis; // Another file has had the name before.
+        if (const auto statement = ReleaseStatement::read(release.statement);
+            statement && sha256Of(local) != statement->sha256)
+            return {u"%1 brings a file that is not the one stated, by its SHA-256"_s.arg(what)};
         const QString md5 = md5Of(local, ofThis);
         const QString expectedMd5 = md5Of(release.installerPath, digests_);
         if (md5 != expectedMd5)
@@ -183,6 +219,15 @@ private:
             .md5(QFileInfo(path).canonicalFilePath(),
                  [&progress](qint64 bytes) { progress.advance(bytes); })
             .value_or(QString());
+    }
+
+    QByteArray sha256Of(const QString &path)
+    {
+        WorkProgress progress(console_, u"Reading"_s, QFileInfo(path).size(), showsProgress_);
+        const auto digests =
+            InstallerDigests::both(QFileInfo(path).canonicalFilePath(),
+                                   [&progress](qint64 bytes) { progress.advance(bytes); });
+        return digests ? QByteArray::fromHex(digests->sha256.toLatin1()) : QByteArray();
     }
 
     // A file that grows past the longest that it may be is not waited for: it may have no end.
@@ -212,6 +257,7 @@ private:
 
     UpdateLogicFunc client_;
     const CatalogueFile &catalogue_;
+    const Demands &demands_;
     Console &console_;
     const bool showsProgress_;
     InstallerDigests digests_; // Of the catalogue's installers.
@@ -253,16 +299,31 @@ void warnOfQuotes(const CatalogueFile &catalogue, const Arguments &arguments, Co
     }
 }
 
+Result<Demands> demandsIn(const Arguments &arguments)
+{
+    const bool allowsUnsigned = arguments.isSet(u"allow-unsigned"_s);
+    const auto texts = readReleaseKeyFiles(arguments.values(u"release-key"_s));
+    if (!texts)
+        return Failure{texts.error()};
+    if (texts->isEmpty())
+        return Demands{std::nullopt, allowsUnsigned};
+    const auto keys = ReleaseKeys::read(*texts);
+    return keys ? Result(Demands{*keys, allowsUnsigned}) : Failure{keys.error()};
+}
+
 Outcome verify(const Arguments &arguments, Console &console)
 {
     const auto catalogue = CatalogueFile::read(*arguments.value(u"catalogue"_s));
     if (!catalogue)
         return Failure{catalogue.error()};
+    const auto demands = demandsIn(arguments);
+    if (!demands)
+        return Failure{demands.error()};
     const bool isJson = arguments.isSet(u"json"_s);
     warnOfQuotes(*catalogue, arguments, console);
     int looked = 0;
     int wrong = 0;
-    Verification verification(arguments.operand(), *catalogue, console, !isJson);
+    Verification verification(arguments.operand(), *catalogue, *demands, console, !isJson);
     const auto done = verification.run([&](const Finding &finding) {
         ++looked;
         wrong += finding.differences.isEmpty() ? 0 : 1;
@@ -288,9 +349,16 @@ Command verifyCommand()
                     "well as one that nobody has published; and every installer is asked for its "
                     "size, downloaded, resumed and compared with the catalogue's. What differs is "
                     "a stale cache, another file or digest, a HEAD without the length or a Range "
-                    "that is ignored."_s},
+                    "that is ignored."_s,
+                    u"Clients that have keys look at the signatures as the library does."_s},
         .operandName = u"BASE-URL"_s,
-        .options = {CatalogueOption::catalogue(), CatalogueOption::json()},
+        .options = {CatalogueOption::catalogue(),
+                    {.name = u"release-key"_s,
+                     .valueName = u"FILE"_s,
+                     .help = u"A public key that all clients are to have, in place of those that "
+                             "the catalogue gives them. May be given several times."_s},
+                    CatalogueOption::allowUnsigned(),
+                    CatalogueOption::json()},
         .exitStatuses = {u"0 all is as the catalogue says, 1 something is not, or nothing could be "
                          "looked at, 2 wrong arguments."_s},
         .examples = {u"verify --catalogue releases "

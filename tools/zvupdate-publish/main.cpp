@@ -15,7 +15,7 @@ int main(int argc, char *argv[])
         u"zvupdate-publish"_s,
         u"Publishes releases: keeps the catalogue of them, and makes a static site of it."_s,
         u"" ZVUPDATE_VERSION ""_s,
-        {addCommand(), editCommand(), listCommand(), showCommand(), withdrawCommand(),
-         undoCommand(), siteCommand(), rollbackCommand(), verifyCommand()}};
+        {addCommand(), editCommand(), listCommand(), showCommand(), signCommand(), attachCommand(),
+         withdrawCommand(), undoCommand(), siteCommand(), rollbackCommand(), verifyCommand()}};
     return program.run(argc, argv, console);
 }

@@ -2,14 +2,26 @@
 
 #include "../catalogue/Catalogue.h"
 #include "../catalogue/Replies.h"
+#include "../catalogue/Signing.h"
 #include "ServiceLog.h"
+
+#include <ZVUpdate/release/ReleaseStatement.h>
 
 using namespace ZVPlatform;
 
-ReleaseFolder::ReleaseFolder(const QString &directory, bool hasWrongDigest)
-    : directory_(directory),
-      hasWrongDigest_(hasWrongDigest),
-      cataloguePath_(Catalogue::path(directory))
+namespace {
+
+// Whether an installer is the one that the maker has signed, if so.
+bool isAsSigned(const Catalogue::Release &release, const QString &md5)
+{
+    const auto statement = ReleaseStatement::read(release.statement);
+    return release.signatures.isEmpty() || (statement && statement->md5 == md5);
+}
+
+} // namespace
+
+ReleaseFolder::ReleaseFolder(const QString &directory, const Oddities &oddities)
+    : directory_(directory), oddities_(oddities), cataloguePath_(Catalogue::path(directory))
 {
 }
 
@@ -87,19 +99,29 @@ Result<ReleaseFolder::ContentsPointer> ReleaseFolder::read()
     const auto products = Catalogue::load(directory_);
     if (!products)
         return Failure{products.error()};
-    for (const Catalogue::Product &product : *products) {
+    const auto offers = Signing::offers(*products, oddities_.allowsUnsigned);
+    for (const QString &refused : offers.refused)
+        ServiceLog::note(refused);
+    for (const Catalogue::Product &product : offers.products) {
         for (const Catalogue::Release &release : product.releases)
             contents->installerPaths.insert(release.fileName, release.installerPath);
         if (product.releases.isEmpty())
             continue;
-        const Catalogue::Release &newest = product.releases.last();
+        Catalogue::Release newest = product.releases.last();
         // Taken before the digest, so that a file written meanwhile counts as changed.
         const auto stamp = FileStamp::of(newest.installerPath);
         auto md5 = digests_.md5(newest.installerPath);
         if (!md5)
             return Failure{QStringLiteral("%1: cannot be read").arg(newest.installerPath)};
-        if (hasWrongDigest_)
+        if (!isAsSigned(newest, *md5))
+            return Failure{QStringLiteral("%1: is not the file that the maker has signed; put that "
+                                          "back")
+                               .arg(newest.installerPath)};
+        if (oddities_.hasWrongDigest) {
+            const QByteArray right = md5->toLatin1();
             md5->front() = md5->front() == u'0' ? u'1' : u'0';
+            newest.statement.replace(right, md5->toLatin1());
+        }
         contents->offers.insert(product.id, {newest.version, Replies::newRelease(newest, *md5),
                                              newest.installerPath, stamp});
     }

@@ -30,8 +30,16 @@ public:
         std::optional<FileStamp> installerStamp;
     };
 
-    /// With a wrong digest, installers are announced with one that differs in its first digit.
-    ReleaseFolder(const QString &directory, bool hasWrongDigest);
+    /// What is other than usual.
+    struct Oddities
+    {
+        /// Installers are announced with a digest that differs in its first digit.
+        bool hasWrongDigest = false;
+        /// Releases are offered that builds with release keys will refuse.
+        bool allowsUnsigned = false;
+    };
+
+    ReleaseFolder(const QString &directory, const Oddities &oddities);
 
     /// Reads the folder for the first time. Fails with one line.
     ZVPlatform::Result<void> load();
@@ -57,7 +65,7 @@ private:
     ZVPlatform::Result<ContentsPointer> read() ZVUPDATE_REQUIRES(refreshMutex_);
 
     const QString directory_;
-    const bool hasWrongDigest_;
+    const Oddities oddities_;
     const QString cataloguePath_;
 
     mutable ZVPlatform::Mutex contentsMutex_;

@@ -66,7 +66,8 @@ Outcome serve(const Arguments &arguments, Console &console)
     const auto settings = settingsIn(arguments);
     if (!settings)
         return wrongArguments(settings.error());
-    ReleaseFolder folder(settings->directory, settings->faults.hasWrongDigest);
+    ReleaseFolder folder(settings->directory,
+                         {settings->faults.hasWrongDigest, arguments.isSet(u"allow-unsigned"_s)});
     if (const auto loaded = folder.load(); !loaded)
         return Failure{loaded.error()};
 
@@ -123,6 +124,10 @@ Command serviceCommand()
                     {.name = u"token-lifetime"_s,
                      .valueName = u"SECONDS"_s,
                      .help = u"How long a download token is good; default 3600."_s},
+                    {.name = u"allow-unsigned"_s,
+                     .help =
+                         u"Also offers releases that are not signed as builds with release keys "
+                         "demand it, which those will refuse."_s},
                     {.name = u"write-override"_s,
                      .help = u"Points the update clients of this user here, through "
                              "~/Documents/ConsoleZVUpdate.mac, until the service ends."_s},

@@ -1,40 +1,15 @@
 #include "HostOptions.h"
 
 #include "../commands/Arguments.h"
+#include "../commands/ReleaseKeyFiles.h"
 
 #include <ZVUpdate/ZVUpdate.h>
 
 #include <QCoreApplication>
 #include <QDir>
-#include <QFile>
 
 using namespace Qt::StringLiterals;
 using namespace ZVPlatform;
-
-namespace {
-
-constexpr qint64 longestKeyFile = 1024 * 1024; // bytes; no key is as long
-
-// The texts of files in which there are keys.
-Result<QList<QByteArray>> readReleaseKeys(const QStringList &paths)
-{
-    QList<QByteArray> texts;
-    for (const QString &path : paths) {
-        QFile file(path);
-        if (!file.open(QIODevice::ReadOnly))
-            return Failure{u"--release-key: %1 cannot be read: %2"_s.arg(path, file.errorString())};
-        texts.append(file.read(longestKeyFile));
-        if (const auto key = ReleaseKey::read(texts.constLast()); !key)
-            return Failure{
-                u"--release-key: %1 %2; give the file of a public key"_s.arg(path, key.error())};
-    }
-    if (texts.size() > ReleaseKeys::most)
-        return Failure{u"--release-key: there are %1 keys; give %2 at most"_s.arg(texts.size())
-                           .arg(ReleaseKeys::most)};
-    return texts;
-}
-
-} // namespace
 
 QList<CommandOption> HostOptions::with(const QList<CommandOption> &further)
 {
@@ -65,7 +40,7 @@ Result<HostOptions> HostOptions::read(const Arguments &arguments)
     if (!UpdateFiles::named(*directory, productID, u"1"_s))
         return Failure{u"--product-id: \"%1\" cannot be part of a file name; give the identifier "
                        "by which the service knows the product"_s.arg(productID)};
-    const auto keys = readReleaseKeys(arguments.values(u"release-key"_s));
+    const auto keys = readReleaseKeyFiles(arguments.values(u"release-key"_s));
     if (!keys)
         return Failure{keys.error()};
     if (const auto chosen = chooseApplication(arguments); !chosen)
