@@ -272,6 +272,9 @@ class Catalogue(Folder):
         self.assertEqual(offered(), [("1", 1)])
         self.change("sign", "--with", by_old, "--with", by_new, version="3")
         self.assertEqual(offered(), [("3", 2)])
+        for command, *more in (("edit", "--notes", f"en={self.notes}"), ("sign", "--with", by_old)):
+            self.change(command, *more, "--dry-run", version="3")
+        self.assertNotIn("P1_3-2.statement", os.listdir(self.catalogue / "installers"))
         voids = self.change("edit", "--notes", f"en={self.notes}", version="3")
         self.assertRegex(voids, "(?s)signatures are void.*P1 3 is not offered: version 1 would ref")
         statement = json.loads((self.catalogue / "installers/P1_3-2.statement").read_bytes())
@@ -591,6 +594,27 @@ class Site(Folder):
         self.url = f"http://127.0.0.1:{self.port}/get/it?what="
         self.assertIn("take off the quotes around the notes", self.verify())
         self.assertIn("GET 302", (self.folder / "access.log").read_text())
+
+    def test_verify_demands_what_builds_demand(self):
+        (public, by_key), (other, _) = self.key("key"), self.key("other")
+        self.add("1", self.file("installer", b"first"), "--release-key", public)
+        self.add("2", self.file("installer", b"second"))
+        self.change("sign", "--with", by_key)
+        self.start()
+        self.assertIn("P1 1 is not offered", self.verify())
+        for more, reason in ((("--release-key", other), "would refuse it: The offer is not signed"),
+                             (("--allow-unsigned",), "HEAD tells no length")):
+            self.assertIn(reason, self.publish("verify", self.url, "--catalogue", self.catalogue,
+                                               *more, status=1))
+        self.make_site("--allow-unsigned")
+        self.reload()
+        self.publish("verify", self.url, "--catalogue", self.catalogue, "--allow-unsigned")
+        self.undo()
+        self.make_site("--allow-unsigned")
+        self.reload()
+        # What is served is not signed, and the catalogue has a signature.
+        self.change("sign", "--with", by_key)
+        self.assertRegex(self.verify(1), "(?s)not sent the catalogue's signatures.*would refuse it")
 
     def test_fifty_products_with_twenty_versions(self):
         (self.catalogue / "installer").write_bytes(b"all the same")

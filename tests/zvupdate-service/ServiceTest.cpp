@@ -1,5 +1,6 @@
 #include "RunningService.h"
 
+#include "support/SigningKey.h"
 #include "support/TestFiles.h"
 #include "support/WaitFor.h"
 
@@ -190,6 +191,51 @@ TEST_F(ServiceTest, NoticesChangesInTheFolder)
         "releases": [{"version": "7", "installer": "files/new.bin"}]}]})");
     EXPECT_TRUE(waitFor([&] { return check(u"P2"_s, u"6"_s).ZVUpdateVersion() == u"7"_s; }));
     EXPECT_FALSE(check(u"P&ver=1"_s, u"1"_s).ok());
+}
+
+TEST_F(ServiceTest, OffersWhatIsSignedAsItIs)
+{
+    const SigningKey key;
+    // Spaces that no program of ours writes.
+    const QByteArray statement = R"({ "ZVUpdVersion": "2", "ZVMD5": ")" +
+                                 md5("rebuilt").toLatin1() + R"(", "ZVSigned": {
+        "type": "zvupdate-release-1", "product": "P1", "size": 7, "sha256": ")" +
+                                 QByteArray(64, '0') + R"("}})";
+    const auto catalogue = [&key](const QByteArray &signature) {
+        return R"({"products": [{"id": "P1", "releases": [
+            {"version": "2", "installer": "files/signed.bin", "statement": "files/statement",
+             "signatures": [")" +
+               signature + R"("]}, {"version": "1", "installer": "files/new.bin"}],
+            "withdrawn": [{"version": "1.5", "releaseKeys": [")" +
+               key.line() + R"("]}]}]})";
+    };
+    writeFile(service_.served(u"files/signed.bin"_s), "rebuilt");
+    writeFile(service_.served(u"files/statement"_s), statement);
+    writeFile(service_.served(u"releases.json"_s), catalogue(key.signature(statement)));
+    ASSERT_TRUE(service_.start());
+    const auto reply = check(u"P1"_s, u"1"_s);
+    EXPECT_EQ(reply.statement(), statement);
+    EXPECT_EQ(reply.signatures(), QStringList(QString::fromLatin1(key.signature(statement))));
+    const QString installer = service_.download(u"P1_2.exe"_s);
+    EXPECT_EQ(service_.request("GET", installer).body, "rebuilt");
+
+    // Neither another file under a signed name, nor one that is not signed as withdrawn builds
+    // demand it.
+    writeFile(service_.served(u"files/signed.bin"_s), "forged.");
+    EXPECT_TRUE(waitFor([&] {
+        return check(u"P1"_s, u"1"_s).ZVMD5() == md5("rebuilt") &&
+               service_.standardError().contains("is not the file that the maker has signed");
+    }));
+    service_.stop();
+    writeFile(service_.served(u"releases.json"_s), catalogue(SigningKey('o').signature(statement)));
+    ASSERT_TRUE(service_.start());
+    EXPECT_EQ(check(u"P1"_s, u"0"_s).ZVUpdateVersion(), u"1"_s);
+    EXPECT_EQ(service_.request("GET", service_.download(u"P1_2.exe"_s)).status, 404);
+    EXPECT_TRUE(service_.standardError().contains("P1 2 is not offered: version 1.5 would refuse"));
+    service_.stop();
+    writeFile(service_.served(u"files/signed.bin"_s), "rebuilt");
+    ASSERT_TRUE(service_.start({u"--allow-unsigned"_s}));
+    EXPECT_EQ(check(u"P1"_s, u"1"_s).ZVUpdateVersion(), u"2"_s);
 }
 
 TEST_F(ServiceTest, InterruptsDownloadsOnPurpose)

@@ -60,13 +60,15 @@ QStringList compareNotes(const CheckUpdateResponse &reply, const Catalogue::Rele
     return differences;
 }
 
-/// What is expected of a service besides what the catalogue says.
+/// What is expected of a service.
 struct Demands
 {
-    /// By which the clients tell the maker's signature; those that the catalogue knows of when
-    /// there are none.
+    const CatalogueFile &catalogue;
+    /// Its products, with the releases that are to be offered.
+    QList<Catalogue::Product> offered;
+    /// By which clients tell the maker's signature; those that the catalogue gives them when there
+    /// are none.
     std::optional<ReleaseKeys> keys;
-    bool allowsUnsigned;
 };
 
 // The keys of a version, if it has any. One that the catalogue does not know may have none.
@@ -86,9 +88,9 @@ class Verification
 {
 public:
     /// Shows how far a long download has come, if that is wanted.
-    Verification(const QString &baseUrl, const CatalogueFile &catalogue, const Demands &demands,
-                 Console &console, bool showsProgress)
-        : catalogue_(catalogue), demands_(demands), console_(console), showsProgress_(showsProgress)
+    Verification(const QString &baseUrl, const Demands &demands, Console &console,
+                 bool showsProgress)
+        : demands_(demands), console_(console), showsProgress_(showsProgress)
     {
         client_.setMBaseURL(baseUrl);
     }
@@ -104,13 +106,10 @@ public:
             return Failure{
                 u"%1 gives no token; see whether it is the base URL, with its query key, and "
                 "whether the server runs"_s.arg(client_.mBaseURL())};
-        const auto offers = Signing::offers(catalogue_.products(), demands_.allowsUnsigned);
-        for (const QString &refused : offers.refused)
-            console_.complain(u"verify: warning: "_s + refused);
-        for (const Catalogue::Product &product : offers.products) {
-            for (const QString &version : catalogue_.outdated(product))
+        for (const Catalogue::Product &product : demands_.offered) {
+            for (const QString &version : demands_.catalogue.outdated(product))
                 tell({product.id, version, u"check"_s, check(product, version, true)});
-            QStringList current = catalogue_.current(product);
+            QStringList current = demands_.catalogue.current(product);
             if (!product.releases.isEmpty()) // And one that nobody has published.
                 current += product.releases.last().version + u"999"_s;
             for (const QString &version : current)
@@ -256,7 +255,6 @@ private:
     }
 
     UpdateLogicFunc client_;
-    const CatalogueFile &catalogue_;
     const Demands &demands_;
     Console &console_;
     const bool showsProgress_;
@@ -299,16 +297,15 @@ void warnOfQuotes(const CatalogueFile &catalogue, const Arguments &arguments, Co
     }
 }
 
-Result<Demands> demandsIn(const Arguments &arguments)
+Result<std::optional<ReleaseKeys>> keysIn(const Arguments &arguments)
 {
-    const bool allowsUnsigned = arguments.isSet(u"allow-unsigned"_s);
     const auto texts = readReleaseKeyFiles(arguments.values(u"release-key"_s));
     if (!texts)
         return Failure{texts.error()};
     if (texts->isEmpty())
-        return Demands{std::nullopt, allowsUnsigned};
+        return std::optional<ReleaseKeys>();
     const auto keys = ReleaseKeys::read(*texts);
-    return keys ? Result(Demands{*keys, allowsUnsigned}) : Failure{keys.error()};
+    return keys ? Result(std::optional(*keys)) : Failure{keys.error()};
 }
 
 Outcome verify(const Arguments &arguments, Console &console)
@@ -316,14 +313,19 @@ Outcome verify(const Arguments &arguments, Console &console)
     const auto catalogue = CatalogueFile::read(*arguments.value(u"catalogue"_s));
     if (!catalogue)
         return Failure{catalogue.error()};
-    const auto demands = demandsIn(arguments);
-    if (!demands)
-        return Failure{demands.error()};
+    const auto keys = keysIn(arguments);
+    if (!keys)
+        return Failure{keys.error()};
+    const auto offers =
+        Signing::offers(catalogue->products(), arguments.isSet(u"allow-unsigned"_s));
+    for (const QString &refused : offers.refused)
+        console.complain(arguments.command() + u": warning: "_s + refused);
+    const Demands demands{*catalogue, offers.products, *keys};
     const bool isJson = arguments.isSet(u"json"_s);
     warnOfQuotes(*catalogue, arguments, console);
     int looked = 0;
     int wrong = 0;
-    Verification verification(arguments.operand(), *catalogue, *demands, console, !isJson);
+    Verification verification(arguments.operand(), demands, console, !isJson);
     const auto done = verification.run([&](const Finding &finding) {
         ++looked;
         wrong += finding.differences.isEmpty() ? 0 : 1;
