@@ -191,6 +191,22 @@ Result<void> placeInstaller(const Addition &addition, const QString &path, const
                               [&progress](qint64 bytes) { progress.advance(bytes); });
 }
 
+// Writes what the maker is to sign of a release with keys, and enters it into the record.
+Result<void> state(const CatalogueFile &catalogue, const Addition &addition,
+                   const InstallerDigests::Both &digests, bool isDryRun, QJsonObject *record)
+{
+    if (addition.releaseKeys.isEmpty())
+        return {};
+    record->insert(u"releaseKeys"_s, addition.releaseKeys);
+    const ReleaseStatement statement{addition.productId,
+                                     addition.version,
+                                     digests.md5,
+                                     QByteArray::fromHex(digests.sha256.toLatin1()),
+                                     static_cast<quint64>(record->value(u"size"_s).toInteger()),
+                                     addition.expires};
+    return StatementFile::write(catalogue, statement, isDryRun, record);
+}
+
 // Enters the release into the catalogue, which then has the record that is returned.
 Result<QJsonObject> enter(CatalogueFile *catalogue, const Addition &addition,
                           const InstallerDigests::Both &digests, const Arguments &arguments,
@@ -207,27 +223,20 @@ Result<QJsonObject> enter(CatalogueFile *catalogue, const Addition &addition,
     if (!addition.supersedes.isEmpty())
         record.insert(u"supersedes"_s, QJsonArray::fromStringList(addition.supersedes));
     const bool isDryRun = arguments.isSet(u"dry-run"_s);
-    Result<void> done;
-    if (place->isNew && !isDryRun)
-        done = placeInstaller(addition, place->path, digests.sha256, arguments.isSet(u"json"_s),
-                              console);
-    if (done && !addition.releaseKeys.isEmpty()) {
-        record.insert(u"releaseKeys"_s, addition.releaseKeys);
-        const ReleaseStatement statement{addition.productId,
-                                         addition.version,
-                                         digests.md5,
-                                         QByteArray::fromHex(digests.sha256.toLatin1()),
-                                         static_cast<quint64>(record.value(u"size"_s).toInteger()),
-                                         addition.expires};
-        done = StatementFile::write(*catalogue, statement, isDryRun, &record);
-    }
-    if (!done)
-        return Failure{done.error()};
-    if (isDryRun)
+    const bool isPlaced = place->isNew && !isDryRun;
+    if (const auto placed = isPlaced ? placeInstaller(addition, place->path, digests.sha256,
+                                                      arguments.isSet(u"json"_s), console)
+                                     : Result<void>();
+        !placed)
+        return Failure{placed.error()};
+    auto done = state(*catalogue, addition, digests, isDryRun, &record);
+    if (done && isDryRun)
         return record;
-    catalogue->add(addition.productId, record);
-    done = catalogue->save();
-    if (!done && place->isNew)
+    if (done) {
+        catalogue->add(addition.productId, record);
+        done = catalogue->save();
+    }
+    if (!done && isPlaced)
         QFile::remove(place->path);
     return done ? Result(catalogue->record(addition.productId, addition.version))
                 : Failure{done.error()};

@@ -55,8 +55,9 @@ Result<void> StatementFile::write(const CatalogueFile &catalogue, const ReleaseS
     };
     for (int i = 2; isOther(); ++i)
         path = u"%1-%2.statement"_s.arg(start, QString::number(i));
+    if (record->value(u"statement"_s) != path)
+        record->remove(u"signatures"_s);
     record->insert(u"statement"_s, path);
-    record->remove(u"signatures"_s);
     if (isDryRun)
         return {};
     QSaveFile written(file());
