@@ -50,13 +50,6 @@ bool RunningService::start(const QStringList &options)
     return true;
 }
 
-void RunningService::runToEnd(const QStringList &arguments)
-{
-    process_.setArguments(arguments);
-    process_.start(QIODevice::ReadOnly);
-    process_.waitForFinished();
-}
-
 int RunningService::stop()
 {
     process_.terminate();

@@ -30,8 +30,6 @@ public:
 
     /// Starts the program on served() with a free port; false when it ends instead.
     bool start(const QStringList &options = {});
-    /// Runs the program with just these arguments to its end.
-    void runToEnd(const QStringList &arguments);
     /// SIGTERM; returns the exit status.
     int stop();
     int exitCode() const { return process_.exitCode(); }

@@ -1,18 +1,14 @@
 #include "RunningService.h"
 
 #include "support/SigningKey.h"
-#include "support/TestFiles.h"
-#include "support/WaitFor.h"
+#include "support/TestData.h"
+#include "zvupdate/Tool.h"
 
 #include <ZVUpdate/service/BaseResponse.h>
 #include <ZVUpdate/service/CheckUpdateResponse.h>
 #include <ZVUpdate/transport/ZVMisc.h>
 
 #include <QCryptographicHash>
-#include <QDir>
-#include <QFile>
-
-#include <gtest/gtest.h>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -54,6 +50,14 @@ protected:
         EXPECT_EQ(response.status, 200);
         EXPECT_EQ(response.headers.value("content-type"), "application/json");
         return *CheckUpdateResponse::getFromJson(QString::fromUtf8(response.body));
+    }
+
+    void expectNoStart(const QStringList &options, const QByteArray &reason)
+    {
+        EXPECT_FALSE(service_.start(options));
+        EXPECT_EQ(service_.exitCode(), 1);
+        EXPECT_TRUE(service_.standardError().contains(reason))
+            << service_.standardError().toStdString();
     }
 
     RunningService service_;
@@ -297,82 +301,37 @@ TEST_F(ServiceTest, LogsEveryExchangeOnOneLine)
         EXPECT_TRUE(log.contains(part)) << log.toStdString();
 }
 
-TEST_F(ServiceTest, PointsClientsHereUntilItEnds)
+TEST_F(ServiceTest, PointsClientsHereUntilItEndsUnlessTheyArePointedElsewhere)
 {
-    ASSERT_TRUE(service_.start({u"--write-override"_s}));
+    const QStringList options{u"--write-override"_s};
+    const QByteArray elsewhere = "http://elsewhere.invalid/?dt=";
+    ASSERT_TRUE(service_.start(options));
     EXPECT_EQ(readFile(service_.overrideFile()), service_.baseUrl());
     EXPECT_EQ(service_.stop(), 0);
     EXPECT_FALSE(QFile::exists(service_.overrideFile()));
-}
 
-TEST_F(ServiceTest, LeavesTheDeveloperSOwnOverrideAlone)
-{
-    ASSERT_TRUE(service_.start({u"--write-override"_s}));
-    writeFile(service_.overrideFile(), "http://elsewhere.invalid/?dt=");
+    ASSERT_TRUE(service_.start(options));
+    writeFile(service_.overrideFile(), elsewhere);
     EXPECT_EQ(service_.stop(), 0);
-    EXPECT_EQ(readFile(service_.overrideFile()), "http://elsewhere.invalid/?dt=");
-
-    EXPECT_FALSE(service_.start({u"--write-override"_s}));
-    EXPECT_EQ(service_.exitCode(), 1);
-    EXPECT_TRUE(service_.standardError().contains("ConsoleZVUpdate.mac exists"));
-    EXPECT_EQ(readFile(service_.overrideFile()), "http://elsewhere.invalid/?dt=");
+    EXPECT_EQ(readFile(service_.overrideFile()), elsewhere);
+    expectNoStart(options, "ConsoleZVUpdate.mac exists");
+    EXPECT_EQ(readFile(service_.overrideFile()), elsewhere);
 
     QFile::remove(service_.overrideFile());
     ASSERT_EQ(mkfifo(QFile::encodeName(service_.overrideFile()).constData(), 0600), 0);
-    EXPECT_FALSE(service_.start({u"--write-override"_s}));
-    EXPECT_EQ(service_.exitCode(), 1);
-    EXPECT_TRUE(service_.standardError().contains("is no file that can be read"));
-}
-
-TEST_F(ServiceTest, RefusesWrongArgumentsInOneLine)
-{
-    const QString directory = service_.served({});
-    const QString port = u"--port"_s;
-    const QString lifetime = u"--token-lifetime"_s;
-    const struct
-    {
-        QStringList arguments;
-        const char *named = nullptr;
-    } cases[] = {
-        {{}, "--directory"},
-        {{u"--directory"_s}, "directory"},
-        {{u"--directory"_s, u"/no/such/folder"_s}, "/no/such/folder"},
-        {{u"--directory"_s, directory, port, u"65536"_s}, "65536"},
-        {{u"--directory"_s, directory, port, u"-1"_s}, "-1"},
-        {{u"--directory"_s, directory, port, u"http"_s}, "http"},
-        {{u"--directory"_s, directory, u"--bind"_s, u"localhost"_s}, "localhost"},
-        {{u"--directory"_s, directory, lifetime, u"0"_s}, "--token-lifetime"},
-        {{u"--directory"_s, directory, u"--fault"_s, u"stal"_s}, "--fault: \"stal\""},
-        {{u"--directory"_s, directory, u"--fault"_s, u"cut=x"_s}, "cut=x"},
-        {{u"--directory"_s, directory, u"--fault"_s, u"wrong-digest=1"_s}, "wrong-digest=1"},
-        {{u"--directory"_s, directory, u"--fault=cut"_s, u"--fault=stall"_s}, "\"stall\""},
-        {{u"--directory"_s, directory, u"extra"_s}, "extra"},
-        {{u"--directory"_s, directory, u"--fast"_s}, "fast"},
-    };
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.named);
-        RunningService service;
-        service.runToEnd(c.arguments);
-        EXPECT_EQ(service.exitCode(), 2);
-        const QByteArray error = service.standardError();
-        EXPECT_TRUE(error.startsWith("zvupdate-service: ") && error.contains(c.named));
-        EXPECT_EQ(error.count('\n'), 1) << error.toStdString();
-    }
+    expectNoStart(options, "is no file that can be read");
 }
 
 TEST_F(ServiceTest, SaysWhyItCannotStart)
 {
+    for (const QStringList &row : testRows("zvupdate-service/wrong-arguments.tsv", 2))
+        Tool::expectRefusal(row[0].split(u' ', Qt::SkipEmptyParts), row[1]);
+
     RunningService other;
     writeFile(other.served(u"releases.json"_s), "{\"products\": []}");
     ASSERT_TRUE(other.start());
     const QString port = QString::number(other.port());
-    EXPECT_FALSE(service_.start({u"--port"_s, port}));
-    EXPECT_EQ(service_.exitCode(), 1);
-    EXPECT_TRUE(service_.standardError().contains("cannot listen on 127.0.0.1:" + port.toLatin1()));
-
+    expectNoStart({u"--port"_s, port}, "cannot listen on 127.0.0.1:" + port.toLatin1());
     writeFile(service_.served(u"releases.json"_s), "{\"products\": [\n{\"id\": 5}]}");
-    EXPECT_FALSE(service_.start());
-    EXPECT_EQ(service_.exitCode(), 1);
-    EXPECT_TRUE(service_.standardError().contains("releases.json: products[0].id: "))
-        << service_.standardError().toStdString();
+    expectNoStart({}, "releases.json: products[0].id: ");
 }

@@ -25,14 +25,8 @@ TEST(ArgumentsTest, WrongOnesAreRefusedInOneLineThatNamesThem)
     for (const QStringList &row : testRows("zvupdate/wrong-arguments.tsv", 2))
         if (hasWindow || !row[0].contains(u"--show-window"))
             cases.append({row[0].split(u' '), row[1]});
-    for (const auto &[arguments, named] : cases) {
-        const auto [status, output, errors] = Tool::run(arguments);
-        SCOPED_TRACE(qPrintable(arguments.join(u' ') + u": "_s + errors));
-        EXPECT_EQ(status, 2);
-        EXPECT_EQ(output, QString());
-        EXPECT_EQ(errors.count(u'\n'), 1);
-        EXPECT_TRUE(errors.startsWith(u"zvupdate"_s) && errors.contains(named));
-    }
+    for (const auto &[arguments, named] : cases)
+        Tool::expectRefusal(arguments, named);
 }
 
 TEST(PreferencesCommandTest, ShowsAndSetsWhatTheLibraryKeeps)

@@ -38,6 +38,16 @@ Tool::End Tool::run(const QStringList &arguments)
     return Tool(arguments).end();
 }
 
+void Tool::expectRefusal(const QStringList &arguments, const QString &named)
+{
+    const auto [status, output, errors] = run(arguments);
+    SCOPED_TRACE(qPrintable(arguments.join(u' ') + QLatin1String(": ") + errors));
+    EXPECT_EQ(status, 2);
+    EXPECT_EQ(output, QString());
+    EXPECT_EQ(errors.count(u'\n'), 1);
+    EXPECT_TRUE(errors.startsWith(QLatin1String("zvupdate")) && errors.contains(named));
+}
+
 bool Tool::waitForOutput(const QString &text)
 {
     do {

@@ -23,6 +23,8 @@ public:
 
     /// Starts it and waits for its end.
     static End run(const QStringList &arguments);
+    /// Runs it with wrong arguments, and sees that it says in one line what is wrong with them.
+    static void expectRefusal(const QStringList &arguments, const QString &named);
 
     /// Waits until its standard output holds a text; false when it ends, or takes too long,
     /// without.
