@@ -1,7 +1,9 @@
 #pragma once
 
+#include "TestFiles.h"
+
+#include <QCoreApplication>
 #include <QDir>
-#include <QFile>
 #include <QTemporaryDir>
 
 #include <ctime>
@@ -20,17 +22,17 @@ public:
                    qPrintable(home_.errorString()), qPrintable(QDir::tempPath()));
         qputenv("HOME", QFile::encodeName(home_.path()));
         qputenv("XDG_CONFIG_HOME", QFile::encodeName(home_.filePath(QStringLiteral(".config"))));
+        QCoreApplication::setOrganizationName(QStringLiteral("ZVUpdateTests"));
+        QCoreApplication::setApplicationName(QStringLiteral("ZVUpdateTests"));
         for (const char *proxy : {"http_proxy", "https_proxy", "HTTPS_PROXY", "all_proxy",
                                   "ALL_PROXY", "no_proxy", "NO_PROXY"})
             qunsetenv(proxy);
         const QString asker = home_.filePath(QStringLiteral("xdg-mime"));
-        QFile program(asker);
-        if (!program.open(QIODevice::WriteOnly) ||
-            program.write(
-                "#!/bin/sh\ncd ~ && echo \"$3\" >>asked\n"
-                "[ \"$2\" = filetype ] || cat programs 2>/dev/null || echo viewer.desktop\n") < 0)
-            qFatal("%s cannot be written.", qPrintable(asker));
-        program.setPermissions(QFile::ReadOwner | QFile::ExeOwner);
+        writeFile(asker, R"(#!/bin/sh
+cd ~ && echo "$3" >>asked
+[ "$2" = filetype ] || cat programs 2>/dev/null || echo viewer.desktop
+)");
+        QFile::setPermissions(asker, QFile::ReadOwner | QFile::ExeOwner);
         qputenv("PATH", QFile::encodeName(home_.path()) + ':' + qgetenv("PATH"));
         // Without this the C library looks at its file for each conversion, under a lock of its own
         // that thread sanitizer does not see.

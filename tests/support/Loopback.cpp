@@ -49,12 +49,6 @@ bool Loopback::sendAll(int socket, QByteArrayView bytes)
     return true;
 }
 
-void Loopback::discardWhenClosed(int socket)
-{
-    const linger discard = {1, 0};
-    ::setsockopt(socket, SOL_SOCKET, SO_LINGER, &discard, sizeof discard);
-}
-
 Loopback::Acceptor::Acceptor(Serve serve) : serve_(std::move(serve))
 {
     sockaddr_in own = address(0);

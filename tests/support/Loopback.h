@@ -16,8 +16,6 @@ namespace Loopback {
 int connect(quint16 port);
 /// False when the peer has gone.
 bool sendAll(int socket, QByteArrayView bytes);
-/// Lets the peer see a break, and not an end in order, when the socket is closed.
-void discardWhenClosed(int socket);
 
 /// Accepts connections on a port of its own, and has each served on a thread of its own until the
 /// function returns; then its socket is closed. When the acceptor goes, all sockets are shut down

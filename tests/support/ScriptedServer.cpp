@@ -9,12 +9,6 @@
 
 #include <sys/socket.h>
 
-namespace {
-
-constexpr std::chrono::seconds patience(30);
-
-} // namespace
-
 /// In clear, until TLS begins.
 struct ScriptedServer::Connection
 {
@@ -124,6 +118,7 @@ bool ScriptedServer::perform(const Reply &reply, const Request &request,
                              Connection &connection) const
 {
     using Step = Reply::Step;
+    const linger discard = {1, 0}; // Lets the peer see a break, and not an end in order.
     for (const Step &step : reply.steps_) {
         switch (step.kind) {
         case Step::SendBody:
@@ -142,7 +137,7 @@ bool ScriptedServer::perform(const Reply &reply, const Request &request,
             std::this_thread::sleep_for(step.time);
             break;
         case Step::Reset:
-            Loopback::discardWhenClosed(connection.socket);
+            ::setsockopt(connection.socket, SOL_SOCKET, SO_LINGER, &discard, sizeof discard);
             [[fallthrough]];
         case Step::Close:
             return false;
@@ -154,7 +149,7 @@ bool ScriptedServer::perform(const Reply &reply, const Request &request,
 bool ScriptedServer::wait(Gate &gate) const
 {
     gate.reached_ = true;
-    const auto deadline = std::chrono::steady_clock::now() + patience;
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
     while (!gate.isOpen()) {
         if (acceptor_.isStopping() || std::chrono::steady_clock::now() >= deadline)
             return false;

@@ -9,8 +9,6 @@ int main(int argc, char **argv)
 {
     const IsolatedHome home;
     QCoreApplication application(argc, argv);
-    QCoreApplication::setOrganizationName(QStringLiteral("ZVUpdateTests"));
-    QCoreApplication::setApplicationName(QStringLiteral("ZVUpdateTests"));
     testing::InitGoogleMock(&argc, argv);
     return RUN_ALL_TESTS();
 }

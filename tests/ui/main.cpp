@@ -15,8 +15,6 @@ int main(int argc, char **argv)
     qunsetenv("LANGUAGE");
 
     QApplication application(argc, argv);
-    QCoreApplication::setOrganizationName(QStringLiteral("ZVUpdateTests"));
-    QCoreApplication::setApplicationName(QStringLiteral("ZVUpdateTests"));
     QApplication::setQuitOnLastWindowClosed(false);
     testing::InitGoogleMock(&argc, argv);
     return RUN_ALL_TESTS();
