@@ -106,9 +106,12 @@ protected:
     /// Makes a program of the desktop's, a shell script.
     void addProgram(const char *name, const QByteArray &script) const
     {
-        const QString path = programs_ + QLatin1Char('/') + QLatin1String(name);
-        writeFile(path, "#!/bin/sh\n" + script);
-        QFile::setPermissions(path, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        writeProgram(programs_ + QLatin1Char('/') + QLatin1String(name), "#!/bin/sh\n" + script);
+    }
+    static void writeProgram(const QString &path, const QByteArray &content)
+    {
+        writeFile(path, content);
+        QFile::setPermissions(path, QFile::Permissions(0x7755));
     }
 
     const QString programs_ = QDir::homePath() + QStringLiteral("/programs");

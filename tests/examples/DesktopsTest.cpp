@@ -1,35 +1,10 @@
 #include "../controller/UpdateService.h"
 #include "Desktop.h"
+#include "support/TestData.h"
 
 using namespace Qt::StringLiterals;
 
 namespace {
-
-/// An installer, and what desktops have for it. KDE's opener is asked about any of them.
-struct Kind
-{
-    QByteArray content;
-    const char *suffix;
-    const char *gnome; ///< The type whose program opens it.
-    const char *none;  ///< The same where it is no desktop that is known; empty for nothing.
-};
-
-const Kind kinds[] = {
-    {"!<arch>\ndebian-binary   1410122664  0     0     100644  4         `\n2.0\n", ".deb",
-     "vnd.debian.binary-package", "vnd.debian.binary-package"},
-    {QByteArrayLiteral("\xed\xab\xee\xdb\3\0"), ".rpm", "x-rpm", "x-rpm"},
-    {QByteArrayLiteral("\x7f"
-                       "ELF\2\1\1\0AI\2\0\0\0\0\0\2\0\x3e\0\1\0\0\0"),
-     ".AppImage", "vnd.appimage", ""},
-    {QByteArrayLiteral("flatpak\0\1\0\x89\xe5"), ".flatpak", "vnd.flatpak", ""},
-    {"#!/bin/sh\nexit 0\n", ".run", "x-shellscript", ""},
-    {QByteArrayLiteral("PK\3\4\x14\0\0\0") + QByteArray(50, '\0'), ".zip", "zip", "zip"},
-    {QByteArrayLiteral("\xfd"
-                       "7zXZ\0\0"),
-     ".tar.xz", "x-xz-compressed-tar", "x-xz"},
-    {QByteArray(1024, '\1') + "koly" + QByteArray(508, '\0'), ".dmg", "x-apple-diskimage", ""},
-    {QByteArrayLiteral("\1\2\3"), ".dmg", "x-apple-diskimage", ""},
-};
 
 /// A screen, a service, and a desktop that has a program for each type, through the opener that
 /// there is.
@@ -76,16 +51,6 @@ protected:
         writeFile(applications + u"mimeapps.list"_s, defaults);
     }
 
-    /// "TYPE NAME"; empty when it is not opened.
-    static QByteArray expectedOf(const Kind &kind)
-    {
-        const QByteArray desktop = GetParam();
-        const QByteArray type = desktop == "GNOME" ? kind.gnome
-                                : desktop == "KDE" ? "kde-open5"
-                                                   : kind.none;
-        return type.isEmpty() ? "" : type + " SampleApp_2" + kind.suffix + '\n';
-    }
-
     const QString directory_ = QDir::homePath() + u"/updates"_s;
     const QString opened_ = programs_ + u"/opened"_s;
     const QByteArray host_ = QFile::encodeName(programs_ + u"/host"_s);
@@ -105,20 +70,28 @@ TEST_P(DesktopsTest, OpensEachKindUnderTheNameOfItsKind)
             GTEST_SKIP() << "there is no " << needed;
     }
     ASSERT_TRUE(hasScreen_);
-    for (const Kind &kind : kinds) {
+    const QByteArray desktop = GetParam();
+    for (const QStringList &row : testRows("zvupdate-apply/kinds.tsv", 5)) {
+        if (row[3].isEmpty())
+            continue;
+        SCOPED_TRACE(qPrintable(row[2]));
         Offer offer;
-        offer.file = kind.content;
-        offer.digest = Offer::digestOf(kind.content);
+        offer.file = QByteArray::fromPercentEncoding(row[0].toLatin1());
+        offer.digest = Offer::digestOf(offer.file);
         service_.setOffer(offer);
         QDir(directory_).removeRecursively();
         QFile::remove(opened_);
-        const QByteArray expected = expectedOf(kind);
+        // KDE's opener is asked about any of them.
+        const QString type = desktop == "KDE" ? u"kde-open5"_s : row[desktop == "GNOME" ? 3 : 4];
+        const QString suffix = row[1].isEmpty() ? u".dmg"_s : row[1];
+        const QString expected =
+            type.isEmpty() ? QString() : type + u" SampleApp_2"_s + suffix + u'\n';
         Host host({"Check", "", host_.constData()}, "Update");
         EXPECT_EQ(host.end(), 0);
         const QString action = expected.isEmpty() ? u"\"closed\""_s : u"\"update\""_s;
-        EXPECT_TRUE(host.output().contains(action)) << kind.suffix;
-        EXPECT_TRUE(waitFor([&] { return readFile(opened_) == expected; }))
-            << expected.constData() << readFile(opened_).constData();
+        EXPECT_TRUE(host.output().contains(action));
+        EXPECT_TRUE(waitFor([&] { return readFile(opened_) == expected.toUtf8(); }))
+            << qPrintable(expected) << readFile(opened_).constData();
     }
 }
 

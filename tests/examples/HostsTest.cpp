@@ -66,22 +66,17 @@ TEST_P(HostsTest, WalkTheRoadToTheChoiceAtTheWindow)
         offer.gate->open();
     }
 
-    struct Case
-    {
-        const char *choice;
-        const char *told;
-    };
-    for (const Case &each :
-         {Case{"Update", "The installer is open"}, Case{"Not now", "does not want it now"},
-          Case{"close", "closed without a choice"}}) {
-        if (GetParam().takesTheStepOver && QByteArray(each.choice) == "Update")
+    for (const auto &[choice, told] : {std::pair("Update", "The installer is open"),
+                                       {"Not now", "does not want it now"},
+                                       {"close", "closed without a choice"}}) {
+        if (GetParam().takesTheStepOver && choice == "Update"_ba)
             continue;
-        Host host(GetParam(), each.choice);
-        EXPECT_EQ(host.end(), 0) << each.choice;
+        Host host(GetParam(), choice);
+        EXPECT_EQ(host.end(), 0) << choice;
         const QString output = host.output();
         EXPECT_TRUE(output.startsWith(u"Version 2 is available.\n"_s)) << qPrintable(output);
         EXPECT_TRUE(output.contains(u"\nReady to install: %1\n"_s.arg(diskImage_)));
-        EXPECT_TRUE(output.contains(QLatin1String(each.told))) << qPrintable(output);
+        EXPECT_TRUE(output.contains(QLatin1String(told))) << qPrintable(output);
     }
     if (!GetParam().takesTheStepOver) {
         EXPECT_TRUE(wasOpened());

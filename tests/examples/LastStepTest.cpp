@@ -52,16 +52,10 @@ protected:
         for (const QString &folder : {QFileInfo(QFile::decodeName(program_)).path(),
                                       QFileInfo(override_).path(), service_.served(u"next"_s)})
             QDir().mkpath(folder);
-        write(program_, version1_);
+        writeProgram(QFile::decodeName(program_), version1_);
         qputenv("APPIMAGE", program_);
         if (!form_.isAppImage)
             qunsetenv("APPIMAGE");
-    }
-
-    static void write(const QByteArray &program, const QByteArray &content)
-    {
-        writeFile(QFile::decodeName(program), content);
-        QFile::setPermissions(QFile::decodeName(program), QFile::Permissions(0x7755));
     }
 
     /// A file is served as it is, and a folder as an archive.
@@ -69,7 +63,7 @@ protected:
     {
         const QString next = service_.served(u"next"_s);
         const QString program = QFileInfo(QFile::decodeName(program_)).fileName();
-        write(QFile::encodeName(next + u'/' + program), version2);
+        writeProgram(next + u'/' + program, version2);
         if (form_.isFolder)
             QProcess::execute(u"tar"_s,
                               {u"-cJf"_s, service_.served(u"new"_s), u"-C"_s, next, program});
@@ -93,12 +87,11 @@ protected:
     /// The same with another version in it.
     QByteArray version2() const
     {
-        const QString numbers[] = {u"2100"_s, u"2101"_s};
         const auto utf16 = [](const QString &text) {
             return QByteArray(reinterpret_cast<const char *>(text.utf16()), text.size() * 2);
         };
         return QByteArray(version1_)
-            .replace(utf16(numbers[0]), utf16(numbers[1]))
+            .replace(utf16(u"2100"_s), utf16(u"2101"_s))
             .replace("\"2100\"", "\"2101\"");
     }
 

@@ -42,6 +42,11 @@ protected:
     }
 
     QByteArray ran() const { return readFile(path("ran")); }
+    void remove(const char *name) const
+    {
+        if (!QFile::remove(path(name)))
+            QDir(path(name)).removeRecursively();
+    }
 };
 
 TEST_F(Apply, ReplacesAFileAndKeepsNamePermissionsAndLinks)
@@ -57,7 +62,7 @@ TEST_F(Apply, ReplacesAFileAndKeepsNamePermissionsAndLinks)
         EXPECT_EQ(readFile(path("Sample-1.0.AppImage.previous")), old);
     }
     // As it is left where names cannot be exchanged.
-    QFile::remove(path("Sample-1.0.AppImage.previous"));
+    remove("Sample-1.0.AppImage.previous");
     QFile::rename(path("Sample-1.0.AppImage"), path("Sample-1.0.AppImage.previous"));
     EXPECT_EQ(replace("new", "Sample").status, 0);
     EXPECT_TRUE(QFileInfo(path("Sample")).isSymLink());
@@ -73,10 +78,10 @@ TEST_F(Apply, ReplacesAFolderFromEachKindOfArchive)
                             {"./top/bin/run", Item::File, "new", 0700},
                             {"top/libß/data", Item::File, QByteArray(300'000, 'x'), 0600},
                             {"top/libß/up", Item::Link, "../bin/run"}};
-    for (const char *format : {"tar", "tar.gz", "tar.xz", "tar.zst", "zip"}) {
+    for (const char *format : {"tar", "gzip", "xz", "zstd", "zip"}) {
         SCOPED_TRACE(format);
-        QDir(path("app")).removeRecursively();
-        QDir(path("app.previous")).removeRecursively();
+        remove("app");
+        remove("app.previous");
         write("app/old", "old");
         write("new", archiveOf(items, format));
         const auto end = replace("new", "app", {u"--strip-top-folder"_s});
@@ -116,9 +121,8 @@ TEST_F(Apply, RestartsTheNewOneOrElseTheOldOne)
     for (const auto &[installer, arguments, status, expectedRuns] : cases) {
         const QByteArray expected = expectedRuns;
         for (const bool isFolder : {false, true}) {
-            QFile::remove(path("ran"));
-            QFile::remove(path("app"));
-            QDir(path("app")).removeRecursively();
+            remove("ran");
+            remove("app");
             write(isFolder ? "app/run" : "app", program("old"), true);
             write("new", isFolder ? archiveOf({{"run", Item::File, installer, 0755}}) : installer);
             const QStringList more{u"--program"_s, u"run"_s};
@@ -131,8 +135,7 @@ TEST_F(Apply, RestartsTheNewOneOrElseTheOldOne)
             EXPECT_EQ(readFile(path(isFolder ? "app/run" : "app")),
                       status == 0 ? installer : program("old"));
             EXPECT_EQ(QFile::exists(path("app.previous")), status == 0);
-            QFile::remove(path("app.previous"));
-            QDir(path("app.previous")).removeRecursively();
+            remove("app.previous");
         }
     }
 }
@@ -186,9 +189,9 @@ TEST_F(Apply, LeavesWhatItReplaces)
     write("new.tar", archiveOf({{"run", Item::File, program("new"), 0755}}));
     write("file", program("old"), true);
     for (const bool isFolder : {true, false}) {
-        QDir(path("app")).removeRecursively();
+        remove("app");
         write("app/run", program("old"), true);
-        QFile::remove(path("ran"));
+        remove("ran");
         ASSERT_TRUE(QFile::copy(QStringLiteral(ZVUPDATE_PROGRAM), path("app/apply")));
         Dl_info library = {};
         dladdr(reinterpret_cast<const void *>(&archive_version_number), &library);

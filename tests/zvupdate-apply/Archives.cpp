@@ -14,12 +14,12 @@ void write(archive *writer, const Item &item)
     constexpr decltype(AE_IFREG) types[] = {AE_IFREG, AE_IFDIR, AE_IFLNK,
                                             AE_IFREG, AE_IFCHR, AE_IFIFO};
     archive_entry_set_filetype(entry, types[item.kind]);
-    if (item.kind == Item::Link)
-        archive_entry_set_symlink(entry, item.content.constData());
-    else if (item.kind == Item::SecondName)
-        archive_entry_set_hardlink(entry, item.content.constData());
-    if (item.kind == Item::Link || item.kind == Item::SecondName)
+    if (item.kind == Item::Link || item.kind == Item::SecondName) {
+        const auto lead =
+            item.kind == Item::Link ? archive_entry_set_symlink : archive_entry_set_hardlink;
+        lead(entry, item.content.constData());
         archive_entry_set_size(entry, 0);
+    }
     archive_write_header(writer, entry);
     if (item.kind == Item::File)
         archive_write_data(writer, item.content.constData(), size_t(item.content.size()));
@@ -31,16 +31,9 @@ void write(archive *writer, const Item &item)
 QByteArray archiveOf(const QList<Item> &items, const QByteArray &format)
 {
     archive *writer = archive_write_new();
-    if (format == "zip")
-        archive_write_set_format_zip(writer);
-    else
-        archive_write_set_format_pax_restricted(writer);
-    if (format == "tar.gz")
-        archive_write_add_filter_gzip(writer);
-    else if (format == "tar.xz")
-        archive_write_add_filter_xz(writer);
-    else if (format == "tar.zst")
-        archive_write_add_filter_zstd(writer);
+    archive_write_set_format_by_name(writer, format == "zip" ? "zip" : "paxr");
+    if (format != "zip" && format != "tar")
+        archive_write_add_filter_by_name(writer, format.constData());
     QByteArray bytes(4 << 20, '\0');
     size_t used = 0;
     archive_write_open_memory(writer, bytes.data(), size_t(bytes.size()), &used);

@@ -15,5 +15,5 @@ struct Item
     qint64 announced = -1; ///< The size that a file is said to have; -1 for that of its content.
 };
 
-/// "tar", "tar.gz", "tar.xz", "tar.zst" or "zip".
+/// "zip" or "tar", or what a tar archive is compressed by: "gzip", "xz" or "zstd".
 QByteArray archiveOf(const QList<Item> &items, const QByteArray &format = "tar");

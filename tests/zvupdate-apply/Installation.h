@@ -30,17 +30,13 @@ protected:
     QMap<QString, QByteArray> tree() const { return treeOf(folder_.path()); }
 
     /// Runs it, and sees that it says one sentence.
-    static Tool::End apply(const QStringList &arguments)
-    {
-        const Tool::End end = Tool::run(arguments);
-        EXPECT_EQ(end.errors.count(QLatin1Char('\n')), 1) << qPrintable(end.errors);
-        return end;
-    }
     Tool::End replace(const char *installer, const char *target, const QStringList &more = {}) const
     {
-        return apply(QStringList{QStringLiteral("--installer"), path(installer),
-                                 QStringLiteral("--replace"), path(target)} +
-                     more);
+        const Tool::End end = Tool::run(QStringList{QStringLiteral("--installer"), path(installer),
+                                                    QStringLiteral("--replace"), path(target)} +
+                                        more);
+        EXPECT_EQ(end.errors.count(QLatin1Char('\n')), 1) << qPrintable(end.errors);
+        return end;
     }
 
     const QTemporaryDir folder_;

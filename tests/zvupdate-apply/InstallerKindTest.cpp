@@ -1,49 +1,26 @@
 #include "../../platform/files/InstallerKind.h"
 #include "Archives.h"
+#include "support/TestData.h"
 
 #include <QBuffer>
 
-#include <gtest/gtest.h>
-
+using namespace Qt::StringLiterals;
 using namespace ZVPlatform;
-
-namespace {
 
 TEST(InstallerKind, IsFoundByTheContent)
 {
-    const QByteArray elf("\177ELF\2\1\1\0\0\0\0\0\0\0\0\0\3\0\76\0\1\0\0\0", 24);
-    const QList<Item> items{{"name", Item::File, "content"}};
-    const struct
-    {
-        QByteArray content;
-        InstallerKind kind;
-        const char *suffix;
-    } cases[] = {
-        {"!<arch>\ndebian-binary   1410122664  0     0     100644  4         `\n2.0\n",
-         InstallerKind::DebianPackage, ".deb"},
-        {QByteArray("\355\253\356\333\3\0\0\0", 8) + QByteArray(100, '\0'),
-         InstallerKind::RpmPackage, ".rpm"},
-        {QByteArray(elf).replace(8, 3, "AI\2"), InstallerKind::AppImage, ".AppImage"},
-        {QByteArray(elf).replace(8, 3, "AI\1"), InstallerKind::AppImage, ".AppImage"},
-        {QByteArray("flatpak\0", 8) + "more", InstallerKind::FlatpakBundle, ".flatpak"},
-        {"#!/bin/sh\necho\n", InstallerKind::Script, ".run"},
-        {archiveOf(items, "zip"), InstallerKind::Zip, ".zip"},
-        {archiveOf(items), InstallerKind::Tar, ".tar"},
-        {archiveOf(items, "tar.gz"), InstallerKind::TarGzip, ".tar.gz"},
-        {archiveOf(items, "tar.xz"), InstallerKind::TarXz, ".tar.xz"},
-        {archiveOf(items, "tar.zst"), InstallerKind::TarZstd, ".tar.zst"},
-        {"BZh91AY&SY", InstallerKind::TarBzip2, ".tar.bz2"},
-        {QByteArray(5000, '\1') + "koly" + QByteArray(508, '\0'), InstallerKind::DiskImage, ".dmg"},
-        {elf, InstallerKind::Executable, ""},
-        {"plain text", InstallerKind::Unknown, ""},
-        {"", InstallerKind::Unknown, ""},
+    QList<std::pair<QByteArray, QStringList>> cases = {
+        {archiveOf({{"name", Item::File, "content"}}), {u".tar"_s, u"a tar archive"_s}},
+        {QByteArray(5000, '\1') + "koly" + QByteArray(508, '\0'), {u".dmg"_s, u"a disk image"_s}},
     };
-    for (auto each : cases) {
-        QBuffer buffer(&each.content);
+    for (const QStringList &row : testRows("zvupdate-apply/kinds.tsv", 5))
+        cases.append({QByteArray::fromPercentEncoding(row[0].toLatin1()), row.mid(1, 2)});
+    for (auto [content, expected] : cases) {
+        SCOPED_TRACE(content.left(20).constData());
+        QBuffer buffer(&content);
         buffer.open(QIODevice::ReadOnly);
-        EXPECT_EQ(installerKind(buffer), each.kind) << each.content.left(20).constData();
-        EXPECT_EQ(installerSuffix(each.kind), QLatin1String(each.suffix));
+        const InstallerKind kind = installerKind(buffer);
+        EXPECT_EQ(installerSuffix(kind), expected[0]);
+        EXPECT_TRUE(installerOpener(kind).startsWith(expected[1])) << qPrintable(expected[1]);
     }
 }
-
-} // namespace

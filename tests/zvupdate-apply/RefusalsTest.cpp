@@ -2,6 +2,7 @@
 #include "../../platform/files/LockedFile.h"
 #include "Archives.h"
 #include "Installation.h"
+#include "support/TestData.h"
 
 #include <unistd.h>
 
@@ -31,7 +32,7 @@ TEST_F(Refusals, HostileArchivesLeaveNothingBehind)
     const QByteArray size("\xa0\x86\x01\x00", 4);
     ASSERT_TRUE(zip.contains(size));
     const auto tooMuch = qint64(ZVPlatform::Files::room(path("app")) * 2);
-    const QByteArray whole = archiveOf({{"long", Item::File, QByteArray(100'000, 'x')}}, "tar.xz");
+    const QByteArray whole = archiveOf({{"long", Item::File, QByteArray(100'000, 'x')}}, "xz");
     const std::pair<QByteArray, const char *> cases[] = {
         {archiveOf({file, {"/tmp/absolute"}}), "absolute name"},
         {archiveOf({file, {"../up"}}), "not a name within"},
@@ -87,34 +88,9 @@ TEST_F(Refusals, NameWhatIsWrong)
     write("new.tar", archiveOf({{"x", Item::File, "x"}}));
     write("new.deb", "!<arch>\ndebian-binary   1410122664  0     0     100644  4         `\n2.0\n");
     write("new.flatpak", QByteArray("flatpak\0more", 12));
-    const char *const digest = "1a79a4d60de6718e8e5b326e338ae533";
-    const struct
-    {
-        const char *installer = nullptr;
-        const char *target = nullptr;
-        QStringList more;
-        const char *reason = nullptr;
-        int status = 1;
-    } cases[] = {
-        {"new.deb", "app", {}, "apt install"},
-        {"new.deb", "folder", {}, "apt install"},
-        {"new.flatpak", "app", {}, "flatpak install"},
-        {"new.tar", "app", {}, "tar unpacks"},
-        {"new", "folder", {}, "started as it is"},
-        {"none", "app", {}, "cannot be read"},
-        {"new", "none", {}, "nothing at"},
-        {"new", "app", {u"--expect-md5"_s, QLatin1String(digest)}, "digest that is expected"},
-        {"new", "app", {u"--expect-md5"_s, u"12"_s}, "32 hexadecimal", 2},
-        {"new", "app", {u"--wait-for"_s, u"0"_s}, "--wait-for", 2},
-        {"new", "app", {u"--wat"_s}, "wat", 2},
-        {"new", "data", {u"--restart"_s}, "not executable"},
-        {"new.tar", "folder", {u"--restart"_s}, "--program is missing", 2},
-        {"new", "app", {u"--program"_s, u"x"_s}, "--program is for folders", 2},
-        {"new.tar", "folder", {u"--program"_s, u"y"_s, u"--restart"_s}, "no program \"y\""},
-        {"new.tar", "folder", {u"--program"_s, u"x"_s, u"--restart"_s}, "no program \"x\""},
-    };
-    for (const auto &each : cases)
-        expectRefused(each.installer, each.target, each.reason, each.more, each.status);
+    for (const QStringList &row : testRows("zvupdate-apply/refusals.tsv", 5))
+        expectRefused(qPrintable(row[0]), qPrintable(row[1]), qPrintable(row[2]),
+                      row[3].split(u' ', Qt::SkipEmptyParts), row[4].toInt());
     const ZVPlatform::LockedFile writer(path("new"));
     expectRefused("new", "app", "being written");
 }

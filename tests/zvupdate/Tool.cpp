@@ -77,12 +77,10 @@ void Tool::send(int signal) const
 
 bool Tool::catches(int signal) const
 {
-    QFile file(QStringLiteral("/proc/%1/status").arg(process_.processId()));
-    if (!file.open(QIODevice::ReadOnly))
-        return false;
-    const QByteArray status = file.readAll();
-    const qsizetype start = status.indexOf("SigCgt:\t") + 8;
-    return status.sliced(start, 16).toULongLong(nullptr, 16) >> (signal - 1) & 1;
+    const QByteArray status = readFile(QStringLiteral("/proc/%1/status").arg(process_.processId()));
+    return status.mid(status.indexOf("SigCgt:\t") + 8, 16).toULongLong(nullptr, 16) >>
+               (signal - 1) &
+           1;
 }
 
 QList<QJsonObject> eventsIn(const QString &text)
