@@ -2,17 +2,16 @@
 """Kills zvupdate-apply, and lets it meet a full disk."""
 
 import collections
+import contextlib
 import hashlib
 import io
 import itertools
 import os
-import pathlib
 import random
 import shutil
 import signal
 import subprocess
 import tarfile
-import tempfile
 import unittest
 
 import road
@@ -32,12 +31,13 @@ FORMS = [Form(*each) for each in itertools.product((False, True), (True, False),
 FORMS.append(Form(is_folder=True, has_exchange=True, ends_well=True, lies_inside=True))
 
 
-class Place:
+class Place(contextlib.ExitStack):
     """A target, its new version, and one that ends at once; gone after the `with`."""
 
     def __init__(self, form):
+        super().__init__()
         self.form = form
-        self.folder = pathlib.Path(tempfile.mkdtemp(prefix="zvupdate-torture."))
+        self.folder = road.temporary_folder(self)
         self.log = self.folder / "log"
         self.place = self.folder / "place"
         self.target = self.place / "app"
@@ -50,15 +50,9 @@ class Place:
 
         if form.lies_inside:
             self.old["apply"] = (road.BIN / "zvupdate-apply").read_bytes()
-        self._run(self._strace("-e", "trace=all"), "--version")
+        self._run(road.strace("-e", "trace=all", log=self.log), "--version")
         self.start_up = collections.Counter(
             text.partition("(")[0] for _, text in self._calls())
-
-    def __enter__(self):
-        return self
-
-    def __exit__(self, *_):
-        shutil.rmtree(self.folder)
 
     def _version(self, end):
         """A program, or a folder with one; what lies in it by its path, "" for a file."""
@@ -108,10 +102,6 @@ class Place:
                               timeout=road.PATIENCE, text=True, check=False)
         return road.Outcome(done.returncode, done.stdout, done.stderr)
 
-    def _strace(self, *arguments):
-        _, *more = road.strace(*arguments, log=self.log)
-        return [shutil.which("strace"), *more]
-
     def _calls(self):
         """The calls that were traced: of which process, and how."""
         return [line.split(None, 1) for line in self.log.read_text().splitlines()]
@@ -126,8 +116,8 @@ class Place:
     def inject(self, call, fault):
         trace = {call} if self.form.has_exchange else {call, "renameat2"}
         lacking = () if self.form.has_exchange or call == "renameat2" else NO_EXCHANGE
-        return self._strace("-e", f"trace={','.join(sorted(trace))}", *lacking,
-                            "-e", f"inject={call}:{fault}")
+        return road.strace("-e", f"trace={','.join(sorted(trace))}", *lacking,
+                           "-e", f"inject={call}:{fault}", log=self.log)
 
     def injected(self, call):
         """The first call of the program itself, and not of what it has started, that has failed."""
@@ -171,12 +161,12 @@ class Campaigns(unittest.TestCase):
             with Place(form) as place:
                 for what, status in place.tries(CHANGES + LOOKS if road.LONG else FEW,
                                                 ["signal=SIGKILL:when={}"]):
-                    end = "between"
+                    end = "only the previous one"
                     if place.is_version(place.target, place.old):
-                        end = "old"
+                        end = "the whole old one"
                     elif place.is_version(place.target,
                                           place.new if form.ends_well else place.bad):
-                        end = "new"
+                        end = "the whole new one"
                     else:
                         road.expect(form.is_folder and not form.has_exchange and
                                     not place.target.exists() and
@@ -184,10 +174,7 @@ class Campaigns(unittest.TestCase):
                                     f"neither old nor new: {what}")
                     ends[end] += 1
                     place.goes_on(what)
-        road.tried(ends.total(),
-                   f"{ends['old']} left the whole old one, {ends['new']} the whole new one, and "
-                   f"{ends['between']}, of a folder where names cannot be exchanged, the old one "
-                   "as its previous; the next run replaced it and cleared what was left")
+        road.tried(ends, "the next run replaced it and cleared what was left")
 
     @road.traced_by("strace")
     def test_apply_full(self):
@@ -199,23 +186,20 @@ class Campaigns(unittest.TestCase):
                         FILLING if road.LONG else FEW,
                         ["error=ENOSPC:when={}", "error=ENOSPC:when={}+"][:1 + road.LONG]):
                     road.expect(status in (0, 1), what)
-                    expected = place.new if status == 0 else place.old
+                    end, expected = (("failed", place.old) if status else
+                                     ("replaced all the same", place.new))
                     if " rename error" in what and ("cannot be brought back" in what or
                                                     " stays " in what):
-                        expected, status = place.bad, "stuck"
+                        end, expected = "failed to bring the old one back", place.bad
                         road.expect(place.is_version(place.previous, place.old), f"no old one: {what}")
                     road.expect(place.is_version(place.target, expected) or
-                                status == "stuck" and not place.target.exists(),
+                                expected is place.bad and not place.target.exists(),
                                 f"another version: {what}")
                     left = {path.name for path in place.place.iterdir()}
                     road.expect(left <= {"app", "app.previous"}, f"left behind: {left}: {what}")
-                    ends[status] += 1
+                    ends[end] += 1
                     place.goes_on(what)
-        road.tried(ends.total(),
-                   f"{ends[1]} failed with the whole old one in place, {ends[0]} were replaced all "
-                   f"the same, and in {ends['stuck']} the old one stayed the previous one, as the "
-                   "renames that bring it back were what failed; nothing was left behind, and the "
-                   "next run replaced it")
+        road.tried(ends, "nothing was left behind, and the next run replaced it")
 
 
 if __name__ == "__main__":

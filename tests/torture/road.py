@@ -10,6 +10,7 @@ ZVUPDATE_SANITIZED  set where the programs are built with a sanitizer, which rul
 ZVUPDATE_SEED       repeats a former run
 """
 
+import contextlib
 import json
 import os
 import pathlib
@@ -50,14 +51,20 @@ def traced_by(program):
     return unittest.skipIf(SANITIZED or lacks, lacks or "the programs are built with a sanitizer")
 
 
-def tried(variants, held):
-    expect(variants > 0, "nothing was tried")
-    print(f"{variants} variants, {held}", flush=True)
+def tried(ends, held):
+    """Says how the variants have ended, and what held after each."""
+    expect(ends.total() > 0, "nothing was tried")
+    print(f"{ends.total()} variants, {dict(ends)}: {held}", flush=True)
 
 
 def strace(*arguments, paths=(), log="/dev/null"):
     selection = [part for path in paths for part in ("-P", str(path))]
-    return ["strace", "-f", "-qq", "-o", str(log), *arguments, *selection]
+    return [shutil.which("strace"), "-f", "-qq", "-o", str(log), *arguments, *selection]
+
+
+def temporary_folder(stack):
+    return pathlib.Path(stack.enter_context(
+        tempfile.TemporaryDirectory(prefix="zvupdate-torture.")))
 
 
 class Outcome:
@@ -73,7 +80,7 @@ class Outcome:
         return f"status {self.status}, {self.output!r}, {self.errors!r}"
 
 
-class Road:
+class Road(contextlib.ExitStack):
     """A release folder, its service, and a home with a save directory; gone after the `with`.
 
     What lies around the save directory and the preferences is looked at once, in the beginning, and
@@ -81,8 +88,9 @@ class Road:
     """
 
     def __init__(self, size):
+        super().__init__()
         self.installer = random.Random(SEED).randbytes(size)
-        self.base = pathlib.Path(tempfile.mkdtemp(prefix="zvupdate-torture."))
+        self.base = temporary_folder(self)
         self.tree = self.base / "tree"
         self.save = self.tree / "save"
         self.partial = self.save / "P1_2.bin"
@@ -94,21 +102,6 @@ class Road:
         self.settings_lock = self.settings.with_name(self.settings.name + ".lock")
         self.outside = self.tree / "outside"
         self.service_log = self.base / "service.log"
-        self.service = None
-        self.started = []
-
-    def __enter__(self):
-        try:
-            self._build()
-        except BaseException:
-            self._remove()
-            raise
-        return self
-
-    def __exit__(self, *_):
-        self._remove()
-
-    def _build(self):
         releases = self.base / "releases"
         for folder in (releases, self.save, self.home / "Documents", self.settings_folder,
                        self.outside, self.tree / "tmp"):
@@ -121,22 +114,14 @@ class Road:
         self.older_image.write_bytes(OLDER)
 
         with open(self.service_log, "wb") as log:
-            self.service = subprocess.Popen(
+            service = self.enter_context(subprocess.Popen(
                 [BIN / "zvupdate-service", "--directory", releases],
-                stdout=subprocess.PIPE, stderr=log)
-        url = self.service.stdout.readline().decode().strip()
+                stdout=subprocess.PIPE, stderr=log))
+        self.callback(service.kill)
+        url = service.stdout.readline().decode().strip()
         expect(url.endswith("dt="), f"the service did not start: {self.service_log.read_text()}")
         (self.home / "Documents" / "ConsoleZVUpdate.mac").write_text(url)
         self.surroundings = self._look_around()
-
-    def _remove(self):
-        for process in self.started:
-            process.kill()
-        if self.service:
-            self.service.kill()
-            self.service.wait()
-            self.service.stdout.close()
-        shutil.rmtree(self.base)
 
     def another_home(self):
         """Preferences of their own for some of the processes."""
@@ -156,7 +141,7 @@ class Road:
              "--product-version", "1", "--directory", self.save, "--json", "--mode", mode],
             stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, env=environment,
             cwd=self.tree)
-        self.started.append(process)
+        self.callback(process.kill)
         return process
 
     def finish(self, process, may_end_by=None):

@@ -80,17 +80,13 @@ class Campaigns(unittest.TestCase):
                     road.expect(not killed or way.installer.startswith(kept), f"{call}: {kept[:99]}")
                     before = way.starts().count(len(kept))
                     way.arrives(most_runs=1 if killed else 2)
-                    ends[outcome.status] += 1
+                    end = "killed" if killed else "failed" if outcome.status else "complete"
                     if killed and 0 < len(kept) < len(way.installer):
                         road.wait_until("the service has seen a download begin where the file ended",
                                         lambda: way.starts().count(len(kept)) > before)
-                        ends["resumed"] += 1
-        failed = ends.total() - ends["resumed"] - ends[-signal.SIGKILL]
-        killed = ends[-signal.SIGKILL]
-        road.tried(failed + killed,
-                   f"{killed} were killed and completed by one further run, {ends['resumed']} from "
-                   f"where the file ended; {failed} failed, of which {ends[0]} were complete all the "
-                   "same and the others after at most two further runs")
+                        end = "killed, and resumed where the file ended"
+                    ends[end] += 1
+        road.tried(ends, "one further run completed what was killed, and two the others")
 
     def test_crowd(self):
         """Several processes at once on one directory, with the same and with different preferences;
@@ -126,18 +122,17 @@ class Campaigns(unittest.TestCase):
                     outcome = way.finish(process, may_end_by=expected)
                     # A check whose first question finds no network is told that there is no update.
                     road.expect(outcome.status in (0, 1, 3, -signal.SIGKILL), str(outcome))
-                    ends[outcome.status] += 1
+                    ends[f"with status {outcome.status}"] += 1
                 way.holds()
                 # Who still downloads when another is done makes a file anew, and may be killed
                 # then.
                 way.arrives(home=moments.choice(known), may_leave=[way.partial])
-        road.tried(rounds, f"of {ends.total()} processes {ends[0]} had the installer, "
-                           f"{ends[-signal.SIGKILL]} were killed and the others failed; at most "
-                           "two further checks brought it")
+        road.tried(ends, f"after each of {rounds} rounds at most two further checks brought it")
 
     @road.traced_by("valgrind")
     def test_valgrind(self):
         """The whole road, each way that a check can go."""
+        ends = collections.Counter()
         memcheck = ["valgrind", "--quiet", "--error-exitcode=99", "--leak-check=full",
                     "--show-leak-kinds=definite", "--errors-for-leak-kinds=definite"]
         with road.Road(road.MIB) as way:
@@ -145,16 +140,17 @@ class Campaigns(unittest.TestCase):
             found = [(way.partial, half, 0), (way.partial, b"", 0),
                      (way.partial, bytes(road.MIB), 1), (way.partial, whole, 0),
                      (way.image, whole, 0)]
-            tried = list(itertools.product(road.MODES, found if road.LONG else found[:1]))
-            for mode, (path, content, expected) in tried:
+            for mode, (path, content, expected) in itertools.product(
+                    road.MODES, found if road.LONG else found[:1]):
                 way.clear()
                 way.arrives()  # The preferences remember this installer.
                 way.put_away(way.image)
                 path.write_bytes(content)
                 outcome = way.check(mode=mode, wrapper=memcheck)
                 road.expect(outcome.status == expected and "==" not in outcome.errors, str(outcome))
+                ends[f"with status {outcome.status}"] += 1
                 way.holds()
-        road.tried(len(tried), "no invalid access, no use of undefined bytes, nothing definitely lost")
+        road.tried(ends, "no invalid access, no use of undefined bytes, nothing definitely lost")
 
 
 if __name__ == "__main__":
