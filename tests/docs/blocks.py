@@ -1,5 +1,9 @@
 #!/usr/bin/env python3
-"""Tries the code and command blocks of one page, each by its language.
+"""Tries the code and command blocks of one page, each by its language:
+
+    blocks.py PAGE BUILD COMPILER [FLAG...]
+
+BUILD is the library's build folder, and the compiler's flags let it find what hosts include.
 
 A comment on the line before a block has another thing done with it:
 
@@ -10,12 +14,12 @@ A comment on the line before a block has another thing done with it:
 
 A block without a language is output or a drawing, and anything may stand in it.
 """
-import argparse
 import json
 import os
 import re
 import shlex
 import subprocess
+import sys
 import tempfile
 from pathlib import Path
 from textwrap import dedent
@@ -51,8 +55,8 @@ def command(complaint, *arguments, **options):
 
 
 class Page:
-    def __init__(self, path, options, folder):
-        self.path, self.options, self.folder = path, options, folder
+    def __init__(self, path, build, compiler, folder):
+        self.path, self.build, self.compiler, self.folder = path, build, compiler, folder
         self.line, self.helps, self.pieces, self.script = 0, {}, '', []
 
     def check(self):
@@ -104,8 +108,8 @@ class Page:
 
     def compile(self, code):
         (self.folder / 'block.cpp').write_text(code)
-        command('does not compile', self.options.cxx, *'-std=c++20 -fsyntax-only -fPIC'.split(),
-                '-Wall', '-Werror', *self.options.flag, str(self.folder / 'block.cpp'))
+        command('does not compile', *self.compiler, *'-std=c++20 -fsyntax-only -fPIC'.split(),
+                '-Wall', '-Werror', str(self.folder / 'block.cpp'))
 
     def configure(self, block):
         """Configures a project that has the block and an executable "app"."""
@@ -118,7 +122,7 @@ class Page:
             'cmake_minimum_required(VERSION 3.21)\nproject(block LANGUAGES CXX)\n'
             f'add_executable(app main.cpp)\n{block}')
         command('cannot be configured', 'cmake', '--fresh', '-S', str(project), '-B',
-                str(project / 'build'), f'-DZVUpdate_DIR={self.options.build}')
+                str(project / 'build'), f'-DZVUpdate_DIR={self.build}')
 
     def check_sh(self, block):
         """Whether bash can read it, and our programs know their commands and options in it."""
@@ -129,7 +133,7 @@ class Page:
             if words[0] == './run':
                 self.look_up(words[1:2], str(ROOT / 'run'), 'help')
             elif re.fullmatch(r'zvupdate(-apply|-service|-publish|-window)?', program):
-                path = str(self.options.build / 'bin' / program)
+                path = str(self.build / 'bin' / program)
                 to_command = [words[1]] if 'Commands:' in self.help(path, '--help') else []
                 self.look_up([word for word in words if word.startswith('--')], path,
                              *(word for word in to_command if not word.startswith('-')), '--help')
@@ -150,9 +154,9 @@ class Page:
                 raise Wrong(f'{" ".join(help_command)} does not know "{word}"')
 
     def run(self):
-        environment = {'HOME': str(self.folder), 'CXX': self.options.cxx,
-                       'ZVUpdate_DIR': str(self.options.build),
-                       'PATH': f'{self.options.build}/bin:{os.environ["PATH"]}'}
+        environment = {'HOME': str(self.folder), 'CXX': self.compiler[0],
+                       'ZVUpdate_DIR': str(self.build),
+                       'PATH': f'{self.build}/bin:{os.environ["PATH"]}'}
         start = ('set -eux -o pipefail\npids=""\n'
                  'trap \'kill $pids $(jobs -p) 2>/dev/null || true; wait\' EXIT\n')
         print(command('the commands fail', 'bash', '-c', start + '\n'.join(self.script),
@@ -160,18 +164,13 @@ class Page:
 
 
 def main():
-    parser = argparse.ArgumentParser()
-    parser.add_argument('page', type=Path)
-    parser.add_argument('build', type=Path, help='the library\'s build folder')
-    parser.add_argument('cxx', help='the compiler')
-    parser.add_argument('flag', nargs='*', help='flags for the compiler, after "--"')
-    options = parser.parse_args()
+    path, build, *compiler = sys.argv[1:]
     with tempfile.TemporaryDirectory() as folder:
-        page = Page(options.page, options, Path(folder))
+        page = Page(Path(path), Path(build), compiler, Path(folder))
         try:
-            print(f'{options.page.name}: {page.check()} blocks')
+            print(f'{page.path.name}: {page.check()} blocks')
         except (Wrong, SyntaxError, ValueError) as wrong:
-            raise SystemExit(f'{options.page}:{page.line}: {wrong}') from wrong
+            raise SystemExit(f'{path}:{page.line}: {wrong}') from wrong
 
 
 if __name__ == '__main__':
