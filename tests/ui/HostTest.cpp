@@ -1,4 +1,4 @@
-#include "../support/Testing.h"
+#include "../support/TestData.h"
 
 #include <QProcess>
 #include <QSize>
@@ -41,30 +41,9 @@ QString runHost(const QString &kind, const QString &locale, const QString &prefe
 // The labels follow the languages that the user prefers, the notes the region.
 TEST(HostTest, ShowsLabelsAndNotesInTheUsersLanguages)
 {
-    const QString english =
-        u"0\nSample App Update\nThe latest version Sample App v2.1.0.3 is ready to install now.\n"
-        "What's new ?\n%1\nDo not update.  Don't ask me again.\nNot now\nUpdate"_s;
-    const QString traditional =
-        u"0\nSample App 更新\n最新版本 Sample App v2.1.0.3 現在可以安裝。\n有哪些新內容？\n%1\n"
-        "不更新，並且不再詢問我。\n稍後再說\n更新"_s;
-    const QString simplified =
-        u"0\nSample App 更新\n最新版本 Sample App v2.1.0.3 现在可以安装。\n有哪些新内容？\n%1\n"
-        "不更新，并且不再询问我。\n以后再说\n更新"_s;
-    const struct
-    {
-        QString locale;
-        QString preferredLanguages;
-        QString labels;
-        QString notes;
-    } cases[] = {{u"C"_s, {}, english, u"notes"_s},
-                 {u"zh_TW.UTF-8"_s, {}, traditional, u"notes TW"_s},
-                 {u"zh_CN.UTF-8"_s, {}, simplified, u"notes CN"_s},
-                 {u"fr_FR.UTF-8"_s, {}, english, u"notes"_s},
-                 {u"en_US.UTF-8"_s, u"tlh:zh_TW:en"_s, traditional, u"notes"_s},
-                 {u"zh_TW.UTF-8"_s, u"en"_s, english, u"notes TW"_s}};
-    for (const auto &[locale, preferredLanguages, labels, notes] : cases)
-        EXPECT_EQ(runHost(u"widgets"_s, locale, preferredLanguages), labels.arg(notes))
-            << qPrintable(locale);
+    for (const QStringList &row : testRows("ui/languages.tsv", 3))
+        EXPECT_EQ(runHost(u"widgets"_s, row[0], row[1]).replace(u"\n"_s, u" | "_s), row[2])
+            << qPrintable(row[0]);
 }
 
 // On each with three fonts, light and dark.

@@ -419,12 +419,8 @@ TEST_F(UpdateInfoWindowTest, MayBeDestroyedByWhoeverSeesItsWindowClose)
 
 TEST_F(UpdateInfoWindowTest, SkipsWhatItsLayoutLacksWithoutAWord)
 {
-    const struct
-    {
-        QByteArray layout; ///< Empty for none.
-        bool isWindow;
-    } cases[] = {
-        {"", false},
+    const std::pair<QByteArray, bool> cases[] = {
+        {"", false}, // Not even a file.
         {" ", false},
         {"<ui version=\"4.0\"><widget class=\"QDialog\">", false},
         {"<ui version=\"4.0\"/>", false},

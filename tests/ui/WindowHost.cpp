@@ -46,8 +46,8 @@ void lookAt(UpdateInfoWindowController &shown, const QString &where)
     }
 }
 
-// Prints what does not fit with fonts of several sizes, light and dark; saves pictures on request.
-void tryFonts(ZVUpdateProc &updater, const QString &pictures)
+// Prints what does not fit with fonts of several sizes, light and dark.
+void tryFonts(ZVUpdateProc &updater)
 {
     for (const bool isDark : {false, true}) {
         if (isDark)
@@ -61,14 +61,11 @@ void tryFonts(ZVUpdateProc &updater, const QString &pictures)
             updater.showDefaultUpdateWindowWithProductName(u"Sample App"_s);
             UpdateInfoWindowController &shown = *updater.mUpdateInfoWindowCtrl();
             QCoreApplication::processEvents();
-            const QPixmap picture = shown.window()->grab();
             const QString name = QString::number(size) + (isDark ? u"-dark"_s : u"-light"_s);
             lookAt(shown, name);
             // The first one comes while another application is active, or none.
             reportUnless(shown.window()->testAttribute(Qt::WA_ShowWithoutActivating) != isActive,
                          name + u": takes the keyboard"_s);
-            if (!pictures.isEmpty())
-                picture.save(pictures + name + u".png"_s);
         }
     }
 }
@@ -78,19 +75,17 @@ void tryFonts(ZVUpdateProc &updater, const QString &pictures)
 /// window_host core|gui|widgets DIRECTORY: shows the window for the version 2103 of P1 in an
 /// application of that kind, and prints what the call has answered and what the window says.
 ///
-/// window_host fit DIRECTORY [PICTURES]: prints what is wrong with the window's looks.
+/// window_host fit DIRECTORY: prints what is wrong with the window's looks.
 int main(int argc, char **argv)
 {
-    const QByteArray kind = argc >= 3 ? argv[1] : "";
+    const QByteArray kind = argv[1];
     std::unique_ptr<QCoreApplication> application;
     if (kind == "core")
         application = std::make_unique<QCoreApplication>(argc, argv);
     else if (kind == "gui")
         application = std::make_unique<QGuiApplication>(argc, argv);
-    else if (kind == "widgets" || kind == "fit")
-        application = std::make_unique<QApplication>(argc, argv);
     else
-        return 2;
+        application = std::make_unique<QApplication>(argc, argv);
 
     const auto response = std::make_shared<CheckUpdateResponse>();
     response->setOk(true);
@@ -101,7 +96,7 @@ int main(int argc, char **argv)
     updater->setProductID(u"P1"_s, u"2100"_s, QFile::decodeName(argv[2]));
     updater->setMLastCheckUpdateResponse(response);
     if (kind == "fit") {
-        tryFonts(*updater, argc > 3 ? QFile::decodeName(argv[3]) : QString());
+        tryFonts(*updater);
         return 0;
     }
     const auto result = updater->showDefaultUpdateWindowWithProductName(u"Sample App"_s);
