@@ -3,10 +3,7 @@
 
 #include "support/TestData.h"
 
-using testing::AllOf;
-using testing::HasSubstr;
-using testing::Not;
-using testing::StartsWith;
+using namespace testing;
 
 namespace {
 

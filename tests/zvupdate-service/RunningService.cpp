@@ -6,7 +6,6 @@
 #include <ZVUpdate/service/HttpFunctionURLEncode.h>
 
 #include <QDir>
-#include <QUrl>
 
 #include <sys/socket.h>
 #include <unistd.h>
@@ -28,16 +27,6 @@ RunningService::~RunningService()
     process_.waitForFinished();
 }
 
-QString RunningService::served(const QString &name) const
-{
-    return root_.filePath(QStringLiteral("served/") + name);
-}
-
-QString RunningService::overrideFile() const
-{
-    return root_.filePath(QStringLiteral("Documents/ConsoleZVUpdate.mac"));
-}
-
 bool RunningService::start(const QStringList &options)
 {
     process_.setArguments(QStringList{QStringLiteral("--directory"), served({})} + options);
@@ -56,16 +45,6 @@ int RunningService::stop()
     return process_.waitForFinished() && process_.exitStatus() == QProcess::NormalExit
                ? process_.exitCode()
                : -1;
-}
-
-QByteArray RunningService::standardError()
-{
-    return log_ += process_.readAllStandardError();
-}
-
-quint16 RunningService::port() const
-{
-    return static_cast<quint16>(QUrl(QString::fromLatin1(baseUrl_)).port());
 }
 
 RunningService::Response RunningService::request(const QByteArray &method, const QString &command,

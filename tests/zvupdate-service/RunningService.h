@@ -5,6 +5,7 @@
 #include <QProcess>
 #include <QStringList>
 #include <QTemporaryDir>
+#include <QUrl>
 
 /// The program, run on a folder of releases of its own and with a home directory of its own, and
 /// what a client needs to talk to it.
@@ -25,8 +26,8 @@ public:
     RunningService();
     ~RunningService();
 
-    QString served(const QString &name) const;
-    QString overrideFile() const;
+    QString served(const QString &name) const { return served_ + name; }
+    QString overrideFile() const { return override_; }
 
     /// Starts the program on served() with a free port; false when it ends instead.
     bool start(const QStringList &options = {});
@@ -34,8 +35,8 @@ public:
     int stop();
     int exitCode() const { return process_.exitCode(); }
     QByteArray baseUrl() const { return baseUrl_; }
-    quint16 port() const;
-    QByteArray standardError();
+    quint16 port() const { return quint16(QUrl(QString::fromLatin1(baseUrl_)).port()); }
+    QByteArray standardError() { return log_ += process_.readAllStandardError(); }
 
     /// One exchange; command is sealed and appended to the base URL.
     Response request(const QByteArray &method, const QString &command, const QByteArray &range = {},
@@ -51,7 +52,9 @@ public:
     static constexpr char path[] = "/Update/ZVDLCtl.dll?dt=";
 
 private:
-    QTemporaryDir root_;
+    const QTemporaryDir root_;
+    const QString served_ = root_.filePath(QStringLiteral("served/"));
+    const QString override_ = root_.filePath(QStringLiteral("Documents/ConsoleZVUpdate.mac"));
     QProcess process_;
     QByteArray baseUrl_;
     QByteArray log_;
