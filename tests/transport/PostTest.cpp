@@ -153,11 +153,7 @@ TEST(Post, WithoutAServerOrAValidUrlIsLoggedOnce)
 TEST(Probe, ReturnsTheAnnouncedLengthWhateverTheStatus)
 {
     constexpr uint64_t unknown = std::numeric_limits<uint64_t>::max();
-    const struct
-    {
-        QByteArray head;
-        uint64_t size;
-    } rows[] = {
+    const std::pair<QByteArray, uint64_t> rows[] = {
         {"200 OK\r\nContent-Length: 52428800", 52428800},
         {"200 OK\r\nContent-Length: 5368709123", 5368709123},
         {"200 OK\r\nContent-Length: 0", 0},
@@ -167,9 +163,9 @@ TEST(Probe, ReturnsTheAnnouncedLengthWhateverTheStatus)
         {"200 OK\r\nTransfer-Encoding: chunked", unknown},
     };
     const LogCapture log;
-    for (const auto &row : rows) {
-        ScriptedServer server(Reply().send("HTTP/1.1 " + row.head + "\r\n\r\n"));
-        EXPECT_EQ(probe(server.baseUrl()), row.size) << row.head.data();
+    for (const auto &[head, size] : rows) {
+        ScriptedServer server(Reply().send("HTTP/1.1 " + head + "\r\n\r\n"));
+        EXPECT_EQ(probe(server.baseUrl()), size) << head.data();
         ASSERT_EQ(server.requests().size(), 1u);
         EXPECT_EQ(server.requests()[0].method, "HEAD");
         EXPECT_EQ(server.requests()[0].command(), command);
