@@ -169,6 +169,9 @@ public:
                              const CheckUpdateResponse *reply,
                              const std::function<bool()> &stopped);
     void endCheck(const Checked &checked);
+    Checked download(const std::shared_ptr<UpdateLogicFunc> &client, const UpdateFiles &files,
+                     const QString &token, const std::optional<ReleaseStatement> &release,
+                     Call call);
     std::function<bool()> startingOver(const std::weak_ptr<UpdateLogicFunc> &client,
                                        const std::function<void(UpdateLogicFunc &)> &start,
                                        const QString &temporaryPath);
@@ -635,10 +638,17 @@ ZVUpdateProc::Private::fetch(const std::shared_ptr<UpdateLogicFunc> &client,
     if ((call == Call::AskedByUser || release) &&
         isSpent(Files::size(files.temporaryPath), toldSize) && !stopped())
         Files::remove(files.temporaryPath, stopped); // A file that another process has stays.
-    const bool looksAhead = call != Call::Blocking;
-    if (const auto found =
-            looksAhead ? obstacleToDownload(files.temporaryPath, toldSize) : std::nullopt)
-        return {UpdateOutcome(*found)};
+    const auto found =
+        call == Call::Blocking ? std::nullopt : obstacleToDownload(files.temporaryPath, toldSize);
+    return found ? Checked{UpdateOutcome(*found)} : download(client, files, token, release, call);
+}
+
+// A download that is yet to be started.
+ZVUpdateProc::Private::Checked
+ZVUpdateProc::Private::download(const std::shared_ptr<UpdateLogicFunc> &client,
+                                const UpdateFiles &files, const QString &token,
+                                const std::optional<ReleaseStatement> &release, Call call)
+{
     const auto start = [token, files, release, call](UpdateLogicFunc &logic) {
         const auto fullDisk =
             call == Call::Blocking ? UpdateLogicFunc::GoOn : UpdateLogicFunc::Stop;
