@@ -98,7 +98,8 @@ bool copy(int descriptor, const QString &to)
         if (piece.isEmpty() || target.write(piece) != piece.size())
             return false;
     }
-    return target.commit();
+    // What is still in memory goes first: the commitment does not see that fail.
+    return target.flush() && target.commit();
 }
 
 bool renameOrCopy(const QByteArray &from, const QString &to, int descriptor)

@@ -11,6 +11,7 @@ import os
 import pathlib
 import pty
 import re
+import resource
 import shutil
 import signal
 import socket
@@ -419,6 +420,29 @@ class Catalogue(Folder):
         lock.unlink()
         self.add("2", self.file("installer", b"v2"))
         self.assertEqual(set(os.listdir(placed)), {"P1_1.new", "P1_2"})
+
+    def test_a_full_disk_changes_nothing(self):
+        self.add("1", self.file("installer", b"v1"))
+        site = self.folder / "site"
+
+        def kept():
+            return {path: path.read_bytes() for path in self.catalogue.rglob("*")
+                    if path.is_file() and path.suffix != ".lock"}, (site / "current").exists()
+
+        def fill_disk():
+            signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
+            resource.setrlimit(resource.RLIMIT_FSIZE, (100, 100))
+
+        before = kept()
+        one = ("--catalogue", self.catalogue, "--product-id", "P1", "--version", "1")
+        for command in (("withdraw", *one), ("edit", *one, "--notes", f"en={self.notes}"),
+                        ("site", "--catalogue", self.catalogue, "--output", site, "--format",
+                         "nginx")):
+            done = subprocess.run([BIN / "zvupdate-publish", *command], capture_output=True,
+                                  check=False, preexec_fn=fill_disk)
+            self.assertEqual(done.returncode, 1, done)
+            self.assertEqual(kept(), before)
+        self.change("withdraw", version="1")
 
     def test_verify_does_not_wait_for_an_endless_installer(self):
         self.add("1", self.file("installer", b"v1"))

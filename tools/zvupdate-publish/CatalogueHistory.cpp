@@ -17,7 +17,8 @@ namespace {
 Result<void> write(const QString &path, const QByteArray &bytes)
 {
     QSaveFile file(path);
-    if (file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size() && file.commit())
+    if (file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size() && file.flush() &&
+        file.commit())
         return {};
     return Failure{
         u"%1: cannot be written: %2; the catalogue is as it was"_s.arg(path, file.errorString())};

@@ -62,7 +62,7 @@ Result<void> StatementFile::write(const CatalogueFile &catalogue, const ReleaseS
         return {};
     QSaveFile written(file());
     if (written.open(QIODevice::WriteOnly) && written.write(bytes) == bytes.size() &&
-        written.commit())
+        written.flush() && written.commit())
         return {};
     return Failure{u"%1: cannot be written: %2; the catalogue is as it was"_s.arg(
         file(), written.errorString())};

@@ -124,10 +124,12 @@ QString remedyFor(const UpdateOutcome &outcome)
         return u"Try again later, or look into the service's log."_s;
     case Kind::UnsafeName:
         return u"Have the service offer a version of digits."_s;
+    case Kind::Expired:
+        return u"Check the machine's date; if that is right, the maker has to sign the release anew, "
+               "or publish a newer one."_s;
     case Kind::NotSigned:
     case Kind::OtherProduct:
     case Kind::NotNewer:
-    case Kind::Expired:
     case Kind::WrongSize:
         return u"Do not install it by other means. If the keys given are right, whoever answers is "
                "not the maker, or has published it wrongly; tell the maker."_s;
