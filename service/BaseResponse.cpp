@@ -3,6 +3,8 @@
 #include "../platform/settings/Json.h"
 #include "../platform/settings/Text.h"
 
+#include <QJsonArray>
+
 using namespace ZVPlatform;
 
 namespace {
@@ -14,6 +16,15 @@ bool isTrue(const QJsonValue &value)
     return value.toBool() || value.toDouble() != 0;
 }
 
+QStringList textsOf(const QJsonValue &list)
+{
+    QStringList texts;
+    const QJsonArray elements = list.toArray();
+    for (const QJsonValueConstRef element : elements)
+        texts.append(element.toString());
+    return texts;
+}
+
 } // namespace
 
 BaseResponse::BaseResponse(const std::optional<QString> &json)
@@ -23,6 +34,7 @@ BaseResponse::BaseResponse(const std::optional<QString> &json)
     msg_ = textField(reply, u"msg");
     ID_ = textField(reply, u"id");
     data_ = textField(reply, u"data");
+    signatures_ = textsOf(reply.value(u"sigs"));
 }
 
 QString BaseResponse::debugDescription() const

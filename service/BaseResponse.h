@@ -3,6 +3,7 @@
 #include "../platform/Export.h"
 
 #include <QString>
+#include <QStringList>
 
 #include <optional>
 
@@ -39,6 +40,9 @@ public:
     void setData(const std::optional<QString> &data) { data_ = data; }
     ///@}
 
+    /// The signatures of what is sealed, in Base64, for those who demand them.
+    const QStringList &signatures() const { return signatures_; }
+
     /// One line for logs; absent fields print as (null).
     QString debugDescription() const;
 
@@ -47,4 +51,5 @@ private:
     std::optional<QString> msg_;
     std::optional<QString> ID_;
     std::optional<QString> data_;
+    QStringList signatures_;
 };

@@ -58,15 +58,6 @@ std::optional<CheckUpdateResponse::UpdateMessages> updateMessages(const QJsonObj
     return messages;
 }
 
-QStringList textsOf(const QJsonValue &list)
-{
-    QStringList texts;
-    const QJsonArray elements = list.toArray();
-    for (const QJsonValueConstRef element : elements)
-        texts.append(element.toString());
-    return texts;
-}
-
 // A clock that has been set back, or never set, is no younger than the library.
 QDateTime today()
 {
@@ -88,7 +79,7 @@ CheckUpdateResponse::getFromJson(const std::optional<QString> &reply)
     response->setOk(outer.ok());
     response->setMsg(outer.msg());
     response->statement_ = inner.value_or(QByteArray());
-    response->signatures_ = textsOf(jsonObject(reply).value(u"sigs"));
+    response->signatures_ = outer.signatures();
     return response;
 }
 
