@@ -125,7 +125,8 @@ QString remedyFor(const UpdateOutcome &outcome)
     case Kind::UnsafeName:
         return u"Have the service offer a version of digits."_s;
     case Kind::Expired:
-        return u"Check the machine's date; if that is right, the maker has to sign the release anew, "
+        return u"Check the machine's date; if that is right, the maker has to sign the release "
+               u"anew, "
                "or publish a newer one."_s;
     case Kind::NotSigned:
     case Kind::OtherProduct:
