@@ -200,11 +200,16 @@ TEST_F(ServiceTest, NoticesChangesInTheFolder)
 TEST_F(ServiceTest, OffersWhatIsSignedAsItIs)
 {
     const SigningKey key;
-    // Spaces that no program of ours writes.
-    const QByteArray statement = R"({ "ZVUpdVersion": "2", "ZVMD5": ")" +
-                                 md5("rebuilt").toLatin1() + R"(", "ZVSigned": {
-        "type": "zvupdate-release-1", "product": "P1", "size": 7, "sha256": ")" +
-                                 QByteArray(64, '0') + R"("}})";
+    const auto stating = [](const QByteArray &fields) {
+        // Spaces that no program of ours writes.
+        return R"({ "ZVUpdVersion": "2", "ZVMD5": ")" + md5("rebuilt").toLatin1() +
+               R"(", "ZVSigned": { "type": "zvupdate-release-1", "product": "P1", )" + fields +
+               "}}";
+    };
+    const QByteArray sha256 =
+        QCryptographicHash::hash("rebuilt", QCryptographicHash::Sha256).toHex();
+    const QByteArray right = R"("size": 7, "sha256": ")" + sha256 + '"';
+    const QByteArray statement = stating(right);
     const auto catalogue = [&key](const QByteArray &signature) {
         return R"({"products": [{"id": "P1", "releases": [
             {"version": "2", "installer": "files/signed.bin", "statement": "files/statement",
@@ -223,14 +228,43 @@ TEST_F(ServiceTest, OffersWhatIsSignedAsItIs)
     const QString installer = service_.download(u"P1_2.exe"_s);
     EXPECT_EQ(service_.request("GET", installer).body, "rebuilt");
 
-    // Neither another file under a signed name, nor one that is not signed as withdrawn builds
-    // demand it.
+    // A running service stops offering what expires.
+    const auto state = [&](const QByteArray &fields) {
+        const QByteArray stated = stating(fields);
+        writeFile(service_.served(u"files/statement"_s), stated);
+        writeFile(service_.served(u"releases.json"_s), catalogue(key.signature(stated)));
+    };
+    const auto isOffered = [&] { return check(u"P1"_s, u"1"_s).ok(); };
+    // Tried again where the machine is too busy to see it offered in time.
+    ASSERT_TRUE(waitFor([&] {
+        const auto end = QDateTime::currentDateTimeUtc().addSecs(2).toString(Qt::ISODate);
+        state(right + R"(, "expires": ")" + end.toLatin1() + '"');
+        return isOffered();
+    }));
+    EXPECT_TRUE(waitFor([&] { return !isOffered(); }));
+
+    // Neither another file under a signed name is offered, by whichever of what is stated it
+    // differs, nor one that is not signed as withdrawn builds demand it. The rest goes on.
+    const auto makesOffered = [&](const QByteArray &fields, bool wanted) {
+        return waitFor([&] { // The clock may have stood still since the last writing.
+            state(fields);
+            return isOffered() == wanted;
+        });
+    };
+    for (const QByteArray &wrong : {R"("size": 7, "sha256": ")" + QByteArray(64, '0') + '"',
+                                    R"("size": 8, "sha256": ")" + sha256 + '"'}) {
+        EXPECT_TRUE(makesOffered(right, true));
+        EXPECT_TRUE(makesOffered(wrong, false)) << wrong.toStdString();
+    }
+    EXPECT_TRUE(makesOffered(right, true));
     writeFile(service_.served(u"files/signed.bin"_s), "forged.");
+    EXPECT_EQ(check(u"P1"_s, u"0"_s).ZVUpdateVersion(), u"1"_s);
+    EXPECT_EQ(service_.request("GET", service_.download(u"P1_2.exe"_s)).status, 404);
     EXPECT_TRUE(waitFor([&] {
-        return check(u"P1"_s, u"1"_s).ZVMD5() == md5("rebuilt") &&
-               service_.standardError().contains("is not the file that the maker has signed");
+        return service_.standardError().contains("is not the file that the maker has signed");
     }));
     service_.stop();
+    writeFile(service_.served(u"files/statement"_s), statement);
     writeFile(service_.served(u"releases.json"_s), catalogue(SigningKey('o').signature(statement)));
     ASSERT_TRUE(service_.start());
     EXPECT_EQ(check(u"P1"_s, u"0"_s).ZVUpdateVersion(), u"1"_s);

@@ -60,9 +60,8 @@ std::optional<QString> InstallerDigests::md5(const QString &path, const PieceDon
 {
     // Taken before the reading: a file that changes meanwhile is read again the next time.
     const auto stamp = FileStamp::of(path);
-    if (const auto known = entries_.constFind(path);
-        known != entries_.constEnd() && stamp && known->stamp == stamp)
-        return known->md5;
+    if (const Both digests = known(path, stamp); !digests.md5.isEmpty())
+        return digests.md5;
 
     QCryptographicHash hash(QCryptographicHash::Md5);
     const bool isRead = readPieces(path, verifiedBytes, [&](const QByteArray &piece) {
@@ -73,8 +72,19 @@ std::optional<QString> InstallerDigests::md5(const QString &path, const PieceDon
     if (!isRead)
         return std::nullopt;
     QString md5 = hex(hash);
-    entries_.insert(path, {stamp, md5});
+    entries_.insert(path, {stamp, {md5, QString()}});
     return md5;
+}
+
+std::optional<InstallerDigests::Both> InstallerDigests::bothOnce(const QString &path)
+{
+    const auto stamp = FileStamp::of(path);
+    if (Both digests = known(path, stamp); !digests.sha256.isEmpty())
+        return digests;
+    auto digests = both(path, {});
+    if (digests)
+        entries_.insert(path, {stamp, *digests});
+    return digests;
 }
 
 std::optional<InstallerDigests::Both> InstallerDigests::both(const QString &path,
@@ -96,4 +106,11 @@ std::optional<InstallerDigests::Both> InstallerDigests::both(const QString &path
             done(piece.size());
     });
     return isRead ? std::optional(Both{hex(md5), hex(sha256)}) : std::nullopt;
+}
+
+InstallerDigests::Both InstallerDigests::known(const QString &path,
+                                               const std::optional<FileStamp> &stamp) const
+{
+    const auto entry = entries_.constFind(path);
+    return entry != entries_.constEnd() && stamp && entry->stamp == stamp ? entry->digests : Both();
 }

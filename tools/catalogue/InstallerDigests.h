@@ -42,6 +42,9 @@ public:
     /// file, given by an absolute path without any link in it, cannot be read or shrinks meanwhile.
     std::optional<QString> md5(const QString &path, const PieceDone &done = {});
 
+    /// Both, likewise read only once for every state of the file.
+    std::optional<Both> bothOnce(const QString &path);
+
     /// Both, of the file as it is now, in one reading; absent likewise.
     static std::optional<Both> both(const QString &path, const PieceDone &done);
 
@@ -49,7 +52,11 @@ private:
     struct Entry
     {
         std::optional<FileStamp> stamp;
-        QString md5;
+        Both digests; ///< The SHA-256 is empty as long as nobody has asked for it.
     };
+
+    /// What is known of a file in this state; empty when nothing is.
+    Both known(const QString &path, const std::optional<FileStamp> &stamp) const;
+
     QHash<QString, Entry> entries_;
 };

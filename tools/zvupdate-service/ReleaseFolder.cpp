@@ -7,15 +7,17 @@
 
 #include <ZVUpdate/release/ReleaseStatement.h>
 
+#include <algorithm>
+
 using namespace ZVPlatform;
 
 namespace {
 
-// Whether an installer is the one that the maker has signed, if so.
-bool isAsSigned(const Catalogue::Release &release, const QString &md5)
+bool isStated(const ReleaseStatement &statement, const InstallerDigests::Both &digests,
+              const std::optional<FileStamp> &stamp)
 {
-    const auto statement = ReleaseStatement::read(release.statement);
-    return release.signatures.isEmpty() || (statement && statement->md5 == md5);
+    return stamp && stamp->size == statement.size && digests.md5 == statement.md5 &&
+           digests.sha256.toLatin1() == statement.sha256.toHex();
 }
 
 } // namespace
@@ -38,22 +40,25 @@ Result<void> ReleaseFolder::load()
 
 std::optional<ReleaseFolder::Offer> ReleaseFolder::newestRelease(const QString &productId)
 {
-    ContentsPointer now = contents();
-    auto offer = now->offers.constFind(productId);
-    const bool found = offer != now->offers.constEnd();
-    if (!isCurrent(*now) || (found && offer->installerStamp != FileStamp::of(offer->installerPath)))
-        now = refreshed(now);
-    offer = now->offers.constFind(productId);
+    const ContentsPointer now = current();
+    const auto offer = now->offers.constFind(productId);
     return offer != now->offers.constEnd() ? std::optional(*offer) : std::nullopt;
 }
 
 std::optional<QString> ReleaseFolder::installerPath(const QString &clientFileName)
 {
-    ContentsPointer now = contents();
-    if (!isCurrent(*now))
-        now = refreshed(now);
+    const ContentsPointer now = current();
     const auto path = now->installerPaths.constFind(clientFileName);
     return path != now->installerPaths.constEnd() ? std::optional(*path) : std::nullopt;
+}
+
+bool ReleaseFolder::isCurrent(const Contents &contents)
+{
+    if (contents.expires && *contents.expires <= QDateTime::currentDateTimeUtc())
+        return false;
+    const auto &stamps = contents.stamps;
+    return std::all_of(stamps.keyValueBegin(), stamps.keyValueEnd(),
+                       [](const auto &file) { return file.second == FileStamp::of(file.first); });
 }
 
 ReleaseFolder::ContentsPointer ReleaseFolder::contents() const
@@ -62,9 +67,10 @@ ReleaseFolder::ContentsPointer ReleaseFolder::contents() const
     return contents_;
 }
 
-bool ReleaseFolder::isCurrent(const Contents &contents) const
+ReleaseFolder::ContentsPointer ReleaseFolder::current()
 {
-    return contents.catalogueStamp == FileStamp::of(cataloguePath_);
+    const ContentsPointer now = contents();
+    return isCurrent(*now) ? now : refreshed(now);
 }
 
 ReleaseFolder::ContentsPointer ReleaseFolder::refreshed(const ContentsPointer &stale)
@@ -95,35 +101,63 @@ ReleaseFolder::ContentsPointer ReleaseFolder::refreshed(const ContentsPointer &s
 Result<ReleaseFolder::ContentsPointer> ReleaseFolder::read()
 {
     auto contents = std::make_shared<Contents>();
-    contents->catalogueStamp = FileStamp::of(cataloguePath_);
+    contents->stamps.insert(cataloguePath_, FileStamp::of(cataloguePath_));
     const auto products = Catalogue::load(directory_);
     if (!products)
         return Failure{products.error()};
+    // Taken before the releases are looked at: what expires meanwhile has them looked at again.
+    const auto now = QDateTime::currentDateTimeUtc();
     const auto offers = Signing::offers(*products, oddities_.allowsUnsigned);
     for (const QString &refused : offers.refused)
         ServiceLog::note(refused);
     for (const Catalogue::Product &product : offers.products) {
-        for (const Catalogue::Release &release : product.releases)
-            contents->installerPaths.insert(release.fileName, release.installerPath);
-        if (product.releases.isEmpty())
-            continue;
-        Catalogue::Release newest = product.releases.last();
-        // Taken before the digest, so that a file written meanwhile counts as changed.
-        const auto stamp = FileStamp::of(newest.installerPath);
-        auto md5 = digests_.md5(newest.installerPath);
-        if (!md5)
-            return Failure{QStringLiteral("%1: cannot be read").arg(newest.installerPath)};
-        if (!isAsSigned(newest, *md5))
-            return Failure{QStringLiteral("%1: is not the file that the maker has signed; put that "
-                                          "back")
-                               .arg(newest.installerPath)};
-        if (oddities_.hasWrongDigest) {
-            const QByteArray right = md5->toLatin1();
-            md5->front() = md5->front() == u'0' ? u'1' : u'0';
-            newest.statement.replace(right, md5->toLatin1());
+        const auto &releases = product.releases;
+        for (auto release = releases.rbegin(); release != releases.rend(); ++release) {
+            if (const auto added = add(product.id, *release, now, contents.get()); !added)
+                return Failure{added.error()};
         }
-        contents->offers.insert(product.id, {newest.version, Replies::newRelease(newest, *md5),
-                                             newest.installerPath, stamp});
     }
     return ContentsPointer(contents);
+}
+
+Result<void> ReleaseFolder::add(const QString &productId, const Catalogue::Release &release,
+                                const QDateTime &now, Contents *contents)
+{
+    const QString &path = release.installerPath;
+    const bool isSigned = !release.signatures.isEmpty();
+    const bool isNewest = !contents->offers.contains(productId);
+    // Taken before the digest, so that a file written meanwhile counts as changed.
+    if ((isSigned || isNewest) && !contents->stamps.contains(path))
+        contents->stamps.insert(path, FileStamp::of(path));
+    if (isSigned) {
+        const auto digests = digests_.bothOnce(path);
+        const auto statement = ReleaseStatement::read(release.statement);
+        if (!digests || !statement || !isStated(*statement, *digests, contents->stamps[path])) {
+            ServiceLog::note(QStringLiteral("%1 %2 is not offered: %3 cannot be read, or is not "
+                                            "the file that the maker has signed; put that back")
+                                 .arg(productId, release.version, path));
+            return {};
+        }
+        if (statement->expires > now)
+            contents->expires =
+                std::min(contents->expires.value_or(*statement->expires), *statement->expires);
+    }
+    if (isNewest) {
+        const auto md5 = digests_.md5(path);
+        if (!md5)
+            return Failure{QStringLiteral("%1: cannot be read").arg(path)};
+        contents->offers.insert(productId, offerOf(release, *md5));
+    }
+    contents->installerPaths.insert(release.fileName, path);
+    return {};
+}
+
+ReleaseFolder::Offer ReleaseFolder::offerOf(Catalogue::Release release, QString md5) const
+{
+    if (oddities_.hasWrongDigest) {
+        const QByteArray right = md5.toLatin1();
+        md5.front() = md5.front() == u'0' ? u'1' : u'0';
+        release.statement.replace(right, md5.toLatin1());
+    }
+    return {release.version, Replies::newRelease(release, md5)};
 }

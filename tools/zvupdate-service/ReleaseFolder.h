@@ -2,9 +2,11 @@
 
 #include "../../platform/Mutex.h"
 #include "../../platform/Result.h"
+#include "../catalogue/Catalogue.h"
 #include "../catalogue/InstallerDigests.h"
 
 #include <QByteArray>
+#include <QDateTime>
 #include <QHash>
 #include <QString>
 
@@ -12,9 +14,10 @@
 #include <memory>
 #include <optional>
 
-/// The folder that is served, as it lies on disk at the moment of asking: when releases.json or the
-/// installer asked about has changed, the folder is read again before the question is answered. A
-/// change that cannot be served is logged, and what was last good goes on being served.
+/// The folder that is served, as it lies on disk at the moment of asking: when releases.json or an
+/// installer has changed or a signed offer has expired, the folder is read again before the
+/// question is answered. A change that cannot be served is logged, and what was last good goes on
+/// being served.
 ///
 /// load() comes first; after that any thread may ask.
 class ReleaseFolder
@@ -26,8 +29,6 @@ public:
         QString version;
         /// The reply that announces it.
         QByteArray reply;
-        QString installerPath;
-        std::optional<FileStamp> installerStamp;
     };
 
     /// What is other than usual.
@@ -53,16 +54,27 @@ public:
 private:
     struct Contents
     {
-        std::optional<FileStamp> catalogueStamp;
+        /// Of the files on which the rest depends.
+        QHash<QString, std::optional<FileStamp>> stamps;
+        /// When the first of the signed releases expires.
+        std::optional<QDateTime> expires;
         QHash<QString, Offer> offers;
         QHash<QString, QString> installerPaths;
     };
     using ContentsPointer = std::shared_ptr<const Contents>;
 
+    static bool isCurrent(const Contents &contents);
+
     ContentsPointer contents() const;
-    bool isCurrent(const Contents &contents) const;
+    /// What there is to be served now.
+    ContentsPointer current();
     ContentsPointer refreshed(const ContentsPointer &stale);
     ZVPlatform::Result<ContentsPointer> read() ZVUPDATE_REQUIRES(refreshMutex_);
+    /// Adds a release to those of its product that are newer.
+    ZVPlatform::Result<void> add(const QString &productId, const Catalogue::Release &release,
+                                 const QDateTime &now, Contents *contents)
+        ZVUPDATE_REQUIRES(refreshMutex_);
+    Offer offerOf(Catalogue::Release release, QString md5) const;
 
     const QString directory_;
     const Oddities oddities_;
