@@ -402,6 +402,18 @@ class Catalogue(Folder):
         (self.folder / "site/installers" / hashlib.sha256(b"rebuilt").hexdigest()).unlink()
         self.assertIn("lacks the file", self.rollback("--generation", "3", status=1))
         self.assertEqual(os.readlink(current), "generations/2")
+        # Builds with keys would not take what these announce.
+        public, by_key = self.key("key")
+        self.add("3", self.file("installer", b"third"), "--release-key", public,
+                 "--expires", "2999-01-01T00:00:00Z")
+        self.make_site("--allow-unsigned")
+        self.change("sign", "--with", by_key, version="3")
+        self.make_site()
+        self.assertIn("not signed as they demand: P1 3", self.rollback(status=1))
+        self.rollback("--allow-unsigned")
+        record = self.folder / "site/generations/5/site.json"
+        record.write_text(record.read_text().replace("2999", "2001"))
+        self.assertIn("has expired at 2001", self.rollback("--generation", "5", status=1))
 
     def test_gets_over_what_killed_runs_have_left(self):
         installer = self.file("installer.new", b"v1")
@@ -636,6 +648,7 @@ class Site(Folder):
         self.undo()
         self.make_site("--allow-unsigned")
         self.reload()
+        self.publish("verify", self.url, "--catalogue", self.catalogue, "--allow-unsigned")
         # What is served is not signed, and the catalogue has a signature.
         self.change("sign", "--with", by_key)
         self.assertRegex(self.verify(1), "(?s)not sent the catalogue's signatures.*would refuse it")

@@ -29,8 +29,8 @@ Outcome rollback(const Arguments &arguments, Console &console)
     SiteFolder folder(*output);
     const int current = folder.currentGeneration();
     const bool isNamed = arguments.isSet(u"generation"_s);
-    const auto generation =
-        folder.goBack(isNamed ? std::optional(*wanted) : std::nullopt, isDryRun);
+    const auto generation = folder.goBack(isNamed ? std::optional(*wanted) : std::nullopt,
+                                          arguments.isSet(u"allow-unsigned"_s), isDryRun);
     if (!generation)
         return Failure{generation.error()};
 
@@ -69,6 +69,10 @@ Command rollbackCommand()
                     {.name = u"generation"_s,
                      .valueName = u"N"_s,
                      .help = u"Which one; the one before the current when left out."_s},
+                    {.name = u"allow-unsigned"_s,
+                     .help = u"Also takes a site whose announcements builds with release keys will "
+                             "refuse: because they are not signed as those demand it, or have "
+                             "expired."_s},
                     CatalogueOption::dryRun(),
                     CatalogueOption::json()},
         .exitStatuses = {u"0 put in place, 1 refused, and the current site goes on, 2 wrong "

@@ -1,6 +1,7 @@
 #include "SiteContents.h"
 
 #include "../catalogue/Replies.h"
+#include "../catalogue/Signing.h"
 #include <ZVUpdate/ZVUpdate.h>
 #include <ZVUpdate/release/ReleaseStatement.h>
 
@@ -8,6 +9,8 @@
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
+
+#include <algorithm>
 
 using namespace Qt::StringLiterals;
 using namespace ZVPlatform;
@@ -39,6 +42,17 @@ QString addReply(SiteContents *site, const QByteArray &reply)
     return name;
 }
 
+// Keeps what builds with release keys think of a release, for those who go back to this site.
+void noteRefusal(SiteContents *site, const Catalogue::Product &product,
+                 const Catalogue::Release &release)
+{
+    const auto statement = ReleaseStatement::read(release.statement);
+    if (Signing::refusal(product, release))
+        site->refused.append(product.id + u' ' + release.version);
+    else if (!product.builds.isEmpty() && statement && statement->expires)
+        site->expires = std::min(site->expires.value_or(*statement->expires), *statement->expires);
+}
+
 Result<void> addProduct(SiteContents *site, const CatalogueFile &catalogue,
                         const Catalogue::Product &product, const PieceDone &done)
 {
@@ -65,9 +79,11 @@ Result<void> addProduct(SiteContents *site, const CatalogueFile &catalogue,
                                                                u"&ver="_s + version),
                                  reply);
     };
-    if (!product.releases.isEmpty())
-        answer(catalogue.outdated(product),
-               Replies::newRelease(product.releases.last(), newestMd5));
+    if (!product.releases.isEmpty()) {
+        const Catalogue::Release &newest = product.releases.last();
+        answer(catalogue.outdated(product), Replies::newRelease(newest, newestMd5));
+        noteRefusal(site, product, newest);
+    }
     answer(catalogue.current(product), Replies::refusal(u"no newer version is known"_s));
     return {};
 }
@@ -139,10 +155,15 @@ qint64 SiteContents::bytesToRead(const QList<Catalogue::Product> &offered)
 
 QJsonObject SiteContents::record() const
 {
-    return {{u"token"_s, token},
-            {u"installers"_s, asJson(installerNames)},
-            {u"bygone"_s, asJson(retiredNames)},
-            {u"replies"_s, QJsonArray::fromStringList(replyFiles.keys())}};
+    QJsonObject record{{u"token"_s, token},
+                       {u"installers"_s, asJson(installerNames)},
+                       {u"bygone"_s, asJson(retiredNames)},
+                       {u"replies"_s, QJsonArray::fromStringList(replyFiles.keys())}};
+    if (!refused.isEmpty())
+        record.insert(u"refused"_s, QJsonArray::fromStringList(refused));
+    if (expires)
+        record.insert(u"expires"_s, expires->toUTC().toString(Qt::ISODate));
+    return record;
 }
 
 QStringList SiteContents::filesOf(const QJsonObject &record)
@@ -155,4 +176,15 @@ QStringList SiteContents::filesOf(const QJsonObject &record)
     for (const auto &installer : installers)
         files.append(installer.toString());
     return files;
+}
+
+std::optional<QString> SiteContents::refusal(const QJsonObject &record)
+{
+    const auto refused = record.value(u"refused"_s).toVariant().toStringList();
+    if (!refused.isEmpty())
+        return u"is not signed as they demand: "_s + refused.join(u", "_s);
+    const auto expires = ReleaseStatement::date(record.value(u"expires"_s).toString());
+    if (expires && *expires <= QDateTime::currentDateTimeUtc())
+        return u"has expired at "_s + expires->toString(Qt::ISODate);
+    return std::nullopt;
 }

@@ -4,8 +4,11 @@
 
 #include "../catalogue/InstallerDigests.h"
 
+#include <QDateTime>
 #include <QJsonObject>
 #include <QMap>
+
+#include <optional>
 
 /// What a static site of a catalogue consists of. There is no nonce in what clients ask, so that
 /// all they can ask is known beforehand: it maps each sealed command to the file that answers it.
@@ -36,6 +39,10 @@ struct SiteContents
     QMap<QString, QString> installerNames;
     /// Likewise, of other sites with the same token, for names that are not here.
     QMap<QString, QString> retiredNames;
+    /// The releases announced that builds with release keys refuse.
+    QStringList refused;
+    /// When they begin to refuse the first of the others.
+    std::optional<QDateTime> expires;
 
     /// Reads the installers of a catalogue's products, as they are offered, and tells done of each
     /// piece. previous are the record()s of sites that clients may have got answers from, that of
@@ -51,4 +58,7 @@ struct SiteContents
     QJsonObject record() const;
     /// The files of the site with that record.
     static QStringList filesOf(const QJsonObject &record);
+    /// Why builds with release keys refuse what the site with that record announces, as half a
+    /// sentence; absent when they take it.
+    static std::optional<QString> refusal(const QJsonObject &record);
 };

@@ -107,7 +107,7 @@ Result<void> SiteFolder::publish(const SiteContents &site, const NginxConfig &co
     return written ? makeCurrent(number) : written;
 }
 
-Result<int> SiteFolder::goBack(std::optional<int> wanted, bool isDryRun)
+Result<int> SiteFolder::goBack(std::optional<int> wanted, bool allowsUnsigned, bool isDryRun)
 {
     QList<int> numbers = generations();
     const int current = currentGeneration();
@@ -120,7 +120,7 @@ Result<int> SiteFolder::goBack(std::optional<int> wanted, bool isDryRun)
                 u"%1: has no site before the current one; publish one by \"site\""_s.arg(path_)};
         wanted = numbers.last();
     }
-    auto done = checkWhole(*wanted);
+    auto done = check(*wanted, allowsUnsigned);
     if (done && !isDryRun)
         done = makeCurrent(*wanted);
     return done ? Result<int>(*wanted) : Failure{done.error()};
@@ -187,7 +187,7 @@ Result<void> SiteFolder::writeFiles(const SiteContents &site, const PieceDone &d
     return written;
 }
 
-Result<void> SiteFolder::checkWhole(int number) const
+Result<void> SiteFolder::check(int number, bool allowsUnsigned) const
 {
     const QJsonObject record = recordAt(generationPath(number));
     if (record.isEmpty())
@@ -199,6 +199,10 @@ Result<void> SiteFolder::checkWhole(int number) const
             return Failure{u"--generation: %1 lacks the file %2; give another"_s.arg(
                 QString::number(number), path_ + file)};
     }
+    if (const auto refusal = SiteContents::refusal(record); refusal && !allowsUnsigned)
+        return Failure{
+            u"--generation: builds with release keys would refuse what %1 announces, "
+            "which %2; give another, or --allow-unsigned"_s.arg(QString::number(number), *refusal)};
     return {};
 }
 

@@ -38,8 +38,9 @@ public:
                                      const PieceDone &done);
 
     /// Makes the wanted generation the current one again, or the one before the current; unless it
-    /// is only asked which one that is. If that fails, the current one goes on.
-    ZVPlatform::Result<int> goBack(std::optional<int> wanted, bool isDryRun);
+    /// is only asked which one that is. If that fails, the current one goes on. One that announces
+    /// what builds with release keys refuse fails, unless that is allowed.
+    ZVPlatform::Result<int> goBack(std::optional<int> wanted, bool allowsUnsigned, bool isDryRun);
 
     /// Removes all but the newest generations, and the files that belong to none of those that
     /// stay. Says how many files went.
@@ -50,7 +51,7 @@ private:
     /// In ascending order.
     QList<int> generations() const;
     ZVPlatform::Result<void> writeFiles(const SiteContents &site, const PieceDone &done);
-    ZVPlatform::Result<void> checkWhole(int number) const;
+    ZVPlatform::Result<void> check(int number, bool allowsUnsigned) const;
     ZVPlatform::Result<void> makeCurrent(int number);
 
     const QString path_;

@@ -152,7 +152,8 @@ private:
         if (reply->signatures() != newest.signatures)
             differences.append(u"is not sent the catalogue's signatures"_s);
         const auto keys = demands_.keys ? demands_.keys : keysOf(product, version);
-        if (!keys)
+        // One that is offered all the same is known to be refused.
+        if (!keys || Signing::refusal(product, newest))
             return differences;
         if (const auto taken = reply->signedRelease(*keys, product.id, version); !taken)
             differences.append(u"would refuse it: "_s + taken.error().message);
