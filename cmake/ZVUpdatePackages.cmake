@@ -67,8 +67,9 @@ ${about}
 
 This package has zvupdate, which updates from the command line, for scripts
 and for applications in other languages; zvupdate-apply, which replaces an
-application by its new version; zvupdate-publish, which publishes releases;
-and zvupdate-service, an update service for development and trials.")
+application by its new version; zvupdate-window, which shows the prompt window
+for such applications; zvupdate-publish, which publishes releases; and
+zvupdate-service, an update service for development and trials.")
 
 find_program(GZIP gzip REQUIRED)
 set(documents ${PROJECT_BINARY_DIR}/debian)
@@ -77,12 +78,15 @@ execute_process(COMMAND ${GZIP} --best --no-name --force --keep ${documents}/cha
     COMMAND_ERROR_IS_FATAL ANY)
 foreach(component IN LISTS CPACK_COMPONENTS_ALL)
     string(TOUPPER ${component} COMPONENT)
-    install(FILES
-            ${PROJECT_SOURCE_DIR}/packaging/debian/copyright
-            ${documents}/changelog.gz
-            ${PROJECT_BINARY_DIR}/zvupdate.spdx.json
+    install(FILES ${PROJECT_SOURCE_DIR}/packaging/debian/copyright ${documents}/changelog.gz
         DESTINATION share/doc/${CPACK_DEBIAN_${COMPONENT}_PACKAGE_NAME}
         COMPONENT ${component})
+    # The reference is of all architectures, and the SPDX document is of what is built for one.
+    if(NOT component STREQUAL reference)
+        install(FILES ${PROJECT_BINARY_DIR}/zvupdate.spdx.json
+            DESTINATION share/doc/${CPACK_DEBIAN_${COMPONENT}_PACKAGE_NAME}
+            COMPONENT ${component})
+    endif()
 endforeach()
 
 # The guides, with what they refer to in the places where they do.
