@@ -3,6 +3,9 @@
 #include "../platform/crypto/Ed25519.h"
 #include "SignatureText.h"
 
+#include <QList>
+
+#include <algorithm>
 #include <utility>
 
 using namespace ZVPlatform;
@@ -17,6 +20,26 @@ Failure<QString> secretKey()
     return {QStringLiteral("is a secret key, which is for nobody but its owner")};
 }
 
+constexpr qsizetype publicSize = algorithmSize + numberSize + ed25519KeySize;
+constexpr qsizetype signatureSize = algorithmSize + numberSize + ed25519SignatureSize;
+
+// Secret keys begin as public ones do, and are longer.
+bool isSecretKey(const QByteArray &line)
+{
+    const auto decoded =
+        QByteArray::fromBase64Encoding(line.trimmed(), QByteArray::AbortOnBase64DecodingErrors);
+    const QByteArray key = decoded ? *decoded : QByteArray();
+    return key.startsWith("Ed") && key.size() > publicSize && key.size() != signatureSize;
+}
+
+// Anywhere in the text: files of several keys are easily put together.
+bool holdsSecretKey(const QByteArray &text)
+{
+    const QList<QByteArray> lines = text.split('\n');
+    return text.contains("PRIVATE KEY-----") ||
+           std::any_of(lines.begin(), lines.end(), isSecretKey);
+}
+
 } // namespace
 
 ReleaseKey::ReleaseKey(QByteArray bytes, QByteArray number)
@@ -28,7 +51,7 @@ Result<ReleaseKey> ReleaseKey::read(const QByteArray &text)
 {
     if (text.size() > longestKeyText)
         return Failure{QStringLiteral("is too long for a key")};
-    if (text.contains("PRIVATE KEY-----"))
+    if (holdsSecretKey(text))
         return secretKey();
     if (text.contains("-----BEGIN")) {
         auto key = ed25519KeyFromPem(text);
@@ -37,12 +60,9 @@ Result<ReleaseKey> ReleaseKey::read(const QByteArray &text)
     const auto key = SignatureText::bytes(text);
     if (!key)
         return Failure{QStringLiteral("is neither a line of Base64 nor PEM")};
-    constexpr qsizetype size = algorithmSize + numberSize + ed25519KeySize;
-    if (key->size() == algorithmSize + numberSize + ed25519SignatureSize)
+    if (key->size() == signatureSize)
         return Failure{QStringLiteral("is a signature and no key")};
-    if (key->size() > size && key->startsWith("Ed"))
-        return secretKey();
-    if (key->size() != size || !key->startsWith("Ed"))
+    if (key->size() != publicSize || !key->startsWith("Ed"))
         return Failure{QStringLiteral("is no public key of signify or minisign")};
     return ReleaseKey(key->last(ed25519KeySize), key->mid(algorithmSize, numberSize));
 }
@@ -51,4 +71,14 @@ QString ReleaseKey::name() const
 {
     return number_.isEmpty() ? QString::fromLatin1(bytes_.first(numberSize).toHex())
                              : numberName(number_);
+}
+
+QByteArray ReleaseKey::text() const
+{
+    if (!number_.isEmpty())
+        return ("Ed" + number_ + bytes_).toBase64();
+    // What stands before the bytes of every Ed25519 key in DER.
+    const QByteArray prefix = QByteArrayLiteral("\x30\x2a\x30\x05\x06\x03\x2b\x65\x70\x03\x21\x00");
+    return "-----BEGIN PUBLIC KEY-----\n" + (prefix + bytes_).toBase64() +
+           "\n-----END PUBLIC KEY-----";
 }

@@ -39,6 +39,7 @@ TEST(ReleaseKey, IsReadAsToolsWriteIt)
     const auto pemOf = [](const QByteArray &name, const QByteArray &der) {
         return "-----BEGIN " + name + "-----\n" + der.toBase64() + "\n-----END " + name + "-----\n";
     };
+    const QByteArray secretLine = ("Ed" + QByteArray(102, 's')).toBase64();
     const QString number = QStringLiteral("8877665544332211");
     const std::pair<QByteArray, QString> rows[] = {
         {line, number},
@@ -49,7 +50,9 @@ TEST(ReleaseKey, IsReadAsToolsWriteIt)
         {line.chopped(4), {}},
         {line.chopped(1) + '!', {}},
         {("RW" + bytes("1122334455667788") + key).toBase64(), {}},
-        {("Ed" + QByteArray(102, 's')).toBase64(), {}},
+        {secretLine, {}},
+        {line + "\n" + secretLine, {}},
+        {pemOf("PUBLIC KEY", pem) + secretLine + "\r\n", {}},
         {("Ed" + QByteArray(72, 's')).toBase64(), {}},
         {pemOf("PUBLIC KEY", secretPem), {}},
         {pemOf("PRIVATE KEY", secretPem), {}},
@@ -61,11 +64,13 @@ TEST(ReleaseKey, IsReadAsToolsWriteIt)
         EXPECT_EQ(read ? read->name() : QString(), name) << text.left(100).constData();
         if (read) {
             EXPECT_EQ(read->bytes(), key);
+            EXPECT_EQ(ReleaseKey::read(read->text())->bytes(), key);
+            EXPECT_EQ(ReleaseKey::read(read->text())->name(), name);
+            EXPECT_FALSE(read->text().contains("comment"));
         }
     }
     EXPECT_TRUE(ReleaseKey::read(pemOf("PRIVATE KEY", secretPem)).error().contains(u"secret"));
-    EXPECT_TRUE(
-        ReleaseKey::read(("Ed" + QByteArray(102, 's')).toBase64()).error().contains(u"secret"));
+    EXPECT_TRUE(ReleaseKey::read(line + "\n" + secretLine).error().contains(u"secret"));
 }
 
 TEST(ReleaseSignature, IsReadAsToolsWriteIt)

@@ -143,8 +143,9 @@ Result<QJsonArray> ReleaseRecord::readReleaseKeys(const Arguments &arguments)
     if (!texts)
         return Failure{texts.error()};
     QJsonArray keys;
+    // The keys alone: what else stands in those files is not for everybody who gets the catalogue.
     for (const QByteArray &text : *texts)
-        keys.append(QString::fromUtf8(text.trimmed()));
+        keys.append(QString::fromUtf8(ReleaseKey::read(text)->text()));
     return keys;
 }
 
