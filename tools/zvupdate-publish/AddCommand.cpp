@@ -173,7 +173,7 @@ Result<Place> placeFor(const CatalogueFile &catalogue, const Addition &addition)
         return Failure{u"%1: is the installer of %2; choose another version"_s.arg(path, *owner)};
     // One that "undo" may bring back is not written over.
     const QSet<QString> kept =
-        QFileInfo::exists(path) ? catalogue.keptInstallers() : QSet<QString>();
+        QFileInfo::exists(path) ? catalogue.keptFiles() : QSet<QString>();
     for (int i = 2; kept.contains(path); ++i)
         path = u"%1-%2%3"_s.arg(name, QString::number(i), suffix);
     return Place{path, true};

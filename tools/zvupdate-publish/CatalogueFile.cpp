@@ -9,6 +9,7 @@
 #include "../commands/Arguments.h"
 
 #include <ZVUpdate/platform/settings/VersionOrder.h>
+#include <ZVUpdate/release/ReleaseStatement.h>
 
 #include <QDir>
 #include <QFile>
@@ -37,6 +38,26 @@ qsizetype indexOfVersion(const QJsonArray &releases, const QString &version)
             return versionOf(release) == version;
         });
     return found == releases.end() ? -1 : found - releases.begin();
+}
+
+bool isStatedSize(const Catalogue::Release &release, qint64 size)
+{
+    const auto statement = ReleaseStatement::read(release.statement);
+    return !statement || statement->size == static_cast<quint64>(size);
+}
+
+bool isUnchanged(const QJsonObject &record, const Catalogue::Release &release,
+                 const InstallerDigests::Both &digests)
+{
+    const qint64 size = QFileInfo(release.installerPath).size();
+    const auto statement = ReleaseStatement::read(release.statement);
+    if (statement && QString::fromLatin1(statement->sha256.toHex()) != digests.sha256)
+        return false;
+    const QJsonValue sizeBefore = record.value(u"size"_s);
+    const QJsonValue md5 = record.value(u"md5"_s);
+    return isStatedSize(release, size) &&
+           (sizeBefore.isUndefined() || sizeBefore.toInteger() == size) &&
+           (md5.isUndefined() || md5.toString() == digests.md5);
 }
 
 } // namespace
@@ -131,13 +152,30 @@ QJsonObject CatalogueFile::described(const Catalogue::Product &product,
 {
     QJsonObject result = record(product.id, release.version);
     result.insert(u"product"_s, product.id);
-    result.insert(u"size"_s, QFileInfo(release.installerPath).size());
+    const qint64 size = QFileInfo(release.installerPath).size();
+    result.insert(u"size"_s, size);
     const Catalogue::Release *newest = Signing::newest(product);
     result.insert(u"newest"_s, newest && newest->version == release.version);
     result.insert(u"signedBy"_s, QJsonArray::fromStringList(Signing::signers(product, release)));
     if (const auto refused = Signing::refusal(product, release))
         result.insert(u"refused"_s, *refused);
+    else if (!isStatedSize(release, size))
+        result.insert(u"refused"_s, u"its installer is not the one of which the statement is"_s);
     return result;
+}
+
+Result<InstallerDigests::Both> CatalogueFile::digests(const QString &productId,
+                                                      const Catalogue::Release &release,
+                                                      const PieceDone &done) const
+{
+    const QString &path = release.installerPath;
+    const auto digests = InstallerDigests::both(path, done);
+    if (!digests)
+        return Failure{u"%1: cannot be read; make it readable"_s.arg(path)};
+    if (!isUnchanged(record(productId, release.version), release, *digests))
+        return Failure{u"%1: is not the file that was added; put that back, or withdraw the "
+                       "release and add the file as a new version"_s.arg(path)};
+    return *digests;
 }
 
 QStringList CatalogueFile::withdrawn(const QString &productId) const
@@ -179,7 +217,7 @@ std::optional<QString> CatalogueFile::installer(const QString &productId,
     return within(record(productId, version).value(u"installer"_s).toString());
 }
 
-QSet<QString> CatalogueFile::keptInstallers() const
+QSet<QString> CatalogueFile::keptFiles() const
 {
     QSet<QString> kept;
     const QList<QByteArray> states = CatalogueHistory(directory_).states() + QList{json_};
@@ -190,9 +228,10 @@ QSet<QString> CatalogueFile::keptInstallers() const
             for (const QString &list : {u"releases"_s, u"withdrawn"_s}) {
                 const QJsonArray releases = product.toObject().value(list).toArray();
                 for (const auto &release : releases) {
-                    if (const auto path =
-                            within(release.toObject().value(u"installer"_s).toString()))
-                        kept.insert(*path);
+                    for (const QString &file : {u"installer"_s, u"statement"_s}) {
+                        if (const auto path = within(release.toObject().value(file).toString()))
+                            kept.insert(*path);
+                    }
                 }
             }
         }
@@ -237,19 +276,27 @@ void CatalogueFile::setRecord(const QString &productId, const QString &version,
                               const QJsonObject &record)
 {
     QJsonObject product = productRecords_.value(productId);
-    QJsonArray releases = product.value(u"releases"_s).toArray();
-    releases.replace(indexOfVersion(releases, version), record);
-    product.insert(u"releases"_s, releases);
-    setProductRecord(productId, product);
+    for (const QString &list : {u"releases"_s, u"withdrawn"_s}) {
+        QJsonArray releases = product.value(list).toArray();
+        const qsizetype index = indexOfVersion(releases, version);
+        if (index < 0)
+            continue;
+        releases.replace(index, record);
+        product.insert(list, releases);
+        return setProductRecord(productId, product);
+    }
 }
 
 Result<void> CatalogueFile::save() const
 {
     const QByteArray json = QJsonDocument(root_).toJson();
-    if (const auto products = Catalogue::parse(directory_, json); !products)
-        return Failure{
-            u"not changed, since clients could not be served: %1"_s.arg(products.error())};
-    return CatalogueHistory(directory_).change(json_, json);
+    const auto products = Catalogue::parse(directory_, json);
+    auto saved = products ? CatalogueHistory(directory_).change(json_, json)
+                          : Failure{u"not changed, since clients could not be served: %1"_s.arg(
+                                products.error())};
+    if (!saved)
+        removeUnfinished();
+    return saved;
 }
 
 std::optional<QString> CatalogueFile::within(const QString &installer) const
@@ -273,14 +320,16 @@ QStringList CatalogueFile::knownVersions(const QString &productId) const
     return versions;
 }
 
-// What runs that were killed have left of installers that they were copying here.
+// What runs that were killed, or failed, have left here: of installers that they were copying, and
+// statements that they had written before they entered them.
 void CatalogueFile::removeUnfinished() const
 {
     const QDir folder(directory_ + u"/installers"_s);
-    const auto files = folder.entryInfoList({u'*' + FilePlacing::unfinishedSuffix}, QDir::Files);
+    const auto files =
+        folder.entryInfoList({u'*' + FilePlacing::unfinishedSuffix, u"*.statement"_s}, QDir::Files);
     if (files.isEmpty())
         return;
-    const QSet<QString> kept = keptInstallers();
+    const QSet<QString> kept = keptFiles();
     for (const QFileInfo &file : files) {
         if (!kept.contains(file.canonicalFilePath()))
             QFile::remove(file.filePath());

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "../catalogue/Catalogue.h"
+#include "../catalogue/InstallerDigests.h"
 
 #include <QHash>
 #include <QJsonObject>
@@ -60,6 +61,11 @@ public:
     /// and, if it is not offered, the reason.
     QJsonObject described(const Catalogue::Product &product,
                           const Catalogue::Release &release) const;
+    /// The digests of a release's installer as it is now. Fails when it cannot be read, or is not
+    /// the file that was added, or of which a statement was made.
+    ZVPlatform::Result<InstallerDigests::Both> digests(const QString &productId,
+                                                       const Catalogue::Release &release,
+                                                       const PieceDone &done = {}) const;
     /// Versions.
     QStringList withdrawn(const QString &productId) const;
     /// Every version of a product that clients may have and that is older than the newest of the
@@ -72,18 +78,18 @@ public:
     /// Where the installer of a release or of a withdrawn one lies; absent when that is unknown,
     /// or not within the folder, or there is no file.
     std::optional<QString> installer(const QString &productId, const QString &version) const;
-    /// The installers of all releases, withdrawn ones included, and of all states that the
-    /// catalogue can go back to.
-    QSet<QString> keptInstallers() const;
+    /// The installers and statements of all releases, withdrawn ones included, and of all states
+    /// that the catalogue can go back to.
+    QSet<QString> keptFiles() const;
 
     /// A version that was withdrawn is so no more; what it has superseded then goes on being so.
     void add(const QString &productId, const QJsonObject &release);
     void withdraw(const QString &productId, const QString &version);
-    /// Exchanges what the file says of a release.
+    /// Exchanges what the file says of a release, or of one that was withdrawn.
     void setRecord(const QString &productId, const QString &version, const QJsonObject &record);
 
     /// Writes the file anew, unless the service would refuse it. The catalogue can go back to what
-    /// it was before.
+    /// it was before. Where that fails, statements that have been written for it go.
     ZVPlatform::Result<void> save() const;
 
 private:

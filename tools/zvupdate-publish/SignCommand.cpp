@@ -12,6 +12,7 @@
 #include <QFile>
 #include <QJsonArray>
 #include <QProcess>
+#include <QProcessEnvironment>
 #include <QTemporaryDir>
 
 using namespace Qt::StringLiterals;
@@ -39,6 +40,10 @@ Result<const Catalogue::Release *> statedRelease(const CatalogueFile &catalogue,
         return Failure{
             u"--version: there is nothing to sign of %1 %2, as it has no keys; give it "
             "those that it has by \"edit --release-key\""_s.arg(id, (*release)->version)};
+    // A signature vouches for what users get.
+    if (const auto digests = release ? catalogue.digests(id, **release) : Failure{release.error()};
+        !digests)
+        return Failure{digests.error()};
     return release;
 }
 
@@ -111,11 +116,6 @@ Outcome attach(const Arguments &arguments, Console &console)
     return enter(arguments, signatures, console);
 }
 
-QString quotedForShell(const QString &path)
-{
-    return u'\'' + QString(path).replace(u'\'', u"'\\''"_s) + u'\'';
-}
-
 // Runs the maker's tool, which may ask at the terminal for what it needs.
 Result<ReleaseSignature> runTool(const QString &command, const QByteArray &statement)
 {
@@ -126,9 +126,13 @@ Result<ReleaseSignature> runTool(const QString &command, const QByteArray &state
         !file.flush())
         return Failure{u"%1: cannot be written: %2"_s.arg(file.fileName(), file.errorString())};
     QString script = command;
-    script.replace(u"{statement}"_s, quotedForShell(file.fileName()))
-        .replace(u"{signature}"_s, quotedForShell(signature));
+    script.replace(u"{statement}"_s, u"\"$ZVUPDATE_STATEMENT\""_s)
+        .replace(u"{signature}"_s, u"\"$ZVUPDATE_SIGNATURE\""_s);
+    auto environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(u"ZVUPDATE_STATEMENT"_s, file.fileName());
+    environment.insert(u"ZVUPDATE_SIGNATURE"_s, signature);
     QProcess tool;
+    tool.setProcessEnvironment(environment);
     tool.setProcessChannelMode(QProcess::ForwardedChannels);
     tool.setInputChannelMode(QProcess::ForwardedInputChannel);
     // Standard output is for what this program says.
@@ -168,11 +172,14 @@ Outcome sign(const Arguments &arguments, Console &console)
     return enter(arguments, signatures, console);
 }
 
-QList<CommandOption> optionsWith(const CommandOption &special)
+QList<CommandOption> optionsWith(const CommandOption &special, const CommandOption &dryRun)
 {
-    return {CatalogueOption::catalogue(), CatalogueOption::productId(),
-            CatalogueOption::version(),   special,
-            CatalogueOption::dryRun(),    CatalogueOption::json()};
+    return {CatalogueOption::catalogue(),
+            CatalogueOption::productId(),
+            CatalogueOption::version(),
+            special,
+            dryRun,
+            CatalogueOption::json()};
 }
 
 QString whatIsAccepted()
@@ -200,9 +207,13 @@ Command signCommand()
             {.name = u"with"_s,
              .valueName = u"COMMAND"_s,
              .help = u"A command for /bin/sh, in which {statement} stands for the file to sign and "
-                     "{signature} for the one to write, both in a folder that is private and goes "
-                     "afterwards. May be given several times, once for each key."_s,
-             .isRequired = true}),
+                     "{signature} for the one to write, without quotes around them. Both are in a "
+                     "private folder, which goes when this command ends, unless it is killed. May "
+                     "be given several times, once for each key."_s,
+             .isRequired = true},
+            {.name = u"dry-run"_s,
+             .help = u"Says what would be done, and enters nothing; the tools do run, since their "
+                     "signatures are tried."_s}),
         .exitStatuses = {u"0 signed, 1 refused, 2 wrong arguments."_s},
         .examples = {u"sign --catalogue releases --product-id P1 --version 2103 --with "
                      "'signify-openbsd -S -s maker.sec -m {statement} -x {signature}'"_s},
@@ -221,7 +232,8 @@ Command attachCommand()
         .options = optionsWith({.name = u"signature"_s,
                                 .valueName = u"FILE"_s,
                                 .help = u"A signature. May be given several times."_s,
-                                .isRequired = true}),
+                                .isRequired = true},
+                               CatalogueOption::dryRun()),
         .exitStatuses = {u"0 entered, 1 refused, 2 wrong arguments."_s},
         .examples = {u"attach --catalogue releases --product-id P1 --version 2103 --signature "
                      "P1_2103.sig"_s},

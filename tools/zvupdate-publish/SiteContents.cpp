@@ -22,19 +22,6 @@ QString sha256(const QByteArray &bytes)
     return QString::fromLatin1(QCryptographicHash::hash(bytes, QCryptographicHash::Sha256).toHex());
 }
 
-// Whether an installer is as it was when it was added.
-bool isUnchanged(const QJsonObject &record, const Catalogue::Release &release,
-                 const InstallerDigests::Both &digests)
-{
-    if (const auto signedOf = ReleaseStatement::read(release.statement);
-        signedOf && QString::fromLatin1(signedOf->sha256.toHex()) != digests.sha256)
-        return false;
-    const QJsonValue size = record.value(u"size"_s);
-    const QJsonValue recorded = record.value(u"md5"_s);
-    return (size.isUndefined() || size.toInteger() == QFileInfo(release.installerPath).size()) &&
-           (recorded.isUndefined() || recorded.toString() == digests.md5);
-}
-
 QString addReply(SiteContents *site, const QByteArray &reply)
 {
     const QString name = u"/replies/"_s + sha256(reply) + u".json"_s;
@@ -58,16 +45,12 @@ Result<void> addProduct(SiteContents *site, const CatalogueFile &catalogue,
 {
     QString newestMd5;
     for (const Catalogue::Release &release : product.releases) {
-        const QString &path = release.installerPath;
-        const auto digests = InstallerDigests::both(path, done);
+        const auto digests = catalogue.digests(product.id, release, done);
         if (!digests)
-            return Failure{u"%1: cannot be read; make it readable"_s.arg(path)};
+            return Failure{digests.error()};
         newestMd5 = digests->md5;
-        if (!isUnchanged(catalogue.record(product.id, release.version), release, *digests))
-            return Failure{u"%1: is not the file that was added; put that back, or withdraw the "
-                           "release and add the file as a new version"_s.arg(path)};
         const QString name = u"/installers/"_s + digests->sha256;
-        site->installerFiles.insert(name, {path, digests->sha256});
+        site->installerFiles.insert(name, {release.installerPath, digests->sha256});
         site->installerNames.insert(release.fileName, name);
     }
     const auto answer = [&](const QStringList &versions, const QByteArray &text) {
