@@ -233,11 +233,20 @@ class Catalogue(Folder):
         self.assertIn("there is no file", self.undo(status=1))
 
     def test_offers_only_what_old_and_new_builds_take(self):
-        (old, by_old), (new, by_new), (_, by_other) = map(self.key, ("old", "new", "other"))
+        (old, by_old), (new, by_new), (other, by_other) = map(self.key, ("old", "new", "other"))
+        old.write_text(f"comment\n{old.read_text()}comment\n")
+        # Where the tools' files are to be is no part of the script that runs them.
+        temporary = self.folder / "it's \"{signature}\" $HOME"
+        temporary.mkdir()
+        before = os.environ.get("TMPDIR", tempfile.gettempdir())
+        self.addCleanup(os.environ.update, TMPDIR=before)
+        os.environ["TMPDIR"] = str(temporary)
         for version in ("1", "2", "3"):
             self.add(version, self.file("installer", b"version " + version.encode()), *{
                 "1": ("--supersedes", "0", "--release-key", old), "2": (),
                 "3": ("--release-key", new, "--expires", "2999-01-01T00:00:00Z")}[version])
+        self.assertNotIn("comment", (self.catalogue / "releases.json").read_text())
+        self.assertIn("the keys of P1 3 are forgotten", self.undo("--dry-run"))
         self.add("1", self.notes, product="P2")
         sign = ("sign", "--product-id", "P1", "--version")
         edit = ("edit", "--version", "1", "--product-id")
@@ -283,6 +292,26 @@ class Catalogue(Folder):
         self.assertEqual(offered(), [("1", 1)])
         self.undo()
         self.assertEqual(offered(), [("3", 2)])
+        third = self.catalogue / "installers/P1_3"
+        for contents, shown in ((b"Version 3", False), (b"version", True)):
+            third.write_bytes(contents)
+            self.assertIn("is not the file that was added",
+                          self.change("sign", "--with", by_old, version="3", status=1))
+            listed = self.publish("list", "--catalogue", self.catalogue, "--json")
+            self.assertEqual("its installer is not" in listed, shown)
+        third.write_bytes(b"version 3")
+        # Withdrawn builds and older ones have their users, too.
+        again = ("3", self.folder / "installer", "--force", "--release-key")
+        self.change("withdraw", version="3")
+        self.assertIn("with other keys", self.add(*again, old, status=1))
+        self.add(*again, new, "--dry-run")
+        self.change("edit", "--release-key", other, version="3")
+        self.assertIn("with other keys", self.add(*again, new, status=1))
+        self.undo()
+        self.undo()
+        self.assertIn("P1 1 is not offered: version 0.5 would refuse", self.add(
+            "0.5", self.notes, "--force", "--release-key", other))
+        self.undo()
         # What is signed is of this release, and nothing else of the maker's.
         catalogue = self.releases()
         first, second, third = catalogue["products"][0]["releases"]
@@ -419,7 +448,8 @@ class Catalogue(Folder):
         installer = self.file("installer.new", b"v1")
         self.add("1", installer)
         placed = self.catalogue / "installers"
-        (placed / "P1_2.new.new").write_bytes(b"hal")
+        for left in ("P1_2.new.new", "P1_2.statement"):
+            (placed / left).write_bytes(b"hal")
         lock = self.catalogue / ".zvupdate-publish.lock"
         for contents, holder in (("7\nzvupdate-publish\nelsewhere\n", "process 7 on elsewhere"),
                                  ("", "not put down a name")):

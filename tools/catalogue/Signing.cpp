@@ -108,3 +108,11 @@ Signing::Offers Signing::offers(const QList<Product> &products, bool allowsUnsig
     }
     return result;
 }
+
+QStringList Signing::newlyRefused(const QList<Product> &before, const QList<Product> &after)
+{
+    const QStringList known = offers(before, false).refused;
+    QStringList refused = offers(after, false).refused;
+    refused.removeIf([&known](const QString &line) { return known.contains(line); });
+    return refused;
+}

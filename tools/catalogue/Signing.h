@@ -35,4 +35,8 @@ struct Offers
 /// Of a catalogue's products; everything, if unsigned releases are allowed.
 Offers offers(const QList<Catalogue::Product> &products, bool allowsUnsigned);
 
+/// Why releases are not offered after a change, a line each, unless that was so before it.
+QStringList newlyRefused(const QList<Catalogue::Product> &before,
+                         const QList<Catalogue::Product> &after);
+
 } // namespace Signing

@@ -7,6 +7,7 @@
 #include "StatementFile.h"
 
 #include "../catalogue/InstallerDigests.h"
+#include "../catalogue/Signing.h"
 #include "../commands/Arguments.h"
 #include "../commands/WorkProgress.h"
 #include <ZVUpdate/ZVUpdate.h>
@@ -16,6 +17,7 @@
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonObject>
+#include <QSet>
 
 #include <algorithm>
 
@@ -83,6 +85,27 @@ Result<void> checkNames(Addition *addition)
         addition->warnings.append(
             u"the prompt shows a dot after each character but the last: version \"%1\" as \"v%2\""_s
                 .arg(version, version.split(QString(), Qt::SkipEmptyParts).join(u'.')));
+    return {};
+}
+
+QSet<QByteArray> bytesOf(const QJsonArray &keys)
+{
+    QSet<QByteArray> bytes;
+    for (const auto &text : keys) {
+        if (const auto key = ReleaseKey::read(text.toString().toUtf8()))
+            bytes.insert(key->bytes());
+    }
+    return bytes;
+}
+
+// A version that is used again has one set of keys only, and users have builds with the first.
+Result<void> checkKeys(const CatalogueFile &catalogue, const Addition &addition)
+{
+    const QJsonArray had =
+        catalogue.record(addition.productId, addition.version).value(u"releaseKeys"_s).toArray();
+    if (!had.isEmpty() && bytesOf(had) != bytesOf(addition.releaseKeys))
+        return Failure{u"--release-key: version %1 was withdrawn, and users may have it with other "
+                       "keys; give those, or choose a higher version"_s.arg(addition.version)};
     return {};
 }
 
@@ -172,8 +195,7 @@ Result<Place> placeFor(const CatalogueFile &catalogue, const Addition &addition)
     if (const auto owner = ownerOf(catalogue, path))
         return Failure{u"%1: is the installer of %2; choose another version"_s.arg(path, *owner)};
     // One that "undo" may bring back is not written over.
-    const QSet<QString> kept =
-        QFileInfo::exists(path) ? catalogue.keptFiles() : QSet<QString>();
+    const QSet<QString> kept = QFileInfo::exists(path) ? catalogue.keptFiles() : QSet<QString>();
     for (int i = 2; kept.contains(path); ++i)
         path = u"%1-%2%3"_s.arg(name, QString::number(i), suffix);
     return Place{path, true};
@@ -242,6 +264,19 @@ Result<QJsonObject> enter(CatalogueFile *catalogue, const Addition &addition,
                 : Failure{done.error()};
 }
 
+// Of other releases: that this one is to be signed is told anyway.
+QStringList newlyRefused(const CatalogueFile &before, const Addition &addition)
+{
+    const auto after = CatalogueFile::read(before.directory(), CatalogueFile::IfMissing::Empty);
+    QList<Catalogue::Product> products = after ? after->products() : before.products();
+    for (Catalogue::Product &product : products) {
+        product.releases.removeIf([&](const Catalogue::Release &release) {
+            return product.id == addition.productId && release.version == addition.version;
+        });
+    }
+    return Signing::newlyRefused(before.products(), products);
+}
+
 QString lineOf(const Addition &addition, const QJsonObject &record, bool isDryRun)
 {
     const QString statement = record.value(u"statement"_s).toString();
@@ -308,6 +343,8 @@ Outcome add(const Arguments &arguments, Console &console)
                        "--release-key, too"_s};
     auto checked = checkVersion(*catalogue, addition, isForced);
     if (checked)
+        checked = checkKeys(*catalogue, addition);
+    if (checked)
         checked = checkSize(&addition);
     if (!checked)
         return Failure{checked.error()};
@@ -324,6 +361,7 @@ Outcome add(const Arguments &arguments, Console &console)
     const auto record = enter(&*catalogue, addition, *digests, arguments, console);
     if (!record)
         return Failure{record.error()};
+    addition.warnings += newlyRefused(*catalogue, addition);
     ReleaseRecord::report(addition.productId, *record, addition.warnings,
                           lineOf(addition, *record, arguments.isSet(u"dry-run"_s)), arguments,
                           console);

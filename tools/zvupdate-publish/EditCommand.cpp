@@ -4,14 +4,11 @@
 #include "ReleaseRecord.h"
 #include "StatementFile.h"
 
-#include "../catalogue/InstallerDigests.h"
 #include "../catalogue/Signing.h"
 #include "../commands/Arguments.h"
 
 #include <QFileInfo>
 #include <QJsonArray>
-
-#include <algorithm>
 
 using namespace Qt::StringLiterals;
 using namespace ZVPlatform;
@@ -77,7 +74,8 @@ QString lineOf(const QString &id, const QJsonObject &record, bool isChanged, boo
 }
 
 // What has been stated of a release, or can be.
-Result<ReleaseStatement> statementOf(const QString &productId, const Catalogue::Release &release)
+Result<ReleaseStatement> statementOf(const CatalogueFile &catalogue, const QString &productId,
+                                     const Catalogue::Release &release)
 {
     if (!release.statement.isEmpty()) {
         const auto statement = ReleaseStatement::read(release.statement);
@@ -85,24 +83,30 @@ Result<ReleaseStatement> statementOf(const QString &productId, const Catalogue::
                          : Failure{u"the statement of version %1 %2"_s.arg(release.version,
                                                                            statement.error())};
     }
-    const QString &path = release.installerPath;
-    const auto digests = InstallerDigests::both(path, [](qint64) {});
+    const auto digests = catalogue.digests(productId, release);
     if (!digests)
-        return Failure{u"%1: cannot be read; make it readable"_s.arg(path)};
+        return Failure{digests.error()};
     return ReleaseStatement{productId, release.version, digests->md5,
                             QByteArray::fromHex(digests->sha256.toLatin1()),
-                            static_cast<quint64>(QFileInfo(path).size())};
+                            static_cast<quint64>(QFileInfo(release.installerPath).size())};
 }
 
-// Keys, and what is to be signed when that has changed.
-Outcome editStatement(const Arguments &arguments, const CatalogueFile &catalogue,
-                      const Catalogue::Release &release, QJsonObject *record)
+Outcome editKeys(const Arguments &arguments, QJsonObject *record)
 {
     const auto keys = ReleaseRecord::readReleaseKeys(arguments);
     if (!keys)
         return Failure{keys.error()};
     if (!keys->isEmpty())
         record->insert(u"releaseKeys"_s, *keys);
+    return Success;
+}
+
+// Keys, and what is to be signed when that has changed.
+Outcome editStatement(const Arguments &arguments, const CatalogueFile &catalogue,
+                      const Catalogue::Release &release, QJsonObject *record)
+{
+    if (auto edited = editKeys(arguments, record); !edited)
+        return edited;
     const auto expires = ReleaseRecord::readExpires(arguments);
     if (!expires)
         return Failure{expires.error()};
@@ -116,7 +120,7 @@ Outcome editStatement(const Arguments &arguments, const CatalogueFile &catalogue
     const QJsonValue notes = catalogue.record(id, release.version).value(u"notes"_s);
     if (isStated && notes == record->value(u"notes"_s) && !arguments.isSet(u"expires"_s))
         return Success;
-    auto statement = statementOf(id, release);
+    auto statement = statementOf(catalogue, id, release);
     if (!statement)
         return Failure{statement.error()};
     if (arguments.isSet(u"expires"_s))
@@ -126,14 +130,15 @@ Outcome editStatement(const Arguments &arguments, const CatalogueFile &catalogue
     return written ? Outcome(Success) : Failure{written.error()};
 }
 
-// What a change of the notes and of keys does to signatures, this release's and others'.
-QStringList newlyRefused(const CatalogueFile &before)
+Outcome editRelease(const Arguments &arguments, const CatalogueFile &catalogue,
+                    const Catalogue::Release &release, QJsonObject *record)
 {
-    const auto after = CatalogueFile::read(before.directory());
-    QStringList refused = after ? Signing::offers(after->products(), false).refused : QStringList();
-    const QStringList known = Signing::offers(before.products(), false).refused;
-    refused.removeIf([&known](const QString &line) { return known.contains(line); });
-    return refused;
+    Outcome edited = editNotes(arguments, record);
+    if (edited)
+        edited = editSupersedes(arguments, record);
+    if (edited)
+        edited = editStatement(arguments, catalogue, release, record);
+    return edited;
 }
 
 Outcome edit(const Arguments &arguments, Console &console)
@@ -141,8 +146,9 @@ Outcome edit(const Arguments &arguments, Console &console)
     const QStringList changes{u"notes"_s,       u"remove-notes"_s,
                               u"supersedes"_s,  u"remove-supersedes"_s,
                               u"release-key"_s, u"expires"_s};
-    if (std::none_of(changes.begin(), changes.end(),
-                     [&arguments](const QString &change) { return arguments.isSet(change); }))
+    QStringList given = changes;
+    given.removeIf([&arguments](const QString &change) { return !arguments.isSet(change); });
+    if (given.isEmpty())
         return wrongArguments(
             u"there is nothing to change; give --%1"_s.arg(changes.join(u", --"_s)));
     auto catalogue = CatalogueFile::open(arguments);
@@ -151,27 +157,31 @@ Outcome edit(const Arguments &arguments, Console &console)
     const QString id = *arguments.value(u"product-id"_s);
     const QString version = *arguments.value(u"version"_s);
     const auto release = catalogue->release(id, version);
-    if (!release)
+    // A build that is no release any more has its users, and its keys.
+    const bool isOfWithdrawn =
+        catalogue->withdrawn(id).contains(version) && given == QStringList(u"release-key"_s);
+    if (!release && !isOfWithdrawn)
         return Failure{release.error()};
 
     const QJsonObject before = catalogue->record(id, version);
     QJsonObject record = before;
-    Outcome edited = editNotes(arguments, &record);
-    if (edited)
-        edited = editSupersedes(arguments, &record);
-    if (edited)
-        edited = editStatement(arguments, *catalogue, **release, &record);
-    if (!edited)
+    record.insert(u"version"_s, version); // Of a withdrawn one nothing else may be known.
+    if (auto edited = release ? editRelease(arguments, *catalogue, **release, &record)
+                              : editKeys(arguments, &record);
+        !edited)
         return edited;
     const bool isDryRun = arguments.isSet(u"dry-run"_s);
-    QStringList warnings = ReleaseRecord::warningsOf(record.value(u"notes"_s).toObject());
+    QStringList warnings;
+    if (release)
+        warnings = ReleaseRecord::warningsOf(record.value(u"notes"_s).toObject());
     if (before.contains(u"signatures"_s) && !record.contains(u"signatures"_s))
         warnings.append(u"the signatures are void, as they are of what the release said before"_s);
     if (record != before && !isDryRun) {
         catalogue->setRecord(id, version, record);
         if (const auto saved = catalogue->save(); !saved)
             return Failure{saved.error()};
-        warnings += newlyRefused(*catalogue);
+        if (const auto after = CatalogueFile::read(catalogue->directory()))
+            warnings += Signing::newlyRefused(catalogue->products(), after->products());
     }
     ReleaseRecord::report(id, record, warnings, lineOf(id, record, record != before, isDryRun),
                           arguments, console);
@@ -190,6 +200,7 @@ Command editCommand()
              "withdraw the release and add a higher version."_s,
              u"The notes are signed, too: when they change, the signatures go, and the release is "
              "to be signed again."_s,
+             u"A version that was withdrawn can be given its keys, and nothing else."_s,
              u"zvupdate-service sees the change at once, a static site when it is made "
              "anew."_s},
         .options = {CatalogueOption::catalogue(),

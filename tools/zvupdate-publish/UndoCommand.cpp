@@ -3,6 +3,7 @@
 #include "CatalogueOption.h"
 #include "Commands.h"
 
+#include "../catalogue/Signing.h"
 #include "../commands/Arguments.h"
 #include "../commands/Console.h"
 #include "../commands/JsonLine.h"
@@ -54,6 +55,25 @@ QStringList differences(const CatalogueFile &now, const CatalogueFile &before)
     return result;
 }
 
+// Builds that may have been published, and for which nothing needs to be signed any more.
+QStringList forgotten(const CatalogueFile &now, const CatalogueFile &before)
+{
+    QStringList result;
+    for (const auto &product : now.products()) {
+        for (const auto &build : product.builds) {
+            const auto keysIn = [&](const CatalogueFile &catalogue) {
+                return catalogue.record(product.id, build.version).value(u"releaseKeys"_s);
+            };
+            if (keysIn(now) != keysIn(before))
+                result.append(
+                    u"the keys of %1 %2 are forgotten, so that newer releases go without a "
+                    "signature that it takes; if users have it, add it again with its keys and use "
+                    "\"withdraw\""_s.arg(product.id, build.version));
+        }
+    }
+    return result;
+}
+
 Outcome undo(const Arguments &arguments, Console &console)
 {
     const auto catalogue = CatalogueFile::open(arguments);
@@ -74,8 +94,13 @@ Outcome undo(const Arguments &arguments, Console &console)
         return Failure{done.error()};
 
     const QStringList changes = differences(*catalogue, *before);
+    const QStringList warnings = forgotten(*catalogue, *before) +
+                                 Signing::newlyRefused(catalogue->products(), before->products());
+    for (const QString &warning : warnings)
+        console.complain(arguments.command() + u": warning: "_s + warning);
     if (arguments.isSet(u"json"_s)) {
         console.print(jsonLine({{u"changes"_s, QJsonArray::fromStringList(changes)},
+                                {u"warnings"_s, QJsonArray::fromStringList(warnings)},
                                 {u"left"_s, left},
                                 {u"dryRun"_s, isDryRun}}));
         return Success;
@@ -96,10 +121,12 @@ Command undoCommand()
         .name = u"undo"_s,
         .summary = u"Takes back the last change of the catalogue"_s,
         .details =
-            {u"Whether that was add, edit, withdraw or an editor: releases.json is again what it "
-             "was before. The last %1 states are kept, so that several changes can be taken "
-             "back one after another; what is taken back is forgotten."_s.arg(
+            {u"Whether that was add, edit, sign, attach, withdraw or an editor: releases.json is "
+             "again what it was before. The last %1 states are kept, so that several changes can "
+             "be taken back one after another; what is taken back is forgotten."_s.arg(
                  CatalogueHistory::longest),
+             u"A build with keys whose addition is taken back is forgotten, and its users may be "
+             "left with releases that it refuses: \"withdraw\" what was published."_s,
              u"Installers stay in the folder. To take back what a web server serves, see "
              "\"rollback\"."_s},
         .options = {CatalogueOption::catalogue(), CatalogueOption::dryRun(),
