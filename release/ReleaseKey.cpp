@@ -23,13 +23,31 @@ Failure<QString> secretKey()
 constexpr qsizetype publicSize = algorithmSize + numberSize + ed25519KeySize;
 constexpr qsizetype signatureSize = algorithmSize + numberSize + ed25519SignatureSize;
 
-// Secret keys begin as public ones do, and are longer.
-bool isSecretKey(const QByteArray &line)
+// Empty when a line is no key's.
+QByteArray keyIn(const QByteArray &line)
 {
     const auto decoded =
         QByteArray::fromBase64Encoding(line.trimmed(), QByteArray::AbortOnBase64DecodingErrors);
-    const QByteArray key = decoded ? *decoded : QByteArray();
-    return key.startsWith("Ed") && key.size() > publicSize && key.size() != signatureSize;
+    return decoded && decoded.decoded.startsWith("Ed") ? decoded.decoded : QByteArray();
+}
+
+// Secret keys begin as public ones do, and are longer.
+bool isSecretKey(const QByteArray &line)
+{
+    const qsizetype size = keyIn(line).size();
+    return size > publicSize && size != signatureSize;
+}
+
+bool isPublicKey(const QByteArray &line)
+{
+    return keyIn(line).size() == publicSize;
+}
+
+// Only one would count, and nobody would miss the others before they are needed.
+bool holdsSeveralKeys(const QByteArray &text)
+{
+    const QList<QByteArray> lines = text.split('\n');
+    return std::count_if(lines.begin(), lines.end(), isPublicKey) + text.count("-----BEGIN") > 1;
 }
 
 // Anywhere in the text: files of several keys are easily put together.
@@ -53,6 +71,8 @@ Result<ReleaseKey> ReleaseKey::read(const QByteArray &text)
         return Failure{QStringLiteral("is too long for a key")};
     if (holdsSecretKey(text))
         return secretKey();
+    if (holdsSeveralKeys(text))
+        return Failure{QStringLiteral("holds more than one key")};
     if (text.contains("-----BEGIN")) {
         auto key = ed25519KeyFromPem(text);
         return key ? Result(ReleaseKey(*std::move(key), {})) : Failure{key.error()};

@@ -45,6 +45,8 @@ TEST(ReleaseKey, IsReadAsToolsWriteIt)
         {line, number},
         {"untrusted comment: a secret key, or none\r\n" + line + "\r\n", number},
         {pemOf("PUBLIC KEY", pem), QStringLiteral("3d4017c3e843895a")},
+        {line + '\n' + line, {}},
+        {pemOf("PUBLIC KEY", pem) + line, {}},
         {"", {}},
         {"untrusted comment: nothing more\n", {}},
         {line.chopped(4), {}},

@@ -3,6 +3,7 @@
 #include "../../release/ReleaseKeys.h"
 
 #include <QFile>
+#include <QFileInfo>
 
 using namespace Qt::StringLiterals;
 using namespace ZVPlatform;
@@ -18,6 +19,8 @@ Result<QList<QByteArray>> readReleaseKeyFiles(const QStringList &paths)
     QList<QByteArray> texts;
     for (const QString &path : paths) {
         QFile file(path);
+        if (!QFileInfo(path).isFile()) // A pipe would wait for its other end.
+            return Failure{u"--release-key: %1 is no file; give that of a public key"_s.arg(path)};
         if (!file.open(QIODevice::ReadOnly))
             return Failure{u"--release-key: %1 cannot be read: %2"_s.arg(path, file.errorString())};
         texts.append(file.read(longestKeyFile));

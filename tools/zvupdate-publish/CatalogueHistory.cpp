@@ -76,7 +76,11 @@ qsizetype CatalogueHistory::countBefore(int number) const
 
 Result<void> CatalogueHistory::goBackTo(int number)
 {
-    if (auto written = write(catalogue_, state(number)); !written)
+    const auto bytes = RegularFile::read(pathOf(number));
+    if (!bytes)
+        return Failure{u"%1: cannot be read: %2; the catalogue is as it was"_s.arg(pathOf(number),
+                                                                                   bytes.error())};
+    if (auto written = write(catalogue_, *bytes); !written)
         return written;
     QList<int> all = numbers();
     // The newest first: of a run that is killed meanwhile no gap is left.

@@ -10,6 +10,7 @@
 #include <ZVUpdate/release/ReleaseSignature.h>
 
 #include <QFile>
+#include <QFileInfo>
 #include <QJsonArray>
 #include <QProcess>
 #include <QProcessEnvironment>
@@ -20,10 +21,14 @@ using namespace ZVPlatform;
 
 namespace {
 
+constexpr qint64 longestSignatureFile = 1024 * 1024; // bytes; no signature is as long
+
 using Signatures = QList<ReleaseSignature>;
 
 Result<ReleaseSignature> signatureIn(const QString &path, const QString &name)
 {
+    if (QFileInfo(path).size() > longestSignatureFile)
+        return Failure{u"%1 is too long for a signature"_s.arg(name)};
     const auto bytes = RegularFile::read(path);
     if (!bytes)
         return Failure{u"%1 cannot be read: %2"_s.arg(name, bytes.error())};

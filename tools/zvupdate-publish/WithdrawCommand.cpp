@@ -2,6 +2,7 @@
 #include "CatalogueOption.h"
 #include "Commands.h"
 
+#include "../catalogue/Signing.h"
 #include "../commands/Arguments.h"
 #include "../commands/Console.h"
 #include "../commands/JsonLine.h"
@@ -85,10 +86,10 @@ Outcome withdraw(const Arguments &arguments, Console &console)
             return Failure{path.error()};
         withdrawal.removed = *path;
     }
-    for (const auto &each : catalogue->product(id)->releases) {
-        if (each.version != version)
-            withdrawal.newest = each.version;
-    }
+    auto left = *catalogue->product(id);
+    left.releases.removeIf([&](const auto &each) { return each.version == version; });
+    if (const auto *release = Signing::newest(left))
+        withdrawal.newest = release->version;
     if (!arguments.isSet(u"dry-run"_s)) {
         if (!isDone)
             catalogue->withdraw(id, version);
