@@ -56,12 +56,13 @@ private:
         const QString choice = qEnvironmentVariable("ZVUPDATE_TEST_CHOICE");
         const auto windows = QGuiApplication::topLevelWindows();
         for (QWindow *window : windows) {
-            if (choice == QLatin1String("close"))
-                window->close();
-            else if (auto *button = findButton(window->accessibleRoot(), choice))
+            auto *content = window->accessibleRoot();
+            if (auto *button = findButton(content, choice))
                 return click(window, button->rect().center());
-            else if (findButton(window->accessibleRoot(), QStringLiteral("Show in folder")))
-                window->close(); // All that is left when no program opens the installer.
+            // All that is left when no program opens the installer.
+            const bool isToldThePlace = findButton(content, QStringLiteral("Show in folder"));
+            if (choice == QLatin1String("close") || isToldThePlace)
+                window->close();
         }
     }
 
