@@ -18,6 +18,7 @@
 #include <QJsonDocument>
 
 #include <algorithm>
+#include <utility>
 
 using namespace Qt::StringLiterals;
 using namespace ZVPlatform;
@@ -58,6 +59,24 @@ bool isUnchanged(const QJsonObject &record, const Catalogue::Release &release,
     return isStatedSize(release, size) &&
            (sizeBefore.isUndefined() || sizeBefore.toInteger() == size) &&
            (md5.isUndefined() || md5.toString() == digests.md5);
+}
+
+// The installers and statements that a state of the catalogue names.
+QStringList filesOf(const QByteArray &state)
+{
+    QStringList files;
+    const QJsonArray products =
+        QJsonDocument::fromJson(state).object().value(u"products"_s).toArray();
+    for (const auto &product : products) {
+        QJsonArray releases = product.toObject().value(u"releases"_s).toArray();
+        const QJsonArray withdrawn = product.toObject().value(u"withdrawn"_s).toArray();
+        for (const auto &release : withdrawn)
+            releases.append(release);
+        for (const auto &release : std::as_const(releases))
+            files += {release.toObject().value(u"installer"_s).toString(),
+                      release.toObject().value(u"statement"_s).toString()};
+    }
+    return files;
 }
 
 } // namespace
@@ -222,18 +241,10 @@ QSet<QString> CatalogueFile::keptFiles() const
     QSet<QString> kept;
     const QList<QByteArray> states = CatalogueHistory(directory_).states() + QList{json_};
     for (const QByteArray &state : states) {
-        const QJsonArray products =
-            QJsonDocument::fromJson(state).object().value(u"products"_s).toArray();
-        for (const auto &product : products) {
-            for (const QString &list : {u"releases"_s, u"withdrawn"_s}) {
-                const QJsonArray releases = product.toObject().value(list).toArray();
-                for (const auto &release : releases) {
-                    for (const QString &file : {u"installer"_s, u"statement"_s}) {
-                        if (const auto path = within(release.toObject().value(file).toString()))
-                            kept.insert(*path);
-                    }
-                }
-            }
+        const QStringList files = filesOf(state);
+        for (const QString &file : files) {
+            if (const auto path = within(file))
+                kept.insert(*path);
         }
     }
     return kept;

@@ -87,7 +87,8 @@ Outcome withdraw(const Arguments &arguments, Console &console)
         withdrawal.removed = *path;
     }
     auto left = *catalogue->product(id);
-    left.releases.removeIf([&](const auto &each) { return each.version == version; });
+    left.releases.removeIf(
+        [&gone = withdrawal.version](const auto &each) { return each.version == gone; });
     if (const auto *release = Signing::newest(left))
         withdrawal.newest = release->version;
     if (!arguments.isSet(u"dry-run"_s)) {

@@ -8,6 +8,7 @@
 #include <ZVUpdate/release/ReleaseStatement.h>
 
 #include <algorithm>
+#include <utility>
 
 using namespace ZVPlatform;
 
@@ -111,9 +112,10 @@ Result<ReleaseFolder::ContentsPointer> ReleaseFolder::read()
     for (const QString &refused : offers.refused)
         ServiceLog::note(refused);
     for (const Catalogue::Product &product : offers.products) {
-        const auto &releases = product.releases;
-        for (auto release = releases.rbegin(); release != releases.rend(); ++release) {
-            if (const auto added = add(product.id, *release, now, contents.get()); !added)
+        auto releases = product.releases;
+        std::reverse(releases.begin(), releases.end());
+        for (const Catalogue::Release &release : std::as_const(releases)) {
+            if (const auto added = add(product.id, release, now, contents.get()); !added)
                 return Failure{added.error()};
         }
     }
