@@ -1,11 +1,12 @@
 #include "CatalogueHistory.h"
 
+#include "FilePlacing.h"
+
 #include "../catalogue/Catalogue.h"
 #include "../catalogue/RegularFile.h"
 
 #include <QDir>
 #include <QFile>
-#include <QSaveFile>
 
 #include <algorithm>
 
@@ -16,12 +17,8 @@ namespace {
 
 Result<void> write(const QString &path, const QByteArray &bytes)
 {
-    QSaveFile file(path);
-    if (file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size() && file.flush() &&
-        file.commit())
-        return {};
-    return Failure{
-        u"%1: cannot be written: %2; the catalogue is as it was"_s.arg(path, file.errorString())};
+    auto written = FilePlacing::write(path, bytes);
+    return written ? written : Failure{written.error() + u"; the catalogue is as it was"_s};
 }
 
 } // namespace

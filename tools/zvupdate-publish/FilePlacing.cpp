@@ -2,6 +2,7 @@
 
 #include <QFile>
 #include <QFileInfo>
+#include <QSaveFile>
 
 #include <algorithm>
 #include <cerrno>
@@ -115,4 +116,14 @@ Result<void> FilePlacing::place(const QString &source, const QString &target, Sh
     // Renaming one name of a file to another of its names leaves both.
     QFile::remove(temporary);
     return placed;
+}
+
+Result<void> FilePlacing::write(const QString &path, const QByteArray &bytes)
+{
+    QSaveFile file(path);
+    // What is still in memory goes first: the commitment does not see that fail.
+    if (file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size() && file.flush() &&
+        file.commit())
+        return {};
+    return Failure{u"%1: cannot be written: %2"_s.arg(path, file.errorString())};
 }

@@ -3,6 +3,7 @@
 #include "../../platform/Result.h"
 #include "../catalogue/InstallerDigests.h"
 
+#include <QByteArray>
 #include <QString>
 
 /// Puts a file's contents at another path.
@@ -23,5 +24,8 @@ enum class Sharing { None, HardLink };
 /// done is told of source's bytes twice: as they are placed, and as they are read again.
 ZVPlatform::Result<void> place(const QString &source, const QString &target, Sharing sharing,
                                const QString &sha256, const PieceDone &done);
+
+/// Makes a file of these bytes, at once and whole, or leaves what was there. Fails with one line.
+ZVPlatform::Result<void> write(const QString &path, const QByteArray &bytes);
 
 } // namespace FilePlacing

@@ -7,7 +7,6 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QJsonDocument>
-#include <QSaveFile>
 #include <QSet>
 
 #include <algorithm>
@@ -18,15 +17,6 @@ using namespace Qt::StringLiterals;
 using namespace ZVPlatform;
 
 namespace {
-
-Result<void> write(const QString &path, const QByteArray &bytes)
-{
-    QSaveFile file(path);
-    if (file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size() && file.flush() &&
-        file.commit())
-        return {};
-    return Failure{u"%1: cannot be written: %2"_s.arg(path, file.errorString())};
-}
 
 // Empty when it cannot be read.
 QByteArray contentsOf(const QString &path)
@@ -103,7 +93,7 @@ Result<void> SiteFolder::publish(const SiteContents &site, const NginxConfig &co
     auto written = writeFiles(site, done);
     const auto files = filesOfGeneration(site, config);
     for (auto file = files.begin(); written && file != files.end(); ++file)
-        written = write(generationPath(number) + u'/' + file->first, file->second);
+        written = FilePlacing::write(generationPath(number) + u'/' + file->first, file->second);
     return written ? makeCurrent(number) : written;
 }
 
@@ -175,7 +165,7 @@ Result<void> SiteFolder::writeFiles(const SiteContents &site, const PieceDone &d
     for (auto reply = replies.begin(); written && reply != replies.end(); ++reply) {
         const QString path = path_ + reply.key();
         if (!QFileInfo::exists(path))
-            written = write(path, reply.value());
+            written = FilePlacing::write(path, reply.value());
     }
     const auto &installers = site.installerFiles;
     for (auto file = installers.begin(); written && file != installers.end(); ++file) {

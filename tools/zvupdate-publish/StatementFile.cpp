@@ -1,5 +1,6 @@
 #include "StatementFile.h"
 
+#include "FilePlacing.h"
 #include "ReleaseRecord.h"
 
 #include "../catalogue/RegularFile.h"
@@ -8,7 +9,6 @@
 
 #include <QDir>
 #include <QFileInfo>
-#include <QSaveFile>
 
 using namespace Qt::StringLiterals;
 using namespace ZVPlatform;
@@ -60,10 +60,6 @@ Result<void> StatementFile::write(const CatalogueFile &catalogue, const ReleaseS
     record->insert(u"statement"_s, path);
     if (isDryRun)
         return {};
-    QSaveFile written(file());
-    if (written.open(QIODevice::WriteOnly) && written.write(bytes) == bytes.size() &&
-        written.flush() && written.commit())
-        return {};
-    return Failure{u"%1: cannot be written: %2; the catalogue is as it was"_s.arg(
-        file(), written.errorString())};
+    auto written = FilePlacing::write(file(), bytes);
+    return written ? written : Failure{written.error() + u"; the catalogue is as it was"_s};
 }
