@@ -82,10 +82,10 @@ public:
                       const std::optional<QString> &productVersion,
                       const std::optional<QString> &productSaveDirectory);
 
-    /// Has every check demand that what is offered is signed by the maker, under one of one to
-    /// eight keys in the form of signify, minisign or PEM, see ReleaseKey. To be called before the
-    /// first check, with keys that are built into the host. A reply without such a signature is no
-    /// offer; of a signed release the file must have the signed size and SHA-256 digest as well,
+    /// Has every check demand that what is offered is signed by the maker, under any of these keys:
+    /// one to eight, in the form of signify, minisign or PEM, see ReleaseKey. To be called before
+    /// the first check, with keys that are built into the host. A reply without such a signature is
+    /// no offer; of a signed release the file must have the signed size and SHA-256 digest as well,
     /// when it has been fetched or found, and again when the user chooses "Update" in the prompt
     /// window.
     ///
