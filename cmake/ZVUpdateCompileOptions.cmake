@@ -19,14 +19,6 @@ if(CMAKE_SYSTEM_NAME STREQUAL "Linux")
     target_link_options(zvupdate_compile_options INTERFACE LINKER:--as-needed)
 endif()
 
-# Read once a target, as nearly every file includes them. The linter's build does without, so that each
-# file still names what it needs.
-if(PROJECT_IS_TOP_LEVEL)
-    target_precompile_headers(zvupdate_compile_options INTERFACE
-        <QCoreApplication> <QDateTime> <QDir> <QJsonArray> <QJsonDocument> <QJsonObject>
-        <chrono> <functional> <memory> <mutex> <thread>)
-endif()
-
 if(ZVUPDATE_SANITIZE)
     target_compile_options(zvupdate_compile_options INTERFACE
         -fsanitize=${ZVUPDATE_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)

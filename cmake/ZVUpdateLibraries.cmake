@@ -49,7 +49,7 @@ set_target_properties(zvupdate_core_objects PROPERTIES
     POSITION_INDEPENDENT_CODE ON
     CXX_VISIBILITY_PRESET hidden
     VISIBILITY_INLINES_HIDDEN ON)
-target_compile_definitions(zvupdate_core_objects PRIVATE
+set_property(SOURCE service/UpdateLogicFunc.cpp APPEND PROPERTY COMPILE_DEFINITIONS
     ZVUPDATE_SERVICE_URL="${ZVUPDATE_SERVICE_URL}"
     $<$<BOOL:${ZVUPDATE_OVERRIDE_FILE}>:ZVUPDATE_OVERRIDE_FILE>)
 # The day of the build: no clock that is right shows an earlier one. SOURCE_DATE_EPOCH, when set, is
