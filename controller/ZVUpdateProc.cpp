@@ -58,9 +58,9 @@ void noteCheck(Kind outcome)
     UpdatePreferences::synchronise();
 }
 
-bool isSameDigest(const std::optional<QString> &one, const std::optional<QString> &other)
+bool isSameDigest(const std::optional<QString> &kept, const QString &offered)
 {
-    return one && other && one->toLower() == other->toLower();
+    return kept && kept->toLower() == offered.toLower();
 }
 
 // What keeps a check from happening now: the user's switch, or the next-check date.
@@ -797,10 +797,9 @@ void ZVUpdateProc::Private::tellProgress()
     if (!isProgressWatched_)
         return; // The end is told already.
     lookSoon();
-    const auto progress = client ? client->doGetDownloadProgress() : UpdateDownloadProgress();
-    const bool hasBegun = progress.total || progress.received > progress.resumedAt;
+    const auto progress = client->doGetDownloadProgress();
     ZVUpdateProcDelegate *host = self->delegate();
-    if (host && hasBegun)
+    if (host && progress.received > progress.resumedAt)
         host->updateDownloadProgressed(progress);
 }
 

@@ -174,11 +174,8 @@ bool HttpExchange::Conversation::prepare()
     curl_easy_setopt(easy_, CURLOPT_HTTPHEADER, headers_.get());
     if (request_.method == HttpMethod::Head)
         curl_easy_setopt(easy_, CURLOPT_NOBODY, 1L);
-    if (request_.method == HttpMethod::Post) {
-        curl_easy_setopt(easy_, CURLOPT_POST, 1L);
-        curl_easy_setopt(easy_, CURLOPT_POSTFIELDS, "");
-        curl_easy_setopt(easy_, CURLOPT_POSTFIELDSIZE, 0L);
-    }
+    if (request_.method == HttpMethod::Post)
+        curl_easy_setopt(easy_, CURLOPT_POSTFIELDS, ""); // Makes it a POST, with an empty body.
 
     curl_easy_setopt(easy_, CURLOPT_PATH_AS_IS, 1L);
     curl_easy_setopt(easy_, CURLOPT_FOLLOWLOCATION, 1L);

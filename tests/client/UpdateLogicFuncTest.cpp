@@ -7,6 +7,7 @@
 #include <QElapsedTimer>
 
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
 using Reply = ScriptedServer::Reply;
 using Kind = UpdateOutcome::Kind;
@@ -88,7 +89,13 @@ TEST(ClientSetup, TakesTheBaseUrlFromTheOverrideFileAsItIs)
 
 TEST_P(Client, SendsItsCommandsAsTheyAreOverOneConnection)
 {
-    ScriptedServer server([](const ScriptedServer::Request &request) {
+    // An error's page, most of which arrives first.
+    auto page =
+        Reply().send("HTTP/1.1 404 No\r\nContent-Length: 999\r\n\r\n" + QByteArray(998, 'x'));
+    page.pause(std::chrono::milliseconds(100)).send("x");
+    ScriptedServer server([&](const ScriptedServer::Request &request) {
+        if (request.method == "GET")
+            return page;
         return request.method == "POST" ? Reply::whole(200, R"({"ok":true,"id":"T&1","msg":"m"})")
                                         : Reply::whole(200, QByteArray(7, 'x'));
     });
@@ -96,8 +103,10 @@ TEST_P(Client, SendsItsCommandsAsTheyAreOverOneConnection)
     EXPECT_EQ(client_->doCheckUpdate(QStringLiteral("A&B"), QStringLiteral("1.2"))->msg(), u"m");
     EXPECT_EQ(client_->doGetToken()->ID(), u"T&1");
     EXPECT_EQ(client_->doGetFileSize(QStringLiteral("T&1"), QStringLiteral("A&B_1.exe")), 7u);
-    start(server, path_);
-    client_->waitOne();
+    for (int i = 0; i < 2; ++i) {
+        start(server, path_);
+        client_->waitOne();
+    }
 
     std::vector<std::string> exchanges;
     for (const ScriptedServer::Request &request : server.requests())
@@ -105,6 +114,7 @@ TEST_P(Client, SendsItsCommandsAsTheyAreOverOneConnection)
                             ' ' + request.command().toStdString());
     EXPECT_THAT(exchanges, ElementsAre("POST1 cmd=checkupd&id=A&B&ver=1.2", "POST1 cmd=gettoken",
                                        "HEAD1 cmd=download&tk=T&1&fn=A&B_1.exe",
+                                       "GET1 cmd=download&tk=T1&fn=A.exe",
                                        "GET1 cmd=download&tk=T1&fn=A.exe"));
 }
 
@@ -169,6 +179,12 @@ TEST_P(Client, TellsItsDelegateOfAFile)
     const LogCapture log;
     ScriptedServer server(Reply::whole(206, "new"));
     writeFile(path_, "old+");
+    delegate_.onFinish = [this] {
+        EXPECT_FALSE(UpdateLogicFunc::isStopRequestedHere());
+        client_->doStopDownload();
+        EXPECT_TRUE(UpdateLogicFunc::isStopRequestedHere());
+        EXPECT_EQ(client_->doCheckDownloadStop(), GetParam() == DownloadMode::Connection);
+    };
     start(server, path_);
     client_->waitOne();
 
@@ -203,9 +219,11 @@ TEST_P(Client, WaitsForAsManyStepsAsADownloadTakes)
 TEST_P(Client, OnlyLogsAFailure)
 {
     const LogCapture log;
-    ScriptedServer server(Reply::whole(404, "page"));
+    ScriptedServer server(Reply::whole(404, QByteArray(600'000, 'x')));
+    EXPECT_EQ(client_->doGetDownloadProgress().bytesPerSecond, 0U);
     start(server, path_);
     client_->waitOne();
+    EXPECT_EQ(client_->doGetDownloadProgress().total, std::nullopt) << "That is the page's.";
 
     EXPECT_THAT(log.lines(),
                 ElementsAre(QStringLiteral(
@@ -214,6 +232,14 @@ TEST_P(Client, OnlyLogsAFailure)
     EXPECT_EQ(client_->lastFailure()->kind, Kind::HttpStatus);
     EXPECT_EQ(client_->doGetDownloadProgress().failure,
               QStringLiteral("The server answered with HTTP status 404."));
+
+    server.setHandler([](const auto &) { return Reply::whole(200, "new"); });
+    ASSERT_TRUE(QDir().mkdir(path_));
+    start(server, path_);
+    client_->waitOne();
+    EXPECT_THAT(log.lines().last().toStdString(), HasSubstr("directory")) << "not just a status";
+    EXPECT_EQ(server.requests().back().connection, 2)
+        << "The endless page was not read to its end.";
 }
 
 // Of its own download or of one that has been replaced.

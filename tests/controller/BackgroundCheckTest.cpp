@@ -57,19 +57,23 @@ TEST_P(BackgroundCheck, HeedsAndChangesTheUsersSettingsOnlyWhenItIsScheduled)
     startAfresh();
     EXPECT_EQ(ask(Reason::Scheduled), loaded);
     EXPECT_EQ(storedPreferences().value(switchKey), u"true"_s);
+    EXPECT_TRUE(storedPreferences().contains(dateKey));
 }
 
 TEST_P(BackgroundCheck, StartsOverWhereNothingCanComeOfTheTemporaryFile)
 {
     const Offer withoutSize{.sizeReply = Reply().send("HTTP/1.1 200 OK\r\n\r\n").close()};
-    for (const auto &[useless, offer] :
-         {std::pair(wrong, Offer()), {wrong + wrong, Offer()}, {wrong + wrong, withoutSize}}) {
+    // Only where no size is told must the service be asked to learn that it has no more.
+    for (const auto &[useless, offer, resumed] : {std::tuple(wrong, Offer(), 1),
+                                                  {wrong + wrong, Offer(), 2},
+                                                  {wrong + wrong, withoutSize, 4}}) {
         startAfresh({{digestKey, digest}});
         service.setOffer(offer);
         place(temporary, useless);
         EXPECT_EQ(ask(Reason::Scheduled).constLast(), u"failed: http-status"_s);
         EXPECT_EQ(contentOf(temporary), useless);
         EXPECT_EQ(ask(Reason::AskedByUser), loaded);
+        EXPECT_EQ(service.requests().filter(u"bytes="_s).size(), resumed);
     }
 }
 
@@ -77,6 +81,7 @@ TEST_P(BackgroundCheck, KeepsAPartWhenTheSizeIsThatOfAnErrorsPage)
 {
     startAfresh({{digestKey, digest}});
     place(temporary, good.left(1000));
+    QDir().mkpath(diskImage); // Which is no wrong installer either.
     service.setOffer({.sizeReply = Reply::whole(503, QByteArray(100, 'p'))});
     EXPECT_EQ(ask(), loaded);
     EXPECT_EQ(service.requests().filter(u"bytes=1000-"_s).size(), 1);
@@ -85,11 +90,17 @@ TEST_P(BackgroundCheck, KeepsAPartWhenTheSizeIsThatOfAnErrorsPage)
 TEST_P(BackgroundCheck, IsStoppedWhileTheServiceIsSilent)
 {
     const auto gate = std::make_shared<Gate>();
-    const auto silence = [gate] { waitFor([&] { return gate->isOpen(); }, Meanwhile::Sleep); };
+    const auto isSilent = std::make_shared<std::atomic<bool>>(false);
+    const auto silence = [isSilent] {
+        *isSilent = true;
+        waitFor([&] { return !*isSilent; }, Meanwhile::Sleep);
+        *isSilent = false;
+    };
     const std::pair<Offer, QStringList> cases[] = {
         {{.sizeReply = Reply().wait(gate)}, {u"stopped"_s}},
         {{.gate = gate}, {u"download-started"_s, u"failed: stopped"_s}},
         {{.meanwhile = silence}, {u"stopped"_s}},
+        {{.meanwhile = silence}, {}}, // By the end of the controller.
     };
     for (const auto &row : cases) {
         const Offer &offer = row.first;
@@ -102,13 +113,14 @@ TEST_P(BackgroundCheck, IsStoppedWhileTheServiceIsSilent)
         // The last request of the case has arrived, which for a download has come halfway.
         const qsizetype requests = offer.gate ? 4 : offer.sizeReply ? 3 : 1;
         EXPECT_TRUE(waitFor([&] {
-            return service.requests().size() == asked + requests &&
+            return service.requests().size() == asked + requests && (requests > 1 || *isSilent) &&
                    (!offer.gate || host.received > 0);
         }));
-        controller->stopUpdate();
+        expected.isEmpty() ? controller.reset() : controller->stopUpdate();
         EXPECT_TRUE(waitFor([&] { return host.heard.size() == expected.size(); }));
         EXPECT_EQ(host.heard, expected);
-        EXPECT_FALSE(controller->isChecking());
+        EXPECT_FALSE(controller && controller->isChecking());
+        EXPECT_EQ(isSilent->exchange(false), requests == 1) << "The service was waited for.";
     }
     gate->open();
 }

@@ -1,6 +1,7 @@
 #include "ControllerTest.h"
 
 #include "../../controller/UpdateFiles.h"
+#include "../../platform/files/PartialFile.h"
 #include "../support/LogCapture.h"
 
 #include <QSettings>
@@ -157,6 +158,18 @@ TEST_F(ControllerTest, DownloadsUnlessThereIsAFileOfTheRightSize)
     EXPECT_EQ(check(), 1) << "the missing file has the size and the digest of an empty one";
     EXPECT_TRUE(waitForDownload());
     EXPECT_EQ(host.heard, QStringList());
+}
+
+TEST_F(ControllerTest, DoesNotGoOnWithAFileThatWasBegunInTheMiddle)
+{
+    startAfresh({{digestKey, digest}});
+    place(temporary, good.left(1000));
+    ZVPlatform::PartialFile lost(temporary);
+    QFile::remove(temporary);
+    EXPECT_TRUE(lost.append(good.left(500)));
+    EXPECT_EQ(check(), 1);
+    EXPECT_TRUE(waitForDownload());
+    EXPECT_EQ(contentOf(diskImage), good);
 }
 
 TEST_F(ControllerTest, KeepsWhatTheLatestCheckHasFound)

@@ -1,6 +1,9 @@
 #include "ControllerTest.h"
 
 #include "../../platform/files/LockedFile.h"
+#include "../support/LogCapture.h"
+
+#include <QCryptographicHash>
 
 #include <algorithm>
 #include <thread>
@@ -105,6 +108,18 @@ TEST_F(Completion, KeepsTheControllerUntilTheHostHasBeenTold)
     EXPECT_TRUE(watched.expired());
 }
 
+TEST_F(Completion, HasClosedTheFileWhenTheHostIsTold)
+{
+    setUp(&host);
+    controller->setDebugMode(true);
+    host.whenTold = [this] { EXPECT_FALSE(isOpen(diskImage)) << "It could not be started."; };
+    // The host may be told before the call returns.
+    const auto former = qInstallMessageHandler([](auto, auto &, auto &) { runMainQueue(); });
+    controller->downloadFinishWithFilePath(temporary);
+    qInstallMessageHandler(former);
+    EXPECT_EQ(host.heard, QStringList(diskImage));
+}
+
 TEST_F(Completion, NotifiesForAControllerThatNobodySharesWhileItIsThere)
 {
     for (const bool isThere : {true, false}) {
@@ -124,24 +139,33 @@ TEST_F(Completion, LeavesAFileThatAnotherWriterHasLockedToTheNextCheck)
 {
     setUp(&host);
     const ZVPlatform::LockedFile halted(temporary);
+    const LogCapture log;
     finish(temporary);
     runMainQueue();
+    EXPECT_TRUE(log.lines().value(0).startsWith(u"Another process has the file;"));
     EXPECT_EQ(contentOf(temporary), good);
     EXPECT_EQ(host.heard, QStringList());
 }
 
 TEST_F(Completion, OfALargeFileEndsWithTheController)
 {
-    setUp(&host);
-    ASSERT_TRUE(QFile::resize(temporary, Q_INT64_C(4'000'000'000)));
-    UpdateLogicFunc client;
-    client.setDelegate(controller.get());
-    std::thread completion([&] { client.downloadFinishWithFilePath(temporary); });
-    EXPECT_TRUE(waitFor([&] { return isOpen(temporary); }, Meanwhile::Sleep));
-    controller.reset();
-    completion.join();
-    EXPECT_TRUE(QFileInfo::exists(temporary)) << "It would be gone if it had been digested whole.";
-    EXPECT_EQ(host.heard, QStringList());
+    // Also while that is digested which has the final name already.
+    for (const QString &large : {temporary, diskImage}) {
+        setUp(&host);
+        place(large, good);
+        ASSERT_TRUE(QFile::resize(large, Q_INT64_C(4'000'000'000)));
+        controller->mLastCheckUpdateResponse()->setRelease(
+            ReleaseStatement{.sha256 = QCryptographicHash::hash(good, QCryptographicHash::Sha256),
+                             .size = static_cast<quint64>(good.size())});
+        UpdateLogicFunc client;
+        client.setDelegate(controller.get());
+        std::thread completion([&] { client.downloadFinishWithFilePath(temporary); });
+        EXPECT_TRUE(waitFor([&] { return isOpen(large); }, Meanwhile::Sleep));
+        controller.reset();
+        completion.join();
+        EXPECT_TRUE(QFileInfo::exists(temporary)) << "It would be gone if all had been digested.";
+        EXPECT_EQ(host.heard, QStringList());
+    }
 }
 
 } // namespace

@@ -172,6 +172,8 @@ TEST(SharedController, IsOneUntilItIsReleased)
 TEST_F(ControllerTest, ForwardsTheUsersChoice)
 {
     controller->infoWindowClosedActions(1);
+    place(diskImage, good);
+    EXPECT_FALSE(controller->infoWindowInstalls(diskImage)) << "without a host";
     controller->setDelegate(&host);
     for (const uint64_t action : {uint64_t(1), uint64_t(0), uint64_t(2), ~uint64_t(0)})
         controller->infoWindowClosedActions(action);

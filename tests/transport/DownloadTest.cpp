@@ -211,9 +211,14 @@ TEST_P(Download, FetchesWhatIsMissingOnceAndReportsOnce)
 TEST_P(Download, AsksAlsoWithoutParameters)
 {
     ScriptedServer server(Reply::whole(200, "content"));
-    transport_ = HttpFunctionPost::getPost(server.baseUrl(), nullptr);
+    transport_ = HttpFunctionPost::getPost(QString(), nullptr);
+    transport_->setMUrl(server.baseUrl());
+    transport_->setMlocalFile(command);
+    transport_->setMParamStr(path_);
     transport_->DoDownloadAsync(QString(), path_);
     ASSERT_TRUE(waitForEnd());
+    EXPECT_EQ(transport_->mlocalFile(), command) << "Nothing reads it";
+    EXPECT_EQ(transport_->mParamStr(), path_) << "nor this.";
     EXPECT_EQ(server.requests().at(0).target, "/Update/ZVDLCtl.dll?dt=");
     EXPECT_EQ(readFile(path_), "content");
 }
@@ -316,6 +321,9 @@ Reply redirect(const QByteArray &location)
 }
 
 const std::string lost = network(NetworkError::ConnectionLost);
+const std::string tooLarge = network(NetworkError::ReplyTooLarge);
+const QByteArray chunked = "200 OK\r\nTransfer-Encoding: chunked" + end;
+const QByteArray endless(600'000, 'x');
 
 const Ending endings[] = {
     {"new file", {}, Reply::whole(200, "new"), "new", "file"},
@@ -334,6 +342,7 @@ const Ending endings[] = {
     {"broken at once", {}, broken("200 OK\r\nContent-Length: 9" + end), {}, lost, "HTTP Error 200"},
     {"broken again", "old", broken("206 Part" + half), "old0123456789", lost, "HTTP Error 206"},
     {"broken error", "old", broken("503 Busy" + half), "old", "HTTP Error 503"},
+    {"endless frame", {}, raw(chunked + "1;" + endless), {}, tooLarge, "HTTP Error 200"},
     {"no reply", "old", Reply().close(), "old", "HTTP Error 0"},
     {"only an interim reply", {}, broken("102 Wait" + end), {}, "HTTP Error 0"},
     {"redirect loop", {}, redirect("/again"), {}, "HTTP Error 302"},

@@ -6,6 +6,7 @@
 
 #include <gmock/gmock.h>
 
+#include <csignal>
 #include <limits>
 
 using namespace ZVPlatform;
@@ -196,6 +197,7 @@ public:
     void didReceiveResponse(const HttpResponse &) override {}
     Result<void, Error> didReceiveData(const QByteArray &) override
     {
+        EXPECT_EQ(onBrokenPipe(), onBrokenPipe_) << "That is the host's alone.";
         if (time_.count() == 0)
             throw std::bad_alloc();
         std::this_thread::sleep_for(time_);
@@ -211,7 +213,15 @@ public:
     int code = -1;
 
 private:
+    static sighandler_t onBrokenPipe()
+    {
+        struct sigaction action = {};
+        sigaction(SIGPIPE, nullptr, &action);
+        return action.sa_handler;
+    }
+
     const milliseconds time_;
+    const sighandler_t onBrokenPipe_ = onBrokenPipe();
 };
 
 } // namespace
@@ -233,13 +243,22 @@ TEST(Exchange, EndsWhenItsPeerIsSilentForTooLong)
 TEST(Exchange, MayBeSlowForAsLongAsItsTimeInAllLasts)
 {
     Reply slow = Reply().send("HTTP/1.1 200 OK\r\nContent-Length: 50\r\n\r\n");
-    for (int i = 0; i < 50; ++i)
+    Reply connecting = Reply().send("HTTP/1.1 200 OK\r\n");
+    for (int i = 0; i < 50; ++i) {
         slow.pause(milliseconds(50)).send("x");
+        connecting.pause(milliseconds(20)).send("X: y\r\n");
+    }
     ScriptedServer server(slow);
     HttpRequest request{.url = server.url(), .idleTimeout = milliseconds(2000)};
     EXPECT_EQ(outcomeOf(request), 0) << "Longer in all, but never without a byte.";
     request.timeLimit = milliseconds(200);
     EXPECT_EQ(outcomeOf(request), timedOut);
+
+    ScriptedServer proxy(connecting.close());
+    qputenv("https_proxy", proxy.url().toLatin1());
+    request = {.url = QStringLiteral("https://127.0.0.1:1/"), .idleTimeout = milliseconds(200)};
+    EXPECT_EQ(outcomeOf(request), timedOut) << "That a proxy is busy is no sign of the peer.";
+    qunsetenv("https_proxy");
 }
 
 TEST(Exchange, DoesNotTakeTheReceiversTimeForThePeers)

@@ -100,6 +100,10 @@ TEST(Protection, IsNotLeftForARedirectButEntered)
     const ScriptedServer protectedOne(redirect, Certificate::Good);
     const ScriptedServer plainTarget(serve);
     const ScriptedServer protectedTarget(serve, Certificate::Good);
+    const ScriptedServer odd(
+        [](const auto &) { return Reply().send("no HTTP at all\r\n\r\n").close(); },
+        Certificate::Good);
+    EXPECT_EQ(answerOf(from(plain, odd)), "connect error: The server's reply is not valid HTTP.");
     EXPECT_EQ(answerOf(from(plain, protectedTarget)), "reply");
     EXPECT_EQ(answerOf(from(protectedOne, protectedTarget)), "reply");
     EXPECT_THAT(answerOf(from(protectedOne, plainTarget)), StartsWith("connect error: "));
