@@ -202,7 +202,7 @@ public:
     // The main thread's, of the check in the background and its download.
     bool isProgressWatched_ = false;
     std::shared_ptr<UpdateLogicFunc> checking_;
-    std::unique_ptr<Worker> worker_;
+    std::unique_ptr<Worker> worker_; // Of the latest check; it has ended when checking_ has.
 };
 
 std::shared_ptr<ZVUpdateProc> ZVUpdateProc::getSharedZVUpdateProc()
@@ -716,11 +716,10 @@ bool ZVUpdateProc::Private::hasInstaller(const UpdateFiles &files, const CheckUp
     return false;
 }
 
-// On the main thread: the check's thread is let go of, and what it has prepared begins, so that all
-// which follows is told after the outcome.
+// On the main thread: what the check has prepared begins, so that all which follows is told after
+// the outcome.
 void ZVUpdateProc::Private::endCheck(const Checked &checked)
 {
-    worker_.reset();
     const auto client = std::exchange(checking_, nullptr);
     const bool isStopped = client->isCancelled();
     if (!isStopped && checked.rest)

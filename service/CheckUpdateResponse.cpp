@@ -62,7 +62,7 @@ std::optional<CheckUpdateResponse::UpdateMessages> updateMessages(const QJsonObj
 QDateTime today()
 {
     const QDate built = QDate::fromString(QStringLiteral(ZVUPDATE_BUILD_DATE), Qt::ISODate);
-    return std::max(QDateTime::currentDateTimeUtc(), QDateTime(built, QTime(0, 0), Qt::UTC));
+    return std::max(QDateTime::currentDateTimeUtc(), built.startOfDay(Qt::UTC));
 }
 
 } // namespace

@@ -21,7 +21,7 @@ using KeyWords = std::array<uint32_t, keySize / wordSize>;
 
 KeyWords keyWords(const QByteArray &key)
 {
-    const Words words = xxtea_to_uint_array(key.leftJustified(keySize, '\0', true), false);
+    const Words words = xxtea_to_uint_array(key.leftJustified(keySize, '\0'), false);
     KeyWords result;
     std::copy_n(words.begin(), result.size(), result.begin());
     return result;

@@ -147,8 +147,7 @@ private:
 
     Failure<Error> stop(const Error &error)
     {
-        // A connection that is stopped tells nobody.
-        if (!passesErrors_ && transport_->mThreadEndFlag_ == 0)
+        if (!passesErrors_) // A connection that is stopped tells nobody.
             systemLog(error.localizedDescription);
         transport_->fail(error);
         transport_->threadStop();

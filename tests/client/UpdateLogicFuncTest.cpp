@@ -233,10 +233,15 @@ TEST_P(Client, OnlyLogsAFailure)
     EXPECT_EQ(client_->doGetDownloadProgress().failure,
               QStringLiteral("The server answered with HTTP status 404."));
 
-    server.setHandler([](const auto &) { return Reply::whole(200, "new"); });
+    server.setHandler([](const auto &) {
+        return Reply()
+            .send("HTTP/1.1 200 OK\r\nContent-Length: 9223372036854775807\r\n\r\nnew")
+            .close();
+    });
     ASSERT_TRUE(QDir().mkdir(path_));
     start(server, path_);
     client_->waitOne();
+    EXPECT_EQ(client_->doGetDownloadProgress().total, 9223372036854775807u);
     EXPECT_THAT(log.lines().last().toStdString(), HasSubstr("directory")) << "not just a status";
     EXPECT_EQ(server.requests().back().connection, 2)
         << "The endless page was not read to its end.";

@@ -19,6 +19,7 @@ public:
     void updateDownloadProgressed(const UpdateDownloadProgress &progress) override
     {
         received = progress.received;
+        ++looks;
     }
     void updateDownloadFailed(const UpdateOutcome &outcome) override
     {
@@ -28,6 +29,7 @@ public:
 
     std::optional<UpdateOutcome> latest;
     uint64_t received = 0;
+    int looks = 0; ///< How often it has heard of progress.
 };
 
 /// Checks in the background, and what the host hears of them.

@@ -1,5 +1,7 @@
 #include "AskingTest.h"
 
+#include <QElapsedTimer>
+
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -85,6 +87,22 @@ TEST_P(BackgroundCheck, KeepsAPartWhenTheSizeIsThatOfAnErrorsPage)
     service.setOffer({.sizeReply = Reply::whole(503, QByteArray(100, 'p'))});
     EXPECT_EQ(ask(), loaded);
     EXPECT_EQ(service.requests().filter(u"bytes=1000-"_s).size(), 1);
+}
+
+TEST_P(BackgroundCheck, TellsOfProgressTenTimesASecondAtMost)
+{
+    service.setOffer({.file = wrong});
+    for (int i = 0; i < 4; ++i)
+        EXPECT_EQ(ask().constLast(), u"failed: wrong-digest"_s) << "Each is a download of its own.";
+    const auto gate = std::make_shared<Gate>();
+    service.setOffer({.gate = gate});
+    QElapsedTimer time;
+    time.start();
+    const int before = host.looks;
+    EXPECT_TRUE(controller->startCheck(Reason::AskedByUser, &host));
+    EXPECT_TRUE(waitFor([&] { return host.looks >= before + 4; }));
+    EXPECT_LE(host.looks - before, time.elapsed() / 100 + 2) << "a late timer makes them fewer";
+    gate->open();
 }
 
 TEST_P(BackgroundCheck, IsStoppedWhileTheServiceIsSilent)

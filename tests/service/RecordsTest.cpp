@@ -1,15 +1,20 @@
 #include "service/BaseResponse.h"
 #include "service/CheckUpdateResponse.h"
+#include "service/DownloadRate.h"
 #include "service/HttpFunctionURLEncode.h"
 #include "service/LanguageCodes.h"
 #include "service/UpdateLogicFunc.h"
 #include "support/ScriptedServer.h"
 #include "support/TestData.h"
+#include "support/Testing.h"
 
+#include <QCryptographicHash>
 #include <QJsonDocument>
 #include <QJsonObject>
 
 #include <gmock/gmock.h>
+
+#include <thread>
 
 using namespace Qt::StringLiterals;
 
@@ -144,8 +149,14 @@ TEST(Records, HaveReadWhatTheyDescribe)
         EXPECT_EQ(BaseResponse(reply).ok(), response->ok());
         EXPECT_EQ(response->mUpdateMsgDict().has_value(), reply == sample);
     }
-    EXPECT_EQ(BaseResponse(u"{"_s).debugDescription(),
-              u"{\"id\":(null), \"ok\":false, \"msg\":(null)}");
+    BaseResponse changed(u"{"_s);
+    EXPECT_EQ(changed.debugDescription(), u"{\"id\":(null), \"ok\":false, \"msg\":(null)}");
+    changed.setOk(true);
+    changed.setMsg(u"m"_s);
+    changed.setID(u"i"_s);
+    changed.setData(u"d"_s);
+    EXPECT_EQ(changed.debugDescription(), u"{\"id\":i, \"ok\":true, \"msg\":m}");
+    EXPECT_EQ(changed.data(), u"d");
     EXPECT_EQ(listed(*CheckUpdateResponse::getFromJson(sample)->mUpdateMsgDict()),
               u"en=Faster start.;zh-CN=启动更快。;zh-TW=啟動更快。");
 }
@@ -221,15 +232,35 @@ TEST(CheckUpdateResponse, IsReadFromOddTextsOrRefused)
         {reply("\xEF\xBB\xBF{" + inner + '}'), u"2"_s},
         {reply("[{" + inner + "}]"), {}},
         {"", {}},
+        {"<p>", {}},
         {QByteArray("\xFF\xFE{\0}\0", 6), {}},
     };
     for (const auto &[text, version] : cases) {
         SCOPED_TRACE((text.left(60) + " ... " + text.right(60)).toStdString());
-        ScriptedServer server(ScriptedServer::Reply::whole(200, text));
+        const bool isPage = text == "<p>";
+        const QByteArray type = isPage ? "Content-Type: text/html" : "Content-Type: text/plain";
+        ScriptedServer server(ScriptedServer::Reply::whole(200, text, {type}));
         UpdateLogicFunc client;
         client.setMBaseURL(server.baseUrl());
         const auto found = client.doCheckUpdate(u"P"_s, u"1"_s);
         EXPECT_EQ(found->ok() ? found->ZVUpdateVersion() : std::nullopt, version);
+        const auto failure = client.lastFailure();
+        EXPECT_EQ(failure && failure->message.contains(u"web page"), isPage);
+    }
+    UpdateOutcome network(UpdateOutcome::Kind::NotAService);
+    EXPECT_FALSE(network.mayBeLoginPage());
+    network.httpStatus = UpdateOutcome::loginRequired;
+    EXPECT_TRUE(network.mayBeLoginPage());
+}
+
+TEST(CheckUpdateResponse, AnnouncesWhatHasTheSignedSizeToo)
+{
+    CheckUpdateResponse response;
+    response.setZVMD5(u"D41D8CD98F00B204E9800998ECF8427E"_s); // Of nothing.
+    const QByteArray sha256 = QCryptographicHash::hash("", QCryptographicHash::Sha256);
+    for (const quint64 size : {0, 1}) {
+        response.setRelease(ReleaseStatement{.sha256 = sha256, .size = size});
+        EXPECT_EQ(response.announces(u"no file"_s), size == 0);
     }
 }
 
@@ -265,6 +296,54 @@ TEST(CheckUpdateResponse, FindsNotesByTheCodesOfTheMoment)
     EXPECT_EQ(all.getUpdateMessageWithLang(utf8("zh-TW")), u"C");
     kZVLanguageCode_zh_TW = traditional;
     kZVLanguageCode_EN = fallback;
+}
+
+TEST(DownloadRate, IsThatOfTheLastSecondOrTwo)
+{
+    using namespace std::chrono;
+    const auto secondsSince = [](steady_clock::time_point start) {
+        return duration<double>(steady_clock::now() - start).count();
+    };
+    DownloadRate rate;
+    const auto beforeFirst = steady_clock::now();
+    EXPECT_EQ(rate.perSecond(4'000'000), 0U) << "the first look";
+    const auto afterFirst = steady_clock::now();
+    std::this_thread::sleep_for(milliseconds(20));
+    EXPECT_EQ(rate.perSecond(4'000'000), 0U) << "nothing has come";
+    const double most = 1'000'000 / secondsSince(afterFirst);
+    const auto found = static_cast<double>(rate.perSecond(5'000'000));
+    EXPECT_LE(found, most);
+    EXPECT_GT(found, 1'000'000 / secondsSince(beforeFirst) - 1);
+
+    EXPECT_EQ(rate.perSecond(1'000'000), 0U) << "another download";
+    for (const uint64_t come : {1'000'000, 0}) {
+        std::this_thread::sleep_for(seconds(1));
+        EXPECT_LE(rate.perSecond(2'000'000), come);
+    }
+}
+
+TEST(DownloadRate, LeavesOutWhatWasHereBefore)
+{
+    const QTemporaryDir directory;
+    const QString path = directory.filePath(u"A.bin"_s);
+    writeFile(path, QByteArray(1'000'000, 'x'));
+    const auto gate = std::make_shared<Gate>();
+    ScriptedServer server(ScriptedServer::Reply().wait(gate).send(
+        "HTTP/1.1 206 P\r\nContent-Length: 1000\r\n\r\n" + QByteArray(1000, 'x')));
+    UpdateLogicFunc client;
+    EXPECT_EQ(client.doGetDownloadProgress().bytesPerSecond, 0U);
+    client.setMBaseURL(server.baseUrl());
+    client.doStartDownload(u"T"_s, u"A.bin"_s, path);
+    client.doGetDownloadProgress();
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    gate->open();
+    client.waitOne();
+    UpdateLogicFunc other;
+    other.setMDownload(client.mDownload());
+    EXPECT_EQ(other.doGetDownloadProgress().received, 1'001'000U);
+    const uint64_t rate = client.doGetDownloadProgress().bytesPerSecond;
+    EXPECT_GT(rate, 0U);
+    EXPECT_LE(rate, 1000 * 50U);
 }
 
 } // namespace

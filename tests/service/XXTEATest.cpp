@@ -59,7 +59,7 @@ TEST(XXTEA, ConvertsTextsKeysAndBase64Alike)
     const QByteArray data = text.toUtf8(), key = stringKey.toUtf8();
     const QByteArray cipher = *XXTEA::encrypt(data, key);
     const QString base64 = QString::fromLatin1(cipher.toBase64());
-    const QString wrapped = base64.first(5) + QStringLiteral("\r\n *更") + base64.sliced(5);
+    const QString wrapped = base64.first(5) + QStringLiteral("\r\n *~更") + base64.sliced(5);
 
     const auto expectAgreement = [&](const auto &anyKey) {
         EXPECT_EQ(XXTEA::encrypt(data, anyKey), cipher);

@@ -59,7 +59,7 @@ TEST_F(PresentationTest, OpensNoFileThatWasExchangedMeanwhile)
         ~RefusingHost() override { retire(); }
         void UpdateFileReady(const QString & /*path*/) override {}
         void windowClosedUpdateAction() override { heard.append(u"update"_s); }
-        void windowClosedCancelAction() override {}
+        void windowClosedCancelAction() override { heard.append(u"cancel"_s); }
         void updateDownloadFailed(const UpdateOutcome &outcome) override
         {
             heard.append(UpdateOutcome::word(outcome.kind));
@@ -97,7 +97,9 @@ TEST_F(PresentationTest, OpensNoFileThatWasExchangedMeanwhile)
         EXPECT_EQ(visibleWindows(), 0);
         EXPECT_EQ(QFile::exists(directory.filePath(u"P1_2103.run"_s)), isRight);
     }
-    EXPECT_EQ(host.heard, QStringList({u"update"_s, u"wrong-digest"_s, u"wrong-digest"_s}));
+    updater->mUpdateInfoWindowCtrl()->cancelAction(); // Nothing is under way any more.
+    EXPECT_EQ(host.heard,
+              QStringList({u"update"_s, u"wrong-digest"_s, u"wrong-digest"_s, u"cancel"_s}));
 
     // Nor the file of a reply in which nothing is signed.
     response->setRelease(std::nullopt);
@@ -111,6 +113,11 @@ TEST_F(PresentationTest, FillsAWindowThatReplacesTheFormerOne)
 {
     const QList<std::pair<QString, QString>> versions = {
         {u"2103"_s, u"v2.1.0.3"_s}, {u"7"_s, u"v7"_s}, {u""_s, u"v"_s}, {u"2.1"_s, u"v2...1"_s}};
+    const QPoint place(13, 17);
+    const auto unseen =
+        std::make_shared<UpdateInfoWindowController>(u"UpdateInfoWindowController"_s);
+    unseen->window()->move(place);
+    updater->setMUpdateInfoWindowCtrl(unseen);
     for (const auto &[version, display] : versions) {
         offer(version);
         EXPECT_EQ(show(), 0);
@@ -121,9 +128,8 @@ TEST_F(PresentationTest, FillsAWindowThatReplacesTheFormerOne)
         EXPECT_EQ(shown->mUpdateInfo(), std::nullopt);
         EXPECT_EQ(shown->delegate(), updater.get());
 
-        // Each where its predecessor was.
+        // Each where its predecessor was, if that was to be seen.
         QDialog *window = shown->window();
-        const QPoint place(13, 17);
         EXPECT_EQ(window->pos() == place, version != u"2103"_s) << qPrintable(version);
         window->move(place);
     }

@@ -1,3 +1,5 @@
+#include "../support/WaitFor.h"
+
 #include <ui/VerticalCenterTextField.h>
 
 #include <QImage>
@@ -5,6 +7,8 @@
 #include <QTextLayout>
 
 #include <gmock/gmock.h>
+
+#include <cmath>
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -30,6 +34,7 @@ protected:
         image.fill(Qt::gray);
         QPainter painter(&image);
         drawn.drawInteriorWithFrame(&painter, frame);
+        EXPECT_EQ(painter.pen(), QPen()) << "the painter is given back as it was";
         return image;
     }
 
@@ -68,6 +73,9 @@ TEST_F(VerticalCenterTextFieldTest, LeavesTheLabelsRectangleToATextThatFillsIt)
     field.setText(u"1\n2\n3"_s);
     EXPECT_EQ(field.titleRectForBounds({0, 5, 200, 3 * h - 0.5}), QRectF(0, 5, 200, 3 * h - 0.5));
     EXPECT_EQ(field.titleRectForBounds({0, 5, 200, 3 * h + 1}), QRectF(0, 5.5, 200, 3 * h));
+    field.setIndent(10);
+    field.setAlignment(Qt::AlignHCenter | Qt::AlignTop);
+    EXPECT_EQ(field.titleRectForBounds({0, 5, 200, 3 * h + 10}), QRectF(0, 15, 200, 3 * h));
 }
 
 TEST_F(VerticalCenterTextFieldTest, CollapsesWithoutText)
@@ -75,6 +83,29 @@ TEST_F(VerticalCenterTextFieldTest, CollapsesWithoutText)
     field.clear();
     EXPECT_EQ(field.titleRectForBounds({0, 10, 200, 41}), QRectF(0, 30.5, 200, 0));
     EXPECT_EQ(firstRow(draw(field, {0, 0, 200, 100})), -1);
+}
+
+TEST_F(VerticalCenterTextFieldTest, WantsRoomForTextAndMargins)
+{
+    const QSize hint = field.sizeHint();
+    const QSize least = field.minimumSizeHint();
+    EXPECT_EQ(hint.height(), std::ceil(h));
+    EXPECT_GT(least.width(), least.height()) << "some letters";
+    field.setMargin(4);
+    EXPECT_EQ(field.sizeHint(), hint + QSize(8, 8));
+    EXPECT_EQ(field.minimumSizeHint(), least + QSize(8, 8));
+    EXPECT_GT(field.heightForWidth(hint.width()), hint.height() + 8) << "a line more";
+}
+
+TEST_F(VerticalCenterTextFieldTest, ShrinksThePartThatMayToWhatFits)
+{
+    VerticalCenterTextField shrunk;
+    shrunk.setText(u"1 WWW…WW"_s);
+    const QString part(500, u'W');
+    field.setText(u"1 "_s + part);
+    field.setShrinkingPart(part);
+    const QRectF frame(0, 0, shrunk.sizeHint().width(), h);
+    EXPECT_EQ(draw(field, frame), draw(shrunk, frame));
 }
 
 // One unit more height moves the text down by half a unit, which is one pixel at scale 2.
@@ -92,6 +123,11 @@ TEST_F(VerticalCenterTextFieldTest, ElidesTheLastVisibleLine)
     field.setText(u"1\n2\n3"_s);
     EXPECT_EQ(draw(field, {0, 0, 200, 3 * h - 1}), draw(elided, {0, 0, 200, 2 * h}));
 
+    // One that is shown as a whole still runs the way of the text.
+    field.setText(u"1a\nא!"_s);
+    elided.setText(u"1a\n\u200eא!"_s);
+    EXPECT_EQ(draw(field, {0, 0, 200, 2 * h}), draw(elided, {0, 0, 200, 2 * h}));
+
     // A word that is wider than the field is broken, and stays in the rectangle.
     field.setText(QString(500, u'W'));
     EXPECT_GT(field.heightForWidth(100), 2 * h);
@@ -105,6 +141,7 @@ TEST_F(VerticalCenterTextFieldTest, IsWhiteOnlyWhenHighlightedOnDark)
     palette.setColor(QPalette::WindowText, Qt::red);
     field.setPalette(palette);
     field.setText(u"████"_s);
+    EXPECT_FALSE(field.isHighlighted());
     for (const int i : {0, 1, 2, 3}) {
         field.setHighlighted(i % 2 == 1);
         field.setBackgroundStyle(i >= 2 ? VerticalCenterTextField::Dark
@@ -112,6 +149,26 @@ TEST_F(VerticalCenterTextFieldTest, IsWhiteOnlyWhenHighlightedOnDark)
         const QImage image = draw(field, {0, 0, 200, h});
         EXPECT_EQ(firstRow(image, Qt::white) >= 0, i == 3) << i;
         EXPECT_EQ(firstRow(image, Qt::red) >= 0, i != 3) << i;
+    }
+}
+
+TEST_F(VerticalCenterTextFieldTest, IsDrawnAnewWhenItsLooksChange)
+{
+    struct Watched final : VerticalCenterTextField
+    {
+        void drawInteriorWithFrame(QPainter *, const QRectF &) const override { isDrawn = true; }
+        mutable bool isDrawn = false;
+    } shown;
+    shown.setText(field.text());
+    const std::function<void()> changes[] = {
+        [&] { shown.show(); }, [&] { shown.setHighlighted(true); },
+        [&] { shown.setBackgroundStyle(VerticalCenterTextField::Dark); },
+        [&] { shown.setShrinkingPart(u"part"_s); }};
+    for (const auto &change : changes) {
+        QCoreApplication::processEvents();
+        shown.isDrawn = false;
+        change();
+        EXPECT_TRUE(waitFor([&] { return shown.isDrawn; })) << &change - changes;
     }
 }
 

@@ -339,8 +339,18 @@ TEST_F(CheckCommandTest, TellsPeopleALineAStep)
 
 TEST_F(CheckCommandTest, DrawsAProgressBarOnATerminal)
 {
-    holdHalfway();
-    constexpr int columns = 64;
+    // Something comes between two looks.
+    const auto firstLook = std::make_shared<Gate>();
+    const auto secondLook = std::make_shared<Gate>();
+    service_.setOffer({.onItsWay = [=](const auto &request, const QByteArray &bytes) {
+        ScriptedServer::Reply reply;
+        if (request.method != "GET")
+            return reply.send(bytes);
+        reply.send(bytes.first(100'000)).wait(firstLook);
+        reply.send(bytes.sliced(100'000, 100'000)).wait(secondLook);
+        return reply.send(bytes.sliced(200'000));
+    }});
+    constexpr int columns = 80;
     const winsize size = {.ws_row = 24, .ws_col = columns, .ws_xpixel = 0, .ws_ypixel = 0};
     int terminal = -1;
     int program = -1;
@@ -358,15 +368,18 @@ TEST_F(CheckCommandTest, DrawsAProgressBarOnATerminal)
             return shown.contains(text);
         });
     };
-    EXPECT_TRUE(shows(" s left")) << shown.data();
-    gate_->open();
+    EXPECT_TRUE(shows(" 24 %")) << shown.data();
+    firstLook->open();
+    EXPECT_TRUE(shows(" 49 %")) << shown.data();
+    secondLook->open();
     EXPECT_TRUE(shows("ready at")) << shown.data();
     EXPECT_EQ(tool.end().status, 0);
     close(terminal);
 
-    const qsizetype start = shown.lastIndexOf(" 49 %  [====");
+    const qsizetype start = shown.lastIndexOf(" 49 %  [==");
     ASSERT_GE(start, 0) << shown.data();
     const QByteArray bar = shown.mid(start, shown.indexOf('\r', start) - start);
     EXPECT_TRUE(bar.contains("195.3 KiB of 390.6 KiB  ")) << bar.data();
+    EXPECT_TRUE(bar.contains(" s left")) << bar.data();
     EXPECT_LT(bar.size(), columns);
 }
