@@ -95,6 +95,9 @@ TEST_F(VerticalCenterTextFieldTest, WantsRoomForTextAndMargins)
     EXPECT_EQ(field.sizeHint(), hint + QSize(8, 8));
     EXPECT_EQ(field.minimumSizeHint(), least + QSize(8, 8));
     EXPECT_GT(field.heightForWidth(hint.width()), hint.height() + 8) << "a line more";
+    field.setText(QString(500, u'W'));
+    const qreal character = QFontMetricsF(field.font()).averageCharWidth();
+    EXPECT_EQ(field.sizeHint().width() - 8, std::ceil(60 * character)) << "A text, not a ribbon.";
 }
 
 TEST_F(VerticalCenterTextFieldTest, ShrinksThePartThatMayToWhatFits)
