@@ -175,6 +175,7 @@ TEST_F(ControllerTest, ForwardsTheUsersChoice)
     place(diskImage, good);
     EXPECT_FALSE(controller->infoWindowInstalls(diskImage)) << "without a host";
     controller->setDelegate(&host);
+    EXPECT_FALSE(controller->infoWindowInstalls(diskImage)) << "as it has not said that it does";
     for (const uint64_t action : {uint64_t(1), uint64_t(0), uint64_t(2), ~uint64_t(0)})
         controller->infoWindowClosedActions(action);
     EXPECT_EQ(host.heard, QStringList({u"update"_s, u"cancel"_s}));

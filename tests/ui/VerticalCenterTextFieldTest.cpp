@@ -80,6 +80,7 @@ TEST_F(VerticalCenterTextFieldTest, LeavesTheLabelsRectangleToATextThatFillsIt)
 
 TEST_F(VerticalCenterTextFieldTest, CollapsesWithoutText)
 {
+    EXPECT_EQ(field.textFormat(), Qt::PlainText) << "Also for those who read it aloud.";
     field.clear();
     EXPECT_EQ(field.titleRectForBounds({0, 10, 200, 41}), QRectF(0, 30.5, 200, 0));
     EXPECT_EQ(firstRow(draw(field, {0, 0, 200, 100})), -1);
