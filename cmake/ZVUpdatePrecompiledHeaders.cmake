@@ -1,6 +1,7 @@
-# Headers that nearly every file includes are read once for all targets, and once more, with GoogleMock,
-# for the tests. That takes the same flags everywhere, and from where they are read, no definition that
-# others lack. The linter's build does without, so that each file still names what it needs.
+# Headers that nearly every file includes are compiled once for all targets, and once more, with
+# GoogleMock, for the tests. That takes flags that agree, position independence among them, and the two
+# targets that compile the headers may have no definition that another target lacks: what only one
+# file of theirs needs is defined for that file.
 set(common
     <QCoreApplication> <QDateTime> <QDir> <QJsonArray> <QJsonDocument> <QJsonObject>
     <chrono> <functional> <memory> <mutex> <thread>)

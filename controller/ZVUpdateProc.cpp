@@ -202,7 +202,9 @@ public:
     // The main thread's, of the check in the background and its download.
     bool isProgressWatched_ = false;
     std::shared_ptr<UpdateLogicFunc> checking_;
-    std::unique_ptr<Worker> worker_; // Of the latest check; it has ended when checking_ has.
+    // The latest check's. Its thread does no more than return once checking_ is null; the next
+    // check joins it, or the controller's end.
+    std::unique_ptr<Worker> worker_;
 };
 
 std::shared_ptr<ZVUpdateProc> ZVUpdateProc::getSharedZVUpdateProc()

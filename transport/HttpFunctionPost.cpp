@@ -147,7 +147,7 @@ private:
 
     Failure<Error> stop(const Error &error)
     {
-        if (!passesErrors_) // A connection that is stopped tells nobody.
+        if (!passesErrors_) // A connection that is stopped tells its delegate nothing.
             systemLog(error.localizedDescription);
         transport_->fail(error);
         transport_->threadStop();

@@ -65,7 +65,8 @@ TEST_P(BackgroundCheck, HeedsAndChangesTheUsersSettingsOnlyWhenItIsScheduled)
 TEST_P(BackgroundCheck, StartsOverWhereNothingCanComeOfTheTemporaryFile)
 {
     const Offer withoutSize{.sizeReply = Reply().send("HTTP/1.1 200 OK\r\n\r\n").close()};
-    // Only where no size is told must the service be asked to learn that it has no more.
+    // Only where no size is told must the service be asked to learn that it has no more. The
+    // requests that resume are counted from the first row on.
     for (const auto &[useless, offer, resumed] : {std::tuple(wrong, Offer(), 1),
                                                   {wrong + wrong, Offer(), 2},
                                                   {wrong + wrong, withoutSize, 4}}) {

@@ -149,7 +149,7 @@ TEST_F(Completion, LeavesAFileThatAnotherWriterHasLockedToTheNextCheck)
 
 TEST_F(Completion, OfALargeFileEndsWithTheController)
 {
-    // Also while that is digested which has the final name already.
+    // Nor is a file announced that has the final name and is not what was offered.
     for (const QString &large : {temporary, diskImage}) {
         setUp(&host);
         place(large, good);

@@ -258,7 +258,7 @@ TEST(CheckUpdateResponse, AnnouncesWhatHasTheSignedSizeToo)
     CheckUpdateResponse response;
     response.setZVMD5(u"D41D8CD98F00B204E9800998ECF8427E"_s); // Of nothing.
     const QByteArray sha256 = QCryptographicHash::hash("", QCryptographicHash::Sha256);
-    for (const quint64 size : {0, 1}) {
+    for (const quint64 size : {quint64(0), quint64(1)}) {
         response.setRelease(ReleaseStatement{.sha256 = sha256, .size = size});
         EXPECT_EQ(response.announces(u"no file"_s), size == 0);
     }
@@ -307,16 +307,16 @@ TEST(DownloadRate, IsThatOfTheLastSecondOrTwo)
     DownloadRate rate;
     const auto beforeFirst = steady_clock::now();
     EXPECT_EQ(rate.perSecond(4'000'000), 0U) << "the first look";
-    const auto afterFirst = steady_clock::now();
-    std::this_thread::sleep_for(milliseconds(20));
     EXPECT_EQ(rate.perSecond(4'000'000), 0U) << "nothing has come";
-    const double most = 1'000'000 / secondsSince(afterFirst);
+    const auto afterSecond = steady_clock::now();
+    std::this_thread::sleep_for(milliseconds(20));
+    const double most = 1'000'000 / secondsSince(afterSecond);
     const auto found = static_cast<double>(rate.perSecond(5'000'000));
     EXPECT_LE(found, most);
     EXPECT_GT(found, 1'000'000 / secondsSince(beforeFirst) - 1);
 
     EXPECT_EQ(rate.perSecond(1'000'000), 0U) << "another download";
-    for (const uint64_t come : {1'000'000, 0}) {
+    for (const uint64_t come : {uint64_t(1'000'000), uint64_t(0)}) {
         std::this_thread::sleep_for(seconds(1));
         EXPECT_LE(rate.perSecond(2'000'000), come);
     }

@@ -323,7 +323,7 @@ Reply redirect(const QByteArray &location)
 const std::string lost = network(NetworkError::ConnectionLost);
 const std::string tooLarge = network(NetworkError::ReplyTooLarge);
 const QByteArray chunked = "200 OK\r\nTransfer-Encoding: chunked" + end;
-const QByteArray endless(600'000, 'x');
+const QByteArray muchFrame(600'000, 'x');
 
 const Ending endings[] = {
     {"new file", {}, Reply::whole(200, "new"), "new", "file"},
@@ -342,7 +342,7 @@ const Ending endings[] = {
     {"broken at once", {}, broken("200 OK\r\nContent-Length: 9" + end), {}, lost, "HTTP Error 200"},
     {"broken again", "old", broken("206 Part" + half), "old0123456789", lost, "HTTP Error 206"},
     {"broken error", "old", broken("503 Busy" + half), "old", "HTTP Error 503"},
-    {"endless frame", {}, raw(chunked + "1;" + endless), {}, tooLarge, "HTTP Error 200"},
+    {"endless frame", {}, raw(chunked + "1;" + muchFrame), {}, tooLarge, "HTTP Error 200"},
     {"no reply", "old", Reply().close(), "old", "HTTP Error 0"},
     {"only an interim reply", {}, broken("102 Wait" + end), {}, "HTTP Error 0"},
     {"redirect loop", {}, redirect("/again"), {}, "HTTP Error 302"},

@@ -4,6 +4,8 @@
 #include "support/LogCapture.h"
 #include "support/ScriptedServer.h"
 
+#include <QScopeGuard>
+
 #include <gmock/gmock.h>
 
 #include <csignal>
@@ -243,22 +245,22 @@ TEST(Exchange, EndsWhenItsPeerIsSilentForTooLong)
 TEST(Exchange, MayBeSlowForAsLongAsItsTimeInAllLasts)
 {
     Reply slow = Reply().send("HTTP/1.1 200 OK\r\nContent-Length: 50\r\n\r\n");
-    Reply connecting = Reply().send("HTTP/1.1 200 OK\r\n");
-    for (int i = 0; i < 50; ++i) {
+    for (int i = 0; i < 50; ++i)
         slow.pause(milliseconds(50)).send("x");
-        connecting.pause(milliseconds(20)).send("X: y\r\n");
-    }
     ScriptedServer server(slow);
     HttpRequest request{.url = server.url(), .idleTimeout = milliseconds(2000)};
     EXPECT_EQ(outcomeOf(request), 0) << "Longer in all, but never without a byte.";
     request.timeLimit = milliseconds(200);
     EXPECT_EQ(outcomeOf(request), timedOut);
 
-    ScriptedServer proxy(connecting.close());
+    Reply connecting = Reply().send("HTTP/1.1 200 OK\r\n");
+    for (int i = 0; i < 500; ++i)
+        connecting.pause(milliseconds(20)).send("X: y\r\n");
+    ScriptedServer proxy(connecting);
     qputenv("https_proxy", proxy.url().toLatin1());
+    const auto restore = qScopeGuard([] { qunsetenv("https_proxy"); });
     request = {.url = QStringLiteral("https://127.0.0.1:1/"), .idleTimeout = milliseconds(200)};
     EXPECT_EQ(outcomeOf(request), timedOut) << "That a proxy is busy is no sign of the peer.";
-    qunsetenv("https_proxy");
 }
 
 TEST(Exchange, DoesNotTakeTheReceiversTimeForThePeers)

@@ -10,7 +10,7 @@
 
 // The example as it is, in a process that can look at it.
 #define main runSampleApp
-#include "../../examples/sample_app/main.cpp" // NOLINT(bugprone-suspicious-include)
+#include "../../examples/sample_app/main.cpp"
 #undef main
 
 namespace {

@@ -108,7 +108,7 @@ TEST_F(VerticalCenterTextFieldTest, ShrinksThePartThatMayToWhatFits)
     const QString part(500, u'W');
     field.setText(u"1 "_s + part);
     field.setShrinkingPart(part);
-    const QRectF frame(0, 0, shrunk.sizeHint().width(), h);
+    const QRectF frame({}, shrunk.sizeHint());
     EXPECT_EQ(draw(field, frame), draw(shrunk, frame));
 }
 

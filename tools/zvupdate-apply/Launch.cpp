@@ -21,7 +21,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::chrono::milliseconds pollInterval(20);
+constexpr std::chrono::milliseconds lookInterval(20);
 
 bool isPipe(int stream)
 {
@@ -85,7 +85,7 @@ Result<void> Launch::start(std::chrono::seconds probation) const
             return Failure{WIFSIGNALED(status)
                                ? u"was ended by signal %1"_s.arg(WTERMSIG(status))
                                : u"ended with exit status %1"_s.arg(WEXITSTATUS(status))};
-        std::this_thread::sleep_for(pollInterval);
+        std::this_thread::sleep_for(lookInterval);
     }
     return {};
 }
