@@ -1,3 +1,4 @@
+#include "platform/Export.h"
 #include "platform/Mutex.h"
 #include "platform/files/Files.h"
 #include "support/DownloadModes.h"
@@ -32,8 +33,8 @@ Function *original(const char *name)
 // In the place of the system's, to have them fail.
 // NOLINTBEGIN(readability-inconsistent-declaration-parameter-name): theirs are reserved names.
 
-extern "C" int pthread_create(pthread_t *thread, const pthread_attr_t *attributes,
-                              void *(*body)(void *), void *argument)
+extern "C" ZVUPDATE_EXPORT int pthread_create(pthread_t *thread, const pthread_attr_t *attributes,
+                                              void *(*body)(void *), void *argument)
 {
     if (threadsToBeMade == 0)
         return EAGAIN;
@@ -42,7 +43,7 @@ extern "C" int pthread_create(pthread_t *thread, const pthread_attr_t *attribute
     return original<decltype(pthread_create)>("pthread_create")(thread, attributes, body, argument);
 }
 
-extern "C" int statvfs(const char *path, struct statvfs *status)
+extern "C" ZVUPDATE_EXPORT int statvfs(const char *path, struct statvfs *status)
 {
     const int result = original<int(const char *, struct statvfs *)>("statvfs")(path, status);
     if (roomOnDisk >= 0) {
@@ -53,7 +54,7 @@ extern "C" int statvfs(const char *path, struct statvfs *status)
     return result;
 }
 
-extern "C" ssize_t pwrite(int file, const void *bytes, size_t size, off_t offset)
+extern "C" ZVUPDATE_EXPORT ssize_t pwrite(int file, const void *bytes, size_t size, off_t offset)
 {
     if (writeError == 0)
         return original<decltype(pwrite)>("pwrite")(file, bytes, size, offset);

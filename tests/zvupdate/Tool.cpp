@@ -1,4 +1,5 @@
 #include "Tool.h"
+#include "../../platform/Export.h"
 #include "../support/Testing.h"
 
 #include <QJsonDocument>
@@ -9,7 +10,7 @@
 
 // Read by thread sanitizer. It takes the way in which Qt starts a process for a fork of the test,
 // which must not start threads then; the program itself is watched as ever.
-extern "C" const char *__tsan_default_options()
+extern "C" ZVUPDATE_EXPORT const char *__tsan_default_options()
 {
     return "die_after_fork=0";
 }
