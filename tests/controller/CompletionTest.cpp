@@ -163,7 +163,7 @@ TEST_F(Completion, OfALargeFileEndsWithTheController)
         EXPECT_TRUE(waitFor([&] { return isOpen(large); }, Meanwhile::Sleep));
         controller.reset();
         completion.join();
-        EXPECT_TRUE(QFileInfo::exists(temporary)) << "It would be gone if all had been digested.";
+        EXPECT_TRUE(QFileInfo::exists(temporary)) << "The next check deals with it.";
         EXPECT_EQ(host.heard, QStringList());
     }
 }
