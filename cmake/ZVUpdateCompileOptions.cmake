@@ -24,3 +24,9 @@ if(ZVUPDATE_SANITIZE)
         -fsanitize=${ZVUPDATE_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
     target_link_options(zvupdate_compile_options INTERFACE -fsanitize=${ZVUPDATE_SANITIZE})
 endif()
+
+# A fuzzer is led by what its inputs have run through. That is counted in all that is built with fuzzers,
+# as precompiled headers want the same flags everywhere.
+if(ZVUPDATE_BUILD_FUZZERS)
+    target_compile_options(zvupdate_compile_options INTERFACE -fsanitize=fuzzer-no-link)
+endif()

@@ -1,5 +1,5 @@
 # The libraries, room by room. The sources are compiled once; the shared library is made of them,
-# and so is the static archive through which the tests reach what the library hides.
+# and so is the static archive through which tests and fuzzers reach what the library hides.
 add_library(zvupdate_core_objects OBJECT
     platform/settings/HostInstallation.cpp
     controller/LanguageSelection.cpp
@@ -109,7 +109,7 @@ target_link_libraries(ZVUpdateCore
 set_target_properties(ZVUpdateCore PROPERTIES EXPORT_NAME Core)
 zvupdate_set_up_library(ZVUpdateCore)
 
-if(ZVUPDATE_BUILD_TESTS)
+if(ZVUPDATE_BUILD_TESTS OR ZVUPDATE_BUILD_FUZZERS)
     add_library(zvupdate_core_internals STATIC)
     target_link_libraries(zvupdate_core_internals PUBLIC zvupdate_core_objects)
 endif()

@@ -3,10 +3,9 @@
 #include <QElapsedTimer>
 
 using namespace Qt::StringLiterals;
+using Reply = ScriptedServer::Reply;
 
 namespace {
-
-using Reply = ScriptedServer::Reply;
 
 /// Checks in the background, with downloads in both modes.
 class BackgroundCheck : public AskingTest, public InBothModes

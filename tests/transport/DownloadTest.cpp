@@ -33,6 +33,7 @@ Function *original(const char *name)
 // In the place of the system's, to have them fail.
 // NOLINTBEGIN(readability-inconsistent-declaration-parameter-name): theirs are reserved names.
 
+#if !ZVUPDATE_SANITIZED // Sanitizers have one of their own.
 extern "C" ZVUPDATE_EXPORT int pthread_create(pthread_t *thread, const pthread_attr_t *attributes,
                                               void *(*body)(void *), void *argument)
 {
@@ -42,6 +43,7 @@ extern "C" ZVUPDATE_EXPORT int pthread_create(pthread_t *thread, const pthread_a
         --threadsToBeMade;
     return original<decltype(pthread_create)>("pthread_create")(thread, attributes, body, argument);
 }
+#endif
 
 extern "C" ZVUPDATE_EXPORT int statvfs(const char *path, struct statvfs *status)
 {
@@ -66,7 +68,7 @@ extern "C" ZVUPDATE_EXPORT ssize_t pwrite(int file, const void *bytes, size_t si
 
 namespace {
 
-const QString command = QStringLiteral("cmd=download&tk=T1&fn=P1_2103.exe");
+const QString downloadCommand = QStringLiteral("cmd=download&tk=T1&fn=P1_2103.exe");
 
 /// Passes on what it hears: "file PATH", or the error's name.
 class Delegate : public HttpFunctionPostDelegate
@@ -120,7 +122,7 @@ protected:
                 outcomes_.push_back(outcome);
             });
         transport_->setDelegate(delegate_.get());
-        EXPECT_EQ(transport_->DoDownloadAsync(command, path_), 1);
+        EXPECT_EQ(transport_->DoDownloadAsync(downloadCommand, path_), 1);
     }
 
     bool wait(const std::function<bool()> &condition) const
@@ -188,7 +190,8 @@ TEST_P(Download, FetchesWhatIsMissingOnceAndReportsOnce)
     for (const qsizetype before : {0, 1'048'576}) {
         SCOPED_TRACE(before);
         start(server, content.left(before));
-        EXPECT_EQ(transport_->DoDownloadAsync(command, path_ + u'2'), 1) << "It changes nothing.";
+        EXPECT_EQ(transport_->DoDownloadAsync(downloadCommand, path_ + u'2'), 1)
+            << "It changes nothing.";
         ASSERT_TRUE(waitForEnd());
         EXPECT_TRUE(readFile(path_) == content);
         EXPECT_EQ(transport_->mCancelDownloadTempFile(), path_);
@@ -205,7 +208,7 @@ TEST_P(Download, FetchesWhatIsMissingOnceAndReportsOnce)
         const ScriptedServer::Request last = server.requests().back();
         EXPECT_EQ(last.method, "GET");
         EXPECT_EQ(last.headerLines, header);
-        EXPECT_EQ(server.requests().at(before > 0 ? 2 : 0).command(), command);
+        EXPECT_EQ(server.requests().at(before > 0 ? 2 : 0).command(), downloadCommand);
     }
 }
 
@@ -214,11 +217,11 @@ TEST_P(Download, AsksAlsoWithoutParameters)
     ScriptedServer server(Reply::whole(200, "content"));
     transport_ = HttpFunctionPost::getPost(QString(), nullptr);
     transport_->setMUrl(server.baseUrl());
-    transport_->setMlocalFile(command);
+    transport_->setMlocalFile(downloadCommand);
     transport_->setMParamStr(path_);
     transport_->DoDownloadAsync(QString(), path_);
     ASSERT_TRUE(waitForEnd());
-    EXPECT_EQ(transport_->mlocalFile(), command) << "Nothing reads it";
+    EXPECT_EQ(transport_->mlocalFile(), downloadCommand) << "Nothing reads it";
     EXPECT_EQ(transport_->mParamStr(), path_) << "nor this.";
     EXPECT_EQ(server.requests().at(0).target, "/Update/ZVDLCtl.dll?dt=");
     EXPECT_EQ(readFile(path_), "content");
@@ -236,7 +239,7 @@ TEST_P(Download, FailsLikeAnyOtherWithoutAThread)
         Delegate delegate([&](const std::string &outcome) { heard.push_back(outcome); });
         transport_ = HttpFunctionPost::getPost(server.baseUrl(), &delegate);
         threadsToBeMade = made;
-        EXPECT_EQ(transport_->DoDownloadAsync(command, path_), 1);
+        EXPECT_EQ(transport_->DoDownloadAsync(downloadCommand, path_), 1);
         const bool hasEnded = waitForEnd();
         threadsToBeMade = -1;
         ASSERT_TRUE(hasEnded);
@@ -321,7 +324,7 @@ Reply redirect(const QByteArray &location)
     return Reply::whole(302, "page", {"Location: " + location});
 }
 
-const std::string lost = network(NetworkError::ConnectionLost);
+const std::string lostConnection = network(NetworkError::ConnectionLost);
 const std::string tooLarge = network(NetworkError::ReplyTooLarge);
 const QByteArray chunked = "200 OK\r\nTransfer-Encoding: chunked" + end;
 const QByteArray muchFrame(600'000, 'x');
@@ -340,8 +343,14 @@ const Ending endings[] = {
     {"server error", {}, Reply::whole(500, "page"), {}, "HTTP Error 500"},
     {"complete already", "old", Reply::whole(416, "page"), "old", "HTTP Error 416"},
     {"not modified", "old", raw("304 Same" + end), "old", "HTTP Error 304"},
-    {"broken at once", {}, broken("200 OK\r\nContent-Length: 9" + end), {}, lost, "HTTP Error 200"},
-    {"broken again", "old", broken("206 Part" + half), "old0123456789", lost, "HTTP Error 206"},
+    {"broken at once",
+     {},
+     broken("200 OK\r\nContent-Length: 9" + end),
+     {},
+     lostConnection,
+     "HTTP Error 200"},
+    {"broken again", "old", broken("206 Part" + half), "old0123456789", lostConnection,
+     "HTTP Error 206"},
     {"broken error", "old", broken("503 Busy" + half), "old", "HTTP Error 503"},
     {"endless frame", {}, raw(chunked + "1;" + muchFrame), {}, tooLarge, "HTTP Error 200"},
     {"no reply", "old", Reply().close(), "old", "HTTP Error 0"},

@@ -8,10 +8,9 @@ using Reply = ScriptedServer::Reply;
 
 namespace {
 
-const QString command = QStringLiteral("cmd=gettoken");
 const QByteArray content = QByteArray(300000, 'f') + "end";
 // Port 1 is reserved for a service that nobody runs; a proxy need not know that.
-const QString unreachable = QStringLiteral("127.0.0.1:1");
+const QString refusingPeer = QStringLiteral("127.0.0.1:1");
 
 Reply serve(const ScriptedServer::Request &request)
 {
@@ -79,7 +78,7 @@ TEST(Protection, RefusesAServerThatIsNotTheOneMeant)
         EXPECT_EQ(answerOf(server.baseUrl()),
                   "connect error: No secure connection to the server could be made.");
         const auto transport = HttpFunctionPost::getPost(server.baseUrl(), nullptr);
-        EXPECT_EQ(transport->getFileSize(command), 0u);
+        EXPECT_EQ(transport->getFileSize(QStringLiteral("cmd=gettoken")), 0u);
         EXPECT_EQ(transport->failure()->code,
                   static_cast<int>(ZVPlatform::NetworkError::CertificateRefused));
         EXPECT_EQ(resume(server.baseUrl()),
@@ -116,13 +115,13 @@ TEST(ProxyOfTheEnvironment, IsUsed)
     const ScriptedServer server(serve);
     {
         const Proxy proxy("http_proxy", server.address());
-        expectAllGoesRight(QStringLiteral("http://%1/?dt=").arg(unreachable));
+        expectAllGoesRight(QStringLiteral("http://%1/?dt=").arg(refusingPeer));
         for (const ScriptedServer::Request &request : server.requests())
             EXPECT_THAT(request.target.toStdString(), StartsWith("http://127.0.0.1:1/?dt="));
     }
     const ScriptedServer tunnel(serve, Certificate::Good, true);
     const Proxy proxy("https_proxy", tunnel.address());
-    expectAllGoesRight(QStringLiteral("https://%1/?dt=").arg(unreachable));
+    expectAllGoesRight(QStringLiteral("https://%1/?dt=").arg(refusingPeer));
     EXPECT_EQ(tunnel.requests().front().target, "127.0.0.1:1");
     EXPECT_THAT(tunnel.requests().back().target.toStdString(), StartsWith("/?dt="));
 }
@@ -132,11 +131,11 @@ TEST(ProxyOfTheEnvironment, ThatIsOfNoUseIsAFailure)
     ScriptedServer server(Reply::whole(407, "Who are you?", {"Proxy-Authenticate: Basic realm=x"}));
     const Proxy http("http_proxy", server.address());
     const Proxy https("https_proxy", server.address());
-    const QString url = QStringLiteral("http://%1/?dt=").arg(unreachable);
+    const QString url = QStringLiteral("http://%1/?dt=").arg(refusingPeer);
     EXPECT_EQ(answerOf(url), "Who are you?") << "The status of a check's reply does not count.";
     EXPECT_EQ(resume(url).first, "proxy-refused 407");
 
-    const QString protectedUrl = QStringLiteral("https://%1/?dt=").arg(unreachable);
+    const QString protectedUrl = QStringLiteral("https://%1/?dt=").arg(refusingPeer);
     EXPECT_EQ(answerOf(protectedUrl), "connect error: The proxy refused to connect to the server.");
     EXPECT_EQ(resume(protectedUrl).first, "proxy-refused");
     ASSERT_EQ(server.requests().size(), 4u);
