@@ -29,4 +29,5 @@ endif()
 # as precompiled headers want the same flags everywhere.
 if(ZVUPDATE_BUILD_FUZZERS)
     target_compile_options(zvupdate_compile_options INTERFACE -fsanitize=fuzzer-no-link)
+    target_link_options(zvupdate_compile_options INTERFACE -fsanitize=fuzzer-no-link)
 endif()
